@@ -1,0 +1,158 @@
+/*
+ * Wavoryx: an audio-editing engine.
+ *
+ * The application drives the engine through one class, `Wavoryx`, and hears
+ * back through one callback. Every operation returns at once; long work
+ * (loading, rendering, recording) runs on the engine's worker threads and is
+ * reported as events on the callback thread.
+ *
+ * Items. Everything the engine works on is a PCM item named by an id (1, 2,
+ * 3, ... never reused during the life of an engine): a loaded file, a clip
+ * list or a recording. An item lives until the application has released it
+ * (`removePcm`) and no job or clip list uses it any more; then its PCM file
+ * in the working directory is deleted.
+ *
+ * Results. Operations return int32_t: 0 for success (or the new item's id
+ * for operations that create one), -1 no such item, -2 wrong item status,
+ * -3 duration unknown, -4 argument out of range, -5 recorder or player not in
+ * the state needed, -6 out of memory, -14 playback could not start.
+ * Failures inside the workers are never results: they arrive as events.
+ *
+ * Events. The callback is called as cb(code, itemId, value, NULL, NULL), one
+ * event at a time, only on the thread that runs the callback loop
+ * (`startThreadLoop`), in posting order. Codes:
+ *   0 load failed (value: 2 unreadable, 1 not audio, 4 PCM file not created,
+ *     -11 PCM file not written)   3 load progress (percent)
+ *   4 load finished   5 load cancelled   6 decoding started   7 load stopped,
+ *     storage full
+ *   20 render failed (-1 no encoder, -11 write/read/encode error)
+ *   21 render progress (percent)   22 render finished   23 render cancelled
+ *   25 render stopped: storage full or encoder not initialised
+ *   40 playback could not start   42 playback reached the end
+ *   60 recording failed (5, 3 or 1)   61 recording started
+ *   63 recording ended (0 finished, 1 write error, 3 no space, -1 failed start)
+ *   64 recording paused, storage full   65 resumed   66 paused
+ *   80 recording waveform level (0..255), about every 20 ms
+ *
+ * Threads. Operations may be called from any thread, including from inside
+ * the callback. Only `stopThreadLoop` and the destructor wait for threads.
+ */
+#ifndef WAVORYX_WAVORYX_H
+#define WAVORYX_WAVORYX_H
+
+#include <stdint.h>
+
+#if defined(WAVORYX_BUILDING_LIBRARY)
+#define WAVORYX_API __attribute__((visibility("default")))
+#else
+#define WAVORYX_API
+#endif
+
+/* Output encoding of a clip list or a recording. Any other value renders as
+ * ENCODE_WAV. */
+enum encode_type { ENCODE_WAV = 0, ENCODE_MP3 = 1 };
+
+/* Background-work setting of the decoder and encoder. With WV_PRIORITY_LOW
+ * each worker pauses after every chunk for as long as the chunk took, so it
+ * uses about half of a core. It changes no operating-system priority. */
+typedef int32_t thread_priority_t;
+enum : thread_priority_t { WV_PRIORITY_NORMAL = 0, WV_PRIORITY_LOW = 1 };
+
+/* The client callback: (event code, item id, event value, NULL, NULL). */
+typedef void (*wavoryx_callback_t)(int, int, int, char*, void*);
+
+class WavoryxPriv;
+
+class WAVORYX_API Wavoryx {
+public:
+    /* Starts the decoder, encoder, recorder and housekeeping workers. The
+     * callback loop is not started: see startThreadLoop. */
+    Wavoryx();
+    /* Ends and joins the workers (the chunk in progress finishes, queued work
+     * is dropped) and stops playback. Call stopThreadLoop first. Items still
+     * registered are not released: their PCM files stay on the disk. */
+    ~Wavoryx();
+    Wavoryx(const Wavoryx&) = delete;
+    Wavoryx& operator=(const Wavoryx&) = delete;
+
+    /* Runs the callback loop: on the calling thread when inCallerThread is
+     * non-zero (returns only after stopThreadLoop), else on a new thread
+     * (returns at once). Events posted before it wait for it, except the
+     * waveform levels (80), which are dropped while no loop runs. Each start
+     * needs a matching stop. Returns 0. */
+    int32_t startThreadLoop(int inCallerThread);
+    /* Ends the callback loop; joins its thread when startThreadLoop(0)
+     * started it. Events still queued wait for the next start. Returns 0. */
+    int32_t stopThreadLoop();
+    /* NULL switches delivery off: events are then taken and dropped. */
+    int32_t setCallback(wavoryx_callback_t callback);
+    /* Kept for compatibility: no effect, returns 0. */
+    int32_t enableWaveformCallback(int, int, int, int);
+    /* Prefix of every file name the engine makes ("<dir><id>.pcm"): give it
+     * with its trailing '/'. Default "/mnt/sdcard/". Set it before starting
+     * work. A NULL text counts as "". Returns 0. */
+    int32_t setWorkingDir(char const* dir);
+    int32_t setThreadPriority(thread_priority_t priority);
+    /* Diagnostic walk of the engine's queues and items; prints nothing. */
+    int32_t dump();
+    /* Drops the application's reference: returns the id, or 0 when no item
+     * has it. */
+    int32_t removePcm(int id);
+
+    /* Registers a new item for the audio file and queues its decoding into
+     * "<dir><id>.pcm". Returns the new id; an unreadable file is reported by
+     * event 0. */
+    int32_t loadFile(char const* path);
+    int32_t cancelLoadFile(int id);
+    int32_t getPcmSampleRate(int id);
+    int32_t getPcmChannelCount(int id);
+    /* Frames present now: grows while the item loads or renders. */
+    int32_t getPcmFrameLength(int id);
+    /* Expected duration in ms, -3 while unknown. */
+    int32_t getPcmDuration(int id);
+    /* `count` 8-bit peaks of [startMs, endMs) into `buffer`. */
+    int32_t getWaveformSamples(int id, unsigned int startMs, unsigned int endMs,
+                               unsigned int count, void* buffer);
+
+    /* A new empty clip list; returns its id. */
+    int32_t newClipList();
+    /* Appends the frames [startFrame, endFrame) of item pcmId to the list;
+     * the range is cut at the source's length. Returns the clip's number
+     * (1, 2, ...), -1, -2, or -4 when the list would contain itself. */
+    int32_t addClip(int listId, int pcmId, unsigned int startFrame, unsigned int endFrame);
+    /* The same in milliseconds, converted when the source's rate is known. */
+    int32_t addClipMs(int listId, int pcmId, unsigned int startMs, unsigned int endMs);
+    /* Output file (empty: "<dir><id>.wav" or ".mp3") and encoding. */
+    int32_t setOutputPara(int listId, char const* path, encode_type type);
+    /* Output format; values below 1 are chosen from the clips when the
+     * render starts (bit rate: 320 kbit/s). forceStereo makes 2 channels. */
+    int32_t setEncodePara(int listId, int sampleRate, int bitRate, int channelCount,
+                          int forceStereo);
+    /* Queues the render of the list to its output file and "<file>.wave". */
+    int32_t process(int listId);
+    int32_t cancelProcess(int listId);
+
+    int32_t playStart(int id);
+    int32_t playPause();
+    int32_t playResume();
+    int32_t playStop();
+    int32_t playSeekTo(int ms);
+    int32_t setPlaySpeed(int speed);
+    int32_t getPlayPositionMs();
+
+    int32_t recordStart(char const* path, encode_type type, int sampleRate, int channelCount,
+                        int bitRate, int audioSource, int effect);
+    int32_t recordPause();
+    int32_t recordResume();
+    int32_t recordStop();
+
+private:
+    WavoryxPriv* mPriv;
+};
+
+/* Kept for compatibility: no effect, return 0. */
+WAVORYX_API int32_t insertClip(int, int, int, unsigned int, unsigned int);
+WAVORYX_API int32_t insertClipMs(int, int, int, unsigned int, unsigned int);
+WAVORYX_API int32_t removeClip(int, unsigned int);
+
+#endif /* WAVORYX_WAVORYX_H */
