@@ -1,0 +1,49 @@
+// Clip-list edits of the engine: creating lists and appending clips.
+#define WV_LOG_TAG "WavoryxPriv"
+#include "engine/WavoryxPriv.h"
+#include "platform/Log.h"
+
+using namespace wv;
+
+int32_t WavoryxPriv::newClipList() {
+    SPcmInfo* item = new SPcmInfo(CLIP_LIST);
+    item->refs[REF_CLIENT] = 1;
+    return static_cast<int32_t>(mInfoList.add(item));
+}
+
+int32_t WavoryxPriv::addClip(uint32_t listId, uint32_t pcmId, uint32_t startFrame, uint32_t endFrame) {
+    static const int kLines[3] = {395, 397, 399};
+    return addClipTo(listId, pcmId, startFrame, endFrame, false, kLines,
+                     "int32_t WavoryxPriv::addClip(uint32_t, uint32_t, uint32_t, uint32_t)");
+}
+
+int32_t WavoryxPriv::addClipMs(uint32_t listId, uint32_t pcmId, duration_t startMs, duration_t endMs) {
+    static const int kLines[3] = {411, 413, 415};
+    return addClipTo(listId, pcmId, startMs, endMs, true, kLines,
+                     "int32_t WavoryxPriv::addClipMs(uint32_t, uint32_t, duration_t, duration_t)");
+}
+
+int32_t WavoryxPriv::addClipTo(uint32_t listId, uint32_t pcmId, uint32_t start, uint32_t end,
+                               bool inMs, const int lines[3], const char* signature) {
+    int32_t result;
+    SPcmInfo* list = findItemWithStatus(listId, CLIP_LIST, lines[0], lines[1], signature, &result);
+    if (list == nullptr) return result;
+    SPcmInfo* source = mInfoList.get(pcmId, REF_LIST);
+    if (source == nullptr) {
+        reportMissing(lines[2], signature, pcmId);
+        return -1;
+    }
+    // A list inside itself would make every walk of it endless.
+    if (source == list || (source->clipList && source->clipList->reaches(list))) {
+        WV_LOGE("error: pcm %d cannot be a clip of list %d: the list would contain itself",
+                static_cast<int>(pcmId), static_cast<int>(listId));
+        mInfoList.release(pcmId, REF_LIST, false);
+        return -4;
+    }
+    PcmClip clip;
+    clip.source = source;
+    clip.start = start;
+    clip.end = end;
+    clip.inMs = inMs;
+    return static_cast<int32_t>(list->clipList->add(clip));
+}

@@ -1,0 +1,159 @@
+#define WV_LOG_TAG "WavoryxPriv"
+#include "engine/WavoryxPriv.h"
+
+#include "load/DecoderThread.h"
+#include "platform/Log.h"
+#include "platform/MediaService.h"
+#include "record/RecorderThread.h"
+#include "render/EncoderThread.h"
+
+using namespace wv;
+
+WavoryxPriv::WavoryxPriv() : mWorkingDir("/mnt/sdcard/") {
+    mDecoder.reset(new DecoderThread(this));
+    mDecoder->launch();
+    mEncoder.reset(new EncoderThread(this));
+    mEncoder->launch();
+    mRecorder.reset(new RecorderThread(this));
+    mRecorder->launch();
+    mCallbackThread.reset(new JavaCallbackThread(this));
+    mDaemon.reset(new DaemonThread(this));
+    mDaemon->launch();
+    mDaemon->sendCmd(WVThreadCmd(1, 0xFFFFFFFF, -1), 7);
+    const status_t connected = MediaService::connect();
+    WV_CHECK_EQ("WavoryxPriv", 460, "mClient.connect(),(status_t)OK", connected, OK);
+}
+
+WavoryxPriv::~WavoryxPriv() {
+    mDecoder->exit();
+    mEncoder->exit();
+    mRecorder->exit();
+    mDaemon->exit();
+    mDecoder.reset();
+    mCallbackThread.reset();
+    mEncoder.reset();
+    mRecorder.reset();
+    mDaemon.reset();
+    // Only the current item needs stopping; with none, there is nothing to
+    // report either.
+    if (mPlayingId.load() != 0) playStop(0);
+    MediaService::disconnect();
+}
+
+int32_t WavoryxPriv::startThreadLoop(int32_t inCallerThread) {
+    if (inCallerThread != 0) {
+        WVCmdThread::threadLoop(mCallbackThread.get());
+    } else {
+        mCallbackThread->launch();
+    }
+    return 0;
+}
+
+int32_t WavoryxPriv::stopThreadLoop() {
+    mCallbackThread->exit();
+    return 0;
+}
+
+int32_t WavoryxPriv::setCallback(ClientCallback callback) {
+    mCallbackThread->setCallback(callback);
+    return 0;
+}
+
+int32_t WavoryxPriv::setWorkingDir(const char* dir) {
+    std::lock_guard<std::mutex> guard(mSettingsLock);
+    mWorkingDir = dir != nullptr ? dir : "";
+    return 0;
+}
+
+std::string WavoryxPriv::workingDir() const {
+    std::lock_guard<std::mutex> guard(mSettingsLock);
+    return mWorkingDir;
+}
+
+int32_t WavoryxPriv::setThreadPriority(thread_priority_t priority) {
+    const thread_priority_t previous = mThreadPriority.exchange(priority);
+    WV_LOGW("%s: %d to %d", "int32_t WavoryxPriv::setThreadPriority(thread_priority_t)", previous,
+            priority);
+    return 0;
+}
+
+int32_t WavoryxPriv::dump() {
+    mDecoder->dump();
+    mEncoder->dump();
+    mRecorder->dump();
+    mCallbackThread->dump();
+    mInfoList.dump();
+    return 0;
+}
+
+int32_t WavoryxPriv::removePcm(pcm_id_t id) {
+    return static_cast<int32_t>(mInfoList.release(id, REF_CLIENT, false));
+}
+
+void WavoryxPriv::notifyClient(WVThreadCmd event, int32_t delayMs) {
+    mCallbackThread->notify(event, delayMs);
+}
+
+SPcmInfo* WavoryxPriv::getPcmInfo(pcm_id_t id, pcm_ref_t ref) { return mInfoList.get(id, ref); }
+
+pcm_id_t WavoryxPriv::releasePcm(pcm_id_t id, pcm_ref_t ref, bool all) {
+    return mInfoList.release(id, ref, all);
+}
+
+void WavoryxPriv::reportMissing(int line, const char* signature, uint32_t id) {
+    WV_LOGE("line %d in %s:", line, signature);
+    WV_LOGE("error: pcm %d doesn't exist", static_cast<int>(id));
+}
+
+void WavoryxPriv::reportStatus(int line, const char* signature, const SPcmInfo* item,
+                               pcm_status_t wanted) {
+    WV_LOGE("line %d in %s:", line, signature);
+    WV_LOGE("error: pcm %d has status %s but not %s", static_cast<int>(item->id),
+            SPcmInfo::statusName(item->status.load()), SPcmInfo::statusName(wanted));
+}
+
+SPcmInfo* WavoryxPriv::findItem(uint32_t id, int line, const char* signature) {
+    SPcmInfo* item = mInfoList.get(id, REF_NONE);
+    if (item == nullptr) reportMissing(line, signature, id);
+    return item;
+}
+
+SPcmInfo* WavoryxPriv::findItemWithStatus(uint32_t id, pcm_status_t wanted, int missingLine,
+                                          int statusLine, const char* signature, int32_t* result) {
+    SPcmInfo* item = findItem(id, missingLine, signature);
+    if (item == nullptr) {
+        *result = -1;
+        return nullptr;
+    }
+    if (item->status.load() != wanted) {
+        reportStatus(statusLine, signature, item, wanted);
+        *result = -2;
+        return nullptr;
+    }
+    *result = 0;
+    return item;
+}
+
+int32_t WavoryxPriv::getPcmSampleRate(uint32_t id) {
+    SPcmInfo* item = findItem(id, 331, "int32_t WavoryxPriv::getPcmSampleRate(uint32_t)");
+    return item ? item->sampleRate.load() : -1;
+}
+
+int32_t WavoryxPriv::getPcmChannelCount(uint32_t id) {
+    SPcmInfo* item = findItem(id, 338, "int32_t WavoryxPriv::getPcmChannelCount(uint32_t)");
+    return item ? item->channelCount.load() : -1;
+}
+
+int32_t WavoryxPriv::getPcmFrameLength(uint32_t id) {
+    SPcmInfo* item = findItem(id, 345, "int32_t WavoryxPriv::getPcmFrameLength(uint32_t)");
+    return item ? static_cast<int32_t>(item->frames.load()) : -1;
+}
+
+int32_t WavoryxPriv::getPcmDuration(pcm_id_t id) {
+    SPcmInfo* item = findItem(id, 352, "int32_t WavoryxPriv::getPcmDuration(pcm_id_t)");
+    if (item == nullptr) return -1;
+    const int64_t rate = item->sampleRate.load();
+    const int64_t total = item->totalFrames.load();
+    if (rate == 0 || total == 0) return -3;
+    return static_cast<int32_t>(total * 1000 / rate);
+}

@@ -1,0 +1,124 @@
+// The engine behind the Wavoryx facade: the registry of items, the working
+// directory, and five workers (decoder, encoder, recorder, client callback,
+// housekeeping).
+//
+// Public operations run on the caller's thread: they check their arguments,
+// look items up and either answer at once or post a command to a worker.
+// Member functions are defined in the folder of the job they serve
+// (src/load, src/render, src/record, src/play); the lifecycle, settings,
+// queries and clip-list edits live here.
+#pragma once
+
+#include <atomic>
+#include <memory>
+#include <mutex>
+#include <string>
+
+#include <wavoryx/Wavoryx.h>
+
+#include "engine/InfoList.h"
+#include "engine/PcmTypes.h"
+#include "threads/EngineHooks.h"
+#include "threads/JavaCallbackThread.h"
+#include "threads/WVCmdThread.h"
+
+namespace wv {
+class DecoderThread;
+class EncoderThread;
+class RecorderThread;
+}  // namespace wv
+
+class WavoryxPriv : public wv::EngineHooks {
+public:
+    WavoryxPriv();
+    virtual ~WavoryxPriv();
+    WavoryxPriv(const WavoryxPriv&) = delete;
+    WavoryxPriv& operator=(const WavoryxPriv&) = delete;
+
+    // Lifecycle and settings.
+    int32_t startThreadLoop(int32_t inCallerThread);
+    int32_t stopThreadLoop();
+    int32_t setCallback(wv::ClientCallback callback);
+    int32_t setWorkingDir(const char* dir);
+    int32_t setThreadPriority(thread_priority_t priority);
+    int32_t dump() override;
+    int32_t removePcm(wv::pcm_id_t id);
+
+    // Queries.
+    int32_t getPcmSampleRate(uint32_t id);
+    int32_t getPcmChannelCount(uint32_t id);
+    int32_t getPcmFrameLength(uint32_t id);
+    int32_t getPcmDuration(wv::pcm_id_t id);
+
+    // Clip lists.
+    int32_t newClipList();
+    int32_t addClip(uint32_t listId, uint32_t pcmId, uint32_t startFrame, uint32_t endFrame);
+    int32_t addClipMs(uint32_t listId, uint32_t pcmId, wv::duration_t startMs, wv::duration_t endMs);
+
+    // Loading (src/load).
+    int32_t loadFile(const char* path);
+    int32_t cancelLoadFile(wv::pcm_id_t id);
+
+    // Rendering (src/render).
+    int32_t setOutputPara(uint32_t listId, const char* path, encode_type type);
+    int32_t setEncodePara(uint32_t listId, int32_t sampleRate, int32_t bitRate, int32_t channelCount,
+                          int32_t forceStereo);
+    int32_t process(uint32_t listId);
+    int32_t cancelProcess(uint32_t listId);
+    int32_t getWaveformSamples(wv::pcm_id_t id, wv::duration_t startMs, wv::duration_t endMs,
+                               uint32_t count, void* buffer);
+
+    // Playback (src/play).
+    int32_t playStart(wv::pcm_id_t id);
+    int32_t playPause(wv::pcm_id_t id);
+    int32_t playResume(wv::pcm_id_t id);
+    int32_t playStop(wv::pcm_id_t id) override;
+    int32_t playSeekTo(int32_t ms);
+    int32_t setPlaySpeed(int32_t speed);
+    int32_t getPlayPositionMs();
+
+    // Recording (src/record).
+    int32_t recordStart(const char* path, encode_type type, int32_t sampleRate, int32_t channelCount,
+                        int32_t bitRate, int32_t audioSource, int32_t effect);
+    int32_t recordPause();
+    int32_t recordResume();
+    int32_t recordStop();
+
+    // For the workers.
+    // Posts an event to the client: at once (delayMs 0) or after delayMs.
+    void notifyClient(wv::WVThreadCmd event, int32_t delayMs);
+    wv::SPcmInfo* getPcmInfo(wv::pcm_id_t id, wv::pcm_ref_t ref);
+    wv::pcm_id_t releasePcm(wv::pcm_id_t id, wv::pcm_ref_t ref, bool all);
+    std::string workingDir() const;
+    thread_priority_t threadPriority() const { return mThreadPriority.load(std::memory_order_relaxed); }
+    wv::InfoList& infoList() { return mInfoList; }
+
+    // The two-line reports of a failed item check ("line %d in %s:" then the
+    // message), at error level.
+    static void reportMissing(int line, const char* signature, uint32_t id);
+    static void reportStatus(int line, const char* signature, const wv::SPcmInfo* item,
+                             wv::pcm_status_t wanted);
+    // The item, or null after reporting it missing.
+    wv::SPcmInfo* findItem(uint32_t id, int line, const char* signature);
+    // The item if it has `wanted` status; null after the report otherwise,
+    // with *result set to -1 or -2.
+    wv::SPcmInfo* findItemWithStatus(uint32_t id, wv::pcm_status_t wanted, int missingLine,
+                                     int statusLine, const char* signature, int32_t* result);
+
+    std::atomic<wv::pcm_id_t> mRecordingId{0};
+    std::atomic<wv::pcm_id_t> mPlayingId{0};
+
+private:
+    int32_t addClipTo(uint32_t listId, uint32_t pcmId, uint32_t start, uint32_t end, bool inMs,
+                      const int lines[3], const char* signature);
+
+    mutable std::mutex mSettingsLock;  // guards mWorkingDir
+    std::string mWorkingDir;
+    wv::InfoList mInfoList;
+    std::unique_ptr<wv::DecoderThread> mDecoder;
+    std::unique_ptr<wv::EncoderThread> mEncoder;
+    std::unique_ptr<wv::RecorderThread> mRecorder;
+    std::unique_ptr<wv::JavaCallbackThread> mCallbackThread;
+    std::unique_ptr<wv::DaemonThread> mDaemon;
+    std::atomic<thread_priority_t> mThreadPriority{WV_PRIORITY_NORMAL};
+};

@@ -1,0 +1,26 @@
+// The engine's loading requests: they register items and post to the
+// decoder worker.
+#define WV_LOG_TAG "WavoryxPriv"
+#include "engine/WavoryxPriv.h"
+#include "load/DecoderThread.h"
+
+using namespace wv;
+
+int32_t WavoryxPriv::loadFile(const char* path) {
+    SPcmInfo* item = new SPcmInfo(ENCODED_FILE);
+    item->path = path != nullptr ? path : "";
+    item->refs[REF_CLIENT] = 1;
+    item->refs[REF_DECODER] = 1;
+    const pcm_id_t id = mInfoList.add(item);
+    mDecoder->sendCmd(WVThreadCmd(DecoderThread::kCmdStart, id, -1), 7);
+    return static_cast<int32_t>(id);
+}
+
+int32_t WavoryxPriv::cancelLoadFile(pcm_id_t id) {
+    if (findItem(id, 532, "int32_t WavoryxPriv::cancelLoadFile(pcm_id_t)") == nullptr) return -1;
+    // The first pattern removes a load that has not started, the second
+    // the next chunk of one in progress.
+    mDecoder->cancelCmd(WVThreadCmd(DecoderThread::kCmdStart, id, static_cast<int32_t>(WVCMD_ANY)));
+    mDecoder->cancelCmd(WVThreadCmd(DecoderThread::kCmdContinue, id, static_cast<int32_t>(WVCMD_ANY)));
+    return 0;
+}

@@ -1,0 +1,216 @@
+#include "threads/WVCmdThread.h"
+
+#include <chrono>
+
+namespace wv {
+
+namespace {
+constexpr uint8_t kPriorityExit = 1;
+constexpr uint8_t kPriorityControl = 2;
+constexpr uint8_t kPriorityDelayed = 255;
+// Entries due this close together keep their posting order, and a head
+// entry due this soon is served rather than slept for.
+constexpr int64_t kDueSlackUs = 999;
+}  // namespace
+
+bool cmdMatches(const WVThreadCmd& pattern, const WVThreadCmd& cmd) {
+    return (pattern.code == WVCMD_ANY || pattern.code == cmd.code) &&
+           (pattern.pcmId == WVCMD_ANY || pattern.pcmId == cmd.pcmId) &&
+           (static_cast<uint32_t>(pattern.arg) == WVCMD_ANY || pattern.arg == cmd.arg);
+}
+
+WVCmdThread::WVCmdThread() = default;
+
+WVCmdThread::~WVCmdThread() {
+    // exit() should have joined; never leave a joinable thread behind.
+    if (mThread.joinable()) mThread.detach();
+}
+
+void WVCmdThread::procCmd(WVThreadCmd&) {}
+int32_t WVCmdThread::onCmdSuspend(WVThreadCmd&) { return 0; }
+void WVCmdThread::onCmdResume(WVThreadCmd&) {}
+void WVCmdThread::onCmdCancel(WVThreadCmd&) {}
+
+void WVCmdThread::enqueueLocked(const WVThreadCmdContainer& entry) {
+    auto it = mQueue.begin();
+    if (entry.kind != WVCMD_DELAYED) {
+        while (it != mQueue.end() && it->kind != WVCMD_DELAYED && it->priority <= entry.priority) ++it;
+    } else {
+        while (it != mQueue.end() &&
+               (it->kind != WVCMD_DELAYED || diffUs(it->due, entry.due) <= kDueSlackUs)) {
+            ++it;
+        }
+    }
+    mQueue.insert(it, entry);
+}
+
+int32_t WVCmdThread::enqueue(const WVThreadCmdContainer& entry) {
+    std::lock_guard<std::mutex> guard(mLock);
+    enqueueLocked(entry);
+    mCond.notify_one();
+    return 0;
+}
+
+WVThreadCmdContainer WVCmdThread::runEntry(const WVThreadCmd& cmd, uint8_t urgency) {
+    WVThreadCmdContainer entry;
+    entry.kind = WVCMD_RUN;
+    entry.priority = static_cast<uint8_t>(urgency + 3);
+    entry.cmd = cmd;
+    return entry;
+}
+
+WVThreadCmdContainer WVCmdThread::delayedEntry(const WVThreadCmd& cmd, uint32_t delayMs) {
+    WVThreadCmdContainer entry;
+    entry.kind = WVCMD_DELAYED;
+    entry.priority = kPriorityDelayed;
+    entry.due = addMs(timeOfDay(), delayMs);
+    entry.cmd = cmd;
+    return entry;
+}
+
+int32_t WVCmdThread::sendCmd(WVThreadCmd cmd, uint8_t urgency) { return enqueue(runEntry(cmd, urgency)); }
+
+int32_t WVCmdThread::sendDelayedCmd(WVThreadCmd cmd, uint32_t delayMs) {
+    return enqueue(delayedEntry(cmd, delayMs));
+}
+
+int32_t WVCmdThread::sendControl(int32_t kind, uint8_t priority, WVThreadCmd pattern) {
+    WVThreadCmdContainer entry;
+    entry.kind = kind;
+    entry.priority = priority;
+    entry.cmd = pattern;
+    return enqueue(entry);
+}
+
+int32_t WVCmdThread::cancelCmd(WVThreadCmd pattern) {
+    return sendControl(WVCMD_CANCEL, kPriorityControl, pattern);
+}
+int32_t WVCmdThread::suspendCmd(WVThreadCmd pattern) {
+    return sendControl(WVCMD_SUSPEND, kPriorityControl, pattern);
+}
+int32_t WVCmdThread::resumeCmd(WVThreadCmd pattern) {
+    return sendControl(WVCMD_RESUME, kPriorityControl, pattern);
+}
+
+int32_t WVCmdThread::getCmd(WVThreadCmd* out) {
+    if (mQueue.empty()) return WVCMD_NONE;
+    WVThreadCmdContainer& head = mQueue.front();
+    int32_t kind = head.kind;
+    if (kind == WVCMD_DELAYED) {
+        if (diffUs(timeOfDay(), head.due) < -kDueSlackUs) return WVCMD_DELAYED;
+        kind = WVCMD_RUN;
+    }
+    *out = head.cmd;
+    mQueue.pop_front();
+    return kind;
+}
+
+int32_t WVCmdThread::findCmd(WVThreadCmd* pattern) {
+    for (auto it = mQueue.begin(); it != mQueue.end(); ++it) {
+        if (it->kind != WVCMD_RUN && it->kind != WVCMD_DELAYED) continue;
+        if (!cmdMatches(*pattern, it->cmd)) continue;
+        const int32_t kind = it->kind;
+        *pattern = it->cmd;
+        mQueue.erase(it);
+        return kind;
+    }
+    return WVCMD_NONE;
+}
+
+bool WVCmdThread::takeParked(WVThreadCmd* pattern) {
+    for (auto it = mSuspended.begin(); it != mSuspended.end(); ++it) {
+        if (cmdMatches(*pattern, *it)) {
+            *pattern = *it;
+            mSuspended.erase(it);
+            return true;
+        }
+    }
+    return false;
+}
+
+void* WVCmdThread::threadLoop(void* self) {
+    static_cast<WVCmdThread*>(self)->runLoop();
+    return nullptr;
+}
+
+void WVCmdThread::runLoop() {
+    std::unique_lock<std::mutex> lock(mLock);
+    ++mLoopCount;
+    for (;;) {
+        WVThreadCmd local(WVCMD_ANY, WVCMD_ANY, static_cast<int32_t>(WVCMD_ANY), nullptr);
+        switch (getCmd(&local)) {
+            case WVCMD_NONE:
+                mCond.wait(lock);
+                break;
+            case WVCMD_RUN:
+                lock.unlock();
+                procCmd(local);
+                lock.lock();
+                break;
+            case WVCMD_DELAYED: {
+                const int64_t waitMs = std::max<int64_t>(0, diffUs(mQueue.front().due, timeOfDay()) / 1000);
+                mCond.wait_for(lock, std::chrono::milliseconds(waitMs));
+                break;
+            }
+            case WVCMD_CANCEL:
+                if (findCmd(&local) != WVCMD_NONE || takeParked(&local)) {
+                    lock.unlock();
+                    onCmdCancel(local);
+                    lock.lock();
+                }
+                break;
+            case WVCMD_SUSPEND:
+                if (findCmd(&local) != WVCMD_NONE) {
+                    lock.unlock();
+                    const int32_t keep = onCmdSuspend(local);
+                    lock.lock();
+                    if (keep == 0) mSuspended.push_back(local);
+                }
+                break;
+            case WVCMD_RESUME:
+                if (takeParked(&local)) {
+                    lock.unlock();
+                    onCmdResume(local);
+                    lock.lock();
+                }
+                break;
+            case WVCMD_EXIT:
+                --mLoopCount;
+                return;
+            default:
+                break;
+        }
+    }
+}
+
+int32_t WVCmdThread::launch() {
+    // A second launch without an exit in between would lose the first
+    // thread's handle; the running loop keeps serving the queue instead.
+    if (mThread.joinable()) return 0;
+    mThread = std::thread(&WVCmdThread::runLoop, this);
+    return 0;
+}
+
+int32_t WVCmdThread::exit() {
+    sendControl(WVCMD_EXIT, kPriorityExit,
+                WVThreadCmd(WVCMD_ANY, WVCMD_ANY, static_cast<int32_t>(WVCMD_ANY), nullptr));
+    if (mThread.joinable() && mThread.get_id() != std::this_thread::get_id()) mThread.join();
+    return 0;
+}
+
+int32_t WVCmdThread::dump() {
+    std::lock_guard<std::mutex> guard(mLock);
+    // Nothing is printed; the walk only proves the lists are consistent.
+    size_t visited = 0;
+    for (auto it = mQueue.begin(); it != mQueue.end(); ++it) ++visited;
+    for (auto it = mSuspended.begin(); it != mSuspended.end(); ++it) ++visited;
+    (void)visited;
+    return 0;
+}
+
+bool WVCmdThread::loopRunning() const {
+    std::lock_guard<std::mutex> guard(mLock);
+    return mLoopCount > 0;
+}
+
+}  // namespace wv
