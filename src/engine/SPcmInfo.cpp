@@ -26,6 +26,9 @@ uint32_t SPcmInfo::frameSize() const {
 }
 
 uint32_t SPcmInfo::span(uint32_t s, uint32_t e) const {
+    // An empty or inverted range (clips are not checked when added) has no
+    // frames rather than a wrapped-around count.
+    if (s >= e) return 0;
     const uint32_t length = status.load() == PCM_READY ? frames.load() : totalFrames.load();
     if (length > e) return e - s;
     if (length > s) return length - s;
