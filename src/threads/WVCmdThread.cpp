@@ -1,6 +1,7 @@
 #include "threads/WVCmdThread.h"
 
 #include <chrono>
+#include <iterator>
 
 namespace wv {
 
@@ -32,22 +33,24 @@ void WVCmdThread::onCmdResume(WVThreadCmd&) {}
 void WVCmdThread::onCmdCancel(WVThreadCmd&) {}
 
 void WVCmdThread::enqueueLocked(const WVThreadCmdContainer& entry) {
-    auto it = mQueue.begin();
     if (entry.kind != WVCMD_DELAYED) {
-        while (it != mQueue.end() && it->kind != WVCMD_DELAYED && it->priority <= entry.priority) ++it;
+        // After every entry of the same or a smaller priority value. Bursts
+        // of equal priority append, so the scan runs from the back.
+        auto it = mQueue.end();
+        while (it != mQueue.begin() && std::prev(it)->priority > entry.priority) --it;
+        mQueue.insert(it, entry);
     } else {
-        while (it != mQueue.end() &&
-               (it->kind != WVCMD_DELAYED || diffUs(it->due, entry.due) <= kDueSlackUs)) {
-            ++it;
-        }
+        // Before the first entry due more than the slack later.
+        auto it = mDelayed.begin();
+        while (it != mDelayed.end() && diffUs(it->due, entry.due) <= kDueSlackUs) ++it;
+        mDelayed.insert(it, entry);
     }
-    mQueue.insert(it, entry);
+    if (mWaiting > 0) mCond.notify_one();
 }
 
 int32_t WVCmdThread::enqueue(const WVThreadCmdContainer& entry) {
     std::lock_guard<std::mutex> guard(mLock);
     enqueueLocked(entry);
-    mCond.notify_one();
     return 0;
 }
 
@@ -93,26 +96,29 @@ int32_t WVCmdThread::resumeCmd(WVThreadCmd pattern) {
 }
 
 int32_t WVCmdThread::getCmd(WVThreadCmd* out) {
-    if (mQueue.empty()) return WVCMD_NONE;
-    WVThreadCmdContainer& head = mQueue.front();
-    int32_t kind = head.kind;
-    if (kind == WVCMD_DELAYED) {
-        if (diffUs(timeOfDay(), head.due) < -kDueSlackUs) return WVCMD_DELAYED;
-        kind = WVCMD_RUN;
+    if (!mQueue.empty()) {
+        const int32_t kind = mQueue.front().kind;
+        *out = mQueue.front().cmd;
+        mQueue.pop_front();
+        return kind;
     }
-    *out = head.cmd;
-    mQueue.pop_front();
-    return kind;
+    if (mDelayed.empty()) return WVCMD_NONE;
+    if (diffUs(timeOfDay(), mDelayed.front().due) < -kDueSlackUs) return WVCMD_DELAYED;
+    *out = mDelayed.front().cmd;
+    mDelayed.pop_front();
+    return WVCMD_RUN;
 }
 
 int32_t WVCmdThread::findCmd(WVThreadCmd* pattern) {
-    for (auto it = mQueue.begin(); it != mQueue.end(); ++it) {
-        if (it->kind != WVCMD_RUN && it->kind != WVCMD_DELAYED) continue;
-        if (!cmdMatches(*pattern, it->cmd)) continue;
-        const int32_t kind = it->kind;
-        *pattern = it->cmd;
-        mQueue.erase(it);
-        return kind;
+    for (auto* part : {&mQueue, &mDelayed}) {
+        for (auto it = part->begin(); it != part->end(); ++it) {
+            if (it->kind != WVCMD_RUN && it->kind != WVCMD_DELAYED) continue;
+            if (!cmdMatches(*pattern, it->cmd)) continue;
+            const int32_t kind = it->kind;
+            *pattern = it->cmd;
+            part->erase(it);
+            return kind;
+        }
     }
     return WVCMD_NONE;
 }
@@ -140,7 +146,9 @@ void WVCmdThread::runLoop() {
         WVThreadCmd local(WVCMD_ANY, WVCMD_ANY, static_cast<int32_t>(WVCMD_ANY), nullptr);
         switch (getCmd(&local)) {
             case WVCMD_NONE:
+                ++mWaiting;
                 mCond.wait(lock);
+                --mWaiting;
                 break;
             case WVCMD_RUN:
                 lock.unlock();
@@ -148,8 +156,10 @@ void WVCmdThread::runLoop() {
                 lock.lock();
                 break;
             case WVCMD_DELAYED: {
-                const int64_t waitMs = std::max<int64_t>(0, diffUs(mQueue.front().due, timeOfDay()) / 1000);
+                const int64_t waitMs = std::max<int64_t>(0, diffUs(mDelayed.front().due, timeOfDay()) / 1000);
+                ++mWaiting;
                 mCond.wait_for(lock, std::chrono::milliseconds(waitMs));
+                --mWaiting;
                 break;
             }
             case WVCMD_CANCEL:
@@ -203,6 +213,7 @@ int32_t WVCmdThread::dump() {
     // Nothing is printed; the walk only proves the lists are consistent.
     size_t visited = 0;
     for (auto it = mQueue.begin(); it != mQueue.end(); ++it) ++visited;
+    for (auto it = mDelayed.begin(); it != mDelayed.end(); ++it) ++visited;
     for (auto it = mSuspended.begin(); it != mSuspended.end(); ++it) ++visited;
     (void)visited;
     return 0;

@@ -120,10 +120,14 @@ protected:
     static WVThreadCmdContainer runEntry(const WVThreadCmd& cmd, uint8_t urgency);
     static WVThreadCmdContainer delayedEntry(const WVThreadCmd& cmd, uint32_t delayMs);
 
+    // The queue in two parts: ordinary and control entries by priority, then
+    // delayed entries by due time. Together they are the service order.
     std::list<WVThreadCmdContainer> mQueue;
+    std::list<WVThreadCmdContainer> mDelayed;
     std::list<WVThreadCmd> mSuspended;
     std::thread mThread;
     int32_t mLoopCount = 0;
+    int32_t mWaiting = 0;  // loops asleep on mCond: only they need a signal
     mutable std::mutex mLock;
     std::condition_variable mCond;
 

@@ -44,6 +44,7 @@ public:
         std::lock_guard<std::mutex> guard(mLock);
         std::vector<int32_t> codes;
         for (const auto& entry : mQueue) codes.push_back(static_cast<int32_t>(entry.cmd.code));
+        for (const auto& entry : mDelayed) codes.push_back(static_cast<int32_t>(entry.cmd.code));
         return codes;
     }
     size_t parkedCount() {
