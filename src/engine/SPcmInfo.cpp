@@ -108,7 +108,8 @@ int32_t SPcmInfo::availableFrames(uint32_t& frameCount, uint32_t s, uint32_t e, 
 void SPcmInfo::release() {
     clipList.reset();
     // The file may already be gone; nothing to do about it then.
-    if (!pcmPath.empty()) std::remove(pcmPath.c_str());
+    const std::string file = pcmPath.get();
+    if (!file.empty()) std::remove(file.c_str());
     player.reset();
 }
 

@@ -13,12 +13,35 @@
 #include <atomic>
 #include <cstdint>
 #include <memory>
+#include <mutex>
 #include <string>
 
 #include "engine/PcmClipList.h"
 #include "engine/PcmTypes.h"
 
 namespace wv {
+
+// A text that one thread may set while another reads it (an output path
+// changed by the client while a worker looks at it).
+class LockedString {
+public:
+    std::string get() const {
+        std::lock_guard<std::mutex> guard(mLock);
+        return mValue;
+    }
+    void set(std::string value) {
+        std::lock_guard<std::mutex> guard(mLock);
+        mValue = std::move(value);
+    }
+    bool empty() const {
+        std::lock_guard<std::mutex> guard(mLock);
+        return mValue.empty();
+    }
+
+private:
+    mutable std::mutex mLock;
+    std::string mValue;
+};
 
 // Whatever plays an item; destroying it stops and frees the playback.
 class PcmItemPlayer {
@@ -61,12 +84,12 @@ struct SPcmInfo {
     std::atomic<int32_t> format{0};
     std::atomic<uint32_t> frames{0};       // present now; final when PCM_READY
     std::atomic<uint32_t> totalFrames{0};  // expected length; 0 when unknown
-    std::string pcmPath;                   // the item's own PCM file, or empty
+    LockedString pcmPath;                  // the item's own PCM file, or empty
     std::atomic<int32_t> encodeType{0};
     std::atomic<int32_t> bitRate{0};       // kbit/s; 0 = not set
     std::atomic<float> pitch{0.0f};
     std::atomic<int32_t> robot{0};
-    std::string path;                      // source file, or output file of a list/recording
+    LockedString path;                     // source file, or output file of a list/recording
     std::atomic<int32_t> audioSource{0};
     std::unique_ptr<PcmClipList> clipList;  // present exactly for CLIP_LIST
     std::unique_ptr<PcmItemPlayer> player;  // created the first time the item is played

@@ -8,7 +8,7 @@ using namespace wv;
 
 int32_t WavoryxPriv::loadFile(const char* path) {
     SPcmInfo* item = new SPcmInfo(ENCODED_FILE);
-    item->path = path != nullptr ? path : "";
+    item->path.set(path != nullptr ? path : "");
     item->refs[REF_CLIENT] = 1;
     item->refs[REF_DECODER] = 1;
     const pcm_id_t id = mInfoList.add(item);

@@ -13,7 +13,7 @@ int32_t WavoryxPriv::setOutputPara(uint32_t listId, const char* path, encode_typ
                                         "int32_t WavoryxPriv::setOutputPara(uint32_t, const char*, encode_type)",
                                         &result);
     if (list == nullptr) return result;
-    list->path = path != nullptr ? path : "";
+    list->path.set(path != nullptr ? path : "");
     list->encodeType = type;
     return 0;
 }

@@ -34,14 +34,14 @@ TEST(InfoList, ItemLivesUntilEveryHolderLetsGoAndTakesItsFile) {
     InfoList list;
     SPcmInfo* item = readyItem(8000, 10);
     item->refs[REF_DECODER] = 1;
-    item->pcmPath = dir.file("1.pcm");
-    wvtest::writeFile(item->pcmPath, "data", 4);
+    item->pcmPath.set(dir.file("1.pcm"));
+    wvtest::writeFile(dir.file("1.pcm"), "data", 4);
     const pcm_id_t id = list.add(item);
 
     EXPECT_EQ(list.release(id, REF_CLIENT, false), id);
     EXPECT_EQ(list.release(id, REF_CLIENT, false), id);  // nothing left to drop: no change
     EXPECT_EQ(list.get(id, REF_NONE), item);
-    EXPECT_TRUE(wvtest::fileExists(item->pcmPath));
+    EXPECT_TRUE(wvtest::fileExists(dir.file("1.pcm")));
 
     list.get(id, REF_LIST);
     list.get(id, REF_LIST);
