@@ -172,28 +172,6 @@ TEST_F(Mp3Output, OneHugeBlockEncodesLikeManySmallOnes) {
     EXPECT_LE(decoded.size() / 2, frames + kSlackFrames);
 }
 
-TEST(Mp3Encoder, FileStartsWithTagOrFirstFrame) {
-    wvtest::TempDir dir;
-    const std::string path = dir.file("start.mp3");
-    const auto pcm = wvtest::makeTones(1152, 44100, {440});
-    Mp3Encoder encoder;
-    ASSERT_EQ(encoder.openFile(path.c_str()), 0);
-    ASSERT_EQ(encoder.initEncoder(44100, 1, 96, 1), 0);
-    EXPECT_EQ(encoder.mode(), Mp3Encoder::MODE_MONO);
-    const long long tagBytes = wvtest::fileSize(path);
-    EXPECT_EQ(tagBytes, encoder.lastBytes());
-    ASSERT_EQ(encoder.encoding(pcm.data(), static_cast<int>(pcm.size() * 2)), 0);
-    ASSERT_EQ(encoder.finishEncoding(), 0);
-    EXPECT_TRUE(encoder.isFinished());
-    const auto file = wvtest::readFile(path);
-    ASSERT_GT(file.size(), static_cast<size_t>(tagBytes) + 4);
-    if (tagBytes > 0) {
-        EXPECT_EQ(std::string(file.data(), 3), "ID3");
-    }
-    EXPECT_EQ(static_cast<uint8_t>(file[tagBytes]), 0xFF);
-    EXPECT_EQ(walkFrames(file).firstOffset, tagBytes);
-}
-
 TEST(Mp3Encoder, RejectsSettingsItCannotEncode) {
     wvtest::TempDir dir;
     Mp3Encoder encoder;
