@@ -2,8 +2,6 @@
 // including when the storage fills up.
 #include "codec/WaveEncoder.h"
 
-#include <unistd.h>
-
 #include <gtest/gtest.h>
 
 #include <cstring>
