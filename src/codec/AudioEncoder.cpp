@@ -1,0 +1,30 @@
+#define WV_LOG_TAG "WavoryxPriv"
+#include "codec/AudioEncoder.h"
+
+#include "codec/Mp3Encoder.h"
+#include "codec/WaveEncoder.h"
+#include "platform/Log.h"
+
+namespace wv {
+
+AudioEncoder* AudioEncoder::createAudioEncoder(encode_type type, const char* path) {
+    AudioEncoder* encoder = nullptr;
+    switch (type) {
+        case ENCODE_WAV:
+            encoder = new WaveEncoder();
+            break;
+        case ENCODE_MP3:
+            encoder = new Mp3Encoder();
+            break;
+        default:
+            WV_LOGW("Unsupported type %d", static_cast<int>(type));
+            return nullptr;
+    }
+    if (encoder->openFile(path) != 0) {
+        delete encoder;
+        return nullptr;
+    }
+    return encoder;
+}
+
+}  // namespace wv

@@ -1,0 +1,53 @@
+// AudioEncoder: turns interleaved 16-bit PCM into an output file. Every
+// encoder is a FileWriter, so it writes its own file, inherits the writer's
+// storage-full behaviour (remainder held for one retry) and removes its file
+// when it is deleted before finishEncoding() completed it.
+//
+// Life of an encoder: createAudioEncoder() (makes it and opens the file),
+// initEncoder() once, encoding() any number of times, finishEncoding() once,
+// then delete. Callers run checkStatus() before each encoding() call.
+// An encoder belongs to one job on one thread.
+#pragma once
+
+#include <cstdint>
+
+#include <wavoryx/Wavoryx.h>
+
+#include "codec/FileWriter.h"
+
+namespace wv {
+
+class AudioEncoder : public FileWriter {
+public:
+    // Result of initEncoder() when the encoder cannot start.
+    static constexpr int INIT_FAILED = -12;
+    // Input sample format codes of initEncoder(); the engine passes 16-bit.
+    static constexpr int FORMAT_PCM_16 = 1;
+    static constexpr int FORMAT_PCM_8 = 2;
+    static constexpr int FORMAT_PCM_32 = 3;
+
+    // A WaveEncoder for ENCODE_WAV, an Mp3Encoder for ENCODE_MP3, with `path`
+    // opened. Null for any other type (logged "Unsupported type %d") or when
+    // the file cannot be created. The caller owns the result.
+    static AudioEncoder* createAudioEncoder(encode_type type, const char* path);
+
+    ~AudioEncoder() override = default;
+
+    // Prepares the encoder and writes the file's leading bytes (WAV header,
+    // MP3 tag). `sampleRate` in Hz; `bitrate` in kbit/s, used by MP3 only;
+    // `format` one of the FORMAT_ codes. 0 on success, INIT_FAILED otherwise.
+    virtual int initEncoder(uint32_t sampleRate, uint32_t channels, uint32_t bitrate,
+                            int format) = 0;
+    // Encodes `bytes` bytes of interleaved input and writes the result.
+    // Returns a FileWriter status (WRITE_OK, WRITE_STORAGE_FULL, WRITE_ERROR).
+    virtual int encoding(const int16_t* pcm, int bytes) = 0;
+    // Completes the file and marks it finished (kept). 0 when it is complete;
+    // otherwise the FileWriter status of the failed final write, and the file
+    // is removed when the encoder is deleted.
+    virtual int finishEncoding() = 0;
+
+protected:
+    AudioEncoder() : FileWriter(nullptr) {}
+};
+
+}  // namespace wv

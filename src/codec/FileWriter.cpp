@@ -1,0 +1,114 @@
+#define WV_LOG_TAG "WavoryxPriv"
+#include "codec/FileWriter.h"
+
+#include <fcntl.h>
+#include <sys/types.h>
+#include <unistd.h>
+
+#include <cerrno>
+#include <cstdio>
+#include <cstdlib>
+#include <cstring>
+
+#include "platform/Log.h"
+
+static_assert(sizeof(off_t) == 8, "the library is built with 64-bit file offsets");
+
+namespace wv {
+
+FileWriter::FileWriter(const char* path) {
+    if (path != nullptr) openFile(path);
+}
+
+FileWriter::~FileWriter() {
+    if (mFd >= 0) {
+        ::close(mFd);
+        mFd = -1;
+        WV_LOGW("delete unfinished file %s", mPath.c_str());
+        ::remove(mPath.c_str());
+    }
+    releaseHeld();
+}
+
+int FileWriter::openFile(const char* path) {
+    if (mFd >= 0) ::close(mFd);
+    mFd = -1;
+    mFinished = false;
+    // A remainder belongs to the file it was cut from.
+    releaseHeld();
+    mPath = path != nullptr ? path : "";
+    const int fd = ::open(mPath.c_str(), O_WRONLY | O_CREAT | O_TRUNC | O_CLOEXEC, 0777);
+    if (fd < 0) {
+        WV_LOGE("file %s open failed error: %s", mPath.c_str(), std::strerror(errno));
+        return OPEN_FAILED;
+    }
+    mFd = fd;
+    return 0;
+}
+
+int FileWriter::write(const void* data, uint32_t length) {
+    return writeOnce(static_cast<const uint8_t*>(data), length, false);
+}
+
+int FileWriter::checkStatus() {
+    if (mFd < 0) return WRITE_ERROR;
+    if (mHeld == nullptr) return WRITE_OK;
+    return writeOnce(mHeld, mHeldLength, true);
+}
+
+int64_t FileWriter::seek(int64_t offset) {
+    return ::lseek(mFd, static_cast<off_t>(offset), SEEK_SET);
+}
+
+void FileWriter::finishWrite() {
+    if (mFd >= 0) ::close(mFd);
+    mFd = -1;
+    mFinished = true;
+}
+
+int FileWriter::writeOnce(const uint8_t* data, uint32_t length, bool retry) {
+    ssize_t result;
+    do {
+        result = ::write(mFd, data, length);
+    } while (result < 0 && errno == EINTR);
+    if (result == static_cast<ssize_t>(length)) {
+        if (retry) releaseHeld();
+        return WRITE_OK;
+    }
+    const int error = errno;
+    WV_LOGW("pcm should write %d but write return %d", static_cast<int>(length),
+            static_cast<int>(result));
+
+    uint32_t written = 0;
+    if (result < 0) {
+        if (error != ENOSPC) {
+            WV_LOGE("write file %s failed with error %s", mPath.c_str(), std::strerror(error));
+            return WRITE_ERROR;
+        }
+    } else {
+        written = static_cast<uint32_t>(result);
+    }
+    // A retry that wrote nothing leaves the held block as it is.
+    if (retry && written == 0) return WRITE_STORAGE_FULL;
+
+    const uint32_t remainder = length - written;
+    auto* block = static_cast<uint8_t*>(std::malloc(remainder));
+    if (block == nullptr) {
+        WV_LOGE("No memory!");
+        return WRITE_ERROR;
+    }
+    // Copied before the old block goes: in a retry `data` is that block.
+    std::memcpy(block, data + written, remainder);
+    releaseHeld();
+    mHeld = block;
+    mHeldLength = remainder;
+    return WRITE_STORAGE_FULL;
+}
+
+void FileWriter::releaseHeld() {
+    std::free(mHeld);
+    mHeld = nullptr;
+    mHeldLength = 0;
+}
+
+}  // namespace wv

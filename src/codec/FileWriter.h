@@ -1,0 +1,87 @@
+// FileWriter: writes one output file (a decoded PCM file, or the WAV or MP3
+// file of an encoder) and copes with a storage that fills up.
+//
+// Contract
+// - A short write is not an error at once: the bytes that did not reach the
+//   file are copied to a heap block and held. The next checkStatus() retries
+//   them; only if that retry is short again does the caller stop the job.
+// - Callers follow one protocol: checkStatus() before every write of new
+//   data; on WRITE_OK go on, on WRITE_STORAGE_FULL stop for lack of space, on
+//   WRITE_ERROR stop as failed. So at most one remainder is ever retried and
+//   new data is never written while a remainder is held.
+// - A file that was opened but never finished (finishWrite) is closed and
+//   removed by the destructor, so a cancelled or failed job leaves no partial
+//   file behind. A finished file is kept.
+// - Offsets are 64-bit; files may exceed 2 GiB.
+// - Data is written straight from the caller's buffer; memory is allocated
+//   only for a remainder after a short write (exactly its size).
+// - One thread uses a writer; it takes no locks.
+#pragma once
+
+#include <cstdint>
+#include <string>
+
+namespace wv {
+
+class FileWriter {
+public:
+    // Results of write() and checkStatus().
+    static constexpr int WRITE_OK = 0;            // all data is in the file
+    static constexpr int WRITE_STORAGE_FULL = 1;  // a remainder is held for one retry
+    static constexpr int WRITE_ERROR = 2;         // the job must end
+    // Result of openFile() when the file cannot be created.
+    static constexpr int OPEN_FAILED = -10;
+
+    // Opens `path` when it is not null; the result of that open is not
+    // reported (callers that need it pass null and call openFile()).
+    explicit FileWriter(const char* path = nullptr);
+    virtual ~FileWriter();
+    FileWriter(const FileWriter&) = delete;
+    FileWriter& operator=(const FileWriter&) = delete;
+
+    // Closes the current file (keeping it) if one is open, drops any held
+    // remainder, then creates or truncates `path` write-only with mode 0777
+    // (before the umask). 0 on success; OPEN_FAILED, logged
+    // "file %s open failed error: %s", otherwise.
+    int openFile(const char* path);
+
+    // Writes `length` bytes with one system write. WRITE_OK when all of them
+    // reached the file; WRITE_STORAGE_FULL when the storage took only part
+    // (or none, ENOSPC) and the rest is now held; WRITE_ERROR on any other
+    // failure, including no memory for the remainder.
+    int write(const void* data, uint32_t length);
+
+    // WRITE_ERROR when no file is open (never opened, open failed, or
+    // finished); WRITE_OK when nothing is held; otherwise retries the held
+    // remainder and returns the status of that retry.
+    int checkStatus();
+
+    // Sets the file offset from the start of the file; returns the new
+    // offset, or -1 on failure.
+    int64_t seek(int64_t offset);
+
+    // Closes the file and marks it finished: it is kept by the destructor.
+    void finishWrite();
+
+    const std::string& path() const { return mPath; }
+    uint32_t heldLength() const { return mHeldLength; }
+    bool isOpen() const { return mFd >= 0; }
+    bool isFinished() const { return mFinished; }
+    // The open descriptor, or -1.
+    int fd() const { return mFd; }
+
+private:
+    // One system write of `length` bytes of `data`, which may be the held
+    // block itself. On a short write the unwritten tail replaces the held
+    // block. `retry` frees the held block once it has reached the file.
+    int writeOnce(const uint8_t* data, uint32_t length, bool retry);
+    void releaseHeld();
+
+    uint8_t* mHeld = nullptr;  // malloc'd tail of the last short write
+    uint32_t mHeldLength = 0;
+    std::string mPath;         // empty until a file is opened
+    int mFd = -1;              // -1 when no file is open
+    bool mFinished = false;    // set by finishWrite, cleared by openFile
+};
+
+}  // namespace wv

@@ -1,0 +1,63 @@
+// Mp3Encoder: an MP3 file made with LAME (libmp3lame).
+//
+// LAME is set up with the input rate and channel count, the constant bit
+// rate in kbit/s, mode 2 (dual channel, not joint stereo) for two channels
+// or mode 3 (mono) for one, and quality 5. The file starts with the ID3v2
+// tag LAME produces, if any; finishEncoding() flushes LAME's last frames.
+//
+// Encoded data goes through one owned output buffer of OUTPUT_BYTES. Each
+// encoding() call passes LAME at most MAX_FRAMES_PER_CALL frames so that
+// LAME's worst-case output (1.25 bytes per frame plus 7200) always fits;
+// larger inputs are encoded in several calls. Input is interleaved 16-bit
+// PCM; one or two channels.
+#pragma once
+
+#include <cstdint>
+
+#include "codec/AudioEncoder.h"
+
+struct lame_global_struct;
+
+namespace wv {
+
+class Mp3Encoder : public AudioEncoder {
+public:
+    static constexpr uint32_t OUTPUT_BYTES = 147456;
+    static constexpr int MAX_FRAMES_PER_CALL = 65536;
+    static constexpr int MODE_DUAL_CHANNEL = 2;
+    static constexpr int MODE_MONO = 3;
+    static constexpr int QUALITY = 5;
+
+    // Allocates the output buffer; no file is opened (see createAudioEncoder).
+    Mp3Encoder();
+    // Closes LAME; the FileWriter part removes an unfinished file.
+    ~Mp3Encoder() override;
+
+    // INIT_FAILED for a channel count other than 1 or 2, an unknown format
+    // code, parameters LAME rejects, or a failed tag write.
+    int initEncoder(uint32_t sampleRate, uint32_t channels, uint32_t bitrate,
+                    int format) override;
+    // WRITE_ERROR when LAME fails; otherwise the status of writing what it
+    // produced (no output gives WRITE_OK).
+    int encoding(const int16_t* pcm, int bytes) override;
+    // Flushes LAME and writes the last frames, then finishes the file in
+    // every case (a flush or write failure is logged) and returns 0.
+    int finishEncoding() override;
+
+    // The LAME mode chosen by initEncoder(), or -1 before.
+    int mode() const { return mMode; }
+    // Bytes of the last LAME result (tag, encoded block or flush).
+    int lastBytes() const { return mLastBytes; }
+
+private:
+    lame_global_struct* mLame = nullptr;
+    uint32_t mSampleRate = 0;
+    uint32_t mChannels = 0;
+    uint32_t mBitrate = 0;     // kbit/s
+    uint32_t mFrameBytes = 0;  // bytes of one input frame, all channels
+    int mLastBytes = 0;
+    int mMode = -1;
+    unsigned char* mOutput = nullptr;  // OUTPUT_BYTES, owned
+};
+
+}  // namespace wv

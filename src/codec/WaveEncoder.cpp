@@ -1,0 +1,69 @@
+#include "codec/WaveEncoder.h"
+
+#include <cstring>
+
+namespace wv {
+namespace {
+
+void put16(uint8_t* at, uint32_t value) {
+    at[0] = static_cast<uint8_t>(value);
+    at[1] = static_cast<uint8_t>(value >> 8);
+}
+
+void put32(uint8_t* at, uint32_t value) {
+    put16(at, value);
+    put16(at + 2, value >> 16);
+}
+
+constexpr uint32_t kBitsPerSample = 16;
+constexpr uint32_t kRiffOverhead = 36;  // header bytes after the RIFF size field, less data
+
+}  // namespace
+
+void WaveEncoder::buildHeader(uint32_t dataBytes) {
+    std::memcpy(mHeader + 0, "RIFF", 4);
+    put32(mHeader + 4, dataBytes + kRiffOverhead);
+    std::memcpy(mHeader + 8, "WAVE", 4);
+    std::memcpy(mHeader + 12, "fmt ", 4);
+    put32(mHeader + 16, 16);
+    put16(mHeader + 20, 1);
+    put16(mHeader + 22, mChannels);
+    put32(mHeader + 24, mSampleRate);
+    put32(mHeader + 28, mChannels * kBitsPerSample * mSampleRate / 8);
+    put16(mHeader + 32, mChannels * kBitsPerSample / 8);
+    put16(mHeader + 34, kBitsPerSample);
+    std::memcpy(mHeader + 36, "data", 4);
+    put32(mHeader + 40, dataBytes);
+}
+
+int WaveEncoder::initEncoder(uint32_t sampleRate, uint32_t channels, uint32_t, int) {
+    mSampleRate = sampleRate;
+    mChannels = channels;
+    mDataBytes = 0;
+    mPendingBytes = 0;
+    buildHeader(0);
+    return write(mHeader, HEADER_BYTES) == WRITE_OK ? 0 : INIT_FAILED;
+}
+
+int WaveEncoder::encoding(const int16_t* pcm, int bytes) {
+    if (bytes < 0) return WRITE_ERROR;
+    // Counted even when the write comes out short: the writer holds the rest.
+    mPendingBytes += static_cast<uint32_t>(bytes);
+    return write(pcm, static_cast<uint32_t>(bytes));
+}
+
+int WaveEncoder::finishEncoding() {
+    const int held = checkStatus();
+    if (held == WRITE_ERROR) return held;
+    // Still full: the remainder never reaches the file, so it is not counted.
+    mDataBytes += mPendingBytes - heldLength();
+    mPendingBytes = 0;
+    buildHeader(mDataBytes);
+    if (seek(0) != 0) return WRITE_ERROR;
+    const int status = write(mHeader, HEADER_BYTES);
+    if (status != WRITE_OK) return status;
+    finishWrite();
+    return 0;
+}
+
+}  // namespace wv

@@ -1,0 +1,189 @@
+// MP3 output: a real decoder gets back the length, the channels, the rate and
+// the tones that went in, and every frame carries the chosen bit rate and
+// channel mode.
+#include "codec/Mp3Encoder.h"
+
+#include <gtest/gtest.h>
+
+#include <memory>
+#include <string>
+#include <vector>
+
+#include "AudioFiles.h"
+#include "TestSupport.h"
+
+namespace {
+
+using wv::AudioEncoder;
+using wv::Mp3Encoder;
+
+struct FrameSummary {
+    int frames = 0;
+    int firstOffset = -1;
+    int bitrateKbps = -1;  // -1: differs between frames
+    int mode = -1;         // header channel-mode bits; -1: differs
+    int sampleRate = 0;
+};
+
+// Walks the MPEG audio frames of an MP3 file (after an ID3v2 tag, if any).
+FrameSummary walkFrames(const std::vector<char>& file) {
+    static const int kRates[2][3] = {{22050, 24000, 16000}, {44100, 48000, 32000}};
+    static const int kKbps[2][15] = {
+        {0, 8, 16, 24, 32, 40, 48, 56, 64, 80, 96, 112, 128, 144, 160},
+        {0, 32, 40, 48, 56, 64, 80, 96, 112, 128, 160, 192, 224, 256, 320}};
+    FrameSummary s;
+    size_t at = 0;
+    if (file.size() >= 10 && file[0] == 'I' && file[1] == 'D' && file[2] == '3') {
+        at = 10 + ((file[6] & 0x7F) << 21 | (file[7] & 0x7F) << 14 | (file[8] & 0x7F) << 7 | (file[9] & 0x7F));
+    }
+    s.firstOffset = static_cast<int>(at);
+    while (at + 4 <= file.size()) {
+        const auto b = [&](size_t i) { return static_cast<uint8_t>(file[at + i]); };
+        if (b(0) != 0xFF || (b(1) & 0xE6) != 0xE2) break;  // sync, layer III
+        const int mpeg1 = (b(1) >> 3) & 1;
+        const int kbps = kKbps[mpeg1][b(2) >> 4];
+        const int rate = kRates[mpeg1][(b(2) >> 2) & 3];
+        const int padding = (b(2) >> 1) & 1;
+        const int mode = b(3) >> 6;
+        const size_t length = (mpeg1 ? 144 : 72) * kbps * 1000 / rate + padding;
+        if (s.frames == 0) {
+            s.bitrateKbps = kbps;
+            s.mode = mode;
+            s.sampleRate = rate;
+        }
+        if (kbps != s.bitrateKbps) s.bitrateKbps = -1;
+        if (mode != s.mode) s.mode = -1;
+        ++s.frames;
+        at += length;
+    }
+    if (at != file.size()) s.frames = -s.frames;  // trailing garbage
+    return s;
+}
+
+std::unique_ptr<AudioEncoder> encodeFile(const std::string& path, uint32_t rate, uint32_t channels,
+                                         uint32_t kbps, const std::vector<int16_t>& pcm,
+                                         int blockBytes) {
+    std::unique_ptr<AudioEncoder> encoder(AudioEncoder::createAudioEncoder(ENCODE_MP3, path.c_str()));
+    if (!encoder || encoder->initEncoder(rate, channels, kbps, 1) != 0) return nullptr;
+    const auto* bytes = reinterpret_cast<const char*>(pcm.data());
+    const int total = static_cast<int>(pcm.size() * 2);
+    for (int at = 0; at < total; at += blockBytes) {
+        if (encoder->checkStatus() != 0) return nullptr;
+        const int n = std::min(blockBytes, total - at);
+        if (encoder->encoding(reinterpret_cast<const int16_t*>(bytes + at), n) != 0) return nullptr;
+    }
+    if (encoder->finishEncoding() != 0) return nullptr;
+    return encoder;
+}
+
+class Mp3Output : public ::testing::Test {
+protected:
+    void SetUp() override {
+        if (!wvtest::haveFfmpeg()) GTEST_SKIP() << "ffmpeg/ffprobe not installed";
+    }
+    wvtest::TempDir mDir;
+};
+
+// Encoder delay, padding and LAME's leading tag frame add at most this many
+// frames to the decoded length.
+constexpr size_t kSlackFrames = 3 * 1152;
+
+TEST_F(Mp3Output, StereoToneKeepsLengthChannelsAndPitch) {
+    const std::string path = mDir.file("stereo.mp3");
+    const uint32_t frames = 2 * 44100;
+    const auto pcm = wvtest::makeTones(frames, 44100, {1000, 2500});
+    auto encoder = encodeFile(path, 44100, 2, 128, pcm, 16384);
+    ASSERT_NE(encoder, nullptr);
+    EXPECT_EQ(static_cast<Mp3Encoder*>(encoder.get())->mode(), Mp3Encoder::MODE_DUAL_CHANNEL);
+    encoder.reset();
+
+    wvtest::StreamInfo info;
+    ASSERT_TRUE(wvtest::probeAudio(path, &info));
+    EXPECT_EQ(info.codec, "mp3");
+    EXPECT_EQ(info.sampleRate, 44100);
+    EXPECT_EQ(info.channels, 2);
+    EXPECT_EQ(info.bitRate, 128000);
+
+    std::vector<int16_t> decoded;
+    ASSERT_TRUE(wvtest::decodeToPcm16(path, mDir.path(), &decoded));
+    const size_t decodedFrames = decoded.size() / 2;
+    EXPECT_GE(decodedFrames, frames);
+    EXPECT_LE(decodedFrames, frames + kSlackFrames);
+
+    // Left stays at 1 kHz and right at 2.5 kHz: the channels are neither
+    // swapped nor mixed.
+    const size_t from = 22050, count = 44100;
+    const double left1k = wvtest::tonePower(decoded, 2, 0, from, count, 44100, 1000);
+    const double left25 = wvtest::tonePower(decoded, 2, 0, from, count, 44100, 2500);
+    const double right1k = wvtest::tonePower(decoded, 2, 1, from, count, 44100, 1000);
+    const double right25 = wvtest::tonePower(decoded, 2, 1, from, count, 44100, 2500);
+    EXPECT_GT(left1k, 0.01);  // a 0.5 full-scale sine gives about 0.0625
+    EXPECT_GT(right25, 0.01);
+    EXPECT_GT(left1k, 1000 * left25);
+    EXPECT_GT(right25, 1000 * right1k);
+}
+
+TEST_F(Mp3Output, EveryFrameCarriesTheBitRateAndChannelMode) {
+    // Bit rates at which LAME keeps the input rate (below them it picks a
+    // lower output rate of its own).
+    struct Case {
+        uint32_t rate, channels, kbps;
+        int headerMode;  // 2 dual channel, 3 mono
+    };
+    for (const Case& c : {Case{44100, 2, 320, 2}, Case{44100, 2, 160, 2}, Case{44100, 1, 128, 3},
+                          Case{22050, 1, 32, 3}, Case{48000, 2, 192, 2}}) {
+        SCOPED_TRACE(std::to_string(c.rate) + " Hz, " + std::to_string(c.channels) + " ch, " +
+                     std::to_string(c.kbps) + " kbit/s");
+        const std::string path = mDir.file("cbr.mp3");
+        const uint32_t frames = c.rate * 3 / 2;
+        std::vector<double> tones(c.channels, 440.0);
+        const auto pcm = wvtest::makeTones(frames, c.rate, tones);
+        ASSERT_NE(encodeFile(path, c.rate, c.channels, c.kbps, pcm, 4096 * 2 * c.channels), nullptr);
+
+        const auto file = wvtest::readFile(path);
+        const FrameSummary s = walkFrames(file);
+        EXPECT_GT(s.frames, 0) << "frames do not tile the file";
+        EXPECT_EQ(s.bitrateKbps, static_cast<int>(c.kbps));
+        EXPECT_EQ(s.mode, c.headerMode);
+        EXPECT_EQ(s.sampleRate, static_cast<int>(c.rate));
+
+        wvtest::StreamInfo info;
+        ASSERT_TRUE(wvtest::probeAudio(path, &info));
+        EXPECT_EQ(info.channels, static_cast<int>(c.channels));
+        std::vector<int16_t> decoded;
+        ASSERT_TRUE(wvtest::decodeToPcm16(path, mDir.path(), &decoded));
+        EXPECT_GE(decoded.size() / c.channels, frames);
+        EXPECT_LE(decoded.size() / c.channels, frames + kSlackFrames);
+    }
+}
+
+TEST_F(Mp3Output, OneHugeBlockEncodesLikeManySmallOnes) {
+    // Far more than one pass of LAME may take into the fixed output buffer.
+    const uint32_t frames = 200000;
+    const auto pcm = wvtest::makeTones(frames, 44100, {700, 700});
+    const std::string big = mDir.file("big.mp3"), small = mDir.file("small.mp3");
+    ASSERT_NE(encodeFile(big, 44100, 2, 320, pcm, static_cast<int>(pcm.size() * 2)), nullptr);
+    ASSERT_NE(encodeFile(small, 44100, 2, 320, pcm, 16384), nullptr);
+    // Same input, same CBR stream.
+    EXPECT_EQ(wvtest::readFile(big), wvtest::readFile(small));
+    std::vector<int16_t> decoded;
+    ASSERT_TRUE(wvtest::decodeToPcm16(big, mDir.path(), &decoded));
+    EXPECT_GE(decoded.size() / 2, frames);
+    EXPECT_LE(decoded.size() / 2, frames + kSlackFrames);
+}
+
+TEST(Mp3Encoder, RejectsSettingsItCannotEncode) {
+    wvtest::TempDir dir;
+    Mp3Encoder encoder;
+    ASSERT_EQ(encoder.openFile(dir.file("bad.mp3").c_str()), 0);
+    EXPECT_EQ(encoder.initEncoder(44100, 3, 128, 1), AudioEncoder::INIT_FAILED);
+    EXPECT_EQ(encoder.initEncoder(44100, 0, 128, 1), AudioEncoder::INIT_FAILED);
+    EXPECT_EQ(encoder.initEncoder(44100, 2, 128, 9), AudioEncoder::INIT_FAILED);
+    // Without a started LAME there is nothing to encode into.
+    EXPECT_EQ(encoder.encoding(nullptr, 0), wv::FileWriter::WRITE_ERROR);
+    // A failed start does not spoil a correct one.
+    EXPECT_EQ(encoder.initEncoder(44100, 2, 128, 1), 0);
+    EXPECT_EQ(encoder.encoding(nullptr, 0), wv::FileWriter::WRITE_OK);
+}
+
+}  // namespace

@@ -1,0 +1,98 @@
+#include "AudioFiles.h"
+
+#include <cmath>
+#include <cstdio>
+#include <cstdlib>
+#include <cstring>
+
+#include "TestSupport.h"
+
+namespace wvtest {
+namespace {
+
+// Single quotes for the shell; test paths never contain one.
+std::string quoted(const std::string& text) { return "'" + text + "'"; }
+
+bool runCapture(const std::string& command, std::string* output) {
+    FILE* pipe = ::popen(command.c_str(), "r");
+    if (pipe == nullptr) return false;
+    char buffer[512];
+    size_t n;
+    while ((n = std::fread(buffer, 1, sizeof buffer, pipe)) > 0) output->append(buffer, n);
+    return ::pclose(pipe) == 0;
+}
+
+}  // namespace
+
+std::vector<int16_t> makeTones(uint32_t frames, uint32_t sampleRate,
+                               const std::vector<double>& frequencies, double amplitude) {
+    const size_t channels = frequencies.size();
+    std::vector<int16_t> pcm(static_cast<size_t>(frames) * channels);
+    for (uint32_t i = 0; i < frames; ++i) {
+        for (size_t c = 0; c < channels; ++c) {
+            const double phase = 2.0 * M_PI * frequencies[c] * i / sampleRate;
+            pcm[i * channels + c] = static_cast<int16_t>(std::lround(32767.0 * amplitude * std::sin(phase)));
+        }
+    }
+    return pcm;
+}
+
+double tonePower(const std::vector<int16_t>& pcm, uint32_t channels, uint32_t channel,
+                 size_t first, size_t count, uint32_t sampleRate, double frequency) {
+    const double coeff = 2.0 * std::cos(2.0 * M_PI * frequency / sampleRate);
+    double s1 = 0.0, s2 = 0.0;
+    for (size_t i = first; i < first + count && (i * channels + channel) < pcm.size(); ++i) {
+        const double s0 = pcm[i * channels + channel] / 32768.0 + coeff * s1 - s2;
+        s2 = s1;
+        s1 = s0;
+    }
+    const double power = s1 * s1 + s2 * s2 - coeff * s1 * s2;
+    return count > 0 ? power / (static_cast<double>(count) * count) : 0.0;
+}
+
+bool haveFfmpeg() {
+    return std::system("ffmpeg -version >/dev/null 2>&1") == 0 &&
+           std::system("ffprobe -version >/dev/null 2>&1") == 0;
+}
+
+bool probeAudio(const std::string& path, StreamInfo* info) {
+    std::string output;
+    const std::string command =
+        "ffprobe -v error -select_streams a:0 "
+        "-show_entries stream=codec_name,sample_rate,channels,bit_rate -of default=nw=1 " +
+        quoted(path);
+    if (!runCapture(command, &output)) return false;
+    *info = StreamInfo();
+    size_t start = 0;
+    while (start < output.size()) {
+        size_t end = output.find('\n', start);
+        if (end == std::string::npos) end = output.size();
+        const std::string line = output.substr(start, end - start);
+        const size_t eq = line.find('=');
+        if (eq != std::string::npos) {
+            const std::string key = line.substr(0, eq);
+            const std::string value = line.substr(eq + 1);
+            if (key == "sample_rate") info->sampleRate = std::atoi(value.c_str());
+            if (key == "channels") info->channels = std::atoi(value.c_str());
+            if (key == "bit_rate") info->bitRate = std::atol(value.c_str());
+            if (key == "codec_name") info->codec = value;
+        }
+        start = end + 1;
+    }
+    return info->sampleRate > 0 && info->channels > 0;
+}
+
+bool decodeToPcm16(const std::string& path, const std::string& scratchDir,
+                   std::vector<int16_t>* pcm) {
+    const std::string raw = scratchDir + "/decoded.s16le";
+    const std::string command = "ffmpeg -v error -nostdin -y -i " + quoted(path) +
+                                " -f s16le -acodec pcm_s16le " + quoted(raw);
+    if (std::system(command.c_str()) != 0) return false;
+    const std::vector<char> bytes = readFile(raw);
+    std::remove(raw.c_str());
+    pcm->assign(bytes.size() / 2, 0);
+    std::memcpy(pcm->data(), bytes.data(), pcm->size() * 2);
+    return true;
+}
+
+}  // namespace wvtest
