@@ -29,6 +29,10 @@ WavoryxPriv::~WavoryxPriv() {
     mEncoder->exit();
     mRecorder->exit();
     mDaemon->exit();
+    // Jobs whose next step will never run still own their contexts.
+    mDecoder->discardAll();
+    mEncoder->discardAll();
+    mRecorder->discardAll();
     mDecoder.reset();
     mCallbackThread.reset();
     mEncoder.reset();

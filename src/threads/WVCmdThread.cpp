@@ -31,6 +31,23 @@ void WVCmdThread::procCmd(WVThreadCmd&) {}
 int32_t WVCmdThread::onCmdSuspend(WVThreadCmd&) { return 0; }
 void WVCmdThread::onCmdResume(WVThreadCmd&) {}
 void WVCmdThread::onCmdCancel(WVThreadCmd&) {}
+void WVCmdThread::onCmdDiscard(WVThreadCmd&) {}
+
+int32_t WVCmdThread::discardAll() {
+    std::list<WVThreadCmd> dropped;
+    {
+        std::lock_guard<std::mutex> guard(mLock);
+        for (auto* part : {&mQueue, &mDelayed}) {
+            for (const auto& entry : *part) {
+                if (entry.kind == WVCMD_RUN || entry.kind == WVCMD_DELAYED) dropped.push_back(entry.cmd);
+            }
+            part->clear();
+        }
+        dropped.splice(dropped.end(), mSuspended);
+    }
+    for (WVThreadCmd& cmd : dropped) onCmdDiscard(cmd);
+    return 0;
+}
 
 void WVCmdThread::enqueueLocked(const WVThreadCmdContainer& entry) {
     if (entry.kind != WVCMD_DELAYED) {

@@ -91,6 +91,10 @@ public:
     // launch(), joins that thread: the command in progress finishes, queued
     // and parked commands are never executed. Returns 0.
     int32_t exit();
+    // Empties the queue and the parked list, handing each command to
+    // onCmdDiscard on the calling thread. The owner calls it after exit(),
+    // so that a job whose next command will never run frees its context.
+    int32_t discardAll();
     // The loop; runs on the calling thread until it takes an exit request.
     static void* threadLoop(void* self);
     // Visits the queue under the lock; produces no output.
@@ -110,6 +114,9 @@ protected:
     // A command just taken from the queue or the parked list by a cancel
     // request: end its job (free data, tell the client, drop references).
     virtual void onCmdCancel(WVThreadCmd& cmd);
+    // A command dropped by discardAll: free what its job owns, without
+    // telling the client. Default: nothing.
+    virtual void onCmdDiscard(WVThreadCmd& cmd);
 
     // Queue primitives, with mLock held by the caller.
     void enqueueLocked(const WVThreadCmdContainer& entry);

@@ -83,6 +83,7 @@ protected:
         if (resumeReposts) sendCmd(cmd, 7);
     }
     void onCmdCancel(WVThreadCmd& cmd) override { note("cancel", cmd); }
+    void onCmdDiscard(WVThreadCmd& cmd) override { note("discard", cmd); }
 
 private:
     void note(const char* hook, const WVThreadCmd& cmd) {
@@ -205,6 +206,11 @@ TEST(WVCmdThread, ExitFinishesTheCurrentCommandAndDiscardsTheRest) {
     EXPECT_EQ(thread.log(), (std::vector<std::string>{"run:99/0"}));
     EXPECT_EQ(thread.queuedCodes().size(), 100u);
     EXPECT_FALSE(thread.loopRunning());
+    // The owner can still let the dropped jobs free what they hold.
+    thread.discardAll();
+    EXPECT_EQ(thread.log().size(), 101u);
+    EXPECT_EQ(thread.log().back(), "discard:5/0");
+    EXPECT_TRUE(thread.queuedCodes().empty());
 }
 
 TEST(WVCmdThread, LoopOnALentThreadReturnsAfterExitAndCanRunAgain) {
