@@ -12,10 +12,6 @@ namespace {
 constexpr double kPi = M_PI;
 constexpr float kInt16ToFloat = 3.0517578e-5f;  // 1 / 32768
 
-double hann(long k, long frameSize) {
-    return -0.5 * std::cos(2.0 * kPi * double(k) / double(frameSize)) + 0.5;
-}
-
 int16_t toSample(float v) {
     if (v > 1.0f) {
         v = 1.0f;
@@ -52,6 +48,10 @@ void PhaseVocoder::startStream(long frameSize, long osamp) {
     mStepSize = frameSize / osamp;
     mFifoLatency = frameSize - mStepSize;
     mRover = mFifoLatency;
+    // The same Hann window shapes analysis and overlap-add of every frame.
+    for (long k = 0; k < frameSize; ++k) {
+        mWindow[k] = -0.5 * std::cos(2.0 * kPi * double(k) / double(frameSize)) + 0.5;
+    }
 }
 
 void PhaseVocoder::process(float pitchShift, long count, long frameSize, long osamp,
@@ -73,7 +73,7 @@ void PhaseVocoder::processFrame(float pitchShift, float sampleRate) {
     const double expected = 2.0 * kPi * double(mStepSize) / double(mFrameSize);
 
     for (long k = 0; k < mFrameSize; ++k) {
-        mFftWorkspace[2 * k] = float(mInputFifo[k] * hann(k, mFrameSize));
+        mFftWorkspace[2 * k] = float(mInputFifo[k] * mWindow[k]);
         mFftWorkspace[2 * k + 1] = 0.0f;
     }
     smbFft(mFftWorkspace, mFrameSize, -1);
@@ -150,7 +150,7 @@ void PhaseVocoder::overlapAdd() {
     const double scale = double(mFrameSize / 2) * double(mOsamp);
     for (long k = 0; k < mFrameSize; ++k) {
         mOutputAccum[k] =
-            float(mOutputAccum[k] + 2.0 * hann(k, mFrameSize) * mFftWorkspace[2 * k] / scale);
+            float(mOutputAccum[k] + 2.0 * mWindow[k] * mFftWorkspace[2 * k] / scale);
     }
     std::memcpy(mOutputFifo, mOutputAccum, sizeof(float) * size_t(mStepSize));
     std::memmove(mOutputAccum, mOutputAccum + mStepSize, sizeof(float) * size_t(mFrameSize));

@@ -10,14 +10,13 @@
 // n + frameSize (1024 samples at a frame size of 1024): the input FIFO holds
 // frameSize - frameSize/osamp samples (768 at 1024 with overlap 4) before a
 // frame is analysed, and the overlap-add releases each step of output only
-// one step later. The often quoted figure of frameSize - frameSize/osamp is
-// the FIFO's share alone.
+// one step later; frameSize - frameSize/osamp is the FIFO's share alone.
 //
 // Gain: at a pitchShift of 1 the Hann window applied twice makes the overall
 // gain 3/8 * osamp (1.5 at overlap 4; flat over time from overlap 3 up).
 // Output beyond full scale is clamped to +-32767.
 //
-// Memory: about 352 KiB of fixed arrays inside the object, no allocation.
+// Memory: about 416 KiB of fixed arrays inside the object, no allocation.
 // One object serves one stream on one thread at a time.
 #pragma once
 
@@ -64,6 +63,7 @@ private:
     float mAnalysisMagn[kMaxFrameSize] = {};
     float mSynthesisFreq[kMaxFrameSize] = {};
     float mSynthesisMagn[kMaxFrameSize] = {};
+    double mWindow[kMaxFrameSize] = {};  // Hann window of the current frame size
     long mRover = 0;      // write position in mInputFifo
     long mFrameSize = 0;  // parameters of the current stream; 0 before the first
     long mOsamp = 0;

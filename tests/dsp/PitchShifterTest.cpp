@@ -1,0 +1,226 @@
+#include <wavoryx/dsp.h>
+#include <wavoryx/platform.h>
+
+#include <gtest/gtest.h>
+
+#include <cmath>
+#include <complex>
+#include <cstdint>
+#include <memory>
+#include <iterator>
+#include <random>
+#include <vector>
+
+#include "TestSupport.h"
+#include "dsp/PhaseVocoder.h"
+
+namespace {
+
+constexpr float kRate = 44100.0f;
+
+using Samples = std::vector<int16_t>;
+
+Samples tone(double hz, size_t count, double amplitude = 8000.0) {
+    Samples out(count);
+    for (size_t n = 0; n < count; ++n) {
+        out[n] = int16_t(amplitude * std::sin(2.0 * M_PI * hz * double(n) / kRate));
+    }
+    return out;
+}
+
+Samples noise(size_t count, unsigned seed, int amplitude = 6000) {
+    std::mt19937 gen(seed);
+    std::uniform_int_distribution<int> dist(-amplitude, amplitude);
+    Samples out(count);
+    for (auto& s : out) s = int16_t(dist(gen));
+    return out;
+}
+
+// The exported shifter's state is process-wide; a call with other frame
+// parameters is what starts a fresh stream, so switch away and back.
+void restartExportedStream() { smbPitchShift(1.0f, 0, 2, 1, kRate, nullptr, nullptr); }
+
+Samples shiftExported(float ratio, const Samples& in, long frameSize, long osamp) {
+    Samples out(in.size());
+    smbPitchShift(ratio, long(in.size()), frameSize, osamp, kRate,
+                  const_cast<int16_t*>(in.data()), out.data());
+    return out;
+}
+
+Samples shiftFresh(float ratio, const Samples& in, long frameSize, long osamp) {
+    auto vocoder = std::make_unique<wv::PhaseVocoder>();
+    Samples out(in.size());
+    vocoder->process(ratio, long(in.size()), frameSize, osamp, kRate, in.data(), out.data());
+    return out;
+}
+
+// Frequency (1 Hz resolution, 40 ... 4000 Hz) with the most energy in
+// `count` samples of `x` from `from`, Hann-windowed.
+double dominantFrequency(const Samples& x, size_t from, size_t count) {
+    std::vector<double> windowed(count);
+    for (size_t n = 0; n < count; ++n) {
+        windowed[n] = (0.5 - 0.5 * std::cos(2.0 * M_PI * double(n) / double(count))) * x[from + n];
+    }
+    auto power = [&](double hz) {
+        const std::complex<double> step = std::polar(1.0, -2.0 * M_PI * hz / kRate);
+        std::complex<double> rotor = 1.0;
+        std::complex<double> sum = 0.0;
+        for (double v : windowed) {
+            sum += v * rotor;
+            rotor *= step;
+        }
+        return std::norm(sum);
+    };
+    double bestHz = 0.0;
+    double bestPower = -1.0;
+    for (double hz = 40.0; hz <= 4000.0; hz += 1.0) {
+        const double p = power(hz);
+        if (p > bestPower) {
+            bestPower = p;
+            bestHz = hz;
+        }
+    }
+    return bestHz;
+}
+
+double rms(const Samples& x, size_t from, size_t count) {
+    double sum = 0.0;
+    for (size_t n = from; n < from + count; ++n) sum += double(x[n]) * x[n];
+    return std::sqrt(sum / double(count));
+}
+
+TEST(PitchShifter, FreshStreamIsSilentForOneHopAndLagsAWholeFrame) {
+    restartExportedStream();
+    const Samples in = noise(16384, 11);
+    const Samples out = shiftExported(1.0f, in, 1024, 4);
+    for (size_t n = 0; n < 256; ++n) ASSERT_EQ(out[n], 0) << n;
+
+    size_t bestLag = 0;
+    double bestCorr = 0.0;
+    for (size_t lag = 0; lag < 2048; ++lag) {
+        double corr = 0.0;
+        for (size_t n = 4096; n < 12288; ++n) corr += double(out[n]) * in[n - lag];
+        if (corr > bestCorr) {
+            bestCorr = corr;
+            bestLag = lag;
+        }
+    }
+    EXPECT_EQ(bestLag, 1024u);
+    // At unit shift the output is the input a frame later, with the Hann
+    // overlap-add gain of 1.5 at overlap 4.
+    double err = 0.0;
+    for (size_t n = 4096; n < 12288; ++n) err = std::max(err, std::fabs(out[n] - 1.5 * in[n - 1024]));
+    EXPECT_LT(err, 1000.0);
+    EXPECT_NEAR(rms(out, 4096, 8192) / rms(in, 3072, 8192), 1.5, 0.05);
+}
+
+TEST(PitchShifter, ShiftsAToneByTheRatioWithinOneBin) {
+    const double binHz = kRate / 1024.0;
+    const Samples in = tone(440.0, 16384);
+    struct Case {
+        float ratio;
+        double expectedHz;
+    };
+    for (const Case c : {Case{2.0f, 880.0}, Case{0.5f, 220.0}, Case{1.0f, 440.0}}) {
+        const Samples out = shiftFresh(c.ratio, in, 1024, 4);
+        EXPECT_NEAR(dominantFrequency(out, 4096, 8192), c.expectedHz, binHz) << c.ratio;
+        EXPECT_GT(rms(out, 4096, 8192), 0.5 * rms(in, 4096, 8192)) << c.ratio;
+    }
+    const Samples wide = shiftFresh(2.0f, in, 2048, 4);
+    EXPECT_NEAR(dominantFrequency(wide, 4096, 8192), 880.0, kRate / 2048.0);
+}
+
+TEST(PitchShifter, ComponentsShiftedAboveNyquistAreDropped) {
+    const Samples in = tone(15000.0, 8192);
+    const Samples out = shiftFresh(2.0f, in, 1024, 4);
+    EXPECT_LT(rms(out, 2048, 6144), 0.01 * rms(in, 2048, 6144));
+}
+
+TEST(PitchShifter, FullScaleEntersAsMinusOneAndOverflowClampsAt32767) {
+    auto vocoder = std::make_unique<wv::PhaseVocoder>();
+    int16_t in = -32768;
+    int16_t out = 1;
+    vocoder->process(1.0f, 1, 1024, 4, kRate, &in, &out);
+    EXPECT_EQ(vocoder->inputFifo()[768], -1.0f);
+    EXPECT_EQ(vocoder->rover(), 769);
+
+    // A slow full-scale square wave comes out 1.5 times too loud.
+    Samples square(12000);
+    for (size_t n = 0; n < square.size(); ++n) square[n] = (n / 1500) % 2 ? -32768 : 32767;
+    const Samples shifted = shiftFresh(1.0f, square, 1024, 4);
+    for (size_t n = 2048; n < square.size(); ++n) {
+        const size_t phase = (n - 1024) % 1500;
+        if (phase < 300 || phase > 1200) continue;  // away from the edges' ringing
+        ASSERT_EQ(shifted[n], square[n - 1024] > 0 ? 32767 : -32767) << n;
+    }
+}
+
+TEST(PitchShifter, CallSizesAndInPlaceUseDoNotChangeTheStream) {
+    const Samples in = noise(10000, 5);
+    const Samples whole = shiftFresh(0.75f, in, 512, 8);
+
+    auto vocoder = std::make_unique<wv::PhaseVocoder>();
+    Samples pieces = in;  // processed in place
+    const long sizes[] = {1, 63, 64, 65, 0, 700, 3};
+    size_t done = 0;
+    for (size_t i = 0; done < in.size(); ++i) {
+        const long n = std::min<long>(sizes[i % 7], long(in.size() - done));
+        vocoder->process(0.75f, n, 512, 8, kRate, pieces.data() + done, pieces.data() + done);
+        done += size_t(n);
+    }
+    EXPECT_EQ(pieces, whole);
+
+    restartExportedStream();
+    EXPECT_EQ(shiftExported(0.75f, in, 512, 8), whole);
+}
+
+TEST(PitchShifter, UnusableArgumentsWriteSilenceAndLeaveTheStreamAlone) {
+    wvtest::LogCapture log;
+    const Samples in = noise(6000, 9);
+    const Samples expected = shiftFresh(1.5f, in, 1024, 4);
+
+    restartExportedStream();
+    Samples out(in.size());
+    smbPitchShift(1.5f, 2500, 1024, 4, kRate, const_cast<int16_t*>(in.data()), out.data());
+    struct Bad {
+        long frameSize;
+        long osamp;
+        float rate;
+        float ratio;
+    };
+    const Bad bad[] = {{1000, 4, kRate, 1.5f},  {16384, 4, kRate, 1.5f}, {1, 1, kRate, 1.5f},
+                       {0, 1, kRate, 1.5f},     {-1024, 4, kRate, 1.5f}, {1024, 3, kRate, 1.5f},
+                       {1024, 0, kRate, 1.5f},  {1024, -4, kRate, 1.5f}, {1024, 2048, kRate, 1.5f},
+                       {1024, 4, 0.0f, 1.5f},   {1024, 4, NAN, 1.5f},    {1024, 4, kRate, NAN}};
+    for (const Bad& b : bad) {
+        Samples junk(300, 0x5555);
+        smbPitchShift(b.ratio, long(junk.size()), b.frameSize, b.osamp, b.rate,
+                      const_cast<int16_t*>(in.data()), junk.data());
+        EXPECT_EQ(junk, Samples(300, 0)) << b.frameSize << "/" << b.osamp;
+    }
+    size_t errors = 0;
+    for (const auto& line : log.lines()) {
+        errors += line.priority == WAVORYX_LOG_ERROR &&
+                  line.message.rfind("smbPitchShift: unusable arguments", 0) == 0;
+    }
+    EXPECT_EQ(errors, std::size(bad));
+
+    smbPitchShift(1.5f, long(in.size()) - 2500, 1024, 4, kRate,
+                  const_cast<int16_t*>(in.data()) + 2500, out.data() + 2500);
+    EXPECT_EQ(out, expected);
+}
+
+TEST(PitchShifter, NewFrameParametersStartANewStream) {
+    const Samples first = noise(3000, 21);
+    const Samples second = noise(5000, 22);
+
+    restartExportedStream();
+    shiftExported(1.0f, first, 1024, 4);
+    EXPECT_EQ(shiftExported(2.0f, second, 2048, 4), shiftFresh(2.0f, second, 2048, 4));
+    EXPECT_EQ(shiftExported(2.0f, second, 2048, 8), shiftFresh(2.0f, second, 2048, 8));
+    EXPECT_EQ(shiftExported(0.5f, first, 1024, 4), shiftFresh(0.5f, first, 1024, 4));
+    // Same parameters continue the stream instead.
+    EXPECT_NE(shiftExported(0.5f, first, 1024, 4), shiftFresh(0.5f, first, 1024, 4));
+}
+
+}  // namespace
