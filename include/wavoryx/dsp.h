@@ -40,13 +40,30 @@ WAVORYX_API uint32_t Pcm16toWaveform8(int16_t* pcm, uint32_t bytes, uint8_t* out
  *
  * Shifts `numSampsToProcess` samples from indata into outdata (which may be
  * the same buffer) by the frequency ratio pitchShift (0.5 an octave down, 2.0
- * an octave up). fftFrameSize is a power of two from 2 to 8192; osamp, the
- * overlap factor, divides it. Output is clamped to +-32767.
+ * an octave up; components moved above half the sample rate are dropped).
+ * fftFrameSize is a power of two from 2 to 8192; osamp, the overlap factor,
+ * is at least 1 and divides it (frames start every fftFrameSize / osamp
+ * samples); sampleRate is in Hz. Output is clamped to +-32767.
  *
- * The state is process-wide (static storage, about 352 KiB): one stream at a
- * time is served, and consecutive calls continue that stream. A call with
- * another fftFrameSize or osamp than the previous call starts a new stream.
- * Frame parameters out of range log an error and write silence. */
+ * Lag: the output lags the input by one whole frame, fftFrameSize samples
+ * (1024 at a frame size of 1024 with overlap 4), not
+ * fftFrameSize - fftFrameSize/osamp (768 there): that is only the input
+ * FIFO's share, and the overlap-add releases each hop of fftFrameSize/osamp
+ * samples one hop later. The first fftFrameSize/osamp outputs of a stream
+ * are 0.
+ * At a ratio of 1 the output is the input times 3/8 x osamp (1.5 at overlap
+ * 4), so loud input clips.
+ *
+ * State: process-wide (static storage, about 416 KiB), so one stream at a
+ * time is served; consecutive calls continue that stream whatever their
+ * sizes. The first call, and every call with another fftFrameSize or osamp
+ * than the previous one, clears the state and starts a new stream. Calls from
+ * several threads are serialised, but they still share the one stream.
+ *
+ * Misuse: frame parameters out of range, a sample rate that is not positive,
+ * a pitchShift that is not a finite number, or a missing input buffer log an
+ * error and write numSampsToProcess zero samples to outdata; the stream's
+ * state is left as it was. */
 WAVORYX_API void smbPitchShift(float pitchShift, long numSampsToProcess, long fftFrameSize,
                                long osamp, float sampleRate, void* indata, void* outdata);
 /* In-place complex FFT of fftFrameSize interleaved (re, im) float pairs:
