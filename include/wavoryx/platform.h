@@ -9,8 +9,11 @@
  *                       comment), read at the first property look-up.
  *   WAVORYX_AUDIO_OUT   where playback goes, as for wavoryx_set_audio_output
  *                       (default auto); read when an output is opened.
- *   WAVORYX_DEVICE_PACE a positive number N: the null and file: outputs run
- *                       N times faster than real time (default 1).
+ *   WAVORYX_AUDIO_IN    where recording comes from, as for
+ *                       wavoryx_set_audio_input (default auto).
+ *   WAVORYX_DEVICE_PACE a positive number N: the null and file: outputs and
+ *                       the silence and tone: inputs run N times faster than
+ *                       real time (default 1).
  */
 #ifndef WAVORYX_PLATFORM_H
 #define WAVORYX_PLATFORM_H
@@ -49,6 +52,14 @@ WAVORYX_API int wavoryx_set_property(const char* key, const char* value);
  *   "auto"       "device" when one can be opened, else "null"
  * Returns 0, or -1 for any other text. */
 WAVORYX_API int wavoryx_set_audio_output(const char* spec);
+/* Chooses where audio inputs opened from now on capture from, overriding
+ * WAVORYX_AUDIO_IN; NULL goes back to the environment. One of:
+ *   "device"   the system's default input device
+ *   "silence"  zeros, paced by a clock as a device would be
+ *   "tone:HZ"  a sine of HZ hertz at half of full scale, paced likewise
+ *   "auto"     "device" when one can be opened, else "silence"
+ * Returns 0, or -1 for any other text. */
+WAVORYX_API int wavoryx_set_audio_input(const char* spec);
 
 #ifdef __cplusplus
 }

@@ -83,7 +83,7 @@ void AudioOutput::open(std::unique_ptr<AudioOutputDevice> device, bool selected,
     }
     mNotificationFrames = notificationFrames;
     mScratch.resize(size_t(mNotificationFrames) * mChannels);
-    mQueue.reset(new OutputFrameQueue(mFrameCount, mChannels));
+    mQueue.reset(new FrameQueue(mFrameCount, mChannels));
     mDevice = std::move(device);
     WV_LOGV("opened on %s: %u Hz, %u channels, %zu frames", mDevice->name(), mOpenRate,
             mChannels, mFrameCount);

@@ -39,7 +39,7 @@
 
 #include "dsp/AudioResampler.h"
 #include "platform/audio/AudioOutputDevice.h"
-#include "platform/audio/OutputFrameQueue.h"
+#include "platform/audio/FrameQueue.h"
 
 namespace wv {
 
@@ -128,7 +128,7 @@ private:
     State mState = STOPPED;
     bool mExiting = false;
     uint32_t mRate;
-    std::unique_ptr<OutputFrameQueue> mQueue;
+    std::unique_ptr<FrameQueue> mQueue;
     std::unique_ptr<AudioResampler> mResampler;  // fixed-rate devices only
     int64_t mClockRemainder = 0;                 // frame-microseconds not yet played
     uint64_t mHandedOut = 0;

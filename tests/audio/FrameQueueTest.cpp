@@ -1,4 +1,4 @@
-#include "platform/audio/OutputFrameQueue.h"
+#include "platform/audio/FrameQueue.h"
 
 #include <gtest/gtest.h>
 
@@ -6,7 +6,7 @@
 
 namespace {
 
-using wv::OutputFrameQueue;
+using wv::FrameQueue;
 
 std::vector<int16_t> frames(int16_t first, size_t count) {
     std::vector<int16_t> out;
@@ -17,8 +17,8 @@ std::vector<int16_t> frames(int16_t first, size_t count) {
     return out;
 }
 
-TEST(OutputFrameQueue, LendsContiguousPiecesAcrossTheWrap) {
-    OutputFrameQueue queue(5, 2);
+TEST(FrameQueue, LendsContiguousPiecesAcrossTheWrap) {
+    FrameQueue queue(5, 2);
     EXPECT_EQ(queue.write(frames(0, 4).data(), 4), 4u);
     EXPECT_EQ(queue.discard(3), 3u);
     // Frames 3, 10, 11, 12 with 11 at the wrap: write takes only the room.
@@ -53,8 +53,8 @@ TEST(OutputFrameQueue, LendsContiguousPiecesAcrossTheWrap) {
     EXPECT_EQ(queue.consumed(), 8u);
 }
 
-TEST(OutputFrameQueue, ClearForgetsALentBuffer) {
-    OutputFrameQueue queue(8, 1);
+TEST(FrameQueue, ClearForgetsALentBuffer) {
+    FrameQueue queue(8, 1);
     const std::vector<int16_t> data = {1, 2, 3, 4};
     queue.write(data.data(), 4);
     wv::AudioBufferProvider::Buffer buffer;

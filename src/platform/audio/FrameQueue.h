@@ -1,10 +1,10 @@
-// The frames an audio output holds between its client and its device: a
-// ring of interleaved 16-bit frames written by the output's thread and taken
-// by the device side, either discarded by count or lent in place through
-// the AudioBufferProvider interface (so a resampler can read them without a
-// copy).
+// The frames an audio output or input holds between its client and its
+// device: a ring of interleaved 16-bit frames, written by one side and taken
+// by the other, either copied out, discarded by count, or lent in place
+// through the AudioBufferProvider interface (so a resampler can read them
+// without a copy).
 //
-// Not synchronised: the owning output calls every method under its lock.
+// Not synchronised: the owner calls every method under its lock.
 // Lent frames stay counted as used, and their memory is not written, until
 // releaseBuffer; clear() forgets a lent buffer.
 #pragma once
@@ -17,9 +17,9 @@
 
 namespace wv {
 
-class OutputFrameQueue : public AudioBufferProvider {
+class FrameQueue : public AudioBufferProvider {
 public:
-    OutputFrameQueue(size_t capacityFrames, uint32_t channels);
+    FrameQueue(size_t capacityFrames, uint32_t channels);
 
     size_t capacity() const { return mCapacity; }
     size_t used() const { return mUsed; }
@@ -27,6 +27,9 @@ public:
 
     // Appends up to room() frames; returns how many were taken.
     size_t write(const int16_t* frames, size_t count);
+    // Copies out and consumes up to `count` of the oldest frames (none while
+    // a buffer is lent); returns how many.
+    size_t read(int16_t* frames, size_t count);
     // Drops up to `count` of the oldest frames (not lent ones); returns how
     // many were dropped.
     size_t discard(size_t count);
