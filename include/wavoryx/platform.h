@@ -7,6 +7,13 @@
  *                       warn): the least priority that is logged.
  *   WAVORYX_PROPERTIES  path of a file of key=value lines ('#' starts a
  *                       comment), read at the first property look-up.
+ *   WAVORYX_AUDIO_OUT   where playback goes, as for wavoryx_set_audio_output
+ *                       (default auto); read when an output is opened.
+ *   WAVORYX_AUDIO_IN    where recording comes from, as for
+ *                       wavoryx_set_audio_input (default auto).
+ *   WAVORYX_DEVICE_PACE a positive number N: the null and file: outputs and
+ *                       the silence and tone: inputs run N times faster than
+ *                       real time (default 1).
  */
 #ifndef WAVORYX_PLATFORM_H
 #define WAVORYX_PLATFORM_H
@@ -35,6 +42,24 @@ WAVORYX_API void wavoryx_set_log_level(int priority);
  * a NULL value removes the override. Values hold at most 91 bytes. Returns
  * 0 on success, -1 for a NULL or empty key or a value too long. */
 WAVORYX_API int wavoryx_set_property(const char* key, const char* value);
+/* Chooses where audio outputs opened from now on play, overriding
+ * WAVORYX_AUDIO_OUT; NULL goes back to the environment. One of:
+ *   "device"     the system's default output device
+ *   "null"       no sound, paced by a clock as a device would be
+ *   "file:PATH"  as "null", and every frame handed to the output is also
+ *                written to a 16-bit WAV file at PATH (at the rate the
+ *                output was opened with), finished when the output closes
+ *   "auto"       "device" when one can be opened, else "null"
+ * Returns 0, or -1 for any other text. */
+WAVORYX_API int wavoryx_set_audio_output(const char* spec);
+/* Chooses where audio inputs opened from now on capture from, overriding
+ * WAVORYX_AUDIO_IN; NULL goes back to the environment. One of:
+ *   "device"   the system's default input device
+ *   "silence"  zeros, paced by a clock as a device would be
+ *   "tone:HZ"  a sine of HZ hertz at half of full scale, paced likewise
+ *   "auto"     "device" when one can be opened, else "silence"
+ * Returns 0, or -1 for any other text. */
+WAVORYX_API int wavoryx_set_audio_input(const char* spec);
 
 #ifdef __cplusplus
 }

@@ -1,0 +1,44 @@
+// The "null" and "file:PATH" output devices: no sound, a thread that tells
+// the output how much play time has passed every tick (10 ms of real time,
+// shorter when paced faster, never under 250 us), as a sound card would by
+// taking frames. With a path, every frame handed to the output is also
+// written to a 16-bit WAV there; the file is finished by close().
+#pragma once
+
+#include <condition_variable>
+#include <mutex>
+#include <string>
+#include <thread>
+
+#include "platform/audio/AudioOutputDevice.h"
+#include "platform/audio/WavFileSink.h"
+
+namespace wv {
+
+class ClockOutputDevice : public AudioOutputDevice {
+public:
+    // `pace`: play time per real time (1 = real time). Empty `wavPath`: null.
+    explicit ClockOutputDevice(double pace, std::string wavPath = std::string());
+    ~ClockOutputDevice() override;
+
+    int32_t open(uint32_t sampleRate, uint32_t channels, AudioOutputClient* client) override;
+    void close() override;
+    uint32_t deviceRate() const override { return 0; }
+    size_t defaultBufferFrames(uint32_t sampleRate) const override;
+    void onQueued(const int16_t* frames, size_t count) override;
+    const char* name() const override { return mWavPath.empty() ? "null" : "file"; }
+
+private:
+    void run();
+
+    const double mPace;
+    const std::string mWavPath;
+    WavFileSink mWav;  // written on the output's thread only, closed after it
+    AudioOutputClient* mClient = nullptr;
+    std::mutex mLock;
+    std::condition_variable mWake;
+    bool mClosing = false;
+    std::thread mThread;
+};
+
+}  // namespace wv
