@@ -2,6 +2,8 @@
 
 #include <mutex>
 
+#include "platform/media/AvLogBridge.h"
+
 namespace wv {
 namespace {
 std::mutex gLock;
@@ -10,6 +12,7 @@ int gConnections = 0;
 
 status_t MediaService::connect() {
     std::lock_guard<std::mutex> guard(gLock);
+    if (gConnections == 0) installAvLogBridge();
     ++gConnections;
     return OK;
 }

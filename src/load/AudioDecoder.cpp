@@ -1,0 +1,134 @@
+#define WV_LOG_TAG "AudioDecoder"
+#include "load/AudioDecoder.h"
+
+#include <strings.h>
+
+#include <cstring>
+
+#include "platform/Clock.h"
+#include "platform/Log.h"
+#include "platform/media/AudioCodec.h"
+#include "platform/media/DataSource.h"
+#include "platform/media/MediaExtractor.h"
+
+namespace wv {
+
+AudioDecoder::AudioDecoder() : AudioDecoder(&AudioCodec::Create) {}
+
+AudioDecoder::AudioDecoder(CodecFactory factory) : mCodecFactory(std::move(factory)) {}
+
+AudioDecoder::~AudioDecoder() {
+    freeBuffer();
+    if (mMediaSource) {
+        WV_CHECK_EQ("AudioDecoder", 52, "(status_t)OK,mMediaSource->stop()", (status_t)OK,
+                    mMediaSource->stop());
+        mMediaSource.reset();
+    }
+}
+
+int32_t AudioDecoder::load(const char* path, int* sampleRate, int* format, int* channelCount,
+                           int64_t* durationUs, bool* isRaw) {
+    DataSource::RegisterDefaultSniffers();
+    std::shared_ptr<DataSource> dataSource = DataSource::CreateFromURI(path);
+    if (!dataSource) {
+        WV_LOGE("file %s not exist", path);
+        return LOAD_NOT_OPENABLE;
+    }
+    std::shared_ptr<MediaExtractor> extractor = MediaExtractor::Create(dataSource);
+    if (!extractor) {
+        WV_LOGE("could not create extractor.");
+        return LOAD_NOT_PARSABLE;
+    }
+    std::shared_ptr<MetaData> meta;
+    size_t trackIndex = 0;
+    const char* mime = nullptr;
+    for (size_t i = 0; i < extractor->countTracks(); ++i) {
+        std::shared_ptr<MetaData> candidate =
+            extractor->getTrackMetaData(i, MediaExtractor::kIncludeExtensiveMetaData);
+        if (candidate && candidate->findCString(kKeyMIMEType, &mime) &&
+            strncasecmp(mime, "audio/", 6) == 0) {
+            meta = candidate;
+            trackIndex = i;
+            break;
+        }
+    }
+    if (!meta) {
+        WV_LOGE("No suitable audio track found.");
+        return LOAD_NOT_PARSABLE;
+    }
+    *format = 1;  // 16-bit signed PCM
+    int32_t rate = 0, channels = 0;
+    // A file may state no rate or channel count; that fails the load rather
+    // than the process.
+    if (!meta->findInt32(kKeySampleRate, &rate) || rate <= 0) {
+        WV_LOGE("audio track of %s states no sample rate", path);
+        return LOAD_NOT_PARSABLE;
+    }
+    if (!meta->findInt32(kKeyChannelCount, &channels) || channels <= 0) {
+        WV_LOGE("audio track of %s states no channel count", path);
+        return LOAD_NOT_PARSABLE;
+    }
+    *sampleRate = rate;
+    *channelCount = channels;
+    int64_t duration = 0;
+    if (meta->findInt64(kKeyDuration, &duration)) *durationUs = duration;
+
+    meta->findCString(kKeyMIMEType, &mime);
+    if (std::strstr(mime, "raw") != nullptr) {
+        WV_LOGE("Raw sound file found.");
+        *isRaw = true;
+        return LOAD_OK;
+    }
+    *isRaw = false;
+    meta->dumpToLog();
+    std::shared_ptr<MediaSource> track = extractor->getTrack(trackIndex);
+    mMediaSource = track ? mCodecFactory(track->getFormat(), track) : nullptr;
+    if (!mMediaSource) {
+        WV_LOGE("could not create a decoder for %s (%s)", path, mime);
+        return LOAD_NOT_PARSABLE;
+    }
+    WV_CHECK_EQ("AudioDecoder", 138, "(status_t)OK,mMediaSource->start()", (status_t)OK,
+                mMediaSource->start());
+    return LOAD_OK;
+}
+
+int32_t AudioDecoder::getDataBuffer(char** data, unsigned int* length) {
+    if (!mMediaSource) return 1;
+    status_t status = mMediaSource->read(&mBuffer);
+    if (status == INFO_FORMAT_CHANGED) status = mMediaSource->read(&mBuffer);
+    if (status == OK && mBuffer != nullptr) {
+        *data = static_cast<char*>(mBuffer->data()) + mBuffer->range_offset();
+        *length = static_cast<unsigned int>(mBuffer->range_length());
+        return 0;
+    }
+    if (mBuffer != nullptr) freeBuffer();
+    finishStream();
+    return 1;
+}
+
+void AudioDecoder::finishStream() {
+    WV_CHECK_EQ("AudioDecoder", 162, "(status_t)OK,mMediaSource->stop()", (status_t)OK,
+                mMediaSource->stop());
+    std::weak_ptr<MediaSource> weak = mMediaSource;
+    mMediaSource.reset();
+    // The codec's resources are gone only when its last holder lets go.
+    int waitedMs = 0;
+    while (!weak.expired()) {
+        if (waitedMs >= kCodecReleaseWaitMs) {
+            WV_LOGW("codec still held after %d ms; going on", waitedMs);
+            break;
+        }
+        sleepUs(1000);
+        ++waitedMs;
+    }
+}
+
+int32_t AudioDecoder::freeBuffer() {
+    if (mBuffer != nullptr) {
+        mBuffer->release();
+        mBuffer = nullptr;
+    }
+    return 0;
+}
+
+}  // namespace wv

@@ -1,0 +1,64 @@
+// Decoder source of a load job: opens one audio file through the media
+// layer, picks its first audio track, reports the track's format and hands
+// out the decoded audio one buffer at a time.
+//
+// Used by the decoder thread only: construct, load() once; when it returned
+// 0 and isRaw is false, alternate getDataBuffer() (0) and freeBuffer() until
+// getDataBuffer() returns 1; destroy (allowed at any point, e.g. on cancel).
+//
+// Buffers are the codec's own (no copy): interleaved signed 16-bit samples,
+// 1 or 2 channels at the track's rate, valid until freeBuffer().
+#pragma once
+
+#include <cstdint>
+#include <functional>
+#include <memory>
+
+#include "platform/media/MediaBuffer.h"
+#include "platform/media/MediaSource.h"
+#include "platform/media/MetaData.h"
+
+namespace wv {
+
+class AudioDecoder {
+public:
+    // Makes the decoded source for a track; AudioCodec::Create by default.
+    using CodecFactory = std::function<std::shared_ptr<MediaSource>(
+        const std::shared_ptr<MetaData>& meta, const std::shared_ptr<MediaSource>& track)>;
+
+    // load() results.
+    enum : int32_t { LOAD_OK = 0, LOAD_NOT_PARSABLE = -8, LOAD_NOT_OPENABLE = -9 };
+    // How long the end of a stream waits for other holders of the codec to
+    // let go before it gives up waiting, in milliseconds.
+    static constexpr int kCodecReleaseWaitMs = 2000;
+
+    AudioDecoder();
+    explicit AudioDecoder(CodecFactory factory);
+    ~AudioDecoder();
+    AudioDecoder(const AudioDecoder&) = delete;
+    AudioDecoder& operator=(const AudioDecoder&) = delete;
+
+    // 0: the track's rate (Hz), format (always 1, 16-bit PCM), channel
+    // count and, when the container states it, duration (us; otherwise
+    // left as it was) are stored; isRaw tells a track read in place (its
+    // MIME type contains "raw"), for which no codec is made. -9: the path
+    // cannot be opened. -8: no parser accepts the file, it has no audio
+    // track, the track states no usable rate or channel count, or its codec
+    // cannot be made or started.
+    int32_t load(const char* path, int* sampleRate, int* format, int* channelCount,
+                 int64_t* durationUs, bool* isRaw);
+    // 0: *data and *length describe the next decoded buffer (length may be
+    // 0). 1: the stream has ended (or failed); the codec is stopped and gone.
+    int32_t getDataBuffer(char** data, unsigned int* length);
+    // Gives back the buffer of the last getDataBuffer(); always 0.
+    int32_t freeBuffer();
+
+private:
+    void finishStream();
+
+    MediaBuffer* mBuffer = nullptr;
+    std::shared_ptr<MediaSource> mMediaSource;
+    CodecFactory mCodecFactory;
+};
+
+}  // namespace wv

@@ -1,0 +1,82 @@
+// The audio decoder: a media source that decodes a compressed track of the
+// general demuxer into buffers of interleaved signed 16-bit samples.
+//
+// Output format (getFormat()): "audio/raw" at the track's sample rate with
+// the track's channel count (1 or 2; more are downmixed to 2) and its
+// channel mask, plus the track's duration when known. Every buffer carries
+// kKeyTime, the media time of its first frame in microseconds. A buffer
+// holds one codec frame: 1152 frames for MP3, 1024 for AAC, and so on.
+//
+// The stream ends (ERROR_END_OF_STREAM) at the end of the track, and also at
+// the first packet the demuxer or the codec cannot handle (corrupt or cut
+// files), after everything decoded before it has been handed out. A read
+// with a seek moves the demuxer to a sync point at or before the time
+// (containers such as Ogg only know pages of up to a second) and drops the
+// decoded audio before the time, so the stream goes on from the asked time
+// itself, within a few samples; also after it had ended. A time past the
+// end ends the stream.
+#pragma once
+
+#include <memory>
+#include <mutex>
+
+#include "platform/media/AvPacketTrack.h"
+#include "platform/media/MediaSource.h"
+#include "platform/media/SampleConverter.h"
+
+struct AVCodecContext;
+struct AVFrame;
+struct AVPacket;
+
+namespace wv {
+
+class AudioCodec : public MediaSource {
+public:
+    // A decoder for `track` as described by `meta` (its track metadata,
+    // which must state the sample rate and channel count). Null when the
+    // track is not a compressed audio track of the general demuxer, lacks a
+    // rate or channel count, or no decoder for it can be opened.
+    static std::shared_ptr<MediaSource> Create(const std::shared_ptr<MetaData>& meta,
+                                               const std::shared_ptr<MediaSource>& track);
+    ~AudioCodec() override;
+
+    status_t start(MetaData* params = nullptr) override;
+    status_t stop() override;
+    std::shared_ptr<MetaData> getFormat() override { return mFormat; }
+    status_t read(MediaBuffer** buffer, const ReadOptions* options = nullptr) override;
+
+private:
+    AudioCodec(std::shared_ptr<AvPacketTrack> track, AVCodecContext* context, int rate, int channels,
+               std::shared_ptr<MetaData> format);
+    void seekLocked(int64_t timeUs, ReadOptions::SeekMode mode);
+    // Converts mFrame (or drains, for null) into a buffer; null when no
+    // samples came out. Sets mFailed when the frame cannot be converted.
+    MediaBuffer* convertLocked(const AVFrame* frame);
+    // Whether mFrame lies wholly before the seek target (then it is dropped);
+    // otherwise sets how many of its output frames to drop.
+    bool beforeSeekTargetLocked(int64_t frameUs);
+    void endStreamLocked(const char* why, int error);
+
+    const std::shared_ptr<AvPacketTrack> mTrack;
+    AVCodecContext* mContext;
+    const int mRate;
+    const std::shared_ptr<MetaData> mFormat;
+    SampleConverter mConverter;
+
+    std::mutex mLock;
+    bool mStarted = false;
+    bool mInputEnded = false;   // no more packets go to the codec
+    bool mOutputEnded = false;  // the stream has ended for the reader
+    AVPacket* mPacket = nullptr;
+    AVFrame* mFrame = nullptr;
+    std::shared_ptr<MediaBufferGroup> mGroup;
+    // Media time of the next output frame: a base plus frames since it.
+    int64_t mTimeBaseUs = 0;
+    int64_t mFramesSinceBase = 0;
+    // After a seek: media time before which decoded audio is dropped (-1 none),
+    // and the output frames to drop from the next converted frame.
+    int64_t mSkipUntilUs = -1;
+    int mDropFrames = 0;
+};
+
+}  // namespace wv

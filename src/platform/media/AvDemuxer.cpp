@@ -1,0 +1,154 @@
+#define WV_LOG_TAG "MediaLayer"
+#include "platform/media/AvDemuxer.h"
+
+extern "C" {
+#include <libavformat/avformat.h>
+#include <libavutil/mathematics.h>
+}
+
+#include <cinttypes>
+#include <climits>
+
+#include "platform/Log.h"
+
+namespace wv {
+namespace {
+constexpr int kIoBufferBytes = 64 * 1024;
+
+void freeIo(AVIOContext** io) {
+    if (*io == nullptr) return;
+    // The buffer may have been replaced by the parser; free the current one.
+    av_freep(&(*io)->buffer);
+    avio_context_free(io);
+}
+}  // namespace
+
+int AvDemuxer::ioRead(void* opaque, uint8_t* buffer, int size) {
+    auto* self = static_cast<AvDemuxer*>(opaque);
+    const ssize_t n = self->mSource->readAt(self->mIoPosition, buffer, static_cast<size_t>(size));
+    if (n < 0) return AVERROR(EIO);
+    if (n == 0) return AVERROR_EOF;
+    self->mIoPosition += n;
+    return static_cast<int>(n);
+}
+
+int64_t AvDemuxer::ioSeek(void* opaque, int64_t offset, int whence) {
+    auto* self = static_cast<AvDemuxer*>(opaque);
+    int64_t size = -1;
+    const int how = whence & ~AVSEEK_FORCE;
+    if (how == AVSEEK_SIZE || how == SEEK_END) {
+        if (self->mSource->getSize(&size) != OK) return AVERROR(EIO);
+        if (how == AVSEEK_SIZE) return size;
+    }
+    int64_t target;
+    switch (how) {
+        case SEEK_SET: target = offset; break;
+        case SEEK_CUR: target = self->mIoPosition + offset; break;
+        case SEEK_END: target = size + offset; break;
+        default: return AVERROR(EINVAL);
+    }
+    if (target < 0) return AVERROR(EINVAL);
+    self->mIoPosition = target;
+    return target;
+}
+
+std::shared_ptr<AvDemuxer> AvDemuxer::open(const std::shared_ptr<DataSource>& source) {
+    std::shared_ptr<AvDemuxer> self(new AvDemuxer());
+    self->mSource = source;
+    auto* ioBuffer = static_cast<uint8_t*>(av_malloc(kIoBufferBytes));
+    if (ioBuffer == nullptr) return nullptr;
+    self->mIo = avio_alloc_context(ioBuffer, kIoBufferBytes, 0, self.get(), &AvDemuxer::ioRead,
+                                   nullptr, &AvDemuxer::ioSeek);
+    if (self->mIo == nullptr) {
+        av_free(ioBuffer);
+        return nullptr;
+    }
+    AVFormatContext* format = avformat_alloc_context();
+    if (format == nullptr) return nullptr;
+    format->pb = self->mIo;
+    format->flags |= AVFMT_FLAG_CUSTOM_IO;
+    // The path only serves as a hint (its extension) to format detection.
+    if (avformat_open_input(&format, source->path().c_str(), nullptr, nullptr) < 0) {
+        return nullptr;  // the context was freed by the failed open
+    }
+    self->mFormat = format;
+    if (avformat_find_stream_info(format, nullptr) < 0) {
+        WV_LOGW("stream info incomplete for %s", source->path().c_str());
+    }
+    for (unsigned i = 0; i < format->nb_streams; ++i) {
+        const AVStream* st = format->streams[i];
+        self->mOriginPts.push_back(
+            st->start_time != AV_NOPTS_VALUE && st->start_time > 0 ? st->start_time : 0);
+        format->streams[i]->discard = AVDISCARD_ALL;
+    }
+    return self;
+}
+
+AvDemuxer::~AvDemuxer() {
+    avformat_close_input(&mFormat);
+    freeIo(&mIo);
+}
+
+int AvDemuxer::streamCount() const { return static_cast<int>(mFormat->nb_streams); }
+
+const AVStream* AvDemuxer::stream(int index) const { return mFormat->streams[index]; }
+
+const char* AvDemuxer::containerName() const { return mFormat->iformat->name; }
+
+int64_t AvDemuxer::containerDurationUs() const {
+    return mFormat->duration == AV_NOPTS_VALUE || mFormat->duration <= 0 ? -1 : mFormat->duration;
+}
+
+void AvDemuxer::setStreamWanted(int index, bool wanted) {
+    std::lock_guard<std::mutex> guard(mLock);
+    mFormat->streams[index]->discard = wanted ? AVDISCARD_DEFAULT : AVDISCARD_ALL;
+}
+
+status_t AvDemuxer::readPacket(int index, AVPacket* packet) {
+    std::lock_guard<std::mutex> guard(mLock);
+    for (;;) {
+        const int ret = av_read_frame(mFormat, packet);
+        if (ret == AVERROR_EOF) return ERROR_END_OF_STREAM;
+        if (ret == AVERROR(EAGAIN)) continue;
+        if (ret < 0) return ret == AVERROR(EIO) ? ERROR_IO : ERROR_MALFORMED;
+        if (packet->stream_index == index) return OK;
+        av_packet_unref(packet);
+    }
+}
+
+int64_t AvDemuxer::toMediaUs(int index, int64_t pts) const {
+    return av_rescale_q(pts - mOriginPts[index], mFormat->streams[index]->time_base, AV_TIME_BASE_Q);
+}
+
+int64_t AvDemuxer::fromMediaUs(int index, int64_t timeUs) const {
+    return av_rescale_q(timeUs, AV_TIME_BASE_Q, mFormat->streams[index]->time_base) +
+           mOriginPts[index];
+}
+
+status_t AvDemuxer::seek(int index, int64_t timeUs, MediaSource::ReadOptions::SeekMode mode) {
+    std::lock_guard<std::mutex> guard(mLock);
+    if (timeUs < 0) timeUs = 0;
+    const int64_t ts = fromMediaUs(index, timeUs);
+    int ret;
+    switch (mode) {
+        case MediaSource::ReadOptions::SEEK_PREVIOUS_SYNC:
+            ret = avformat_seek_file(mFormat, index, INT64_MIN, ts, ts, 0);
+            break;
+        case MediaSource::ReadOptions::SEEK_NEXT_SYNC:
+            ret = avformat_seek_file(mFormat, index, ts, ts, INT64_MAX, 0);
+            break;
+        default:
+            ret = avformat_seek_file(mFormat, index, INT64_MIN, ts, INT64_MAX, 0);
+            break;
+    }
+    // Some formats can only round one way; any landing near the time will do.
+    if (ret < 0) ret = av_seek_frame(mFormat, index, ts, AVSEEK_FLAG_BACKWARD);
+    if (ret < 0) ret = av_seek_frame(mFormat, index, ts, AVSEEK_FLAG_ANY);
+    if (ret < 0) {
+        WV_LOGW("seek to %" PRId64 " us failed in %s", timeUs, mSource->path().c_str());
+        return ERROR_UNSUPPORTED;
+    }
+    return OK;
+}
+
+}  // namespace wv

@@ -1,0 +1,67 @@
+#define WV_LOG_TAG "MediaLayer"
+#include "platform/media/AvFormatExtractor.h"
+
+extern "C" {
+#include <libavformat/avformat.h>
+}
+
+#include "platform/Log.h"
+#include "platform/media/AvPacketTrack.h"
+#include "platform/media/MimeTypes.h"
+
+namespace wv {
+
+std::shared_ptr<AvFormatExtractor> AvFormatExtractor::Create(const std::shared_ptr<DataSource>& source) {
+    std::shared_ptr<AvDemuxer> demuxer = AvDemuxer::open(source);
+    if (!demuxer) return nullptr;
+    WV_LOGV("%s: container %s, %d streams", source->path().c_str(), demuxer->containerName(),
+            demuxer->streamCount());
+    return std::shared_ptr<AvFormatExtractor>(new AvFormatExtractor(std::move(demuxer)));
+}
+
+AvFormatExtractor::AvFormatExtractor(std::shared_ptr<AvDemuxer> demuxer)
+    : mDemuxer(std::move(demuxer)) {
+    for (int i = 0; i < mDemuxer->streamCount(); ++i) mTrackMeta.push_back(describeStream(i));
+}
+
+std::shared_ptr<MetaData> AvFormatExtractor::describeStream(int index) const {
+    const AVStream* st = mDemuxer->stream(index);
+    const AVCodecParameters* codec = st->codecpar;
+    auto meta = std::make_shared<MetaData>();
+    const bool picture = (st->disposition & AV_DISPOSITION_ATTACHED_PIC) != 0;
+    meta->setCString(kKeyMIMEType, mimeTypeForCodec(*codec, picture).c_str());
+    if (codec->bit_rate > 0 && codec->bit_rate <= INT32_MAX) {
+        meta->setInt32(kKeyBitRate, static_cast<int32_t>(codec->bit_rate));
+    }
+    if (codec->codec_type != AVMEDIA_TYPE_AUDIO) return meta;
+
+    if (codec->sample_rate > 0) meta->setInt32(kKeySampleRate, codec->sample_rate);
+    const int channels = codec->ch_layout.nb_channels;
+    if (channels > 0) {
+        const int delivered = channels > 2 ? 2 : channels;
+        meta->setInt32(kKeyChannelCount, delivered);
+        meta->setInt32(kKeySourceChannelCount, channels);
+        meta->setInt32(kKeyChannelMask, channelMaskForCount(delivered));
+    }
+    int64_t durationUs = -1;
+    if (st->duration != AV_NOPTS_VALUE && st->duration > 0) {
+        durationUs = av_rescale_q(st->duration, st->time_base, AV_TIME_BASE_Q);
+    } else {
+        durationUs = mDemuxer->containerDurationUs();
+    }
+    if (durationUs >= 0) meta->setInt64(kKeyDuration, durationUs);
+    return meta;
+}
+
+std::shared_ptr<MediaSource> AvFormatExtractor::getTrack(size_t index) {
+    if (index >= mTrackMeta.size()) return nullptr;
+    return std::make_shared<AvPacketTrack>(mDemuxer, static_cast<int>(index),
+                                           std::make_shared<MetaData>(*mTrackMeta[index]));
+}
+
+std::shared_ptr<MetaData> AvFormatExtractor::getTrackMetaData(size_t index, uint32_t) {
+    if (index >= mTrackMeta.size()) return nullptr;
+    return std::make_shared<MetaData>(*mTrackMeta[index]);
+}
+
+}  // namespace wv
