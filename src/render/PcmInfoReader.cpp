@@ -101,7 +101,7 @@ void PcmInfoReader::readAtPosition(char* into, uint64_t bytes) {
     if (done < bytes) std::memset(into + done, 0, bytes - done);
 }
 
-int32_t PcmInfoReader::read(char* buffer, uint32_t bytes) {
+uint32_t PcmInfoReader::beginRead(char* buffer, uint32_t bytes) {
     if (mOutSampleRate == 0) mOutSampleRate = mInfo->sampleRate.load();
     if (mOutChannels == 0) mOutChannels = mInfo->channelCount.load();
     std::memset(buffer, 0, bytes);
@@ -110,19 +110,55 @@ int32_t PcmInfoReader::read(char* buffer, uint32_t bytes) {
         WV_LOGW("No sr and ch!");
         return 0;
     }
-    const uint32_t frames = (bytes / static_cast<uint32_t>(mOutChannels)) / 2;
+    return (bytes / static_cast<uint32_t>(mOutChannels)) / 2;
+}
+
+int32_t PcmInfoReader::read(char* buffer, uint32_t bytes) {
+    const uint32_t frames = beginRead(buffer, bytes);
+    if (mOutSampleRate == 0 || mOutChannels == 0) return 0;
     switch (mInfo->status.load()) {
-        case CLIP_LIST:
-            return readClipList(buffer, bytes, frames);
+        case CLIP_LIST: {
+            // Clips are fetched only while less than half the buffer is filled.
+            const uint32_t half = (bytes / static_cast<uint32_t>(mOutChannels)) / 4;
+            return readClipList(buffer, frames, 0, half, nullptr);
+        }
         case DECODING:
         case PCM_READY:
-            return readFile(buffer, bytes, frames);
+            return readFile(buffer, frames);
         default:
             return 0;
     }
 }
 
-int32_t PcmInfoReader::readFile(char* buffer, uint32_t, uint32_t frames) {
+int32_t PcmInfoReader::readPiece(char* buffer, uint32_t bytes, uint64_t wholeBytes, uint64_t* gotSoFar,
+                                 bool* done) {
+    const uint32_t frames = beginRead(buffer, bytes);
+    *done = true;
+    if (mOutSampleRate == 0 || mOutChannels == 0) return 0;
+    int32_t n = 0;
+    switch (mInfo->status.load()) {
+        case CLIP_LIST: {
+            const uint64_t half = (wholeBytes / static_cast<uint32_t>(mOutChannels)) / 4;
+            bool halted = false;
+            n = readClipList(buffer, frames, *gotSoFar, half, &halted);
+            *done = halted || mEndState != MORE || mPosition >= mEndFrame;
+            break;
+        }
+        case DECODING:
+        case PCM_READY:
+            n = readFile(buffer, frames);
+            // A file that cannot be opened leaves the whole buffer silent.
+            if (n < 0) return 0;
+            *done = mEndState != MORE;
+            break;
+        default:
+            return 0;
+    }
+    *gotSoFar += static_cast<uint64_t>(n);
+    return n;
+}
+
+int32_t PcmInfoReader::readFile(char* buffer, uint32_t frames) {
     if (mFd == 0 && !ensureOpen()) return -1;
     const int32_t itemRate = mInfo->sampleRate.load();
     const int32_t itemChannels = mInfo->channelCount.load();
@@ -186,11 +222,17 @@ int32_t PcmInfoReader::getNextBuffer(Buffer* buffer, int64_t) {
 
 void PcmInfoReader::releaseBuffer(Buffer* buffer) { buffer->frameCount = 0; }
 
-int32_t PcmInfoReader::readClipList(char* buffer, uint32_t bytes, uint32_t frames) {
-    const uint32_t half = (bytes / static_cast<uint32_t>(mOutChannels)) / 4;
+int32_t PcmInfoReader::readClipList(char* buffer, uint32_t frames, uint64_t gotBefore, uint64_t fetchLimit,
+                                    bool* halted) {
     const uint32_t outFrameBytes = 2 * static_cast<uint32_t>(mOutChannels);
     uint32_t got = 0;
-    while (mPosition < mEndFrame && got < half) {
+    // A clip being read is always read on until the buffer is full, so the
+    // limit matters only where the next clip would be fetched.
+    while (mPosition < mEndFrame && got < frames) {
+        if (!mClipReader && gotBefore + got >= fetchLimit) {
+            if (halted != nullptr) *halted = true;
+            break;
+        }
         if (!mClipReader) {
             PcmClipList clips;
             uint32_t count = 0;

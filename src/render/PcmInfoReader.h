@@ -69,6 +69,13 @@ public:
     // frames put in `buffer` (the rest is zero), 0 when nothing can be read,
     // -1 when the item's file cannot be opened.
     int32_t read(char* buffer, uint32_t bytes);
+    // One long read taken in pieces: the frames that read() into a single
+    // buffer of wholeBytes would deliver, at most `bytes` at a time, so that
+    // a long range needs no buffer of its own length. *gotSoFar counts the
+    // frames delivered by earlier pieces (0 before the first); *done becomes
+    // true once that single read would have returned: the rest of its
+    // buffer would be silence.
+    int32_t readPiece(char* buffer, uint32_t bytes, uint64_t wholeBytes, uint64_t* gotSoFar, bool* done);
     // The frames just before the position, last first, in the item's own
     // format, moving the position back over them; silence beyond frame 0.
     // Returns the frames filled (bytes / item frame size), -1 on an open
@@ -82,8 +89,14 @@ public:
     off_t seekFile(uint64_t byteOffset);
 
 private:
-    int32_t readFile(char* buffer, uint32_t bytes, uint32_t frames);
-    int32_t readClipList(char* buffer, uint32_t bytes, uint32_t frames);
+    // Common start of a read: output format, zeroed buffer, end state.
+    // Returns the output frames that fit, or 0 when no format is known.
+    uint32_t beginRead(char* buffer, uint32_t bytes);
+    int32_t readFile(char* buffer, uint32_t frames);
+    // New clips are fetched only while gotBefore + the frames got in this
+    // call stay below fetchLimit; *halted tells that this stopped the read.
+    int32_t readClipList(char* buffer, uint32_t frames, uint64_t gotBefore, uint64_t fetchLimit,
+                         bool* halted);
     bool ensureOpen();
     // Reads `bytes` at the position (seeking first when needed); a short
     // read leaves zeros.

@@ -47,13 +47,3 @@ int32_t WavoryxPriv::cancelProcess(uint32_t listId) {
     mEncoder->cancelCmd(WVThreadCmd(EncoderThread::kCmdContinue, listId, static_cast<int32_t>(WVCMD_ANY)));
     return 0;
 }
-
-int32_t WavoryxPriv::getWaveformSamples(pcm_id_t id, duration_t startMs, duration_t endMs,
-                                        uint32_t count, void* buffer) {
-    SPcmInfo* item = mInfoList.get(id, REF_NONE);
-    if (item == nullptr) return -1;
-    if (startMs >= endMs || count == 0 || buffer == nullptr) return -4;
-    // Sampling needs the PCM reader, which arrives with rendering.
-    WV_LOGW("waveform sampling is not available yet");
-    return -6;
-}

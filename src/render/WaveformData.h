@@ -1,0 +1,67 @@
+// Waveform data for display: one unsigned byte per point, 0 for silence up
+// to 255 for full scale.
+//
+// WaveformState generates the ".wave" file of a render or a recording: one
+// point per 20 ms of audio (all channels count), the peak scaled to 255, a
+// point falling to no less than 85 % of the one before, and a random
+// flicker from 246 to 255 while the level stays at the top.
+//
+// WaveformReducer reduces a run of samples to a given number of peak
+// points; fed in pieces it gives exactly the points of one pass over the
+// whole run, so long ranges need no memory in proportion to their length.
+#pragma once
+
+#include <cstdint>
+
+namespace wv {
+
+struct WaveformState {
+    uint32_t nextPoint = 1;        // 1-based number of the point being built
+    uint32_t msPerPoint = 20;
+    uint32_t samplesPerSecond = 0;  // channels x rate
+    uint32_t samplesSeen = 0;
+    uint32_t peak = 0;
+    uint32_t fullScale = 32768;    // the peak that maps to 255
+    uint32_t previous = 0;         // the previous point before any flicker
+    int32_t fd = 0;                // 0: no file; negative: the open failed
+
+    WaveformState() = default;
+    WaveformState(uint32_t sampleRate, uint32_t channels) : samplesPerSecond(sampleRate * channels) {}
+    // Closes the file, if any.
+    ~WaveformState();
+    WaveformState(const WaveformState&) = delete;
+    WaveformState& operator=(const WaveformState&) = delete;
+};
+
+// Creates (truncates) the waveform file; on failure logs and leaves a
+// negative descriptor: points are then computed but not stored.
+void openWaveformFile(WaveformState* state, const char* path);
+
+// Takes samples from *data (*bytes bytes, even) until a point completes or
+// the samples run out, advancing *data and lowering *bytes. Returns 1 with
+// the point in *point (already written to the file), or 0 when the samples
+// ran out first (the partial point carries over).
+int addWaveformSamples(WaveformState* state, const int16_t** data, uint32_t* bytes, uint8_t* point);
+
+class WaveformReducer {
+public:
+    // `count` points into `out`, over `totalSamples` samples to come.
+    WaveformReducer(uint8_t* out, uint32_t count, uint64_t totalSamples);
+    void feed(const int16_t* samples, uint64_t n);
+    // Feeds n zero samples (data not produced).
+    void feedSilence(uint64_t n);
+    uint64_t samplesFed() const { return mIndex; }
+
+private:
+    void afterSample();
+
+    uint8_t* mOut;
+    uint64_t mCount;
+    uint64_t mTotal;
+    uint64_t mAcc;
+    uint64_t mNext = 0;  // next point to write
+    uint64_t mIndex = 0;
+    uint32_t mPeak = 0;
+};
+
+}  // namespace wv
