@@ -33,14 +33,21 @@ WavoryxPriv::~WavoryxPriv() {
     mDecoder->discardAll();
     mEncoder->discardAll();
     mRecorder->discardAll();
+    // Only the current item needs stopping; with none, there is nothing to
+    // report either.
+    if (mPlayingId.load() != 0) playStop(0);
+    // Players post the end of playback to the callback worker from their
+    // output threads, and its loop stops players: end the loop, then the
+    // players, before the worker goes.
+    mCallbackThread->exit();
+    for (pcm_id_t id = 1; id <= mInfoList.lastId(); ++id) {
+        if (SPcmInfo* item = mInfoList.get(id, REF_NONE)) item->player.reset();
+    }
     mDecoder.reset();
     mCallbackThread.reset();
     mEncoder.reset();
     mRecorder.reset();
     mDaemon.reset();
-    // Only the current item needs stopping; with none, there is nothing to
-    // report either.
-    if (mPlayingId.load() != 0) playStop(0);
     MediaService::disconnect();
 }
 

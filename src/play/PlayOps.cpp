@@ -1,48 +1,107 @@
 // The engine's play controls. One item at a time is the current play item
-// (mPlayingId); every control but playStart addresses it.
+// (mPlayingId); every control but playStart addresses it. Playback takes no
+// reference on the item: the player and its reader live until the item is
+// released.
 #define WV_LOG_TAG "WavoryxPriv"
+#include <memory>
+
 #include "engine/WavoryxPriv.h"
 #include "platform/Log.h"
+#include "play/AudioPlayer.h"
+#include "render/PcmInfoReader.h"
 
 using namespace wv;
 
 namespace {
-// The current item, or null after the missing-item report.
-SPcmInfo* currentItem(WavoryxPriv* engine, pcm_id_t id, int line, const char* signature) {
-    return engine->findItem(id, line, signature);
-}
+
+// The item's player; the play controls are the only ones that make one.
+AudioPlayer* playerOf(SPcmInfo* item) { return static_cast<AudioPlayer*>(item->player.get()); }
+
 }  // namespace
 
 int32_t WavoryxPriv::playStart(pcm_id_t id) {
-    if (findItem(id, 604, "int32_t WavoryxPriv::playStart(pcm_id_t)") == nullptr) return -1;
-    // The audio player arrives with the output layer: nothing can start yet.
+    SPcmInfo* item = findItem(id, 604, "int32_t WavoryxPriv::playStart(pcm_id_t)");
+    if (item == nullptr) return -1;
+    mPlayingId = id;
+    if (AudioPlayer* player = playerOf(item)) {
+        // Rewinds at normal speed; a paused player stays silent until resumed.
+        player->setPlaybackRatePermille(1000);
+        player->seekTo(0);
+        return 0;
+    }
+    AudioPlayer* player = new AudioPlayer(nullptr, false, this);
+    item->player.reset(player);
+    bool started = false;
+    if (player->setDataSource(item->path.get().c_str()) != 0) {
+        WV_LOGE("setDataSource error");
+    } else {
+        player->setReader(item, std::unique_ptr<PcmInfoReader>(new PcmInfoReader(item, this)));
+        if (player->start(true) != 0) {
+            WV_LOGE("player start error");
+        } else {
+            started = true;
+        }
+    }
+    if (started) return 0;
+    // The player owns the reader: both go (player first).
+    item->player.reset();
     mPlayingId = 0;
     notifyClient(WVThreadCmd(EVT_PLAY_FAILED, id, -1), 0);
     return -14;
 }
 
 int32_t WavoryxPriv::playPause(pcm_id_t) {
-    return currentItem(this, mPlayingId, 651, "int32_t WavoryxPriv::playPause(pcm_id_t)") ? 0 : -1;
+    SPcmInfo* item = findItem(mPlayingId, 651, "int32_t WavoryxPriv::playPause(pcm_id_t)");
+    if (item == nullptr) return -1;
+    if (AudioPlayer* player = playerOf(item)) player->pause(false);
+    return 0;
 }
 
 int32_t WavoryxPriv::playResume(pcm_id_t) {
-    return currentItem(this, mPlayingId, 662, "int32_t WavoryxPriv::playResume(pcm_id_t)") ? -5 : -1;
+    SPcmInfo* item = findItem(mPlayingId, 662, "int32_t WavoryxPriv::playResume(pcm_id_t)");
+    if (item == nullptr) return -1;
+    AudioPlayer* player = playerOf(item);
+    if (player == nullptr) return -5;
+    player->resume();
+    return 0;
 }
 
 int32_t WavoryxPriv::playStop(pcm_id_t id) {
     const pcm_id_t target = id != 0 ? id : mPlayingId.exchange(0);
-    if (currentItem(this, target, 677, "int32_t WavoryxPriv::playStop(pcm_id_t)") == nullptr) return -1;
+    SPcmInfo* item = findItem(target, 677, "int32_t WavoryxPriv::playStop(pcm_id_t)");
+    if (item == nullptr) return -1;
+    if (AudioPlayer* player = playerOf(item)) player->pause(true);
     return 0;
 }
 
-int32_t WavoryxPriv::playSeekTo(int32_t) {
-    return currentItem(this, mPlayingId, 689, "int32_t WavoryxPriv::playSeekTo(int32_t)") ? -5 : -1;
+int32_t WavoryxPriv::playSeekTo(int32_t ms) {
+    SPcmInfo* item = findItem(mPlayingId, 689, "int32_t WavoryxPriv::playSeekTo(int32_t)");
+    if (item == nullptr) return -1;
+    AudioPlayer* player = playerOf(item);
+    if (player == nullptr) return -5;
+    player->seekTo(int64_t(ms) * 1000);
+    return 0;
 }
 
-int32_t WavoryxPriv::setPlaySpeed(int32_t) {
-    return currentItem(this, mPlayingId, 700, "int32_t WavoryxPriv::setPlaySpeed(int32_t)") ? -5 : -1;
+int32_t WavoryxPriv::setPlaySpeed(int32_t speed) {
+    SPcmInfo* item = findItem(mPlayingId, 700, "int32_t WavoryxPriv::setPlaySpeed(int32_t)");
+    if (item == nullptr) return -1;
+    AudioPlayer* player = playerOf(item);
+    if (player == nullptr) return -5;
+    // No speed 0, and no backwards play for data that cannot be read
+    // backwards (a recording, a clip list): both would only play silence.
+    if (speed == 0 || (speed < 0 && !player->canPlayBackwards())) {
+        WV_LOGE("play speed %d refused for pcm %d", speed, static_cast<int>(item->id));
+        return -4;
+    }
+    player->setPlaybackRatePermille(static_cast<int32_t>(static_cast<uint32_t>(speed) * 1000u));
+    return 0;
 }
 
 int32_t WavoryxPriv::getPlayPositionMs() {
-    return currentItem(this, mPlayingId, 709, "int32_t WavoryxPriv::getPlayPositionMs()") ? 0 : -1;
+    SPcmInfo* item = findItem(mPlayingId, 709, "int32_t WavoryxPriv::getPlayPositionMs()");
+    if (item == nullptr) return -1;
+    AudioPlayer* player = playerOf(item);
+    if (player == nullptr) return 0;
+    return static_cast<int32_t>(player->getMediaTimeUs() / 1000);
 }

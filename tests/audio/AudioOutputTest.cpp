@@ -148,7 +148,7 @@ TEST(AudioOutput, SampleRateChangesHowFastFramesAreTaken) {
     ManualOutput m(8000, kStereo, 0, 4096);
     m.output->start();
     ASSERT_TRUE(m.waitFull());
-    for (int32_t bad : {0, -1, -8000, 24001}) {
+    for (int32_t bad : {0, -1, -8000, 32001}) {
         EXPECT_EQ(m.output->setSampleRate(bad), AudioOutput::BAD_VALUE) << bad;
     }
     EXPECT_EQ(m.output->getSampleRate(), 8000u);
@@ -162,6 +162,19 @@ TEST(AudioOutput, SampleRateChangesHowFastFramesAreTaken) {
     // Time is counted in frame-microseconds, so short ticks lose nothing.
     for (int i = 0; i < 1000; ++i) m.device->advance(7);
     EXPECT_EQ(m.output->framesPlayed(), 2400u + 168u);
+    EXPECT_EQ(m.output->setSampleRate(32000), 0);  // four times the opened rate
+}
+
+TEST(AudioOutput, PresentedFramesCountPlayedAndFlushedOnes) {
+    ManualOutput m(8000, kStereo, 0, 4096);
+    m.output->start();
+    ASSERT_TRUE(m.waitFull());
+    EXPECT_EQ(m.output->framesPresented(), 0u);
+    m.device->advance(10000);
+    EXPECT_EQ(m.output->framesPresented(), 80u);
+    m.output->pause();
+    m.output->flush();
+    EXPECT_EQ(m.output->framesPresented(), m.output->framesHandedOut());
 }
 
 TEST(AudioOutput, WritesWholeFramesOnlyAndRetriesEmptyCallbacks) {

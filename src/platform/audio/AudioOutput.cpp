@@ -186,6 +186,12 @@ size_t AudioOutput::framesQueued() const {
     return mQueue->used();
 }
 
+uint64_t AudioOutput::framesPresented() const {
+    if (mStatus != 0) return 0;
+    std::lock_guard<std::mutex> guard(mLock);
+    return mHandedOut - mQueue->used();
+}
+
 void AudioOutput::feedLoop() {
     pthread_setname_np(pthread_self(), "WavoryxOutput");
     const size_t frameBytes = frameSize();

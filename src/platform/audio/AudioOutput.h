@@ -18,8 +18,9 @@
 //   stop()   no more callbacks; the queued frames play out, then stopped()
 //            turns true (a paused output stops at once and drops its queue)
 //   flush()  drops every queued frame, in any state
-//   setSampleRate(hz) plays the same frames at hz; 1 Hz to 3 x the opened
-//            rate, anything else is refused with BAD_VALUE (-22)
+//   setSampleRate(hz) plays the same frames at hz; 1 Hz to 4 x the opened
+//            rate (a fixed-rate device: below 4 x its own rate), anything
+//            else is refused with BAD_VALUE (-22)
 // Statuses: 0, BAD_VALUE (-22) for a format, mask or rate it cannot play,
 // NO_INIT (-19) when no device could be opened.
 //
@@ -48,7 +49,7 @@ public:
     static constexpr int32_t AUDIO_FORMAT_PCM_16_BIT = 1;
     static constexpr int32_t NO_INIT = -19;
     static constexpr int32_t BAD_VALUE = -22;
-    static constexpr uint32_t kMaxRateFactor = 3;
+    static constexpr uint32_t kMaxRateFactor = 4;
 
     enum event_type { EVENT_MORE_DATA = 0 };
 
@@ -99,6 +100,10 @@ public:
     uint64_t framesPlayed() const;
     // Frames waiting in the queue.
     size_t framesQueued() const;
+    // Frames handed out that are no longer queued (played, passed over or
+    // flushed): the index, in handed-out order, of the next frame the
+    // device takes. Grows monotonically.
+    uint64_t framesPresented() const;
     // The output's thread, on which the callback runs.
     std::thread::id outputThreadId() const { return mThread.get_id(); }
 

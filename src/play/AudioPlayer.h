@@ -1,0 +1,186 @@
+// Plays one PCM item through an audio output in callback mode.
+//
+// Two inputs, chosen while playing:
+//  - the item's PCM data through its PcmInfoReader (forwards or backwards),
+//    used whenever the item has PCM data at the play position;
+//  - the item's media file (path), demuxed and decoded by the media layer
+//    (a raw PCM track is read as it is), forwards only, used when the PCM
+//    data does not reach the play position yet (an item still loading) or
+//    cannot be read at all (a recording).
+// The output is opened with the media file's decoded format. When the
+// item's own format is known and disagrees (rate or channels), the output
+// is opened with the item's format and only the PCM data is played.
+//
+// The output's thread pulls data through fillBuffer(). A fill never waits:
+// when the input has fewer frames than asked and has not ended (an item
+// still growing, a backwards read with nothing to give), it hands out what
+// it has plus silence and asks again at the next fill. When the input ends
+// (the reader's end, a reader failure, the end of the media stream, or
+// frame 0 when playing backwards) event 42 is posted once, 30 ms later,
+// and every later fill is silence until a seek.
+//
+// Clock. Positions are mapped through output frame indices: the output
+// reports how many of the frames handed to it it has presented
+// (AudioOutput::framesPresented), and each chunk of input records the media
+// time of its first frame and its index. The play position is the chunk's
+// media time plus the presented frames past its index (minus, backwards),
+// scaled to microseconds at the decoded rate. Since the output takes frames
+// at rate x speed, the position advances at |speed| times the wall clock,
+// freezes while the output is paused or starved, and is exact (to one
+// chunk) once the frames queued before a seek or speed change have played.
+// At the end of the input it stays at the time of the last frame played.
+//
+// States: Empty (no source) -> setDataSource -> Prepared -> start ->
+// Paused <-> Playing (resume / pause). seekTo and setPlaybackRatePermille
+// keep the state. The player owns the item's reader (given by its user);
+// destruction stops the output, then releases the decoder, then the reader.
+//
+// Threads: control calls come from the client's thread and the engine's
+// callback thread (pause(true) at the end of playback); the fill runs on
+// the output's thread. mLock guards the clock, seek and end fields and is
+// never held while reading the reader or the media source, except around
+// the reader's position calls of a seek.
+#pragma once
+
+#include <atomic>
+#include <cstddef>
+#include <cstdint>
+#include <functional>
+#include <memory>
+#include <mutex>
+#include <string>
+
+#include "engine/SPcmInfo.h"
+#include "platform/audio/AudioOutput.h"
+#include "platform/media/MediaBuffer.h"
+#include "platform/media/MediaSource.h"
+#include "render/PcmInfoReader.h"
+
+class WavoryxPriv;
+
+namespace wv {
+
+// A source of the current time of some playback, in microseconds.
+class TimeSource {
+public:
+    virtual ~TimeSource() {}
+    virtual int64_t getRealTimeUs() = 0;
+};
+
+// The sink a player could hand its data to instead of its own output;
+// the engine never passes one.
+class AudioSink;
+
+class AudioPlayer : public TimeSource, public PcmItemPlayer {
+public:
+    enum : uint32_t { PAUSED = 1, PLAYING = 2 };
+    enum FlagMode { SET = 0, CLEAR = 1, ASSIGN = 2 };
+    static constexpr int32_t kEndEventDelayMs = 30;
+    static constexpr int32_t UNKNOWN_ERROR = int32_t(0x80000000);
+
+    // Makes the output for (rate, channel mask); the default opens the
+    // selected device (wavoryx_set_audio_output / WAVORYX_AUDIO_OUT).
+    using OutputFactory = std::function<std::unique_ptr<AudioOutput>(
+        uint32_t sampleRate, uint32_t channelMask, AudioOutput::callback_t callback, void* user)>;
+
+    AudioPlayer(AudioSink* sink, bool flag, WavoryxPriv* editor);
+    ~AudioPlayer() override;
+    AudioPlayer(const AudioPlayer&) = delete;
+    AudioPlayer& operator=(const AudioPlayer&) = delete;
+
+    // Before start(): where the output comes from (tests inject devices).
+    void setOutputFactory(OutputFactory factory) { mOutputFactory = std::move(factory); }
+    // Before start(): the item and its reader, which the player then owns.
+    void setReader(SPcmInfo* item, std::unique_ptr<PcmInfoReader> reader);
+    PcmInfoReader* reader() const { return mReader.get(); }
+
+    // Opens the media file and starts its decoded source. 0 or -1 (a player
+    // opens one source in its life).
+    int32_t setDataSource(const char* path);
+    // Creates the output, stopped. 0, -1 without a source, the output's
+    // status, or BAD_VALUE (-22) for a channel count without a mask.
+    int32_t start(bool sourceStarted);
+    // drain: the output plays what it has queued, then stops; otherwise it
+    // pauses at once. 0, or -1 on a player that never played.
+    int32_t pause(bool drain);
+    // Starts the output. 0, or -1 without a source.
+    int32_t resume();
+    // Asks for a seek, done by the next fill; clears the end. Always 0.
+    int32_t seekTo(int64_t timeUs);
+    // Direction and speed: 1000 normal, 2000 double, -1000 backwards; 0 is
+    // backwards at rate 0, which the output refuses. The output's status,
+    // or NO_INIT (-19) before start().
+    int32_t setPlaybackRatePermille(int32_t ratePermille);
+    // Whether the item's PCM data can be played backwards in the output's
+    // format.
+    bool canPlayBackwards() const;
+
+    int64_t getRealTimeUs() override;
+    // The play position in microseconds of media time.
+    int64_t getMediaTimeUs();
+    bool getMediaTimeMapping(int64_t* outputUs, int64_t* mediaUs);
+    bool isSeeking();
+    bool reachedEOS(int32_t* status);
+
+    // The fill; bytes written. Output thread only.
+    size_t fillBuffer(void* data, size_t size);
+    void AudioCallback(int event, void* info);
+    static void AudioCallback(int event, void* player, void* info);
+
+    uint32_t flags() const { return mFlags.load(); }
+    bool usingReader() const { return mUseReader.load(); }
+    AudioOutput* output() const { return mOutputTrack.get(); }
+    int32_t sampleRate() const { return mSampleRate; }
+
+private:
+    int32_t initAudioDecoder();
+    void reset();
+    void modifyFlags(uint32_t value, FlagMode mode);
+    int64_t getRealTimeUsLocked();
+    int64_t getMediaTimeUsLocked();
+    // Makes `presentedIndex` the clock base: frames handed since it count
+    // from there (none after the end, to keep the position pinned).
+    void rebaseClockLocked(uint64_t presentedIndex);
+    bool readerCanServe() const;
+    bool formatsAgree(int32_t rate, int32_t channels) const;
+    int64_t outputTimeUsLocked(size_t doneBytes) const;
+
+    // The parts of one fill.
+    enum class Step { MORE, WAIT, END };
+    void applySeekLocked(MediaSource::ReadOptions* options);
+    Step fillFromReader(uint8_t* data, size_t* done, size_t size);
+    Step fillFromSource(uint8_t* data, size_t* done, size_t size,
+                        const MediaSource::ReadOptions& options);
+
+    std::atomic<bool> mUseReader{true};
+    bool mReverse = false;  // guarded by mLock
+    std::unique_ptr<PcmInfoReader> mReader;
+    SPcmInfo* mItem = nullptr;
+    std::shared_ptr<MediaSource> mSource;
+    std::unique_ptr<AudioOutput> mOutputTrack;
+    std::shared_ptr<MediaSource> mExtractorTrack;
+    std::string mPath;
+    std::atomic<uint32_t> mFlags{0};
+    MediaBuffer* mInputBuffer = nullptr;
+    int32_t mSampleRate = 0;
+    uint32_t mFrameBytes = 0;
+    bool mReaderOnly = false;  // formats disagree: the media file is not played
+
+    std::mutex mLock;
+    int64_t mFramesWritten = 0;      // frames handed since the clock base
+    uint64_t mHandedFrames = 0;      // frames handed to the output, silence included
+    uint64_t mClockBaseFrame = 0;    // presented index of the clock base
+    int64_t mPositionTimeMediaUs = -1;
+    int64_t mPositionTimeOutputUs = -1;
+    bool mSeekPending = false;
+    bool mEndReached = false;
+    int32_t mEndStatus = 0;
+    int64_t mSeekTargetUs = 0;
+    std::atomic<bool> mStarted{false};
+    WavoryxPriv* const mEditor;
+    int32_t mRateFactor = 1;
+
+    OutputFactory mOutputFactory;
+};
+
+}  // namespace wv
