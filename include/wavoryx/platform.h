@@ -12,8 +12,8 @@
  *   WAVORYX_AUDIO_IN    where recording comes from, as for
  *                       wavoryx_set_audio_input (default auto).
  *   WAVORYX_DEVICE_PACE a positive number N: the null and file: outputs and
- *                       the silence and tone: inputs run N times faster than
- *                       real time (default 1).
+ *                       the silence, tone: and file: inputs run N times
+ *                       faster than real time (default 1).
  */
 #ifndef WAVORYX_PLATFORM_H
 #define WAVORYX_PLATFORM_H
@@ -57,7 +57,12 @@ WAVORYX_API int wavoryx_set_audio_output(const char* spec);
  *   "device"   the system's default input device
  *   "silence"  zeros, paced by a clock as a device would be
  *   "tone:HZ"  a sine of HZ hertz at half of full scale, paced likewise
- *   "auto"     "device" when one can be opened, else "silence"
+ *   "file:PATH" the audio file PATH (any format the engine loads), converted
+ *              to the recording's rate and channels and paced likewise;
+ *              silence after its end. Each input opened starts the file
+ *              from its beginning. PATH must be readable now.
+ *   "auto"     "device" when one can be opened, else "silence" (logged as
+ *              a warning)
  * Returns 0, or -1 for any other text. */
 WAVORYX_API int wavoryx_set_audio_input(const char* spec);
 

@@ -1,14 +1,303 @@
 #define WV_LOG_TAG "WavoryxPriv"
 #include "record/RecorderThread.h"
 
+#include <string>
+
+#include "engine/WavoryxPriv.h"
+#include "platform/Clock.h"
 #include "platform/Log.h"
+#include "record/RecordJob.h"
+#include "threads/JavaCallbackThread.h"
 
 namespace wv {
+namespace {
+
+// The drain buffer at the end of a pitch-shifted recording.
+constexpr uint32_t kDrainBytes = 512;
+
+// Clears the current recording if it is still `id`; a newer one is left alone.
+void stopIfCurrent(WavoryxPriv* editor, pcm_id_t id) {
+    pcm_id_t expected = id;
+    editor->mRecordingId.compare_exchange_strong(expected, 0);
+}
+
+}  // namespace
+
+RecorderThread::RecorderThread(WavoryxPriv* editor) : mEditor(editor) {}
+
+RecorderThread::~RecorderThread() = default;
+
+void RecorderThread::notify(uint32_t code, pcm_id_t id, int32_t arg, int32_t delayMs) {
+    mEditor->notifyClient(WVThreadCmd(code, id, arg), delayMs);
+}
+
+SPcmInfo* RecorderThread::itemOf(const WVThreadCmd& cmd, const char* stage) {
+    SPcmInfo* item = mEditor->getPcmInfo(cmd.pcmId, REF_NONE);
+    if (item != nullptr) return item;
+    WV_LOGE("recorder: pcm %u of command %u (%s) doesn't exist; dropped", cmd.pcmId, cmd.code,
+            stage);
+    if (cmd.code == kCmdRecord && cmd.data != nullptr) {
+        finishJob(static_cast<RecordJob*>(cmd.data));
+    }
+    return nullptr;
+}
 
 void RecorderThread::procCmd(WVThreadCmd& cmd) {
-    // Recording arrives with the capture layer.
-    WV_LOGV("recorder: command %u for pcm %u not handled yet", cmd.code, cmd.pcmId);
-    (void)mEditor;
+    SPcmInfo* item = itemOf(cmd, "run");
+    if (item == nullptr) return;
+    mCurrentId.store(cmd.pcmId, std::memory_order_relaxed);
+    switch (cmd.code) {
+        case kCmdStart:
+            if (item->status.load() == RECORDING) startRecording(cmd, item);
+            break;
+        case kCmdRecord:
+            recordBuffer(cmd, item, static_cast<RecordJob*>(cmd.data));
+            break;
+        default:
+            WV_LOGE("recorder: unknown command %u for pcm %u", cmd.code, cmd.pcmId);
+            break;
+    }
+    mCurrentId.store(0, std::memory_order_relaxed);
+}
+
+void RecorderThread::abortStart(pcm_id_t id, int32_t failure) {
+    mEditor->releasePcm(id, REF_RECORDER, false);
+    mEditor->releasePcm(id, REF_CLIENT, false);
+    stopIfCurrent(mEditor, id);
+    notify(EVT_RECORD_FAILED, id, failure);
+    notify(EVT_RECORD_ENDED, id, -1);
+}
+
+void RecorderThread::startRecording(const WVThreadCmd& cmd, SPcmInfo* item) {
+    const pcm_id_t id = cmd.pcmId;
+    const int32_t sampleRate = item->sampleRate.load();
+    const int32_t channels = item->channelCount.load();
+    std::unique_ptr<AudioRecorder> recorder(
+        new AudioRecorder(item->audioSource.load(), uint32_t(sampleRate), uint32_t(channels)));
+    if (recorder->initCheck() != 0) {
+        WV_LOGE("init recorder failed.");
+        recorder.reset();
+        mEditor->releasePcm(id, REF_RECORDER, false);
+        notify(EVT_RECORD_FAILED, id, 5);
+        return;
+    }
+    const std::string path = item->path.get();
+    std::unique_ptr<AudioEncoder> encoder(
+        AudioEncoder::createAudioEncoder(encode_type(item->encodeType.load()), path.c_str()));
+    if (!encoder) {
+        WV_LOGE("createAudioEncoder failed.");
+        recorder.reset();
+        abortStart(id, 5);
+        return;
+    }
+    int err = encoder->initEncoder(uint32_t(sampleRate), uint32_t(channels),
+                                   uint32_t(item->bitRate.load()), AudioEncoder::FORMAT_PCM_16);
+    if (err != 0) {
+        WV_LOGE("init encorder failed %d.", err);
+        recorder.reset();
+        encoder.reset();
+        abortStart(id, 3);
+        return;
+    }
+    err = recorder->start(nullptr);
+    if (err != 0) {
+        WV_LOGE("start encorder failed %d.", err);
+        recorder.reset();
+        encoder.reset();
+        abortStart(id, 5);
+        return;
+    }
+
+    auto* job = new RecordJob();
+    job->recorder = std::move(recorder);
+    job->encoder = std::move(encoder);
+    job->waveform.reset(new WaveformState(uint32_t(sampleRate), uint32_t(channels)));
+    openWaveformFile(job->waveform.get(), (path + ".wave").c_str());
+    job->pacer.reset(new PacingTimer(kWaveformPeriodMs, timeOfDay()));
+    job->fadeLength = RecordJob::fadeLengthFor(sampleRate);
+    job->frameSize = item->frameSize();
+    const float pitch = item->pitch.load();
+    if (pitch != 0.0f) {
+        job->pitchShifter.reset(new VoicePitchShifter(uint32_t(sampleRate), uint32_t(channels), pitch));
+    } else if (item->robot.load() == 1) {
+        job->robotEffect.reset(new EffectRobot(2, 10, sampleRate, channels));
+    }
+    sendCmd(WVThreadCmd(kCmdRecord, id, -1, job), kRecordUrgency);
+    notify(EVT_RECORD_STARTED, id, -1);
+}
+
+void RecorderThread::recordBuffer(WVThreadCmd& cmd, SPcmInfo* item, RecordJob* job) {
+    const pcm_id_t id = cmd.pcmId;
+    const int status = job->encoder->checkStatus();
+    if (status == FileWriter::WRITE_ERROR) {
+        WV_LOGE("Recording error in checkStatus!");
+        notify(EVT_RECORD_FAILED, id, 1);
+        cancelCmd(cmd);
+    } else if (status == FileWriter::WRITE_STORAGE_FULL) {
+        WV_LOGW("Pause recording due to low space in checkStatus");
+        notify(EVT_RECORD_NO_SPACE, id, -1);
+        suspendCmd(cmd);
+    } else if (!job->recorder) {
+        // Only a parked job lacks a source; park this one too.
+        WV_LOGE("recorder: pcm %u has no capture source", id);
+        suspendCmd(cmd);
+    } else {
+        MediaBuffer* buffer = nullptr;
+        if (job->recorder->read(&buffer) != 0 || buffer == nullptr) {
+            WV_LOGE("Recording read error!");
+        } else {
+            auto* data = reinterpret_cast<int16_t*>(static_cast<uint8_t*>(buffer->data()) +
+                                                    buffer->range_offset());
+            const uint32_t bytes = uint32_t(buffer->range_length());
+            const uint32_t frameSize = item->frameSize();
+            const uint32_t frames = bytes / frameSize;
+            fadeIn(data, frames, frameSize / 2, &job->fadeCount, job->fadeLength);
+            item->frames.fetch_add(frames);
+            item->totalFrames.fetch_add(frames);
+            sendWaveformPoints(id, job, data, bytes);
+            encodeBuffer(cmd, item, job, data, frames, bytes);
+            buffer->release();
+        }
+    }
+    sendCmd(cmd, kRecordUrgency);
+}
+
+void RecorderThread::sendWaveformPoints(pcm_id_t id, RecordJob* job, const int16_t* data,
+                                        uint32_t bytes) {
+    uint8_t point = 0;
+    while (bytes > 0) {
+        if (addWaveformSamples(job->waveform.get(), &data, &bytes, &point) == 0) break;
+        notify(EVT_RECORD_LEVEL, id, point, job->pacer->nextDelayMs());
+    }
+}
+
+void RecorderThread::encodeBuffer(WVThreadCmd& cmd, SPcmInfo* item, RecordJob* job,
+                                  int16_t* data, uint32_t frames, uint32_t bytes) {
+    const pcm_id_t id = cmd.pcmId;
+    if (job->pitchShifter) {
+        // The shifter hands back at most `frames` frames per call, so its
+        // output fits the captured buffer; a full or failed file shows in
+        // the next checkStatus().
+        job->pitchShifter->putSamples(data, frames);
+        for (;;) {
+            const uint32_t n = job->pitchShifter->receiveSamples(data, frames);
+            if (n == 0) break;
+            job->encoder->encoding(data, int(n * item->frameSize()));
+        }
+        return;
+    }
+    if (job->robotEffect) job->robotEffect->process(data, frames);
+    const int result = job->encoder->encoding(data, int(bytes));
+    if (result == FileWriter::WRITE_ERROR) {
+        WV_LOGE("Recording error!");
+        notify(EVT_RECORD_FAILED, id, 1);
+        cancelCmd(cmd);
+    } else if (result == FileWriter::WRITE_STORAGE_FULL) {
+        WV_LOGW("Pause recording due to low space");
+        notify(EVT_RECORD_NO_SPACE, id, -1);
+        suspendCmd(cmd);
+    }
+}
+
+int32_t RecorderThread::onCmdSuspend(WVThreadCmd& cmd) {
+    if (cmd.code != kCmdRecord) return -1;
+    if (itemOf(cmd, "suspend") == nullptr) return -1;
+    auto* job = static_cast<RecordJob*>(cmd.data);
+    job->fadeCount = 0;
+    job->dropRecorder();
+    notify(EVT_RECORD_PAUSED, cmd.pcmId, -1);
+    return 0;
+}
+
+void RecorderThread::onCmdResume(WVThreadCmd& cmd) {
+    if (cmd.code != kCmdRecord) return;
+    SPcmInfo* item = itemOf(cmd, "resume");
+    if (item == nullptr) return;
+    auto* job = static_cast<RecordJob*>(cmd.data);
+    job->resumeRetries = 1;
+    for (;;) {
+        job->recorder.reset(new AudioRecorder(item->audioSource.load(),
+                                              uint32_t(item->sampleRate.load()),
+                                              uint32_t(item->channelCount.load())));
+        if (job->recorder->initCheck() != 0) {
+            WV_LOGE("init recorder failed in resume.");
+        } else if (job->recorder->start(nullptr) == 0) {
+            sendCmd(cmd, kRecordUrgency);
+            notify(EVT_RECORD_RESUMED, cmd.pcmId, -1);
+            return;
+        } else {
+            WV_LOGE("start recorder failed in resume.");
+        }
+        job->recorder.reset();
+        if (job->resumeRetries <= 0) break;
+        --job->resumeRetries;
+        WV_LOGW("wait some time to retry");
+        sleepUs(kResumeRetryDelayUs);
+    }
+    // Parked again through onCmdSuspend, which sends a further 66.
+    sendCmd(cmd, kRecordUrgency);
+    suspendCmd(cmd);
+    notify(EVT_RECORD_FAILED, cmd.pcmId, 5);
+    notify(EVT_RECORD_PAUSED, cmd.pcmId, -1);
+}
+
+void RecorderThread::onCmdCancel(WVThreadCmd& cmd) {
+    const pcm_id_t id = cmd.pcmId;
+    if (cmd.code == kCmdStart) {
+        // Stopped before it started: nothing was opened.
+        if (mEditor->getPcmInfo(id, REF_NONE) == nullptr) {
+            WV_LOGE("recorder: pcm %u of command %u (cancel) doesn't exist; dropped", id, cmd.code);
+            return;
+        }
+        mEditor->releasePcm(id, REF_RECORDER, false);
+        notify(EVT_RECORD_ENDED, id, 0);
+        return;
+    }
+    if (cmd.code != kCmdRecord) return;
+    SPcmInfo* item = itemOf(cmd, "cancel");
+    if (item == nullptr) return;
+    const int32_t result = finishJob(static_cast<RecordJob*>(cmd.data));
+    mEditor->releasePcm(id, REF_RECORDER, false);
+    notify(EVT_RECORD_ENDED, id, result);
+}
+
+int32_t RecorderThread::finishJob(RecordJob* job) {
+    const uint32_t frameSize = job->frameSize;
+    int32_t result = 0;
+    if (job->encoder->checkStatus() == FileWriter::WRITE_ERROR) {
+        WV_LOGE("Recording error in stop!");
+        result = 1;
+    } else {
+        if (job->pitchShifter) {
+            int16_t tmp[kDrainBytes / 2];
+            job->pitchShifter->flush();
+            for (;;) {
+                const uint32_t n = job->pitchShifter->receiveSamples(tmp, kDrainBytes / frameSize);
+                if (n == 0) break;
+                job->encoder->encoding(tmp, int(n * frameSize));
+            }
+        }
+        const int r = job->encoder->finishEncoding();
+        if (r == FileWriter::WRITE_ERROR) {
+            WV_LOGE("Recording error in finishEncoding!");
+            result = 1;
+        } else if (r == FileWriter::WRITE_STORAGE_FULL) {
+            WV_LOGE("Recording no space in finishEncoding!");
+            result = 3;
+        }
+    }
+    delete job;
+    return result;
+}
+
+void RecorderThread::onCmdDiscard(WVThreadCmd& cmd) {
+    if (cmd.code == kCmdStart) {
+        mEditor->releasePcm(cmd.pcmId, REF_RECORDER, false);
+        return;
+    }
+    if (cmd.code != kCmdRecord || cmd.data == nullptr) return;
+    finishJob(static_cast<RecordJob*>(cmd.data));
+    mEditor->releasePcm(cmd.pcmId, REF_RECORDER, false);
 }
 
 }  // namespace wv

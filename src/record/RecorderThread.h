@@ -1,23 +1,85 @@
 // The recorder worker: captures the microphone into an item's output file,
 // one captured buffer per command (continuations at urgency 1, ahead of
 // everything but control requests).
+//
+// Commands
+// - {1, id, -1, null}: set the recording of item id up (posted by
+//   recordStart, urgency 7): capture source, encoder, waveform file, pacing
+//   timer, voice effect; then event 61 and the first command 2.
+// - {2, id, -1, job}: move one captured buffer (at most 2048 bytes) through
+//   fade-in, waveform points (event 80, spaced 20 ms apart), the voice effect
+//   and the encoder, then post itself again.
+// Control requests act on command 2: suspend parks it and drops the capture
+// source (event 66), resume makes a new source (event 65; one retry after
+// 500 ms, which blocks this worker), cancel finishes the file and ends the
+// job (event 63 with 0, 1 for a write error or 3 for no space). A cancel
+// that catches command 1 before it ran ends the recording before anything
+// was opened (event 63 with 0). Storage full pauses (64, then 66); a write
+// error cancels (60 with 1, then 63).
+//
+// A command whose item is no longer registered is dropped with an error log
+// line; its job, if any, is freed and its file finished.
+//
+// onCmdDiscard (engine shutdown) frees the job of a queued or parked command
+// without telling the client: the file is finished when the encoder still
+// works, else removed.
 #pragma once
 
+#include <atomic>
+
+#include "engine/PcmTypes.h"
 #include "threads/WVCmdThread.h"
 
 class WavoryxPriv;
 
 namespace wv {
 
+struct RecordJob;
+struct SPcmInfo;
+
 class RecorderThread : public WVCmdThread {
 public:
-    explicit RecorderThread(WavoryxPriv* editor) : mEditor(editor) {}
+    static constexpr uint32_t kCmdStart = 1;
+    static constexpr uint32_t kCmdRecord = 2;
+    static constexpr uint8_t kStartUrgency = 7;
+    static constexpr uint8_t kRecordUrgency = 1;
+    static constexpr int64_t kResumeRetryDelayUs = 500000;
+    static constexpr int32_t kWaveformPeriodMs = 20;
+
+    explicit RecorderThread(WavoryxPriv* editor);
+    ~RecorderThread() override;
+
+    // The item of the command being handled, 0 between commands.
+    pcm_id_t currentId() const { return mCurrentId.load(std::memory_order_relaxed); }
 
 protected:
     void procCmd(WVThreadCmd& cmd) override;
+    int32_t onCmdSuspend(WVThreadCmd& cmd) override;
+    void onCmdResume(WVThreadCmd& cmd) override;
+    void onCmdCancel(WVThreadCmd& cmd) override;
+    void onCmdDiscard(WVThreadCmd& cmd) override;
 
 private:
-    WavoryxPriv* mEditor;
+    void startRecording(const WVThreadCmd& cmd, SPcmInfo* item);
+    void recordBuffer(WVThreadCmd& cmd, SPcmInfo* item, RecordJob* job);
+    // Encodes one buffer of `frames` frames; posts the pause or cancel that
+    // a full or failed file asks for.
+    void encodeBuffer(WVThreadCmd& cmd, SPcmInfo* item, RecordJob* job, int16_t* data,
+                      uint32_t frames, uint32_t bytes);
+    void sendWaveformPoints(pcm_id_t id, RecordJob* job, const int16_t* data, uint32_t bytes);
+    // Ends the job: drains the pitch shifter, finishes the file and frees
+    // everything. 0 finished, 1 write error, 3 no space.
+    int32_t finishJob(RecordJob* job);
+    // A start that failed after the encoder: both references go, the
+    // recording stops being current, events 60 (arg) and 63 with -1.
+    void abortStart(pcm_id_t id, int32_t failure);
+    // The command's item, or null after an error log line (the job of a
+    // command 2 is then finished and freed).
+    SPcmInfo* itemOf(const WVThreadCmd& cmd, const char* stage);
+    void notify(uint32_t code, pcm_id_t id, int32_t arg, int32_t delayMs = 0);
+
+    WavoryxPriv* const mEditor;
+    std::atomic<pcm_id_t> mCurrentId{0};
 };
 
 }  // namespace wv

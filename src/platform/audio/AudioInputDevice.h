@@ -7,7 +7,9 @@
 //   "silence"  zeros, paced by a clock
 //   "tone:HZ"  a sine of HZ hertz at half of full scale on every channel,
 //              paced by a clock
-//   "auto"     "device" if it opens, else "silence" (the default)
+//   "file:PATH" an audio file, decoded and converted to the opened format,
+//              paced by a clock, silence after its end (see FileInputDevice.h)
+//   "auto"     "device" if it opens, else "silence" with a warning (the default)
 // WAVORYX_DEVICE_PACE=N runs the clock-paced inputs N times faster than
 // real time.
 #pragma once
@@ -40,7 +42,7 @@ public:
     virtual void stop() = 0;
     // Delay from the sound to its delivery, in milliseconds.
     virtual uint32_t latencyMs() const = 0;
-    // "device", "silence" or "tone".
+    // "device", "silence", "tone" or "file".
     virtual const char* name() const = 0;
 };
 

@@ -1,5 +1,7 @@
 #define WV_LOG_TAG "AudioInput"
 
+#include <unistd.h>
+
 #include <cstdlib>
 #include <mutex>
 #include <string>
@@ -9,6 +11,7 @@
 #include "platform/Log.h"
 #include "platform/audio/AudioInputDevice.h"
 #include "platform/audio/AudioOutputDevice.h"
+#include "platform/audio/FileInputDevice.h"
 #include "platform/audio/GeneratedInputDevice.h"
 #include "platform/audio/PortAudioInputDevice.h"
 
@@ -33,10 +36,22 @@ double toneHz(const std::string& spec) {
     return hz;
 }
 
+const char kFilePrefix[] = "file:";
+constexpr size_t kFilePrefixLength = sizeof kFilePrefix - 1;
+
+// The path of "file:PATH", or "" when `spec` is not that form.
+std::string filePath(const std::string& spec) {
+    if (spec.compare(0, kFilePrefixLength, kFilePrefix) != 0) return "";
+    return spec.substr(kFilePrefixLength);
+}
+
 }  // namespace
 
 bool isValidAudioInputSpec(const std::string& spec) {
-    return spec == "auto" || spec == "device" || spec == "silence" || toneHz(spec) > 0;
+    if (spec == "auto" || spec == "device" || spec == "silence" || toneHz(spec) > 0) return true;
+    // A file that cannot be read is refused now rather than at every start.
+    const std::string path = filePath(spec);
+    return !path.empty() && ::access(path.c_str(), R_OK) == 0;
 }
 
 std::string selectedAudioInput() {
@@ -68,12 +83,14 @@ int32_t openAudioInputDevice(const std::string& spec, uint32_t sampleRate, uint3
             WV_LOGE("the audio input device cannot be opened (%d)", err);
             return err;
         }
-        WV_LOGI("no audio input device; recording silence");
+        WV_LOGW("no audio input device; recording silence");
         device.reset(new GeneratedInputDevice(0, devicePaceFromEnvironment()));
     } else if (spec == "silence") {
         device.reset(new GeneratedInputDevice(0, devicePaceFromEnvironment()));
     } else if (toneHz(spec) > 0) {
         device.reset(new GeneratedInputDevice(toneHz(spec), devicePaceFromEnvironment()));
+    } else if (!filePath(spec).empty()) {
+        device.reset(new FileInputDevice(filePath(spec), devicePaceFromEnvironment()));
     } else {
         WV_LOGE("unknown audio input %s", spec.c_str());
         return -22;

@@ -12,6 +12,10 @@ void MediaBuffer::set_range(size_t offset, size_t length) {
 }
 
 void MediaBuffer::release() {
+    if (mObserver != nullptr) {
+        mObserver->signalBufferReturned(this);
+        return;
+    }
     // The group may die inside giveBack() once this last reference goes, so
     // hold it on the stack until giveBack() has returned.
     std::shared_ptr<MediaBufferGroup> owner = std::move(mOwner);
@@ -41,6 +45,7 @@ MediaBuffer* MediaBufferGroup::acquire(size_t capacity) {
     buffer->mRangeOffset = 0;
     buffer->mRangeLength = 0;
     buffer->mMeta->clear();
+    buffer->mObserver = nullptr;
     buffer->mOwner = shared_from_this();
     return buffer;
 }

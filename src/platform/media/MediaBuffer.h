@@ -21,7 +21,19 @@
 
 namespace wv {
 
+class MediaBuffer;
 class MediaBufferGroup;
+
+// Told when a reader releases a buffer that carries it as observer; it then
+// owns the buffer again and, to give it back to its group for good, clears
+// the observer and releases it once more.
+class MediaBufferObserver {
+public:
+    virtual void signalBufferReturned(MediaBuffer* buffer) = 0;
+
+protected:
+    ~MediaBufferObserver() = default;
+};
 
 class MediaBuffer {
 public:
@@ -37,8 +49,11 @@ public:
     void set_range(size_t offset, size_t length);
     const std::shared_ptr<MetaData>& meta_data() const { return mMeta; }
 
-    // Gives the buffer back to its group. The caller must not touch it after.
+    // Gives the buffer back to its group, or to its observer when it has
+    // one. The caller must not touch it after.
     void release();
+    // Null by default; cleared whenever the group lends the buffer again.
+    void setObserver(MediaBufferObserver* observer) { mObserver = observer; }
 
 private:
     friend class MediaBufferGroup;
@@ -49,6 +64,7 @@ private:
     size_t mRangeOffset = 0;
     size_t mRangeLength = 0;
     std::shared_ptr<MetaData> mMeta;
+    MediaBufferObserver* mObserver = nullptr;
     // Set while lent out, so that the group outlives its lent buffers.
     std::shared_ptr<MediaBufferGroup> mOwner;
 };

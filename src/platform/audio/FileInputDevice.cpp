@@ -1,0 +1,213 @@
+#define WV_LOG_TAG "AudioInput"
+#include "platform/audio/FileInputDevice.h"
+
+#include <strings.h>
+
+#include <algorithm>
+#include <chrono>
+#include <cstring>
+
+#include <wavoryx/dsp.h>
+
+#include "platform/Clock.h"
+#include "platform/Log.h"
+#include "platform/media/AudioCodec.h"
+#include "platform/media/DataSource.h"
+#include "platform/media/MediaExtractor.h"
+
+namespace wv {
+namespace {
+
+// The started PCM source of the file's first audio track: the track itself
+// when it is raw, else a decoder over it.
+std::shared_ptr<MediaSource> openPcmTrack(const std::string& path) {
+    DataSource::RegisterDefaultSniffers();
+    std::shared_ptr<DataSource> data = DataSource::CreateFromURI(path.c_str());
+    if (!data) return nullptr;
+    std::shared_ptr<MediaExtractor> extractor = MediaExtractor::Create(data);
+    if (!extractor) return nullptr;
+    for (size_t i = 0; i < extractor->countTracks(); ++i) {
+        std::shared_ptr<MetaData> meta = extractor->getTrackMetaData(i);
+        const char* mime = nullptr;
+        if (!meta || !meta->findCString(kKeyMIMEType, &mime) || strncasecmp(mime, "audio/", 6) != 0) {
+            continue;
+        }
+        std::shared_ptr<MediaSource> track = extractor->getTrack(i);
+        if (!track) return nullptr;
+        std::shared_ptr<MediaSource> source =
+            std::strcmp(mime, MEDIA_MIMETYPE_AUDIO_RAW) == 0 ? track : AudioCodec::Create(meta, track);
+        if (!source || source->start() != OK) return nullptr;
+        return source;
+    }
+    return nullptr;
+}
+
+}  // namespace
+
+FileInputDevice::FileInputDevice(std::string path, double pace)
+    : mPath(std::move(path)), mPace(pace > 0 ? pace : 1.0) {}
+
+FileInputDevice::~FileInputDevice() {
+    stop();
+    if (mMediaBuffer != nullptr) mMediaBuffer->release();
+    if (mSource) mSource->stop();
+}
+
+int32_t FileInputDevice::open(uint32_t sampleRate, uint32_t channels, AudioInputClient* client) {
+    if (sampleRate == 0 || channels == 0) return -22;
+    mSource = openPcmTrack(mPath);
+    std::shared_ptr<MetaData> format = mSource ? mSource->getFormat() : nullptr;
+    if (!format || !format->findInt32(kKeySampleRate, &mSourceRate) ||
+        !format->findInt32(kKeyChannelCount, &mSourceChannels) || mSourceRate <= 0 ||
+        mSourceChannels <= 0) {
+        WV_LOGE("no audio to record in %s", mPath.c_str());
+        if (mSource) mSource->stop();
+        mSource.reset();
+        return kCannotOpen;
+    }
+    mSampleRate = sampleRate;
+    mChannels = channels;
+    mClient = client;
+    mStereo.assign(kMaxPieceFrames * 2, 0);
+    mBlock.assign(kMaxPieceFrames * channels, 0);
+    if (uint32_t(mSourceRate) != sampleRate) {
+        mLent.assign(kMaxPieceFrames * 2, 0);
+        mResampler.reset(AudioResampler::create(16, 2, int32_t(sampleRate), AudioResampler::SRC_DEFAULT));
+        mResampler->init();
+        mResampler->setSampleRate(mSourceRate);
+        mResampler->setVolume(1, 1);
+    }
+    return 0;
+}
+
+int32_t FileInputDevice::start() {
+    if (!mSource) return -19;
+    if (mThread.joinable()) return 0;
+    mRunning = true;
+    mThread = std::thread(&FileInputDevice::run, this);
+    return 0;
+}
+
+void FileInputDevice::stop() {
+    if (!mThread.joinable()) return;
+    {
+        std::lock_guard<std::mutex> guard(mLock);
+        mRunning = false;
+    }
+    mWake.notify_all();
+    mThread.join();
+}
+
+bool FileInputDevice::nextMediaBuffer() {
+    if (mMediaBuffer != nullptr) mMediaBuffer->release();
+    mMediaBuffer = nullptr;
+    mMediaOffset = 0;
+    for (;;) {
+        const status_t status = mSource->read(&mMediaBuffer);
+        if (status == OK && mMediaBuffer != nullptr) return true;
+        if (status == INFO_FORMAT_CHANGED) {
+            // The rate stays what the resampler was made for; the channel
+            // count is followed.
+            int32_t channels = 0;
+            std::shared_ptr<MetaData> format = mSource->getFormat();
+            if (format && format->findInt32(kKeyChannelCount, &channels) && channels > 0) {
+                mSourceChannels = channels;
+            }
+            continue;
+        }
+        mMediaBuffer = nullptr;
+        mEnded = true;
+        return false;
+    }
+}
+
+size_t FileInputDevice::readStereo(int16_t* out, size_t frames) {
+    size_t done = 0;
+    while (done < frames && !mEnded) {
+        const size_t frameBytes = size_t(mSourceChannels) * 2;
+        if (mMediaBuffer == nullptr || mMediaOffset + frameBytes > mMediaBuffer->range_length()) {
+            if (!nextMediaBuffer()) break;
+            continue;
+        }
+        const auto* in = reinterpret_cast<const int16_t*>(
+            static_cast<const uint8_t*>(mMediaBuffer->data()) + mMediaBuffer->range_offset() +
+            mMediaOffset);
+        const size_t available = (mMediaBuffer->range_length() - mMediaOffset) / frameBytes;
+        const size_t n = std::min(available, frames - done);
+        for (size_t f = 0; f < n; ++f) {
+            const int16_t left = in[f * size_t(mSourceChannels)];
+            const int16_t right = mSourceChannels > 1 ? in[f * size_t(mSourceChannels) + 1] : left;
+            out[2 * (done + f)] = left;
+            out[2 * (done + f) + 1] = right;
+        }
+        done += n;
+        mMediaOffset += n * frameBytes;
+    }
+    return done;
+}
+
+int32_t FileInputDevice::getNextBuffer(AudioBufferProvider::Buffer* buffer, int64_t) {
+    const size_t want = std::min<size_t>(buffer->frameCount == 0 ? 1 : buffer->frameCount, kMaxPieceFrames);
+    const size_t got = readStereo(mLent.data(), want);
+    if (got == 0) {
+        buffer->raw = nullptr;
+        buffer->frameCount = 0;
+        return 0;
+    }
+    buffer->raw = mLent.data();
+    buffer->frameCount = uint32_t(got);
+    return 0;
+}
+
+void FileInputDevice::releaseBuffer(AudioBufferProvider::Buffer* buffer) {
+    buffer->raw = nullptr;
+    buffer->frameCount = 0;
+}
+
+const int16_t* FileInputDevice::produce(size_t frames) {
+    frames = std::min(frames, kMaxPieceFrames);
+    std::fill_n(mStereo.begin(), frames * 2, int16_t(0));
+    if (!mEnded) {
+        if (mResampler) {
+            mResampler->resample(mStereo.data(), frames, this);
+        } else {
+            readStereo(mStereo.data(), frames);
+        }
+    }
+    if (mChannels == 2) {
+        std::copy_n(mStereo.begin(), frames * 2, mBlock.begin());
+    } else if (mChannels == 1) {
+        std::copy_n(mStereo.begin(), frames * 2, mBlock.begin());
+        Stereo2Mono(mBlock.data(), unsigned(frames));
+    } else {
+        for (size_t f = 0; f < frames; ++f) {
+            for (uint32_t c = 0; c < mChannels; ++c) mBlock[f * mChannels + c] = mStereo[2 * f + c % 2];
+        }
+    }
+    return mBlock.data();
+}
+
+void FileInputDevice::run() {
+    const int64_t tickUs = std::clamp<int64_t>(int64_t(10000 / mPace), 250, 10000);
+    std::unique_lock<std::mutex> lock(mLock);
+    int64_t last = monotonicUs();
+    int64_t remainder = 0;  // frame-microseconds not yet delivered
+    while (mRunning) {
+        mWake.wait_for(lock, std::chrono::microseconds(tickUs));
+        if (!mRunning) break;
+        const int64_t now = monotonicUs();
+        remainder += int64_t(double(now - last) * mPace) * int64_t(mSampleRate);
+        last = now;
+        size_t due = size_t(remainder / 1000000);
+        remainder %= 1000000;
+        lock.unlock();
+        while (due > 0) {
+            const size_t frames = std::min(due, kMaxPieceFrames);
+            mClient->onCaptured(produce(frames), frames);
+            due -= frames;
+        }
+        lock.lock();
+    }
+}
+
+}  // namespace wv
