@@ -177,8 +177,8 @@ const int16_t* FileInputDevice::produce(size_t frames) {
     if (mChannels == 2) {
         std::copy_n(mStereo.begin(), frames * 2, mBlock.begin());
     } else if (mChannels == 1) {
-        std::copy_n(mStereo.begin(), frames * 2, mBlock.begin());
-        Stereo2Mono(mBlock.data(), unsigned(frames));
+        Stereo2Mono(mStereo.data(), unsigned(frames));
+        std::copy_n(mStereo.begin(), frames, mBlock.begin());
     } else {
         for (size_t f = 0; f < frames; ++f) {
             for (uint32_t c = 0; c < mChannels; ++c) mBlock[f * mChannels + c] = mStereo[2 * f + c % 2];
