@@ -21,6 +21,16 @@ namespace loadtest {
 
 using wvtest::Event;
 
+// Polls `pred` every 5 ms for up to 10 s.
+template <typename Pred>
+bool waitUntil(Pred pred) {
+    for (int i = 0; i < 2000; ++i) {
+        if (pred()) return true;
+        std::this_thread::sleep_for(std::chrono::milliseconds(5));
+    }
+    return pred();
+}
+
 // An engine whose working directory is a fresh temporary directory (or the
 // one given), with its events recorded and its callback loop running.
 class LoadRig {
@@ -65,11 +75,7 @@ public:
     // Waits until the decoder has dropped its reference on `id` (it does so
     // just after the ending event).
     bool waitForDecoderRelease(int id) {
-        for (int i = 0; i < 2000; ++i) {
-            if (mEngine->infoList().refCount(static_cast<wv::pcm_id_t>(id), wv::REF_DECODER) == 0) return true;
-            std::this_thread::sleep_for(std::chrono::milliseconds(5));
-        }
-        return false;
+        return waitUntil([&] { return refs(id, wv::REF_DECODER) == 0; });
     }
     uint32_t refs(int id, wv::pcm_ref_t ref) {
         return mEngine->infoList().refCount(static_cast<wv::pcm_id_t>(id), ref);
