@@ -1,23 +1,172 @@
 #define WV_LOG_TAG "WavoryxPriv"
 #include "load/DecoderThread.h"
 
+#include <string>
+
 #include "engine/WavoryxPriv.h"
+#include "platform/Clock.h"
 #include "platform/Log.h"
 
 namespace wv {
 
 DecoderThread::DecoderThread(WavoryxPriv* editor)
-    : ChunkedJobThread(editor, kProgressStep, EVT_LOAD_PROGRESS, 7) {}
+    : ChunkedJobThread(editor, kProgressStep, EVT_LOAD_PROGRESS, kStepUrgency) {}
 
 DecoderThread::~DecoderThread() = default;
 
+SPcmInfo* DecoderThread::itemOf(const WVThreadCmd& cmd) {
+    SPcmInfo* item = mEditor->getPcmInfo(cmd.pcmId, REF_NONE);
+    if (item == nullptr) {
+        fatalCheck(WV_LOG_TAG, "WavoryxPriv", __LINE__, "CHECK(%s) failed.", "info != NULL");
+    }
+    mCurrentId.store(item->id, std::memory_order_relaxed);
+    return item;
+}
+
+void DecoderThread::endLoad(pcm_id_t id, uint32_t event, int32_t value) {
+    mEditor->notifyClient(WVThreadCmd(event, id, value), 0);
+    mEditor->releasePcm(id, REF_DECODER, false);
+}
+
 void DecoderThread::procCmd(WVThreadCmd& cmd) {
-    // Decoding arrives with the media layer; until then a load waits here.
-    WV_LOGV("decoder: command %u for pcm %u not handled yet", cmd.code, cmd.pcmId);
+    switch (cmd.code) {
+        case kCmdStart:
+            startLoad(cmd);
+            break;
+        case kCmdContinue:
+            decodeStep(cmd);
+            break;
+        default:
+            break;
+    }
+}
+
+void DecoderThread::startLoad(WVThreadCmd& cmd) {
+    SPcmInfo* item = itemOf(cmd);
+    // A second start for an item that is loading or loaded changes nothing.
+    if (item->status.load() != ENCODED_FILE) return;
+    const pcm_id_t id = item->id;
+
+    std::unique_ptr<AudioDecoder> decoder(new AudioDecoder());
+    int rate = 0, format = 0, channels = 0;
+    int64_t durationUs = 0;
+    bool isRaw = false;
+    const std::string path = item->path.get();
+    const int32_t loaded = decoder->load(path.c_str(), &rate, &format, &channels, &durationUs, &isRaw);
+    if (loaded != AudioDecoder::LOAD_OK) {
+        decoder.reset();
+        endLoad(id, EVT_LOAD_FAILED, loaded == AudioDecoder::LOAD_NOT_OPENABLE ? 2 : 1);
+        return;
+    }
+    item->sampleRate.store(rate);
+    item->format.store(format);
+    item->channelCount.store(channels);
+    const int64_t durationMs = durationUs / 1000;
+    const uint32_t totalFrames = static_cast<uint32_t>(durationMs * rate / 1000);
+    item->totalFrames.store(totalFrames);
+
+    if (isRaw) {
+        // Read in place by the PCM reader, after the 44-byte header.
+        item->frames.store(totalFrames);
+        item->status.store(PCM_READY);
+        decoder.reset();
+        mEditor->notifyClient(WVThreadCmd(EVT_LOAD_STARTED, id, -1), 0);
+        endLoad(id, EVT_LOAD_DONE, -1);
+        return;
+    }
+
+    const std::string pcmPath = mEditor->workingDir() + std::to_string(id) + ".pcm";
+    item->pcmPath.set(pcmPath);
+    item->status.store(DECODING);
+    std::unique_ptr<FileWriter> writer(new FileWriter(nullptr));
+    if (writer->openFile(pcmPath.c_str()) != 0) {
+        decoder.reset();
+        writer.reset();
+        endLoad(id, EVT_LOAD_FAILED, 4);
+        return;
+    }
+    DecodeJob* job = new DecodeJob(std::move(decoder), std::move(writer));
+    mEditor->notifyClient(WVThreadCmd(EVT_LOAD_STARTED, id, -1), 0);
+    sendCmd(WVThreadCmd(kCmdContinue, id, -1, job), kStepUrgency);
+}
+
+void DecoderThread::decodeStep(WVThreadCmd& cmd) {
+    SPcmInfo* item = itemOf(cmd);
+    const pcm_id_t id = item->id;
+    DecodeJob* job = static_cast<DecodeJob*>(cmd.data);
+
+    // A remainder held back after a short write gets one retry here.
+    switch (job->writer->checkStatus()) {
+        case FileWriter::WRITE_OK:
+            break;
+        case FileWriter::WRITE_STORAGE_FULL:
+            WV_LOGW("Cancel file decode due to low space");
+            delete job;
+            endLoad(id, EVT_LOAD_NO_SPACE, -1);
+            return;
+        default:
+            delete job;
+            endLoad(id, EVT_LOAD_FAILED, -11);
+            return;
+    }
+
+    const TimeVal begin = timeOfDay();
+    char* data = nullptr;
+    unsigned int length = 0;
+    if (job->decoder->getDataBuffer(&data, &length) != 0) {
+        // End of the stream, or a decode error that ends it early: what was
+        // decoded is the item.
+        job->writer->finishWrite();
+        delete job;
+        item->status.store(PCM_READY);
+        endLoad(id, EVT_LOAD_DONE, -1);
+        return;
+    }
+    // A short write is held by the writer and settled by the next step.
+    job->writer->write(data, length);
+    job->decoder->freeBuffer();
+    const TimeVal end = timeOfDay();
+
+    // The bytes are in the file before readers may see them counted.
+    const uint32_t frames = item->frames.load() + length / item->frameSize();
+    item->frames.store(frames);
+    const float progress = static_cast<float>(frames) / static_cast<float>(item->totalFrames.load());
+    update(progress, &job->lastProgress);
+
+    postNextStep(cmd, begin, end);
+}
+
+void DecoderThread::postNextStep(const WVThreadCmd& cmd, const TimeVal& begin, const TimeVal& end) {
+    if (mEditor->threadPriority() == WV_PRIORITY_LOW) {
+        const int32_t elapsedUs =
+            (end.sec - begin.sec) * 1000000 + (end.usec - begin.usec);
+        const int32_t elapsedMs = elapsedUs / 1000 < 0 ? 0 : elapsedUs / 1000;
+        if (elapsedMs != 0) {
+            sendDelayedCmd(cmd, static_cast<uint32_t>(elapsedMs));
+            return;
+        }
+    }
+    sendCmd(cmd, kStepUrgency);
 }
 
 void DecoderThread::onCmdCancel(WVThreadCmd& cmd) {
-    WV_LOGV("decoder: cancel of command %u for pcm %u", cmd.code, cmd.pcmId);
+    switch (cmd.code) {
+        case kCmdStart:
+            endLoad(cmd.pcmId, EVT_LOAD_CANCELLED, -1);
+            break;
+        case kCmdContinue:
+            itemOf(cmd);
+            delete static_cast<DecodeJob*>(cmd.data);
+            endLoad(cmd.pcmId, EVT_LOAD_CANCELLED, -1);
+            break;
+        default:
+            mEditor->releasePcm(cmd.pcmId, REF_DECODER, false);
+            break;
+    }
+}
+
+void DecoderThread::onCmdDiscard(WVThreadCmd& cmd) {
+    if (cmd.code == kCmdContinue) delete static_cast<DecodeJob*>(cmd.data);
 }
 
 }  // namespace wv

@@ -2,24 +2,85 @@
 // decoded buffer per command, so that control requests act between chunks.
 //
 // Commands: {1, id} starts loading item id (posted by loadFile, urgency 7);
-// {2, id, -1, job} decodes the next chunk (posted by the worker itself,
-// urgency 7, so loads in progress take turns). Progress is event 3 in steps
-// of more than 20 %.
+// {2, id, -1, job} decodes and writes the next codec buffer (posted by the
+// worker itself, urgency 7, so loads in progress take turns). With the
+// engine's thread priority at 1 a step is posted delayed by as long as it
+// took, so the worker idles about as much as it works.
+//
+// Events to the client (third field in brackets):
+//   6 (-1)  decoding has begun: rate, channels and expected length are set,
+//           the PCM file exists. A raw item sends 6 and then 4 at once.
+//   3 (%)   progress, frames / totalFrames, in steps of more than 20 %.
+//   4 (-1)  the item is PCM_READY.
+//   0 (2)   the file cannot be opened;  0 (1) no parser, no audio track or
+//           no usable decoder;  0 (4) the PCM file cannot be created;
+//   0 (-11) the PCM file cannot be written.
+//   7 (-1)  stopped because the storage is full (after one held-back retry).
+//   5 (-1)  cancelled on request.
+// Every ending releases the decoder's reference on the item; an ending other
+// than 4 leaves the status as it was and removes a partial PCM file.
+//
+// PCM file: "<working dir><id>.pcm", no header, interleaved signed 16-bit
+// little-endian samples as the codec delivers them (1 or 2 channels at the
+// track's rate). It only grows while decoding; the item's `frames` is raised
+// after each buffer is written, so readers on other threads may read any
+// frame below it. A canonical 16-bit WAV is not decoded: it is read in place
+// and gets no PCM file.
 #pragma once
 
+#include <memory>
+
+#include "codec/FileWriter.h"
 #include "engine/ChunkedJobThread.h"
+#include "load/AudioDecoder.h"
 
 namespace wv {
+
+struct SPcmInfo;
+
+// The context of one load, carried by its step commands. Destroying it
+// stops the codec first and then drops the writer, which removes the PCM
+// file unless it was finished.
+struct DecodeJob {
+    DecodeJob(std::unique_ptr<AudioDecoder> d, std::unique_ptr<FileWriter> w)
+        : decoder(std::move(d)), writer(std::move(w)) {}
+    ~DecodeJob() {
+        decoder.reset();
+        writer.reset();
+    }
+    DecodeJob(const DecodeJob&) = delete;
+    DecodeJob& operator=(const DecodeJob&) = delete;
+
+    std::unique_ptr<AudioDecoder> decoder;
+    std::unique_ptr<FileWriter> writer;
+    float lastProgress = 0.0f;  // the progress last reported for this load
+};
 
 class DecoderThread : public ChunkedJobThread {
 public:
     static constexpr float kProgressStep = 0.2f;
+    static constexpr uint8_t kStepUrgency = 7;
     explicit DecoderThread(WavoryxPriv* editor);
     ~DecoderThread() override;
 
 protected:
     void procCmd(WVThreadCmd& cmd) override;
     void onCmdCancel(WVThreadCmd& cmd) override;
+    // A load dropped at shutdown frees its job (and its partial PCM file)
+    // without an event; the item keeps its references.
+    void onCmdDiscard(WVThreadCmd& cmd) override;
+
+private:
+    void startLoad(WVThreadCmd& cmd);
+    void decodeStep(WVThreadCmd& cmd);
+    // The command's item, made the current one; a missing item aborts (the
+    // decoder's reference keeps it registered while a load command exists).
+    SPcmInfo* itemOf(const WVThreadCmd& cmd);
+    // Sends an ending event and drops the decoder's reference on the item.
+    void endLoad(pcm_id_t id, uint32_t event, int32_t value);
+    // Posts the next step at once, or after as long as this one took when
+    // the engine runs its workers at low priority.
+    void postNextStep(const WVThreadCmd& cmd, const TimeVal& begin, const TimeVal& end);
 };
 
 }  // namespace wv

@@ -1,0 +1,146 @@
+// What the load tests share: an engine working in a temporary directory
+// with its events recorded, a gate that holds the decoder worker still, and
+// checks of a load's event sequence.
+#pragma once
+
+#include <fcntl.h>
+#include <gtest/gtest.h>
+#include <sys/stat.h>
+#include <unistd.h>
+
+#include <chrono>
+#include <memory>
+#include <string>
+#include <thread>
+#include <vector>
+
+#include "TestSupport.h"
+#include "engine/WavoryxPriv.h"
+
+namespace loadtest {
+
+using wvtest::Event;
+
+// Polls `pred` every 5 ms for up to 10 s.
+template <typename Pred>
+bool waitUntil(Pred pred) {
+    for (int i = 0; i < 2000; ++i) {
+        if (pred()) return true;
+        std::this_thread::sleep_for(std::chrono::milliseconds(5));
+    }
+    return pred();
+}
+
+// An engine whose working directory is a fresh temporary directory (or the
+// one given), with its events recorded and its callback loop running.
+class LoadRig {
+public:
+    explicit LoadRig(const std::string& workingDir = std::string())
+        : mWorkingDir(workingDir.empty() ? mDir.prefix() : workingDir), mEngine(new WavoryxPriv()) {
+        mEngine->setWorkingDir(mWorkingDir.c_str());
+        mEngine->setCallback(wvtest::EventRecorder::callback);
+        mEngine->startThreadLoop(0);
+    }
+    ~LoadRig() { destroyEngine(); }
+
+    WavoryxPriv& engine() { return *mEngine; }
+    wvtest::EventRecorder& recorder() { return mRecorder; }
+    const std::string& workingDir() const { return mWorkingDir; }
+    std::string scratch(const std::string& name) const { return mDir.file(name); }
+    std::string pcmPath(int id) const { return mWorkingDir + std::to_string(id) + ".pcm"; }
+
+    // Ends the loop and destroys the engine (queued work is dropped).
+    void destroyEngine() {
+        if (!mEngine) return;
+        mEngine->stopThreadLoop();
+        mEngine.reset();
+    }
+
+    std::vector<Event> eventsOf(int id) const {
+        std::vector<Event> mine;
+        for (const Event& e : mRecorder.events()) {
+            if (e.id == id) mine.push_back(e);
+        }
+        return mine;
+    }
+    // Waits for the event that ends a load of `id`: 0, 4, 5 or 7.
+    bool waitForEnd(int id) const {
+        return mRecorder.waitFor([id](const std::vector<Event>& events) {
+            for (const Event& e : events) {
+                if (e.id == id && (e.code == 0 || e.code == 4 || e.code == 5 || e.code == 7)) return true;
+            }
+            return false;
+        });
+    }
+    // Waits until the decoder has dropped its reference on `id` (it does so
+    // just after the ending event).
+    bool waitForDecoderRelease(int id) {
+        return waitUntil([&] { return refs(id, wv::REF_DECODER) == 0; });
+    }
+    uint32_t refs(int id, wv::pcm_ref_t ref) {
+        return mEngine->infoList().refCount(static_cast<wv::pcm_id_t>(id), ref);
+    }
+    // The item's status, or -1 when it is no longer registered.
+    int status(int id) {
+        wv::SPcmInfo* item = mEngine->getPcmInfo(static_cast<wv::pcm_id_t>(id), wv::REF_NONE);
+        return item ? item->status.load() : -1;
+    }
+
+private:
+    wvtest::TempDir mDir;
+    std::string mWorkingDir;
+    wvtest::EventRecorder mRecorder;  // outlives the engine's callback thread
+    std::unique_ptr<WavoryxPriv> mEngine;
+};
+
+// Holds the decoder worker inside the start of a load: opening a FIFO for
+// reading blocks until a writer opens it. Everything posted to the decoder
+// meanwhile waits in its queue, so control requests are served in a known
+// order once the gate opens. Declare it after the rig it blocks.
+class DecoderGate {
+public:
+    explicit DecoderGate(LoadRig& rig) : mPath(rig.scratch("gate.fifo")) {
+        if (::mkfifo(mPath.c_str(), 0600) != 0) ADD_FAILURE() << "mkfifo " << mPath;
+        mId = rig.engine().loadFile(mPath.c_str());
+    }
+    ~DecoderGate() { open(); }
+    // Lets the decoder go on; returns once it has opened the FIFO.
+    void open() {
+        if (mOpened) return;
+        mOpened = true;
+        const int fd = ::open(mPath.c_str(), O_WRONLY | O_CLOEXEC);
+        if (fd >= 0) ::close(fd);
+    }
+    int id() const { return mId; }
+
+private:
+    std::string mPath;
+    int mId = 0;
+    bool mOpened = false;
+};
+
+// The events of a load that ran to its end: 6, then progress events 3 in
+// rising steps of at least 20 % (the first may be 0 %, the last a smaller
+// step to 100 % or beyond when the codec delivers more than the stated
+// duration), then 4.
+inline void expectCompleteLoad(const std::vector<Event>& events, int id) {
+    ASSERT_GE(events.size(), 2u);
+    EXPECT_EQ(events.front(), (Event{6, id, -1}));
+    EXPECT_EQ(events.back(), (Event{4, id, -1}));
+    int previous = -1;
+    for (size_t i = 1; i + 1 < events.size(); ++i) {
+        const bool last = i + 2 == events.size();
+        EXPECT_EQ(events[i].code, 3) << "event " << i;
+        EXPECT_GT(events[i].value, previous) << "event " << i;
+        if (!last) {
+            EXPECT_LT(events[i].value, 100) << "event " << i;
+        }
+        if (i > 1 && events[i].value < 100) {
+            EXPECT_GE(events[i].value - previous, 20) << "event " << i;
+        }
+        previous = events[i].value;
+    }
+    EXPECT_LE(events.size(), 8u);
+}
+
+}  // namespace loadtest
