@@ -138,10 +138,7 @@ void EncoderThread::renderStep(WVThreadCmd& cmd) {
         item->frames.store(frames);
         const uint32_t bytes = static_cast<uint32_t>(n) * item->frameSize();
 
-        const int16_t* samples = reinterpret_cast<const int16_t*>(mWorkBuffer);
-        uint32_t left = bytes;
-        uint8_t point = 0;
-        while (left > 0) addWaveformSamples(job->waveform.get(), &samples, &left, &point);
+        addWaveformBlock(job->waveform.get(), reinterpret_cast<const int16_t*>(mWorkBuffer), bytes);
 
         const int encoded = job->encoder->encoding(reinterpret_cast<const int16_t*>(mWorkBuffer),
                                                    static_cast<int>(bytes));
