@@ -149,6 +149,15 @@ TEST_F(RenderOutput, RateConversionFollowsTheResampler) {
     // And it is still the same tone.
     const double hz = wvtest::estimateFrequency(wav.samples.data() + 2000, 40000, 2, 0, 44100);
     EXPECT_NEAR(hz, 1000.0, 2.0);
+
+    // Every clip converts to its end, even when its last input arrives in a
+    // step whose output is already full.
+    SPcmInfo* mono = addPcmItem(patternSamples(3 * 22050, 1, 9), 22050, 1);
+    const uint32_t odd = newList({{mono, 0, 3 * 22050}, {mono, 0, 22050}});
+    ASSERT_EQ(engine->setOutputPara(odd, dir.file("odd.wav").c_str(), ENCODE_WAV), 0);
+    ASSERT_EQ(engine->setEncodePara(odd, 32000, 0, 2, 0), 0);
+    EXPECT_EQ(render(odd).code, wv::EVT_RENDER_DONE);
+    EXPECT_NEAR(readOutput(dir.file("odd.wav")).samples.size() / 2.0, 4 * 32000.0, 8.0);
 }
 
 TEST_F(RenderOutput, ProgressIsThinnedAndEndsBeforeDone) {
