@@ -117,17 +117,6 @@ protected:
         for (const Range& r : clips) EXPECT_GT(engine->addClip(id, r.source->id, r.start, r.end), 0);
         return static_cast<uint32_t>(id);
     }
-    // The source samples of `ranges`, concatenated.
-    static std::vector<int16_t> concat(const std::vector<std::pair<const std::vector<int16_t>*, Range>>& parts,
-                                       int channels) {
-        std::vector<int16_t> out;
-        for (const auto& p : parts) {
-            out.insert(out.end(), p.first->begin() + size_t(p.second.start) * channels,
-                       p.first->begin() + size_t(p.second.end) * channels);
-        }
-        return out;
-    }
-
     // Events of one item, in delivery order.
     std::vector<Event> eventsOf(uint32_t id) const {
         std::vector<Event> out;
