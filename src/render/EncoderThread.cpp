@@ -1,23 +1,206 @@
 #define WV_LOG_TAG "WavoryxPriv"
 #include "render/EncoderThread.h"
 
+#include <cstdio>
+#include <string>
+
 #include "engine/WavoryxPriv.h"
+#include "platform/Clock.h"
 #include "platform/Log.h"
 
 namespace wv {
 
 EncoderThread::EncoderThread(WavoryxPriv* editor)
-    : ChunkedJobThread(editor, kProgressStep, EVT_RENDER_PROGRESS, 2) {}
+    : ChunkedJobThread(editor, kProgressStep, EVT_RENDER_PROGRESS, kStepUrgency) {}
 
 EncoderThread::~EncoderThread() = default;
 
+SPcmInfo* EncoderThread::itemOf(const WVThreadCmd& cmd) {
+    SPcmInfo* item = mEditor->getPcmInfo(cmd.pcmId, REF_NONE);
+    if (item == nullptr) {
+        fatalCheck(WV_LOG_TAG, "WavoryxPriv", __LINE__, "CHECK(%s) failed.", "info != NULL");
+    }
+    mCurrentId.store(item->id, std::memory_order_relaxed);
+    return item;
+}
+
+void EncoderThread::endRender(pcm_id_t id, uint32_t event, int32_t value) {
+    mEditor->notifyClient(WVThreadCmd(event, id, value), 0);
+    mEditor->releasePcm(id, REF_ENCODER, false);
+}
+
+void EncoderThread::failRender(pcm_id_t id, EncodeJob* job, int status) {
+    if (status == FileWriter::WRITE_STORAGE_FULL) {
+        WV_LOGW("Cancel file encode due to low space");
+        delete job;
+        endRender(id, EVT_RENDER_STOPPED, -1);
+    } else {
+        WV_LOGE("Encoder error!");
+        delete job;
+        endRender(id, EVT_RENDER_FAILED, -11);
+    }
+}
+
 void EncoderThread::procCmd(WVThreadCmd& cmd) {
-    // Rendering arrives with the encoders; until then a render waits here.
-    WV_LOGV("encoder: command %u for pcm %u not handled yet", cmd.code, cmd.pcmId);
+    switch (cmd.code) {
+        case kCmdStart:
+            startRender(cmd);
+            break;
+        case kCmdContinue:
+            renderStep(cmd);
+            break;
+        default:
+            break;
+    }
+}
+
+void EncoderThread::settleOutput(SPcmInfo* item) {
+    PcmClipList& list = *item->clipList;
+    if (item->sampleRate.load() < 1) item->sampleRate.store(list.getSamplerate());
+    if (item->channelCount.load() < 1) item->channelCount.store(list.getChannelCount());
+
+    item->frames.store(0);
+    const double seconds = static_cast<double>(item->frame2duration(0, 0xFFFFFFFF)) / 1000.0;
+    item->totalFrames.store(static_cast<uint32_t>(seconds * item->sampleRate.load()));
+
+    if (static_cast<uint32_t>(item->encodeType.load()) > ENCODE_MP3) item->encodeType.store(ENCODE_WAV);
+    if (item->bitRate.load() <= 0) item->bitRate.store(kDefaultBitRate);
+
+    if (item->path.empty()) {
+        const char* suffix = item->encodeType.load() == ENCODE_MP3 ? ".mp3" : ".wav";
+        item->path.set(mEditor->workingDir() + std::to_string(item->id) + suffix);
+    }
+}
+
+void EncoderThread::startRender(WVThreadCmd& cmd) {
+    SPcmInfo* item = itemOf(cmd);
+    if (item->status.load() != CLIP_LIST) return;
+    const pcm_id_t id = item->id;
+
+    // A source whose format is not known yet gives the list no format and
+    // its millisecond clips no frames: wait for its load to begin.
+    if (item->clipList->isPcmReady() == 0) {
+        std::printf("wait some time till the list clips %d are ready\n", static_cast<int>(id));
+        std::fflush(stdout);
+        sendDelayedCmd(cmd, kRetryDelayMs);
+        return;
+    }
+
+    settleOutput(item);
+    const int32_t rate = item->sampleRate.load();
+    const int32_t channels = item->channelCount.load();
+    const std::string path = item->path.get();
+    std::unique_ptr<AudioEncoder> encoder(
+        AudioEncoder::createAudioEncoder(static_cast<encode_type>(item->encodeType.load()), path.c_str()));
+    if (!encoder) {
+        WV_LOGE("createAudioEncoder error!");
+        endRender(id, EVT_RENDER_FAILED, -1);
+        return;
+    }
+    if (encoder->initEncoder(static_cast<uint32_t>(rate), static_cast<uint32_t>(channels),
+                             static_cast<uint32_t>(item->bitRate.load()), AudioEncoder::FORMAT_PCM_16) != 0) {
+        encoder.reset();
+        WV_LOGW("Init encoder error!");
+        endRender(id, EVT_RENDER_STOPPED, -1);
+        return;
+    }
+
+    std::unique_ptr<PcmInfoReader> reader(new PcmInfoReader(item, mEditor));
+    reader->setOutputFormat(rate, channels);
+    std::unique_ptr<WaveformState> waveform(
+        new WaveformState(static_cast<uint32_t>(rate), static_cast<uint32_t>(channels)));
+    openWaveformFile(waveform.get(), (path + ".wave").c_str());
+    EncodeJob* job = new EncodeJob(std::move(reader), std::move(encoder), std::move(waveform));
+    sendCmd(WVThreadCmd(kCmdContinue, id, -1, job), kStepUrgency);
+}
+
+void EncoderThread::renderStep(WVThreadCmd& cmd) {
+    SPcmInfo* item = itemOf(cmd);
+    const pcm_id_t id = item->id;
+    EncodeJob* job = static_cast<EncodeJob*>(cmd.data);
+
+    // A remainder held back after a short write gets its one retry here.
+    const int writerStatus = job->encoder->checkStatus();
+    if (writerStatus != FileWriter::WRITE_OK) {
+        failRender(id, job, writerStatus);
+        return;
+    }
+    const TimeVal begin = timeOfDay();
+    int32_t elapsedMs = 0;
+
+    const int32_t n = job->reader->read(mWorkBuffer, kBlockBytes);
+    if (n < 0) {
+        failRender(id, job, FileWriter::WRITE_ERROR);
+        return;
+    }
+    if (n > 0) {
+        const uint32_t frames = item->frames.load() + static_cast<uint32_t>(n);
+        item->frames.store(frames);
+        const uint32_t bytes = static_cast<uint32_t>(n) * item->frameSize();
+
+        addWaveformBlock(job->waveform.get(), reinterpret_cast<const int16_t*>(mWorkBuffer), bytes);
+
+        const int encoded = job->encoder->encoding(reinterpret_cast<const int16_t*>(mWorkBuffer),
+                                                   static_cast<int>(bytes));
+        const TimeVal end = timeOfDay();
+        if (encoded != FileWriter::WRITE_OK) {
+            failRender(id, job, encoded);
+            return;
+        }
+        const int32_t elapsedUs = (end.sec - begin.sec) * 1000000 + (end.usec - begin.usec);
+        elapsedMs = elapsedUs / 1000 < 0 ? 0 : elapsedUs / 1000;
+        const float progress = static_cast<float>(frames) / static_cast<float>(item->totalFrames.load());
+        update(progress, &job->lastProgress);
+    }
+
+    switch (job->reader->endState()) {
+        case PcmInfoReader::END: {
+            const int finished = job->encoder->finishEncoding();
+            if (finished != 0) {
+                failRender(id, job, finished);
+                return;
+            }
+            delete job;
+            endRender(id, EVT_RENDER_DONE, -1);
+            return;
+        }
+        case PcmInfoReader::WAIT:
+            std::printf("pcm %d not available, delayed encode\n", static_cast<int>(id));
+            std::fflush(stdout);
+            sendDelayedCmd(cmd, kRetryDelayMs);
+            return;
+        default:
+            postNextStep(cmd, elapsedMs);
+            return;
+    }
+}
+
+void EncoderThread::postNextStep(const WVThreadCmd& cmd, int32_t elapsedMs) {
+    if (mEditor->threadPriority() == WV_PRIORITY_LOW && elapsedMs != 0) {
+        sendDelayedCmd(cmd, static_cast<uint32_t>(elapsedMs));
+        return;
+    }
+    sendCmd(cmd, kStepUrgency);
 }
 
 void EncoderThread::onCmdCancel(WVThreadCmd& cmd) {
-    WV_LOGV("encoder: cancel of command %u for pcm %u", cmd.code, cmd.pcmId);
+    switch (cmd.code) {
+        case kCmdStart:
+            endRender(cmd.pcmId, EVT_RENDER_CANCELLED, -1);
+            break;
+        case kCmdContinue:
+            itemOf(cmd);
+            delete static_cast<EncodeJob*>(cmd.data);
+            endRender(cmd.pcmId, EVT_RENDER_CANCELLED, -1);
+            break;
+        default:
+            mEditor->releasePcm(cmd.pcmId, REF_ENCODER, false);
+            break;
+    }
+}
+
+void EncoderThread::onCmdDiscard(WVThreadCmd& cmd) {
+    if (cmd.code == kCmdContinue) delete static_cast<EncodeJob*>(cmd.data);
 }
 
 }  // namespace wv

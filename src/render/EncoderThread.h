@@ -1,25 +1,112 @@
 // The encoder worker: renders clip lists into output files, one block per
-// command.
+// command, so that cancel and suspend requests act between blocks.
 //
-// Commands: {1, listId} starts a render (posted by process, urgency 7);
-// {2, listId, -1, job} renders the next block (posted by the worker itself,
-// urgency 2, so one render runs to its end before the next starts).
-// Progress is event 21 in steps of more than 10 %.
+// Commands:
+//   {1, listId, -1, null}  start a render (posted by process, urgency 7;
+//                          posted again by the worker after 1000 ms while a
+//                          clip's source has not begun to load).
+//   {2, listId, -1, job}   render the next block (posted by the worker
+//                          itself, urgency 2, so one render runs to its end
+//                          before the next starts; delayed 1000 ms while a
+//                          source has no more data yet, or by as long as the
+//                          step took when the engine's thread priority is 1).
+//
+// A render settles the list's output format (the format its clips suggest
+// when the client set none), its encoding (an unknown type is WAV; bit rate
+// 320 kbit/s when unset) and its output path ("<working dir><id>.wav" or
+// ".mp3" when unset), then reads the list through a PcmInfoReader in blocks
+// of at most kBlockBytes (16384 bytes: 4096 stereo or 8192 mono frames),
+// feeding each block to the waveform point generator (the ".wave" file
+// beside the output, one byte per 20 ms) and to the encoder.
+//
+// Events (third field in brackets), each render ending with exactly one of
+// 22, 20, 25, 23:
+//   21 (%)   progress, frames / totalFrames, in steps of more than 10 %.
+//   22 (-1)  the output file is complete.
+//   20 (-1)  the encoder could not be created (the file cannot be made).
+//   20 (-11) a read, write or encoding error.
+//   25 (-1)  storage full, or the encoder could not be initialised.
+//   23 (-1)  cancelled on request.
+// Every ending releases the render's REF_ENCODER reference on the list. An
+// ending other than 22 removes the unfinished output; the ".wave" file
+// always stays.
+//
+// Memory: one fixed work buffer per worker, and per render a reader (5120
+// bytes plus a resampler and one sub-reader at a time), an encoder (147456
+// bytes for MP3) and the point generator; nothing grows with the length.
 #pragma once
 
+#include <memory>
+
+#include "codec/AudioEncoder.h"
 #include "engine/ChunkedJobThread.h"
+#include "render/PcmInfoReader.h"
+#include "render/WaveformData.h"
 
 namespace wv {
+
+struct SPcmInfo;
+
+// The context of one render, carried by its step commands. Destroying it
+// drops the reader, then the encoder (which removes its file unless it was
+// finished), then the point generator (which closes the ".wave" file and
+// keeps it).
+struct EncodeJob {
+    EncodeJob(std::unique_ptr<PcmInfoReader> r, std::unique_ptr<AudioEncoder> e,
+              std::unique_ptr<WaveformState> w)
+        : reader(std::move(r)), encoder(std::move(e)), waveform(std::move(w)) {}
+    ~EncodeJob() {
+        reader.reset();
+        encoder.reset();
+        waveform.reset();
+    }
+    EncodeJob(const EncodeJob&) = delete;
+    EncodeJob& operator=(const EncodeJob&) = delete;
+
+    std::unique_ptr<PcmInfoReader> reader;
+    std::unique_ptr<AudioEncoder> encoder;
+    std::unique_ptr<WaveformState> waveform;
+    float lastProgress = 0.0f;  // the progress last reported for this render
+};
 
 class EncoderThread : public ChunkedJobThread {
 public:
     static constexpr float kProgressStep = 0.1f;
+    static constexpr uint8_t kStepUrgency = 2;
+    static constexpr uint32_t kBlockBytes = 16384;
+    static constexpr uint32_t kRetryDelayMs = 1000;
+    static constexpr int32_t kDefaultBitRate = 320;  // kbit/s
+
     explicit EncoderThread(WavoryxPriv* editor);
     ~EncoderThread() override;
 
 protected:
     void procCmd(WVThreadCmd& cmd) override;
+    // Code 1: event 23 and release. Code 2: the job is deleted (its
+    // unfinished output removed), event 23 and release. Others: release.
     void onCmdCancel(WVThreadCmd& cmd) override;
+    // A render dropped at shutdown frees its job (and its unfinished
+    // output) without an event; the list keeps its references.
+    void onCmdDiscard(WVThreadCmd& cmd) override;
+
+private:
+    void startRender(WVThreadCmd& cmd);
+    void renderStep(WVThreadCmd& cmd);
+    // Fills in what the client left unset: format, encoding, bit rate,
+    // output path; resets the progress counters.
+    void settleOutput(SPcmInfo* item);
+    // The command's item, made the current one; a missing item aborts (the
+    // render's reference keeps the list registered while its commands
+    // exist).
+    SPcmInfo* itemOf(const WVThreadCmd& cmd);
+    // Sends an ending event and drops the render's reference on the list.
+    void endRender(pcm_id_t id, uint32_t event, int32_t value);
+    // Deletes the job and ends the render for a writer or encoder status
+    // (1 storage full, anything else an error).
+    void failRender(pcm_id_t id, EncodeJob* job, int status);
+    void postNextStep(const WVThreadCmd& cmd, int32_t elapsedMs);
+
+    alignas(8) char mWorkBuffer[kBlockBytes];
 };
 
 }  // namespace wv

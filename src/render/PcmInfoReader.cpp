@@ -197,6 +197,10 @@ int32_t PcmInfoReader::readFile(char* buffer, uint32_t frames) {
     } else {
         mResampler->resample(out, frames, this);
     }
+    // The last input was fetched, but the output filled up before the
+    // resampler used all of it: the end comes with the next read, which
+    // converts the rest, not now (a user would drop the tail).
+    if (mEndState == END && mResamplerHolds) mEndState = MORE;
     return static_cast<int32_t>(mResampler->getOutputFrames());
 }
 
@@ -215,19 +219,26 @@ int32_t PcmInfoReader::getNextBuffer(Buffer* buffer, int64_t) {
     }
     buffer->frameCount = n;
     buffer->raw = mProviderBuffer;
+    mResamplerHolds = true;
     readAtPosition(mProviderBuffer, uint64_t(n) * frameBytes);
     mPosition += n;
     return 0;
 }
 
-void PcmInfoReader::releaseBuffer(Buffer* buffer) { buffer->frameCount = 0; }
+void PcmInfoReader::releaseBuffer(Buffer* buffer) {
+    buffer->frameCount = 0;
+    mResamplerHolds = false;
+}
 
 int32_t PcmInfoReader::readClipList(char* buffer, uint32_t frames, uint64_t gotBefore, uint64_t fetchLimit,
                                     bool* halted) {
     const uint32_t outFrameBytes = 2 * static_cast<uint32_t>(mOutChannels);
     uint32_t got = 0;
-    // A clip being read is always read on until the buffer is full, so the
-    // limit matters only where the next clip would be fetched.
+    // A clip reader that hands out all it is asked for is read on until the
+    // buffer is full, so the limit matters where the next clip would be
+    // fetched, and after a clip reader that gave fewer frames than asked
+    // while its clip goes on (a stereo item read as mono): asked again for
+    // less than it can fold, it would give nothing.
     while (mPosition < mEndFrame && got < frames) {
         if (!mClipReader && gotBefore + got >= fetchLimit) {
             if (halted != nullptr) *halted = true;
@@ -247,11 +258,16 @@ int32_t PcmInfoReader::readClipList(char* buffer, uint32_t frames, uint64_t gotB
             mClipReader->setPosition(first.start, first.end);
         }
         const uint32_t before = mClipReader->position();
-        const int32_t n = mClipReader->read(buffer + got * outFrameBytes, (frames - got) * outFrameBytes);
+        const uint32_t asked = frames - got;
+        const int32_t n = mClipReader->read(buffer + got * outFrameBytes, asked * outFrameBytes);
         const uint32_t moved = mClipReader->position() - before;
         mPosition += moved;
         if (n > 0) got += static_cast<uint32_t>(n);
         const int32_t clipState = mClipReader->endState();
+        if (clipState == MORE && n > 0 && static_cast<uint32_t>(n) < asked && gotBefore + got >= fetchLimit) {
+            if (halted != nullptr) *halted = true;
+            break;
+        }
         if (clipState == END) {
             mClipReader.reset();
             if (mPosition >= mEndFrame) mEndState = END;

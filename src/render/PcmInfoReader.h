@@ -93,8 +93,8 @@ private:
     // Returns the output frames that fit, or 0 when no format is known.
     uint32_t beginRead(char* buffer, uint32_t bytes);
     int32_t readFile(char* buffer, uint32_t frames);
-    // New clips are fetched only while gotBefore + the frames got in this
-    // call stay below fetchLimit; *halted tells that this stopped the read.
+    // Clips are read only while gotBefore + the frames got in this call
+    // stay below fetchLimit; *halted tells that this stopped the read.
     int32_t readClipList(char* buffer, uint32_t frames, uint64_t gotBefore, uint64_t fetchLimit,
                          bool* halted);
     bool ensureOpen();
@@ -115,6 +115,7 @@ private:
     int mFd = 0;  // 0: not opened yet; negative: the open failed
     char mProviderBuffer[kProviderBytes];
     std::unique_ptr<AudioResampler> mResampler;
+    bool mResamplerHolds = false;  // the resampler has a fetched buffer not yet released
     WavoryxPriv* mEditor;
 };
 

@@ -43,6 +43,12 @@ void openWaveformFile(WaveformState* state, const char* path);
 // ran out first (the partial point carries over).
 int addWaveformSamples(WaveformState* state, const int16_t** data, uint32_t* bytes, uint8_t* point);
 
+// Feeds a whole block (bytes even), with the points that addWaveformSamples
+// called until the block is used up would give, but writes them to the
+// file together: one write per block rather than one per point. Returns
+// the number of points completed.
+uint32_t addWaveformBlock(WaveformState* state, const int16_t* data, uint32_t bytes);
+
 class WaveformReducer {
 public:
     // `count` points into `out`, over `totalSamples` samples to come.
