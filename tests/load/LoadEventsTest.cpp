@@ -240,7 +240,7 @@ TEST(LoadLifetime, ItemRemovedDuringItsLoadGoesWithItsFileWhenTheLoadEnds) {
     }
     ASSERT_TRUE(rig.recorder().waitForCode(4, id));
     // The registry unlists the item first, then frees its file.
-    EXPECT_TRUE(loadtest::waitUntil([&] { return rig.status(id) == -1; }));
+    EXPECT_TRUE(loadtest::waitUntil([&] { return !rig.registered(id); }));
     EXPECT_TRUE(loadtest::waitUntil([&] { return !wvtest::fileExists(rig.pcmPath(id)); }));
 }
 

@@ -80,7 +80,12 @@ public:
     uint32_t refs(int id, wv::pcm_ref_t ref) {
         return mEngine->infoList().refCount(static_cast<wv::pcm_id_t>(id), ref);
     }
-    // The item's status, or -1 when it is no longer registered.
+    // Whether the id is still registered (safe without holding a reference).
+    bool registered(int id) {
+        return mEngine->getPcmInfo(static_cast<wv::pcm_id_t>(id), wv::REF_NONE) != nullptr;
+    }
+    // The item's status, or -1 when it is no longer registered. Only for an
+    // item some holder keeps alive meanwhile.
     int status(int id) {
         wv::SPcmInfo* item = mEngine->getPcmInfo(static_cast<wv::pcm_id_t>(id), wv::REF_NONE);
         return item ? item->status.load() : -1;
