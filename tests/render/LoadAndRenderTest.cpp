@@ -1,0 +1,116 @@
+// Files loaded through loadFile and rendered: compressed and WAV sources at
+// mixed rates, lists rendered while their sources still load, and a list
+// whose source never loads.
+#include <gtest/gtest.h>
+
+#include <string>
+#include <vector>
+
+#include "AudioFiles.h"
+#include "MediaDecode.h"
+#include "RenderFixture.h"
+
+namespace {
+
+using namespace rendertest;
+
+class LoadAndRender : public RenderTest {
+protected:
+    void SetUp() override {
+        if (!wvtest::ffmpegAvailable()) GTEST_SKIP() << "ffmpeg command missing";
+        RenderTest::SetUp();
+    }
+    // A tone file: made as WAV, then encoded by ffmpeg with `args` unless
+    // the name ends in ".wav".
+    std::string toneFile(const std::string& name, int rate, int channels, double seconds, double hz,
+                         const std::string& args) {
+        const std::string wav = dir.file(name + ".src.wav");
+        EXPECT_TRUE(wvtest::writeToneWav(wav, rate, channels, seconds, hz));
+        if (args.empty()) return wav;
+        const std::string out = dir.file(name);
+        EXPECT_TRUE(wvtest::encodeWithFfmpeg(wav, out, args));
+        return out;
+    }
+    // The tone of `channel` over [fromMs, toMs) of interleaved stereo at `rate`.
+    static double toneAt(const std::vector<int16_t>& pcm, int rate, int channel, int fromMs, int toMs) {
+        const size_t first = size_t(fromMs) * rate / 1000;
+        const size_t frames = size_t(toMs - fromMs) * rate / 1000;
+        return wvtest::estimateFrequency(pcm.data() + first * 2, frames, 2, channel, rate);
+    }
+};
+
+// Clips of 1000 ms from an MP3 (44.1 kHz stereo, 1 kHz), a FLAC (22.05 kHz
+// mono, 1.5 kHz) and a WAV read in place (48 kHz stereo, 700 Hz), rendered
+// at 44.1 kHz stereo while the sources load, to both formats.
+TEST_F(LoadAndRender, MixedSourcesRenderToBothFormatsWhileTheyLoad) {
+    const std::string mp3 = toneFile("a.mp3", 44100, 2, 4.0, 1000.0, "-c:a libmp3lame -b:a 192k");
+    const std::string flac = toneFile("b.flac", 22050, 1, 20.0, 1500.0, "-c:a flac");
+    const std::string wav = toneFile("c", 48000, 2, 3.0, 700.0, "");
+    const int a = engine->loadFile(mp3.c_str());
+    const int b = engine->loadFile(flac.c_str());
+    const int c = engine->loadFile(wav.c_str());
+
+    std::vector<uint32_t> lists;
+    for (encode_type type : {ENCODE_WAV, ENCODE_MP3}) {
+        const int list = engine->newClipList();
+        ASSERT_GT(engine->addClipMs(list, a, 1000, 2000), 0);
+        ASSERT_GT(engine->addClipMs(list, b, 18000, 19000), 0);  // far into a file still loading
+        ASSERT_GT(engine->addClipMs(list, c, 500, 1500), 0);
+        ASSERT_EQ(engine->setEncodePara(list, 44100, 192, 2, 0), 0);
+        ASSERT_EQ(engine->setOutputPara(list, dir.file(type == ENCODE_WAV ? "mix.wav" : "mix.mp3").c_str(), type), 0);
+        ASSERT_EQ(engine->process(list), 0);
+        lists.push_back(static_cast<uint32_t>(list));
+    }
+    for (uint32_t list : lists) EXPECT_EQ(waitForEnding(list).code, wv::EVT_RENDER_DONE) << list;
+    for (int id : {a, b, c}) EXPECT_TRUE(recorder.waitForCode(wv::EVT_LOAD_DONE, id));
+    EXPECT_EQ(engine->getPcmDuration(lists[0]), 3000);
+
+    std::vector<int16_t> rendered;
+    int rate = 0, channels = 0;
+    ASSERT_TRUE(wvtest::readWavSamples(dir.file("mix.wav"), &rendered, &rate, &channels));
+    EXPECT_EQ(rate, 44100);
+    ASSERT_EQ(channels, 2);
+    EXPECT_NEAR(rendered.size() / 2.0, 3 * 44100.0, 12.0);
+    // Each second is its own tone, the mono FLAC on both channels.
+    EXPECT_NEAR(toneAt(rendered, 44100, 0, 100, 900), 1000.0, 3.0);
+    EXPECT_NEAR(toneAt(rendered, 44100, 0, 1100, 1900), 1500.0, 3.0);
+    EXPECT_NEAR(toneAt(rendered, 44100, 1, 1100, 1900), 1500.0, 3.0);
+    EXPECT_NEAR(toneAt(rendered, 44100, 0, 2100, 2900), 700.0, 3.0);
+    EXPECT_EQ(wvtest::fileSize(dir.file("mix.wav.wave")), 150);
+
+    wvtest::DecodedAudio decoded;
+    ASSERT_TRUE(wvtest::decodeWithMediaLayer(dir.file("mix.mp3"), &decoded));
+    EXPECT_EQ(decoded.rate, 44100);
+    ASSERT_EQ(decoded.channels, 2);
+    EXPECT_GE(decoded.frames(), 3u * 44100 - 12);
+    EXPECT_LE(decoded.frames(), 3u * 44100 + 3 * 1152);
+    // The codec delay shifts the audio by well under 100 ms.
+    EXPECT_NEAR(toneAt(decoded.samples, 44100, 0, 200, 900), 1000.0, 5.0);
+    EXPECT_NEAR(toneAt(decoded.samples, 44100, 1, 1200, 1900), 1500.0, 5.0);
+    EXPECT_NEAR(toneAt(decoded.samples, 44100, 0, 2200, 2900), 700.0, 5.0);
+}
+
+TEST_F(LoadAndRender, ListWhoseSourceFailedToLoadWaitsUntilCancelled) {
+    const std::string good = toneFile("ok.wav", 8000, 1, 1.0, 400.0, "");
+    const int loaded = engine->loadFile(good.c_str());
+    const int missing = engine->loadFile(dir.file("no-such-file.mp3").c_str());
+    ASSERT_TRUE(recorder.waitForCode(wv::EVT_LOAD_FAILED, missing));
+    const uint32_t list = newList({});
+    ASSERT_GT(engine->addClip(list, loaded, 0, 4000), 0);
+    ASSERT_GT(engine->addClip(list, missing, 0, 4000), 0);
+    const std::string out = dir.file("never.mp3");
+    ASSERT_EQ(engine->setOutputPara(list, out.c_str(), ENCODE_MP3), 0);
+
+    // The failed source never gets a format, so the render keeps waiting
+    // for it to begin loading.
+    ASSERT_EQ(engine->process(list), 0);
+    std::this_thread::sleep_for(std::chrono::milliseconds(1300));
+    EXPECT_TRUE(eventsOf(list).empty());
+    EXPECT_FALSE(wvtest::fileExists(out));
+    ASSERT_EQ(engine->cancelProcess(list), 0);
+    EXPECT_EQ(waitForEnding(list), (Event{wv::EVT_RENDER_CANCELLED, static_cast<int>(list), -1}));
+    EXPECT_TRUE(waitUntil([&] { return encoderReleased(list); }));
+    EXPECT_FALSE(wvtest::fileExists(out));
+}
+
+}  // namespace
