@@ -154,6 +154,27 @@ TEST_F(PlayOpsTest, PauseFreezesThePositionAndRestartRewinds) {
     EXPECT_EQ(engine.getPlayPositionMs(), 0);
 }
 
+// Played the moment its load starts, a lossless file is heard whole and in
+// order, whichever of the media file and the PCM data serves each part.
+TEST_F(PlayOpsTest, AFileStillLoadingPlaysWholeAndInOrder) {
+    if (!wvtest::ffmpegAvailable()) GTEST_SKIP() << "ffmpeg is not installed";
+    const uint32_t frames = 3 * kRate;
+    const std::string wav = dir.file("marked.wav");
+    const std::string flac = dir.file("marked.flac");
+    wvtest::writeWav(wav, wvtest::markedFrames(frames), kRate, 2);
+    ASSERT_TRUE(wvtest::encodeWithFfmpeg(wav, flac, "-c:a flac"));
+    ASSERT_EQ(engine.setWorkingDir(dir.path().c_str()), 0);
+
+    const int32_t id = engine.loadFile(flac.c_str());
+    ASSERT_GT(id, 0);
+    const std::string out = recordOutput("loading");
+    ASSERT_EQ(engine.playStart(pcm_id_t(id)), 0);
+    ASSERT_EQ(engine.playResume(0), 0);
+    ASSERT_TRUE(events.waitForCode(42, id));
+    ASSERT_TRUE(events.waitForCode(4, id));
+    EXPECT_EQ(playedMarks(pcm_id_t(id), out), wvtest::range(0, frames));
+}
+
 // Controls from one thread while the output's thread fills: no race, no
 // deadlock, and the engine still answers afterwards.
 TEST_F(PlayOpsTest, ControlsRaceTheOutputThreadSafely) {
