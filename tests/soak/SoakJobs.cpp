@@ -53,7 +53,7 @@ void Driver::startLoad() {
     LoadJob job{id, source.bad, missing, 0, 0, false, mLog.now(), false, 0};
     const int roll = randInt(0, 99);
     job.action = roll < 20 ? 1 : roll < 32 ? 2 : 0;  // cancel, remove early
-    job.actAt = mLog.now() + randInt(0, 400) / 1000.0;
+    job.actAt = mLog.now() + randInt(0, 50) / 1000.0;
     if (job.action != 0) ++job.faults;
     if (source.bad) ++job.faults;
     for (int i = 0; i < job.faults; ++i) fault("load");
@@ -199,7 +199,7 @@ void Driver::startRender() {
     mItems[list] = entry;
     if (mEngine->process(list) != 0) violation("process(" + std::to_string(list) + ") failed");
     if (chance(0.2)) {
-        job.cancelAt = mLog.now() + randInt(0, 1500) / 1000.0;
+        job.cancelAt = mLog.now() + randInt(0, 400) / 1000.0;
         ++job.faults;
         fault("render cancel");
     }

@@ -66,6 +66,13 @@ void Driver::startPlay() {
     mPlay.id = id;
     mPlay.endsAtStart = mLog.count(id, 42);
     const int32_t r = mEngine->playStart(id);
+    if (r == -14 && mItems[id].type != Item::LOADED && mEngine->getPcmFrameLength(id) == 0) {
+        // A rendered list or a recording without a single frame leaves a
+        // file with no audio in it: nothing to play.
+        count("play refused-empty");
+        mPlay = PlayJob();
+        return;
+    }
     if (r != 0) {
         static const char* const types[] = {"loaded", "list", "recording"};
         violation("playStart(" + std::to_string(id) + ") of a " + types[mItems[id].type] + " item returned " +
