@@ -1,5 +1,6 @@
 #include "codec/WaveEncoder.h"
 
+#include <algorithm>
 #include <cstring>
 
 namespace wv {
@@ -20,9 +21,10 @@ constexpr uint32_t kRiffOverhead = 36;  // header bytes after the RIFF size fiel
 
 }  // namespace
 
-void WaveEncoder::buildHeader(uint32_t dataBytes) {
+void WaveEncoder::buildHeader(uint64_t dataBytes) {
+    constexpr uint64_t kMax = 0xFFFFFFFFu;
     std::memcpy(mHeader + 0, "RIFF", 4);
-    put32(mHeader + 4, dataBytes + kRiffOverhead);
+    put32(mHeader + 4, static_cast<uint32_t>(std::min(dataBytes + kRiffOverhead, kMax)));
     std::memcpy(mHeader + 8, "WAVE", 4);
     std::memcpy(mHeader + 12, "fmt ", 4);
     put32(mHeader + 16, 16);
@@ -33,7 +35,7 @@ void WaveEncoder::buildHeader(uint32_t dataBytes) {
     put16(mHeader + 32, mChannels * kBitsPerSample / 8);
     put16(mHeader + 34, kBitsPerSample);
     std::memcpy(mHeader + 36, "data", 4);
-    put32(mHeader + 40, dataBytes);
+    put32(mHeader + 40, static_cast<uint32_t>(std::min(dataBytes, kMax)));
 }
 
 int WaveEncoder::initEncoder(uint32_t sampleRate, uint32_t channels, uint32_t, int) {
@@ -48,7 +50,7 @@ int WaveEncoder::initEncoder(uint32_t sampleRate, uint32_t channels, uint32_t, i
 int WaveEncoder::encoding(const int16_t* pcm, int bytes) {
     if (bytes < 0) return WRITE_ERROR;
     // Counted even when the write comes out short: the writer holds the rest.
-    mPendingBytes += static_cast<uint32_t>(bytes);
+    mPendingBytes += static_cast<uint64_t>(bytes);
     return write(pcm, static_cast<uint32_t>(bytes));
 }
 

@@ -10,7 +10,9 @@
 //   40 data size in bytes
 // The header is written twice: with sizes 0/36 at initEncoder(), and with
 // the real sizes over the first one at finishEncoding(). Sizes are 32-bit,
-// as the format allows.
+// as the format allows: data beyond 4 GiB is written whole, and both size
+// fields then hold 0xFFFFFFFF (readers take that as "to the end of the
+// file") rather than a count that wrapped around.
 #pragma once
 
 #include <cstdint>
@@ -42,12 +44,12 @@ public:
     const uint8_t* header() const { return mHeader; }
 
 private:
-    void buildHeader(uint32_t dataBytes);
+    void buildHeader(uint64_t dataBytes);
 
     uint32_t mSampleRate = 0;
     uint32_t mChannels = 0;
-    uint32_t mPendingBytes = 0;  // PCM bytes passed since the last header
-    uint32_t mDataBytes = 0;     // PCM bytes counted in mHeader
+    uint64_t mPendingBytes = 0;  // PCM bytes passed since the last header
+    uint64_t mDataBytes = 0;     // PCM bytes counted in mHeader
     uint8_t mHeader[HEADER_BYTES] = {};
 };
 

@@ -19,7 +19,7 @@ struct WaveformState {
     uint32_t nextPoint = 1;        // 1-based number of the point being built
     uint32_t msPerPoint = 20;
     uint32_t samplesPerSecond = 0;  // channels x rate
-    uint32_t samplesSeen = 0;
+    uint64_t samplesSeen = 0;      // 64-bit: a 32-bit count wraps after 13.5 h of stereo
     uint32_t peak = 0;
     uint32_t fullScale = 32768;    // the peak that maps to 255
     uint32_t previous = 0;         // the previous point before any flicker

@@ -10,7 +10,9 @@
 #include <memory>
 #include <vector>
 
+#include "codec/WaveEncoder.h"
 #include "render/PcmInfoReader.h"
+#include "render/WaveformData.h"
 #include "TestSupport.h"
 
 namespace {
@@ -164,6 +166,59 @@ TEST_F(LargeFileTest, WavReadInPlaceBeyondFourGiB) {
     reader.setPosition(kLateFrame, PcmInfoReader::kToEnd);
     ASSERT_EQ(reader.reverseFill(buffer.data(), 512 * 4), 512);
     expectFrames(buffer, kLateFrame - 1, 512, -1);
+}
+
+// Waveform points go on past 2^32 samples (13.5 hours of stereo 44.1 kHz):
+// the count of samples seen must not wrap, or no point would complete again.
+TEST(LargeWaveform, PointsCompleteBeyondTwoToThe32Samples) {
+    WaveformState state(44100, 2);  // a point per 1764 samples
+    state.nextPoint = 2500000;
+    state.samplesSeen = uint64_t(2499999) * 1764;  // 4,409,998,236
+    std::vector<int16_t> samples(1764, 16384);
+    const int16_t* data = samples.data();
+    uint32_t bytes = uint32_t(samples.size() * 2);
+    uint8_t point = 0;
+    ASSERT_EQ(addWaveformSamples(&state, &data, &bytes, &point), 1);
+    EXPECT_EQ(point, 127);
+    EXPECT_EQ(bytes, 0u);
+    EXPECT_EQ(state.samplesSeen, uint64_t(2500000) * 1764);
+}
+
+// A WAV output of more than 4 GiB keeps all its data and marks both sizes
+// 0xFFFFFFFF instead of wrapping them. The data is written over and over
+// the same 16 MiB of the file, so the disk holds no more than that.
+TEST(LargeWaveOutput, SizesBeyondFourGiBAreMarkedNotWrapped) {
+    wvtest::TempDir dir;
+    std::unique_ptr<AudioEncoder> encoder(AudioEncoder::createAudioEncoder(ENCODE_WAV, dir.file("big.wav").c_str()));
+    ASSERT_NE(encoder, nullptr);
+    ASSERT_EQ(encoder->initEncoder(44100, 2, 0, 1), 0);
+    const int chunk = 16 << 20;
+    std::vector<int16_t> silence(chunk / 2);
+    for (int k = 0; k < 257; ++k) {  // 4112 MiB
+        ASSERT_EQ(encoder->seek(WaveEncoder::HEADER_BYTES), int64_t(WaveEncoder::HEADER_BYTES));
+        ASSERT_EQ(encoder->encoding(silence.data(), chunk), FileWriter::WRITE_OK);
+    }
+    ASSERT_EQ(encoder->finishEncoding(), 0);
+    const uint8_t* header = static_cast<WaveEncoder*>(encoder.get())->header();
+    auto le32 = [&](int at) {
+        return uint32_t(header[at]) | uint32_t(header[at + 1]) << 8 | uint32_t(header[at + 2]) << 16 |
+               uint32_t(header[at + 3]) << 24;
+    };
+    EXPECT_EQ(le32(4), 0xFFFFFFFFu);
+    EXPECT_EQ(le32(40), 0xFFFFFFFFu);
+    EXPECT_EQ(le32(24), 44100u);
+
+    // Just below the limit the sizes are exact.
+    std::unique_ptr<AudioEncoder> small(AudioEncoder::createAudioEncoder(ENCODE_WAV, dir.file("s.wav").c_str()));
+    ASSERT_EQ(small->initEncoder(8000, 1, 0, 1), 0);
+    for (int k = 0; k < 255; ++k) {  // 4080 MiB
+        ASSERT_EQ(small->seek(WaveEncoder::HEADER_BYTES), int64_t(WaveEncoder::HEADER_BYTES));
+        ASSERT_EQ(small->encoding(silence.data(), chunk), FileWriter::WRITE_OK);
+    }
+    ASSERT_EQ(small->finishEncoding(), 0);
+    header = static_cast<WaveEncoder*>(small.get())->header();
+    EXPECT_EQ(le32(40), 255u * uint32_t(chunk));
+    EXPECT_EQ(le32(4), 255u * uint32_t(chunk) + 36);
 }
 
 }  // namespace
