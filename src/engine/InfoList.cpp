@@ -44,6 +44,8 @@ pcm_id_t InfoList::release(pcm_id_t id, pcm_ref_t ref, bool all) {
         }
         mItems.erase(found);
     }
+    // A list's player reads its clips' items: it stops before they may go.
+    item->player.reset();
     if (item->status.load() == CLIP_LIST && item->clipList) {
         for (const PcmClip& clip : item->clipList->clips()) release(clip.source->id, REF_LIST, false);
     }

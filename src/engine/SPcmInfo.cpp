@@ -106,11 +106,13 @@ int32_t SPcmInfo::availableFrames(uint32_t& frameCount, uint32_t s, uint32_t e, 
 }
 
 void SPcmInfo::release() {
+    // The player first: its output thread reads this item (and through a
+    // clip list its sources) until the player's destruction has stopped it.
+    player.reset();
     clipList.reset();
     // The file may already be gone; nothing to do about it then.
     const std::string file = pcmPath.get();
     if (!file.empty()) std::remove(file.c_str());
-    player.reset();
 }
 
 }  // namespace wv

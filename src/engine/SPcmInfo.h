@@ -69,8 +69,9 @@ struct SPcmInfo {
     // an item still loading or recording counts as if its expected length
     // were already present.
     int32_t availableFrames(uint32_t& frameCount, uint32_t s, uint32_t e, bool useTotal) const;
-    // Frees what the item owns: clip list, PCM file, player. Called by the
-    // registry only, once the last reference is gone.
+    // Frees what the item owns: player (stopping its output), clip list,
+    // PCM file. Called by the registry only, once the last reference is
+    // gone.
     void release();
     void dump() const {}
 
