@@ -49,6 +49,7 @@ private:
     struct Item {
         enum Type { LOADED, LIST, RECORDING } type = LOADED;
         bool inPlace = false;      // read in place: no working file
+        bool bad = false;          // a source the engine must refuse
         bool loadEnded = false;    // the load job has its ending
         bool ready = false;        // ended with 4: playable, usable in lists
         bool busy = false;         // a job still runs on it

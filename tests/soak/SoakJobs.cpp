@@ -60,6 +60,7 @@ void Driver::startLoad() {
     Item entry;
     entry.type = Item::LOADED;
     entry.inPlace = source.inPlace;
+    entry.bad = source.bad;
     entry.busy = true;
     mItems[id] = entry;
     mLoads.push_back(job);

@@ -52,7 +52,7 @@ void Driver::startPlay() {
     if (chance(0.2)) {
         // An item still loading plays from its source file.
         for (auto& [candidate, entry] : mItems) {
-            if (entry.type == Item::LOADED && !entry.loadEnded && !entry.removed) id = candidate;
+            if (entry.type == Item::LOADED && !entry.loadEnded && !entry.removed && !entry.bad) id = candidate;
         }
     }
     if (id == 0) return;
