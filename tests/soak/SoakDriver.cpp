@@ -100,6 +100,7 @@ bool Driver::runRound(double until) {
         if (mRenders.size() < 2 && chance(0.08)) startRender();
         if (mPlay.id == 0 && chance(0.08)) startPlay();
         if (mRecord.id == 0 && chance(0.03)) startRecord();
+        if (chance(0.05)) sampleWaveform();
         // Items are dropped now and then, sooner when many have piled up.
         int idle = 0;
         for (auto& [id, item] : mItems) idle += !item.busy && !item.removed && id != mPlay.id;
@@ -227,6 +228,31 @@ void Driver::pollGone() {
             ++i;
         }
     }
+}
+
+// Waveform peaks of a loaded item, which may still be growing: the count
+// asked for, or -4 when the range holds no frame (yet).
+void Driver::sampleWaveform() {
+    std::vector<int> ids;
+    for (auto& [id, item] : mItems) {
+        if (item.type == Item::LOADED && !item.removed && !item.bad) ids.push_back(id);
+    }
+    if (ids.empty()) return;
+    const int id = ids[size_t(randInt(0, int(ids.size()) - 1))];
+    const unsigned start = unsigned(randInt(0, 15000));
+    const unsigned wanted = unsigned(randInt(1, 400));
+    std::vector<uint8_t> points(wanted + 16, 0xAB);
+    const int32_t r = mEngine->getWaveformSamples(id, start, start + unsigned(randInt(1, 20000)), wanted, points.data());
+    if (r != int32_t(wanted) && r != -4) {
+        violation("getWaveformSamples of item " + std::to_string(id) + " returned " + std::to_string(r));
+    }
+    for (size_t i = wanted; i < points.size(); ++i) {
+        if (points[i] != 0xAB) {
+            violation("getWaveformSamples of item " + std::to_string(id) + " wrote past its count");
+            break;
+        }
+    }
+    count("waveform sampled");
 }
 
 int Driver::pickReadyItem(bool includeLists) {

@@ -94,6 +94,7 @@ private:
     double timeout(double seconds) const { return seconds * mOptions.slow; }
     std::string workFile(int id, const char* ext) const;
     int pickReadyItem(bool includeLists);
+    void sampleWaveform();
 
     // Jobs.cpp: one start and one poll per kind of job.
     void startLoad();
