@@ -166,11 +166,20 @@ void Driver::pollPlay() {
     }
     const int ends = mLog.count(id, 42) - mPlay.endsBefore;
     if (mPlay.phase == 2) {
-        if (ends >= 1) {
+        if (mPlay.itemGone) {
+            // Released while it played (e.g. its load was cancelled): the
+            // player went with it, so no end comes.
+            finishPlay(false);
+        } else if (ends >= 1) {
             mPlay.phase = 3;
             mPlay.nextAt = now + timeout(0.3);
         } else if (now > mPlay.endBy) {
-            violation("playback of " + item(id) + " did not end");
+            auto entry = mItems.find(id);
+            const std::string state = entry == mItems.end() ? "untracked"
+                                      : "type " + std::to_string(entry->second.type) + ", load " +
+                                            (entry->second.loadEnded ? "ended" : "running");
+            violation("playback of " + item(id) + " (" + state + ", " + std::to_string(mPlay.durationMs) +
+                      " ms) did not end");
             finishPlay(false);
         }
         return;
