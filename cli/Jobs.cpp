@@ -55,6 +55,21 @@ bool lowOnSpace(const std::string& folder) {
     return uint64_t(fs.f_bavail) * fs.f_frsize < (uint64_t(1) << 20);
 }
 
+// The process's file-creation mask, read without changing it (umask()
+// would, for a moment, for the engine's threads too).
+mode_t currentUmask() {
+    FILE* status = std::fopen("/proc/self/status", "r");
+    unsigned mask = 022;
+    if (status != nullptr) {
+        char line[128];
+        while (std::fgets(line, sizeof line, status) != nullptr) {
+            if (std::sscanf(line, "Umask: %o", &mask) == 1) break;
+        }
+        std::fclose(status);
+    }
+    return mode_t(mask);
+}
+
 bool isLoadEnd(int code) {
     return code == kLoadFailed || code == kLoadDone || code == kLoadCancelled || code == kLoadNoSpace;
 }
@@ -188,7 +203,11 @@ int renderList(Session& session, int listId, const std::string& outPath) {
     }
     progress.finish(end.code == kRenderDone);
     switch (end.code) {
-        case kRenderDone: return 0;
+        case kRenderDone:
+            // The engine makes its files executable by all; an edit's
+            // output gets the mode of any new document.
+            ::chmod(outPath.c_str(), 0666 & ~currentUmask());
+            return 0;
         case kRenderFailed:
             reportError(outPath, end.value == -1 ? "cannot write (the file cannot be created)" : "write error");
             break;
