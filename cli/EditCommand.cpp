@@ -115,6 +115,15 @@ int runEdit(const EditOptions& options, const GlobalOptions& global) {
     const int loaded = loadSources(session, paths, sources);
     if (loaded != 0) return loaded;
 
+    // The engine converts down by less than a factor of 4 only; beyond
+    // that it would stretch the audio instead.
+    for (const LoadedSource& source : sources) {
+        if (options.rate > 0 && source.sampleRate >= 4 * options.rate) {
+            reportError(source.path, "cannot convert " + std::to_string(source.sampleRate) + " Hz down to " +
+                                         std::to_string(options.rate) + " Hz (less than a quarter)");
+            return 1;
+        }
+    }
     Wavoryx& engine = session.engine();
     const int list = engine.newClipList();
     if (!buildClipList(engine, list, options, sources)) return 1;
@@ -146,7 +155,7 @@ void addEditCommand(CLI::App& app, CommandLine& line) {
     edit->add_option("-o,--output", options->output, "The file to write")->required()->type_name("OUT");
     edit->add_option("--format", options->format, "wav or mp3 (default: from the extension of OUT)")
         ->check(CLI::IsMember({"wav", "mp3"}));
-    edit->add_option("--rate", options->rate, "Sample rate in Hz (default: the first source's)")
+    edit->add_option("--rate", options->rate, "Sample rate in Hz, above a quarter of every source's (default: the highest of the sources')")
         ->check(CLI::Range(1000, 192000));
     edit->add_option("--channels", options->channels, "1 or 2 (default: the sources')")->check(CLI::Range(1, 2));
     edit->add_option("--bitrate", options->bitrate, "MP3 bit rate in kbit/s (default 320)")->check(CLI::Range(8, 320));
