@@ -15,6 +15,7 @@
 #include <wavoryx/Wavoryx.h>
 
 #include "Commands.h"
+#include "Interrupt.h"
 #include "Jobs.h"
 #include "TimeSpec.h"
 #include "WaveformPicture.h"
@@ -90,6 +91,7 @@ int runWaveform(const WaveformOptions& options, const GlobalOptions& global) {
         reportError(source.path, "the engine could not sample its waveform");
         return 1;
     }
+    if (interruptSignal() != 0) return interruptExitStatus();
     if (!png) {
         printText(peaks, height, options.fromMs, toMs);
         return 0;
