@@ -1,0 +1,52 @@
+#include "FileKind.h"
+
+#include <cctype>
+#include <cstring>
+#include <fstream>
+
+namespace wvcli {
+namespace {
+
+bool startsWith(const std::string& head, size_t at, const char* magic) {
+    const size_t n = std::strlen(magic);
+    return head.size() >= at + n && head.compare(at, n, magic) == 0;
+}
+
+std::string fromExtension(const std::string& path) {
+    const size_t dot = path.find_last_of('.');
+    const size_t slash = path.find_last_of('/');
+    if (dot == std::string::npos || (slash != std::string::npos && dot < slash) || dot + 1 == path.size()) {
+        return "unknown";
+    }
+    std::string ext = path.substr(dot + 1);
+    for (char& c : ext) c = char(std::toupper(static_cast<unsigned char>(c)));
+    return ext;
+}
+
+}  // namespace
+
+std::string fileKind(const std::string& path) {
+    std::ifstream in(path, std::ios::binary);
+    std::string head(64, '\0');
+    in.read(&head[0], std::streamsize(head.size()));
+    head.resize(size_t(in.gcount()));
+
+    if (startsWith(head, 0, "RIFF") && startsWith(head, 8, "WAVE")) return "WAV";
+    if (startsWith(head, 0, "fLaC")) return "FLAC";
+    if (startsWith(head, 0, "#!AMR")) return "AMR";
+    if (startsWith(head, 0, "OggS")) {
+        if (head.find("OpusHead") != std::string::npos) return "Ogg Opus";
+        if (head.find("vorbis") != std::string::npos) return "Ogg Vorbis";
+        return "Ogg";
+    }
+    if (startsWith(head, 4, "ftyp")) return startsWith(head, 8, "3gp") ? "3GP" : "MP4";
+    if (startsWith(head, 0, "ID3")) return "MP3";
+    // An MPEG audio frame header: 11 sync bits, then layer III.
+    if (head.size() >= 2 && static_cast<unsigned char>(head[0]) == 0xFF &&
+        (static_cast<unsigned char>(head[1]) & 0xE6) == 0xE2) {
+        return "MP3";
+    }
+    return fromExtension(path);
+}
+
+}  // namespace wvcli

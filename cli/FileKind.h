@@ -1,0 +1,16 @@
+// The container of an audio file, named from its first bytes ("WAV", "MP3",
+// "FLAC", "Ogg Vorbis", "Ogg Opus", "MP4", "3GP", "AMR"), for `info`. The
+// engine does not report the container, and the extension may lie.
+// Falls back to the upper-cased extension, or "unknown".
+#ifndef WAVORYX_CLI_FILEKIND_H
+#define WAVORYX_CLI_FILEKIND_H
+
+#include <string>
+
+namespace wvcli {
+
+std::string fileKind(const std::string& path);
+
+}  // namespace wvcli
+
+#endif

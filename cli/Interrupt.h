@@ -1,0 +1,18 @@
+// Ctrl-C (SIGINT) and SIGTERM as a flag that long-running commands poll
+// between waits (at least every 100 ms), so that they can cancel the
+// engine's work, clean up and exit with 128 + the signal's number.
+#ifndef WAVORYX_CLI_INTERRUPT_H
+#define WAVORYX_CLI_INTERRUPT_H
+
+namespace wvcli {
+
+// Installs the handlers; idempotent. The handler only records the signal.
+void installInterruptHandlers();
+// The signal received since the handlers were installed, or 0.
+int interruptSignal();
+// 130 for SIGINT, 143 for SIGTERM.
+int interruptExitStatus();
+
+}  // namespace wvcli
+
+#endif

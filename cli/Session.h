@@ -1,0 +1,75 @@
+// One run of the command with the engine: a private working folder, one
+// Wavoryx engine with its callback loop on an engine thread, and the events
+// it reports, queued for the command to wait on.
+//
+// The working folder (the prefix of the engine's PCM files) is made with
+// mkdtemp inside --work-dir, or $TMPDIR, or /tmp, and is removed with all it
+// holds when the Session is destroyed, after the engine's threads have been
+// joined, so every return path of a command leaves nothing behind. Only one
+// Session exists at a time (the engine's callback carries no user pointer).
+#ifndef WAVORYX_CLI_SESSION_H
+#define WAVORYX_CLI_SESSION_H
+
+#include <condition_variable>
+#include <deque>
+#include <memory>
+#include <mutex>
+#include <string>
+
+class Wavoryx;
+
+namespace wvcli {
+
+// Options that every subcommand accepts.
+struct GlobalOptions {
+    bool quiet = false;    // no progress, no result lines
+    bool verbose = false;  // the engine's own log on standard error
+    std::string workDir;   // where the private working folder is made
+};
+
+// One callback event: cb(code, id, value, NULL, NULL).
+struct EngineEvent {
+    int code = 0;
+    int id = 0;
+    int value = 0;
+};
+
+class Session {
+public:
+    explicit Session(const GlobalOptions& options);
+    // Stops the callback loop, destroys the engine, removes the folder.
+    ~Session();
+    Session(const Session&) = delete;
+    Session& operator=(const Session&) = delete;
+
+    // Makes the working folder, the engine and starts its callback loop.
+    // On failure prints "wavoryx: DIR: reason" and returns false.
+    bool open();
+
+    Wavoryx& engine() { return *mEngine; }
+    const GlobalOptions& options() const { return mOptions; }
+    // The working folder, with its trailing '/'.
+    const std::string& workDir() const { return mWorkDir; }
+
+    // Takes the oldest event; waits up to timeoutMs for one. False on time-out.
+    bool waitEvent(EngineEvent& event, int timeoutMs);
+
+private:
+    static void onEvent(int code, int id, int value, char*, void*);
+    void push(const EngineEvent& event);
+
+    GlobalOptions mOptions;
+    std::string mWorkDir;
+    std::unique_ptr<Wavoryx> mEngine;
+    bool mLoopRunning = false;
+    std::mutex mLock;
+    std::condition_variable mArrived;
+    std::deque<EngineEvent> mEvents;
+};
+
+// "wavoryx: SUBJECT: reason" on standard error.
+void reportError(const std::string& subject, const std::string& reason);
+
+}  // namespace wvcli
+
+#endif

@@ -1,0 +1,135 @@
+#include "TimeSpec.h"
+
+#include <sys/stat.h>
+
+#include <cstdio>
+#include <vector>
+
+namespace wvcli {
+namespace {
+
+constexpr uint64_t kMaxMs = 0xFFFFFFFEull;
+
+// Digits only, at most 12 of them (keeps every product below 2^64).
+bool parseDigits(const std::string& text, uint64_t& value) {
+    if (text.empty() || text.size() > 12) return false;
+    value = 0;
+    for (char c : text) {
+        if (c < '0' || c > '9') return false;
+        value = value * 10 + uint64_t(c - '0');
+    }
+    return true;
+}
+
+// "S", "S.f", "S.ff", "S.fff", "S." or ".f" as milliseconds.
+bool parseSeconds(const std::string& text, uint64_t& ms) {
+    const size_t dot = text.find('.');
+    uint64_t whole = 0;
+    if (dot == std::string::npos) {
+        if (!parseDigits(text, whole)) return false;
+        ms = whole * 1000;
+        return true;
+    }
+    const std::string intPart = text.substr(0, dot);
+    const std::string fraction = text.substr(dot + 1);
+    if (intPart.empty() && fraction.empty()) return false;
+    if (!intPart.empty() && !parseDigits(intPart, whole)) return false;
+    uint64_t frac = 0;
+    if (!fraction.empty()) {
+        if (fraction.size() > 3 || !parseDigits(fraction, frac)) return false;
+        for (size_t i = fraction.size(); i < 3; ++i) frac *= 10;
+    }
+    ms = whole * 1000 + frac;
+    return true;
+}
+
+std::vector<std::string> splitColons(const std::string& text) {
+    std::vector<std::string> parts;
+    size_t start = 0;
+    for (;;) {
+        const size_t colon = text.find(':', start);
+        parts.push_back(text.substr(start, colon - start));
+        if (colon == std::string::npos) return parts;
+        start = colon + 1;
+    }
+}
+
+}  // namespace
+
+bool parseTimeMs(const std::string& text, uint32_t& ms, std::string& why) {
+    why = "'" + text + "' is not a time (use ms, s.fff or m:ss.fff)";
+    const std::vector<std::string> parts = splitColons(text);
+    if (parts.size() > 3) return false;
+    uint64_t total = 0;
+    if (parts.size() == 1) {
+        // A plain number is milliseconds; with a point it is seconds.
+        if (text.find('.') == std::string::npos) {
+            if (!parseDigits(text, total)) return false;
+        } else if (!parseSeconds(text, total)) {
+            return false;
+        }
+    } else {
+        uint64_t seconds = 0;
+        if (!parseSeconds(parts.back(), seconds) || seconds >= 60000) return false;
+        uint64_t minutes = 0;
+        if (!parseDigits(parts[parts.size() - 2], minutes)) return false;
+        uint64_t hours = 0;
+        if (parts.size() == 3) {
+            if (!parseDigits(parts[0], hours) || minutes >= 60) return false;
+        }
+        total = (hours * 60 + minutes) * 60000 + seconds;
+    }
+    if (total > kMaxMs) {
+        why = "'" + text + "' is too long a time";
+        return false;
+    }
+    ms = static_cast<uint32_t>(total);
+    why.clear();
+    return true;
+}
+
+std::string formatTimeMs(uint64_t ms) {
+    char text[48];
+    const uint64_t hours = ms / 3600000;
+    const unsigned minutes = unsigned(ms / 60000 % 60);
+    const unsigned seconds = unsigned(ms / 1000 % 60);
+    const unsigned millis = unsigned(ms % 1000);
+    if (hours > 0) {
+        std::snprintf(text, sizeof text, "%llu:%02u:%02u.%03u", static_cast<unsigned long long>(hours), minutes,
+                      seconds, millis);
+    } else {
+        std::snprintf(text, sizeof text, "%u:%02u.%03u", minutes, seconds, millis);
+    }
+    return text;
+}
+
+bool parseSourceRange(const std::string& text, SourceRange& range, std::string& why) {
+    range = SourceRange();
+    struct stat st;
+    const size_t at = text.rfind('@');
+    if (at == std::string::npos || ::stat(text.c_str(), &st) == 0) {
+        range.path = text;
+        return true;
+    }
+    range.path = text.substr(0, at);
+    const std::string spec = text.substr(at + 1);
+    const size_t dash = spec.find('-');
+    if (range.path.empty() || dash == std::string::npos) {
+        why = "'" + text + "': a range is written FILE@FROM-TO (either side may be left out)";
+        return false;
+    }
+    const std::string from = spec.substr(0, dash);
+    const std::string to = spec.substr(dash + 1);
+    if (!from.empty() && !parseTimeMs(from, range.fromMs, why)) return false;
+    if (!to.empty()) {
+        if (!parseTimeMs(to, range.toMs, why)) return false;
+        range.hasEnd = true;
+        if (range.toMs <= range.fromMs) {
+            why = "'" + text + "': the range ends before it starts";
+            return false;
+        }
+    }
+    return true;
+}
+
+}  // namespace wvcli

@@ -1,0 +1,73 @@
+// wavoryx: the command-line face of the engine. It uses the library only
+// through its public API and callback, as any application would.
+#include <cstdio>
+#include <memory>
+#include <string>
+
+#include <CLI/CLI.hpp>
+
+#include "Commands.h"
+#include "Interrupt.h"
+
+namespace {
+
+constexpr int kUsageStatus = 2;
+
+// Usage lines of subcommands read "wavoryx edit ...", not "edit ...".
+class UsageFormatter : public CLI::Formatter {
+public:
+    std::string make_usage(const CLI::App* app, std::string name) const override {
+        if (app->get_parent() != nullptr && name.rfind("wavoryx ", 0) != 0) name = "wavoryx " + name;
+        return CLI::Formatter::make_usage(app, name);
+    }
+};
+
+// The innermost subcommand the command line reached, for its usage text.
+const CLI::App* chosenCommand(const CLI::App& app) {
+    const CLI::App* chosen = &app;
+    for (const CLI::App* sub : app.get_subcommands()) chosen = sub;
+    return chosen;
+}
+
+int usageError(const CLI::App& app, const CLI::ParseError& error) {
+    std::fprintf(stderr, "wavoryx: %s\n\n%s", error.what(), chosenCommand(app)->help().c_str());
+    return kUsageStatus;
+}
+
+}  // namespace
+
+int main(int argc, char** argv) {
+    CLI::App app("Load, cut, render and draw audio with the Wavoryx engine.", "wavoryx");
+    app.set_version_flag("--version", "wavoryx " WAVORYX_CLI_VERSION);
+    app.formatter(std::make_shared<UsageFormatter>());
+    app.require_subcommand(1);
+    // Global options may come after the subcommand as well.
+    app.fallthrough();
+    app.footer(
+        "Examples:\n"
+        "  wavoryx info song.mp3\n"
+        "  wavoryx edit song.mp3@0:10-0:20 song.mp3@1:00- -o cut.mp3\n"
+        "  wavoryx waveform song.mp3 --png song.png --width 800 --height 200\n"
+        "Run 'wavoryx COMMAND --help' for the options of a command.");
+
+    wvcli::CommandLine line;
+    app.add_flag("-q,--quiet", line.global.quiet, "No progress and no result lines");
+    app.add_flag("-v,--verbose", line.global.verbose, "Show the engine's log on standard error");
+    app.add_option("--work-dir", line.global.workDir,
+                   "Folder in which the private working folder is made (default $TMPDIR or /tmp)")
+        ->type_name("DIR");
+
+    wvcli::addInfoCommand(app, line);
+    wvcli::addEditCommand(app, line);
+    wvcli::addWaveformCommand(app, line);
+
+    try {
+        app.parse(argc, argv);
+    } catch (const CLI::ParseError& error) {
+        if (error.get_exit_code() == 0) return app.exit(error);  // --help, --version
+        return usageError(app, error);
+    }
+    if (!line.run) return kUsageStatus;
+    wvcli::installInterruptHandlers();
+    return line.run();
+}
