@@ -8,12 +8,19 @@ pkg_check_modules(PORTAUDIO REQUIRED IMPORTED_TARGET portaudio-2.0)
 find_path(LAME_INCLUDE_DIR lame/lame.h REQUIRED)
 find_library(LAME_LIBRARY mp3lame REQUIRED)
 
+# FFmpeg and PortAudio are not linked: the engine opens them the first time
+# it needs them (src/platform/LazyLibraries.h), so only their headers are
+# used here.
 add_library(wavoryx_deps INTERFACE)
 target_link_libraries(wavoryx_deps INTERFACE
-  PkgConfig::FFMPEG PkgConfig::SOUNDTOUCH PkgConfig::PORTAUDIO
-  ${LAME_LIBRARY} Threads::Threads m)
-target_include_directories(wavoryx_deps INTERFACE ${LAME_INCLUDE_DIR})
+  PkgConfig::SOUNDTOUCH ${LAME_LIBRARY} Threads::Threads m ${CMAKE_DL_LIBS})
+target_include_directories(wavoryx_deps INTERFACE ${LAME_INCLUDE_DIR}
+  $<TARGET_PROPERTY:PkgConfig::FFMPEG,INTERFACE_INCLUDE_DIRECTORIES>
+  $<TARGET_PROPERTY:PkgConfig::PORTAUDIO,INTERFACE_INCLUDE_DIRECTORIES>)
+target_compile_options(wavoryx_deps INTERFACE
+  $<TARGET_PROPERTY:PkgConfig::FFMPEG,INTERFACE_COMPILE_OPTIONS>
+  $<TARGET_PROPERTY:PkgConfig::PORTAUDIO,INTERFACE_COMPILE_OPTIONS>)
 
 # Requires.private of the pkg-config file, for static consumers.
-set(WAVORYX_PC_REQUIRES_PRIVATE "libavformat libavcodec libswresample libavutil soundtouch portaudio-2.0")
-set(WAVORYX_PC_LIBS_PRIVATE "-lmp3lame -lpthread -lm")
+set(WAVORYX_PC_REQUIRES_PRIVATE "soundtouch")
+set(WAVORYX_PC_LIBS_PRIVATE "-lmp3lame -ldl -lpthread -lm")

@@ -8,6 +8,7 @@
 #include <mutex>
 
 #include "platform/Log.h"
+#include "platform/audio/PortAudioForwarders.h"
 
 namespace wv {
 namespace {
@@ -39,6 +40,12 @@ void quietBackends() {
 
 bool PortAudioSession::acquire() {
     std::lock_guard<std::mutex> guard(gSessionLock);
+    // Before quietBackends, which finds the back ends' handlers among the
+    // loaded libraries.
+    if (!loadPortAudio()) {
+        WV_LOGE("audio system unavailable: PortAudio cannot be loaded");
+        return false;
+    }
     if (!gQuieted) {
         quietBackends();
         gQuieted = true;

@@ -1,0 +1,166 @@
+// The FFmpeg functions the media layer calls, forwarded to the real ones in
+// libraries opened at the first call (see platform/LazyLibraries.h). Each
+// forwarder looks its target up once and then only jumps; the definitions
+// carry the exact prototypes of the FFmpeg headers, so a mismatch does not
+// compile.
+//
+// The log settings are the exception: the engine sets them when it starts,
+// long before anything is decoded. They are kept and handed over when the
+// libraries open, or at once when the libraries are already loaded or
+// linked into the program.
+#define WV_LOG_TAG "MediaLayer"
+
+extern "C" {
+#include <libavcodec/avcodec.h>
+#include <libavformat/avformat.h>
+#include <libavutil/channel_layout.h>
+#include <libavutil/error.h>
+#include <libavutil/frame.h>
+#include <libavutil/log.h>
+#include <libavutil/mathematics.h>
+#include <libavutil/mem.h>
+#include <libswresample/swresample.h>
+}
+
+#include <mutex>
+
+#include "platform/LazyLibraries.h"
+
+namespace wv {
+namespace {
+
+#define WV_SONAME(lib, major) "lib" #lib ".so." WV_STRINGIFY(major)
+#define WV_STRINGIFY(x) WV_STRINGIFY2(x)
+#define WV_STRINGIFY2(x) #x
+
+const char* const kSonames[] = {
+    WV_SONAME(avformat, LIBAVFORMAT_VERSION_MAJOR), WV_SONAME(avcodec, LIBAVCODEC_VERSION_MAJOR),
+    WV_SONAME(swresample, LIBSWRESAMPLE_VERSION_MAJOR), WV_SONAME(avutil, LIBAVUTIL_VERSION_MAJOR), nullptr};
+
+using LogCallback = void (*)(void*, int, const char*, va_list);
+
+std::mutex gLogLock;
+bool gHasLevel = false;
+int gLevel = 0;
+bool gHasCallback = false;
+LogCallback gCallback = nullptr;
+
+LazyLibraries& ffmpeg();
+
+// Runs when the libraries have opened (inside their loading, hence
+// lookUp) and whenever a setting changes after that.
+void applyLogSettings() {
+    std::lock_guard<std::mutex> guard(gLogLock);
+    auto setLevel = reinterpret_cast<decltype(&::av_log_set_level)>(ffmpeg().lookUp("av_log_set_level"));
+    auto setCallback =
+        reinterpret_cast<decltype(&::av_log_set_callback)>(ffmpeg().lookUp("av_log_set_callback"));
+    if (gHasLevel && setLevel != nullptr) setLevel(gLevel);
+    if (gHasCallback && setCallback != nullptr) setCallback(gCallback);
+}
+
+LazyLibraries& ffmpeg() {
+    static LazyLibraries libraries(kSonames, applyLogSettings);
+    return libraries;
+}
+
+// Hands the kept settings over when the libraries are, or can cheaply be,
+// open; otherwise applyLogSettings does it when they open.
+void logSettingsChanged() {
+    if (ffmpeg().loaded() || ffmpeg().presentInProcess()) {
+        ffmpeg().load();
+        applyLogSettings();
+    }
+}
+
+}  // namespace
+}  // namespace wv
+
+#define WV_FORWARD(ret, name, params, args)                                                          \
+    extern "C" ret name params {                                                                     \
+        static const auto real = reinterpret_cast<decltype(&::name)>(wv::ffmpeg().symbolOrDie(#name)); \
+        return real args;                                                                            \
+    }
+
+extern "C" void av_log_set_level(int level) {
+    {
+        std::lock_guard<std::mutex> guard(wv::gLogLock);
+        wv::gLevel = level;
+        wv::gHasLevel = true;
+    }
+    wv::logSettingsChanged();
+}
+
+extern "C" void av_log_set_callback(void (*callback)(void*, int, const char*, va_list)) {
+    {
+        std::lock_guard<std::mutex> guard(wv::gLogLock);
+        wv::gCallback = callback;
+        wv::gHasCallback = true;
+    }
+    wv::logSettingsChanged();
+}
+
+// libavutil
+WV_FORWARD(int, av_channel_layout_compare, (const AVChannelLayout* a, const AVChannelLayout* b), (a, b))
+WV_FORWARD(int, av_channel_layout_copy, (AVChannelLayout* dst, const AVChannelLayout* src), (dst, src))
+WV_FORWARD(void, av_channel_layout_default, (AVChannelLayout* layout, int channels), (layout, channels))
+WV_FORWARD(void, av_channel_layout_uninit, (AVChannelLayout* layout), (layout))
+WV_FORWARD(AVFrame*, av_frame_alloc, (void), ())
+WV_FORWARD(void, av_frame_free, (AVFrame** frame), (frame))
+WV_FORWARD(void, av_frame_unref, (AVFrame* frame), (frame))
+WV_FORWARD(void, av_free, (void* ptr), (ptr))
+WV_FORWARD(void, av_freep, (void* ptr), (ptr))
+WV_FORWARD(void*, av_malloc, (size_t size), (size))
+WV_FORWARD(int, av_log_format_line2,
+           (void* avcl, int level, const char* fmt, va_list args, char* line, int size, int* prefix),
+           (avcl, level, fmt, args, line, size, prefix))
+WV_FORWARD(int64_t, av_rescale_q, (int64_t a, AVRational bq, AVRational cq), (a, bq, cq))
+WV_FORWARD(int, av_strerror, (int errnum, char* buffer, size_t size), (errnum, buffer, size))
+
+// libavcodec
+WV_FORWARD(AVPacket*, av_packet_alloc, (void), ())
+WV_FORWARD(void, av_packet_free, (AVPacket** packet), (packet))
+WV_FORWARD(void, av_packet_unref, (AVPacket* packet), (packet))
+WV_FORWARD(AVCodecContext*, avcodec_alloc_context3, (const AVCodec* codec), (codec))
+WV_FORWARD(const AVCodecDescriptor*, avcodec_descriptor_get, (enum AVCodecID id), (id))
+WV_FORWARD(const AVCodec*, avcodec_find_decoder, (enum AVCodecID id), (id))
+WV_FORWARD(void, avcodec_flush_buffers, (AVCodecContext* context), (context))
+WV_FORWARD(void, avcodec_free_context, (AVCodecContext** context), (context))
+WV_FORWARD(const char*, avcodec_get_name, (enum AVCodecID id), (id))
+WV_FORWARD(int, avcodec_open2, (AVCodecContext* context, const AVCodec* codec, AVDictionary** options),
+           (context, codec, options))
+WV_FORWARD(int, avcodec_parameters_to_context, (AVCodecContext* context, const AVCodecParameters* par),
+           (context, par))
+WV_FORWARD(int, avcodec_receive_frame, (AVCodecContext* context, AVFrame* frame), (context, frame))
+WV_FORWARD(int, avcodec_send_packet, (AVCodecContext* context, const AVPacket* packet), (context, packet))
+
+// libavformat
+WV_FORWARD(int, av_read_frame, (AVFormatContext* s, AVPacket* packet), (s, packet))
+WV_FORWARD(int, av_seek_frame, (AVFormatContext* s, int stream, int64_t timestamp, int flags),
+           (s, stream, timestamp, flags))
+WV_FORWARD(AVFormatContext*, avformat_alloc_context, (void), ())
+WV_FORWARD(void, avformat_close_input, (AVFormatContext** s), (s))
+WV_FORWARD(int, avformat_find_stream_info, (AVFormatContext* s, AVDictionary** options), (s, options))
+WV_FORWARD(int, avformat_open_input,
+           (AVFormatContext** s, const char* url, const AVInputFormat* format, AVDictionary** options),
+           (s, url, format, options))
+WV_FORWARD(int, avformat_seek_file,
+           (AVFormatContext* s, int stream, int64_t minTs, int64_t ts, int64_t maxTs, int flags),
+           (s, stream, minTs, ts, maxTs, flags))
+WV_FORWARD(AVIOContext*, avio_alloc_context,
+           (unsigned char* buffer, int size, int writeFlag, void* opaque,
+            int (*readPacket)(void*, uint8_t*, int), int (*writePacket)(void*, uint8_t*, int),
+            int64_t (*seek)(void*, int64_t, int)),
+           (buffer, size, writeFlag, opaque, readPacket, writePacket, seek))
+WV_FORWARD(void, avio_context_free, (AVIOContext** s), (s))
+
+// libswresample
+WV_FORWARD(int, swr_alloc_set_opts2,
+           (SwrContext** s, AVChannelLayout* outLayout, enum AVSampleFormat outFormat, int outRate,
+            AVChannelLayout* inLayout, enum AVSampleFormat inFormat, int inRate, int logOffset,
+            void* logContext),
+           (s, outLayout, outFormat, outRate, inLayout, inFormat, inRate, logOffset, logContext))
+WV_FORWARD(int, swr_convert, (SwrContext* s, uint8_t** out, int outCount, const uint8_t** in, int inCount),
+           (s, out, outCount, in, inCount))
+WV_FORWARD(void, swr_free, (SwrContext** s), (s))
+WV_FORWARD(int, swr_get_out_samples, (SwrContext* s, int inSamples), (s, inSamples))
+WV_FORWARD(int, swr_init, (SwrContext* s), (s))
