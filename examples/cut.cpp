@@ -1,0 +1,27 @@
+// The README's example: seconds 1 to 5 of a file, rendered to an MP3.
+//   wavoryx_cut IN OUT.mp3
+#include <wavoryx/Wavoryx.h>
+#include <future>
+
+static std::promise<int> gEnd;   // the render's ending event: 22 done, 20/23/25 not
+static void onEvent(int code, int, int, char*, void*) {
+    if (code == 20 || code == 22 || code == 23 || code == 25) gEnd.set_value(code);
+}
+
+int main(int argc, char** argv) {
+    if (argc != 3) return 2;
+    Wavoryx engine;
+    engine.setWorkingDir("/tmp/");               // prefix of the engine's PCM files
+    engine.setCallback(onEvent);
+    engine.startThreadLoop(0);                   // events arrive on an engine thread
+    int song = engine.loadFile(argv[1]);         // returns at once; loads in the background
+    int list = engine.newClipList();
+    engine.addClipMs(list, song, 1000, 5000);    // fine while the song still loads
+    engine.setOutputPara(list, argv[2], ENCODE_MP3);
+    engine.process(list);
+    int end = gEnd.get_future().get();           // waits for the ending event
+    engine.removePcm(list);                      // the song's PCM file goes with its last holder
+    engine.removePcm(song);
+    engine.stopThreadLoop();
+    return end == 22 ? 0 : 1;
+}
