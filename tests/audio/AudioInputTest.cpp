@@ -108,14 +108,15 @@ TEST_F(AudioInputs, MinimumFrameCountAndRefusedFormats) {
 }
 
 TEST_F(AudioInputs, ToneArrivesInWholeBlocksOnTheInputsThread) {
-    // Real-time pace: a faster one lets a starved test thread overflow the
-    // ring on a loaded machine, and lost frames would break the sine.
+    // Real-time pace and a one-second ring: a faster pace or a shorter ring
+    // lets a starved callback thread overflow the ring on a loaded machine,
+    // and lost frames would break the sine.
     Collector collector;
     AudioInput input(std::make_unique<wv::GeneratedInputDevice>(1000, 1), 8000, 1, kInMono,
-                     1024, Collector::callback, &collector, 256);
+                     8000, Collector::callback, &collector, 256);
     ASSERT_EQ(input.initCheck(), 0);
     EXPECT_STREQ(input.deviceName(), "tone");
-    EXPECT_EQ(input.latency(), 10u + 128u);
+    EXPECT_EQ(input.latency(), 10u + 1000u);
     ASSERT_EQ(input.start(), 0);
     ASSERT_TRUE(waitUntil([&] { return collector.sampleCount() >= 2048; }));
     input.stop();

@@ -19,12 +19,17 @@ using loadtest::LoadRig;
 using wvtest::Event;
 
 // A tone file for loads that have to last: FLAC, made once per program.
+// The long one decodes in about half a second when the machine is idle, so
+// that a test thread descheduled for a while on a busy machine still finds
+// the load under way when it acts.
+constexpr double kLongSeconds = 180.0;
+
 class LongFlac {
 public:
     static const std::string& path(double seconds) {
-        static LongFlac made20(20.0);
+        static LongFlac madeLong(kLongSeconds);
         static LongFlac made10(10.0);
-        return seconds > 10.0 ? made20.mPath : made10.mPath;
+        return seconds > 10.0 ? madeLong.mPath : made10.mPath;
     }
 
 private:
@@ -203,7 +208,7 @@ TEST_P(LoadCancelMidway, RemovesThePartialFileAndSendsFive) {
     LoadRig rig;
     // At low priority the next step waits as a delayed command.
     rig.engine().setThreadPriority(GetParam());
-    const int id = rig.engine().loadFile(LongFlac::path(20.0).c_str());
+    const int id = rig.engine().loadFile(LongFlac::path(kLongSeconds).c_str());
     ASSERT_TRUE(rig.recorder().waitForCode(6, id));
     {
         DecoderGate gate(rig);
@@ -218,7 +223,7 @@ TEST_P(LoadCancelMidway, RemovesThePartialFileAndSendsFive) {
     ASSERT_TRUE(rig.waitForDecoderRelease(id));
     EXPECT_FALSE(wvtest::fileExists(rig.pcmPath(id)));
     EXPECT_EQ(rig.status(id), wv::DECODING);
-    EXPECT_LT(rig.engine().getPcmFrameLength(id), 20 * 44100);
+    EXPECT_LT(rig.engine().getPcmFrameLength(id), kLongSeconds * 44100);
 }
 
 INSTANTIATE_TEST_SUITE_P(Priorities, LoadCancelMidway,
@@ -230,7 +235,7 @@ INSTANTIATE_TEST_SUITE_P(Priorities, LoadCancelMidway,
 TEST(LoadLifetime, ItemRemovedDuringItsLoadGoesWithItsFileWhenTheLoadEnds) {
     if (!wvtest::ffmpegAvailable()) GTEST_SKIP() << "ffmpeg command missing";
     LoadRig rig;
-    const int id = rig.engine().loadFile(LongFlac::path(20.0).c_str());
+    const int id = rig.engine().loadFile(LongFlac::path(kLongSeconds).c_str());
     ASSERT_TRUE(rig.recorder().waitForCode(6, id));
     {
         DecoderGate gate(rig);
@@ -269,10 +274,10 @@ TEST(LoadLifetime, EngineDestroyedMidLoadRemovesThePartialFile) {
     if (!wvtest::ffmpegAvailable()) GTEST_SKIP() << "ffmpeg command missing";
     wvtest::LogCapture log;
     LoadRig rig;
-    // A slow load of 20 s of audio: its next step is still queued when the
+    // A slow load of minutes of audio: its next step is still queued when the
     // destructor's exit request arrives, and is dropped rather than run.
     rig.engine().setThreadPriority(WV_PRIORITY_LOW);
-    const int id = rig.engine().loadFile(LongFlac::path(20.0).c_str());
+    const int id = rig.engine().loadFile(LongFlac::path(kLongSeconds).c_str());
     ASSERT_TRUE(rig.recorder().waitForCode(6, id));
     const std::string pcm = rig.pcmPath(id);
     rig.destroyEngine();
