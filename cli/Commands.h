@@ -30,6 +30,8 @@ struct CommandLine {
 void addInfoCommand(CLI::App& app, CommandLine& line);
 void addEditCommand(CLI::App& app, CommandLine& line);
 void addWaveformCommand(CLI::App& app, CommandLine& line);
+void addPlayCommand(CLI::App& app, CommandLine& line);
+void addRecordCommand(CLI::App& app, CommandLine& line);
 
 }  // namespace wvcli
 

@@ -95,6 +95,10 @@ std::string whyNotWritable(const std::string& path) {
     return "";
 }
 
+void giveDocumentMode(const std::string& path) {
+    ::chmod(path.c_str(), 0666 & ~currentUmask());
+}
+
 int loadSources(Session& session, const std::vector<std::string>& paths, std::vector<LoadedSource>& sources) {
     Wavoryx& engine = session.engine();
     sources.clear();
@@ -206,7 +210,7 @@ int renderList(Session& session, int listId, const std::string& outPath) {
         case kRenderDone:
             // The engine makes its files executable by all; an edit's
             // output gets the mode of any new document.
-            ::chmod(outPath.c_str(), 0666 & ~currentUmask());
+            giveDocumentMode(outPath);
             return 0;
         case kRenderFailed:
             reportError(outPath, end.value == -1 ? "cannot write (the file cannot be created)" : "write error");

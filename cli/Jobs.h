@@ -43,6 +43,10 @@ const LoadedSource* findSource(const std::vector<LoadedSource>& sources, const s
 // 1 or the interrupt status.
 int renderList(Session& session, int listId, const std::string& outPath);
 
+// The engine makes its files executable by all; an output the command
+// keeps gets the mode of any new document instead (0666 less the umask).
+void giveDocumentMode(const std::string& path);
+
 // Why a file cannot be created at `path`, or "" when it looks writable.
 std::string whyNotWritable(const std::string& path);
 

@@ -60,6 +60,8 @@ int main(int argc, char** argv) {
     wvcli::addInfoCommand(app, line);
     wvcli::addEditCommand(app, line);
     wvcli::addWaveformCommand(app, line);
+    wvcli::addPlayCommand(app, line);
+    wvcli::addRecordCommand(app, line);
 
     try {
         app.parse(argc, argv);

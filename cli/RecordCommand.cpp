@@ -1,0 +1,336 @@
+// wavoryx record -o OUT [--rate] [--channels] [--bitrate] [--effect E]
+// [--duration T]: records the engine's audio input (the microphone, or what
+// WAVORYX_AUDIO_IN chooses) into a WAV or MP3 file.
+//
+// The recording ends with --duration (counted in recorded audio: pauses do
+// not count; it ends within about one captured buffer, ~25 ms, plus one
+// tick after the time), q, Ctrl-C or SIGTERM. Each of these finishes the
+// file and keeps it: the exit status is 0, since stopping is how a
+// recording is meant to end. A recording that fails (the file cannot be
+// written, storage fills up, the input fails) leaves no file and exits 1.
+#include <fcntl.h>
+#include <unistd.h>
+
+#include <cctype>
+#include <cerrno>
+#include <chrono>
+#include <cstring>
+#include <cstdio>
+#include <memory>
+#include <string>
+
+#include <CLI/CLI.hpp>
+
+#include <wavoryx/Wavoryx.h>
+
+#include "Commands.h"
+#include "Interrupt.h"
+#include "Jobs.h"
+#include "Keyboard.h"
+#include "LiveLine.h"
+#include "Session.h"
+#include "TimeSpec.h"
+
+namespace wvcli {
+namespace {
+
+constexpr int kTickMs = 10;
+constexpr int kDrawMs = 100;
+constexpr int kMicrophoneSource = 1;
+constexpr uint32_t kShortestDurationMs = 100;
+// How long a stopped recording may take to end: a started one finishes its
+// file; one not started yet ends at once or never.
+constexpr auto kStopWait = std::chrono::seconds(10);
+constexpr auto kSetupWait = std::chrono::milliseconds(300);
+
+enum RecordEvent {
+    kRecordFailed = 60, kRecordStarted = 61, kRecordEnded = 63, kRecordFull = 64, kRecordResumed = 65,
+    kRecordPaused = 66, kRecordLevel = 80
+};
+enum EndValue { kEndWriteError = 1, kEndNoSpace = 3 };
+
+struct RecordOptions {
+    std::string output;
+    std::string format;
+    int rate = 44100;
+    int channels = 1;
+    int bitrate = 0;
+    std::string effect = "none";
+    std::string duration;
+    uint32_t durationMs = 0;
+    encode_type type = ENCODE_WAV;
+};
+
+int effectCode(const std::string& effect) {
+    if (effect == "male") return 1;
+    if (effect == "female") return 2;
+    if (effect == "female-high") return 3;
+    if (effect == "robot") return 4;
+    return 0;
+}
+
+std::string lowerExtension(const std::string& path) {
+    const size_t dot = path.find_last_of('.');
+    const size_t slash = path.find_last_of('/');
+    if (dot == std::string::npos || (slash != std::string::npos && dot < slash)) return "";
+    std::string ext = path.substr(dot + 1);
+    for (char& c : ext) c = char(std::tolower(static_cast<unsigned char>(c)));
+    return ext;
+}
+
+void checkRecordOptions(RecordOptions& options) {
+    std::string why;
+    if (!options.duration.empty()) {
+        if (!parseTimeMs(options.duration, options.durationMs, why)) throw CLI::ValidationError("--duration", why);
+        // Shorter than a few captured buffers: most likely seconds were
+        // meant ("2" is 2 ms, as everywhere in this command).
+        if (options.durationMs < kShortestDurationMs) {
+            throw CLI::ValidationError("--duration", "'" + options.duration + "' is " +
+                                                         std::to_string(options.durationMs) +
+                                                         " ms, too short to record; seconds are written 2.0 or 0:02");
+        }
+    }
+    const std::string format = options.format.empty() ? lowerExtension(options.output) : options.format;
+    if (format == "wav") {
+        options.type = ENCODE_WAV;
+    } else if (format == "mp3") {
+        options.type = ENCODE_MP3;
+    } else {
+        throw CLI::ValidationError("--format", "cannot tell the format of '" + options.output +
+                                                   "': name it .wav or .mp3, or give --format wav|mp3");
+    }
+}
+
+// How one recording went, from its events.
+struct RecordState {
+    bool started = false;
+    bool paused = false;
+    bool stopping = false;
+    bool ended = false;
+    int endValue = 0;
+    bool full = false;    // paused for lack of storage space
+    int failedWith = 0;   // the value of a failure event, or 0
+    int level = 0;        // the loudest point since the last redraw
+};
+
+class RecordLoop {
+public:
+    RecordLoop(Session& session, int id, const RecordOptions& options)
+        : mSession(session), mEngine(session.engine()), mId(id), mOptions(options),
+          mLine(session.options().quiet) {}
+
+    const RecordState& run() {
+        using Clock = std::chrono::steady_clock;
+        RawKeyboard keyboard;
+        Clock::time_point stoppedAt;
+        Clock::time_point nextDraw = Clock::now();
+        while (!mState.ended) {
+            for (Key key : keyboard.poll(kTickMs)) onKey(key);
+            takeEvents();
+            const bool timeUp = mOptions.durationMs > 0 && recordedMs() >= mOptions.durationMs;
+            if (!mState.stopping && (timeUp || interruptSignal() != 0 || failed())) {
+                stop();
+                stoppedAt = Clock::now();
+            }
+            // A set-up that failed, or was stopped before it ran, sends no
+            // end event; a started recording does once the file is done.
+            const Clock::duration wait = mState.started ? Clock::duration(kStopWait) : Clock::duration(kSetupWait);
+            if (mState.stopping && Clock::now() - stoppedAt > wait) break;
+            if (Clock::now() >= nextDraw) {
+                draw();
+                nextDraw = Clock::now() + std::chrono::milliseconds(kDrawMs);
+            }
+        }
+        mLine.clear();
+        return mState;
+    }
+
+    uint64_t recordedMs() const {
+        const int32_t frames = mEngine.getPcmFrameLength(mId);
+        const int32_t rate = mEngine.getPcmSampleRate(mId);
+        return frames > 0 && rate > 0 ? uint64_t(frames) * 1000 / uint32_t(rate) : 0;
+    }
+
+private:
+    void stop() {
+        mEngine.recordStop();
+        mState.stopping = true;
+    }
+
+    void onKey(Key key) {
+        if (key == Key::Quit && !mState.stopping) stop();
+        if (key != Key::Space || mState.stopping || !mState.started) return;
+        // The display follows the engine's events 65 and 66.
+        mPauseAsked = !mPauseAsked;
+        if (mPauseAsked) {
+            mEngine.recordPause();
+        } else {
+            mEngine.recordResume();
+        }
+    }
+
+    void takeEvents() {
+        EngineEvent event;
+        while (mSession.waitEvent(event, 0)) {
+            if (event.id != mId) continue;
+            switch (event.code) {
+                case kRecordStarted:
+                    mState.started = true;
+                    announceStart();
+                    break;
+                case kRecordLevel:
+                    if (event.value > mState.level) mState.level = event.value;
+                    break;
+                case kRecordPaused: mState.paused = true; break;
+                case kRecordResumed: mState.paused = false; break;
+                case kRecordFull: mState.full = true; break;
+                case kRecordFailed:
+                    if (mState.failedWith == 0) mState.failedWith = event.value;
+                    break;
+                case kRecordEnded:
+                    mState.ended = true;
+                    mState.endValue = event.value;
+                    break;
+                default: break;
+            }
+        }
+    }
+
+    bool failed() const { return mState.full || mState.failedWith != 0; }
+
+    void announceStart() {
+        if (mLine.live() || mSession.options().quiet) return;
+        std::fprintf(stderr, "recording to %s: %s, %d Hz, %s\n", mOptions.output.c_str(),
+                     mOptions.type == ENCODE_MP3 ? "MP3" : "WAV", mEngine.getPcmSampleRate(mId),
+                     mEngine.getPcmChannelCount(mId) == 1 ? "mono" : "stereo");
+    }
+
+    void draw() {
+        RecordView view;
+        view.recordedMs = recordedMs();
+        view.level = mState.level;
+        view.paused = mState.paused;
+        mState.level = 0;
+        mLine.show(recordStatusText(view));
+    }
+
+    Session& mSession;
+    Wavoryx& mEngine;
+    const int mId;
+    const RecordOptions& mOptions;
+    LiveLine mLine;
+    RecordState mState;
+    bool mPauseAsked = false;
+};
+
+// Why creating `path` fails now, or "" when it can be created (the
+// engine's encoder could not create it, or something else failed).
+std::string whyNotCreatable(const std::string& path) {
+    const int fd = ::open(path.c_str(), O_WRONLY | O_CREAT | O_EXCL | O_CLOEXEC, 0666);
+    if (fd < 0) return errno == EEXIST ? "" : "cannot write (" + std::string(std::strerror(errno)) + ")";
+    ::close(fd);
+    ::unlink(path.c_str());
+    return "";
+}
+
+// Why the recording failed, or "" when it finished its file.
+std::string failureReason(const RecordState& state, const std::string& path) {
+    if (state.full || (state.ended && state.endValue == kEndNoSpace)) return "storage full";
+    if (state.failedWith == 1 || (state.ended && state.endValue == kEndWriteError)) return "write error";
+    if (state.failedWith == 3) return "the encoder does not accept this rate, channel count or bit rate";
+    if (state.failedWith != 0) {
+        if (state.started) return "the audio input failed";
+        // A failed set-up ends with event 63 when the input opened but the
+        // file or the input's start failed; without it the input failed.
+        if (!state.ended) return "the audio input could not be opened";
+        const std::string why = whyNotCreatable(path);
+        return why.empty() ? "the audio input could not be started" : why;
+    }
+    if (!state.ended && state.started) return "the recording did not finish";
+    return "";
+}
+
+std::string whyNotRecordable(const std::string& path) {
+    const std::string why = whyNotWritable(path);
+    if (!why.empty()) return why;
+    if (::access(path.c_str(), F_OK) == 0 && ::access(path.c_str(), W_OK) != 0) return "cannot write (Permission denied)";
+    return "";
+}
+
+int runRecord(const RecordOptions& options, const GlobalOptions& global) {
+    const std::string unwritable = whyNotRecordable(options.output);
+    if (!unwritable.empty()) {
+        reportError(options.output, unwritable);
+        return 1;
+    }
+    Session session(global);
+    if (!session.open()) return 1;
+    Wavoryx& engine = session.engine();
+    const int id = engine.recordStart(options.output.c_str(), options.type, options.rate, options.channels,
+                                      options.bitrate, kMicrophoneSource, effectCode(options.effect));
+    if (id <= 0) {
+        reportError(options.output, "the engine refused to record (" + std::to_string(options.channels) +
+                                        " channels at " + std::to_string(options.rate) + " Hz)");
+        return 1;
+    }
+    RecordLoop loop(session, id, options);
+    const RecordState state = loop.run();
+    engine.recordStop();  // the recording stays current after a failure
+    ::unlink((options.output + ".wave").c_str());
+
+    const std::string failure = failureReason(state, options.output);
+    if (!failure.empty() || !state.ended) {
+        ::unlink(options.output.c_str());
+        engine.removePcm(id);
+        if (!failure.empty()) {
+            reportError(options.output, failure);
+            return 1;
+        }
+        // Stopped before it started: nothing was recorded.
+        return interruptSignal() != 0 ? interruptExitStatus() : 1;
+    }
+    giveDocumentMode(options.output);
+    if (!global.quiet) {
+        const int rate = engine.getPcmSampleRate(id);
+        const uint32_t frames = uint32_t(engine.getPcmFrameLength(id));
+        std::printf("wrote %s: %s, %d Hz, %s, %u frames, %s\n", options.output.c_str(),
+                    options.type == ENCODE_MP3 ? "MP3" : "WAV", rate,
+                    engine.getPcmChannelCount(id) == 1 ? "mono" : "stereo", frames,
+                    formatTimeMs(rate > 0 ? uint64_t(frames) * 1000 / uint32_t(rate) : 0).c_str());
+    }
+    engine.removePcm(id);
+    return 0;
+}
+
+}  // namespace
+
+void addRecordCommand(CLI::App& app, CommandLine& line) {
+    auto options = std::make_shared<RecordOptions>();
+    CLI::App* record = app.add_subcommand("record", "Record the audio input to a WAV or MP3 file, with a level meter");
+    record->add_option("-o,--output", options->output, "The file to write")->required()->type_name("OUT");
+    record->add_option("--format", options->format, "wav or mp3 (default: from the extension of OUT)")
+        ->check(CLI::IsMember({"wav", "mp3"}));
+    record->add_option("--rate", options->rate, "Sample rate in Hz (default 44100)")->check(CLI::Range(1000, 192000));
+    record->add_option("--channels", options->channels, "1 or 2 (default 1)")->check(CLI::Range(1, 2));
+    record->add_option("--bitrate", options->bitrate, "MP3 bit rate in kbit/s (default 320)")->check(CLI::Range(8, 320));
+    record->add_option("--effect", options->effect, "Voice effect: none, male, female, female-high or robot")
+        ->check(CLI::IsMember({"none", "male", "female", "female-high", "robot"}));
+    record->add_option("--duration", options->duration, "Stop after this much recorded audio, at least 0.1 s (pauses do not count)")
+        ->type_name("T");
+    record->footer(
+        "Keys (when standard input is a terminal): space pause/resume, q stop.\n"
+        "Ctrl-C, q or --duration stop the recording and finish the file, which is kept:\n"
+        "the exit status is then 0. A failed recording leaves no file and exits with 1.\n"
+        "The input is the sound device; WAVORYX_AUDIO_IN=tone:440, silence or file:PATH records those.\n"
+        "Examples:\n"
+        "  wavoryx record -o take.wav\n"
+        "  wavoryx record -o memo.mp3 --rate 16000 --bitrate 64 --duration 1:00\n"
+        "  wavoryx record -o robot.wav --effect robot --channels 2\n"
+        "  WAVORYX_AUDIO_IN=tone:440 wavoryx record -o a4.wav --duration 2.0");
+    record->callback([options, &line] {
+        checkRecordOptions(*options);
+        line.run = [options, &line] { return runRecord(*options, line.global); };
+    });
+}
+
+}  // namespace wvcli
