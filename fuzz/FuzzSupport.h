@@ -1,0 +1,98 @@
+// What the fuzz targets share: a scratch directory, the events of the
+// engine's client callback, and waits that turn a job that never ends, or
+// ends twice, into a crash, so that the fuzzer keeps the input that did it.
+//
+// Everything here drives the engine through its public API only.
+#pragma once
+
+#include <chrono>
+#include <condition_variable>
+#include <cstddef>
+#include <cstdint>
+#include <functional>
+#include <mutex>
+#include <string>
+#include <vector>
+
+#include <wavoryx/Wavoryx.h>
+
+namespace wvfuzz {
+
+// Prints the message and aborts: libFuzzer then saves the input.
+[[noreturn]] void fail(const char* format, ...) __attribute__((format(printf, 1, 2)));
+
+// A fresh directory under $TMPDIR (or /tmp); removed with its contents.
+class ScratchDir {
+public:
+    ScratchDir();
+    ~ScratchDir();
+    ScratchDir(const ScratchDir&) = delete;
+    ScratchDir& operator=(const ScratchDir&) = delete;
+    const std::string& path() const { return mPath; }
+    std::string prefix() const { return mPath + "/"; }
+    std::string file(const std::string& name) const { return mPath + "/" + name; }
+    // Removes everything inside, keeping the directory.
+    void empty() const;
+
+private:
+    std::string mPath;
+};
+
+bool writeBytes(const std::string& path, const uint8_t* data, size_t size);
+
+struct Event {
+    int code;
+    int id;
+    int value;
+};
+
+// Which codes end a job of each kind.
+bool endsLoad(int code);    // 0, 4, 5, 7
+bool endsRender(int code);  // 20, 22, 23, 25
+bool endsRecording(int code);  // 63
+
+// The events of the callback, process-wide (the callback is a plain
+// function pointer, so there is one log).
+class EventLog {
+public:
+    static EventLog& instance();
+    static void callback(int code, int id, int value, char*, void*);
+    void clear();
+    std::vector<Event> events() const;
+    // How many events of item `id` have a code for which `ends` holds.
+    size_t count(int id, bool (*ends)(int)) const;
+    // Waits up to `timeout` for `pred` over the events so far.
+    bool waitFor(const std::function<bool(const std::vector<Event>&)>& pred,
+                 std::chrono::milliseconds timeout) const;
+
+private:
+    mutable std::mutex mLock;
+    mutable std::condition_variable mChanged;
+    std::vector<Event> mEvents;
+};
+
+// An engine with the log's callback and its loop running, working in `dir`.
+class Engine {
+public:
+    explicit Engine(const std::string& workingDir);
+    ~Engine();  // stops the loop, then destroys the engine
+    Engine(const Engine&) = delete;
+    Engine& operator=(const Engine&) = delete;
+    Wavoryx& api() { return *mApi; }
+
+    // The ending event of the one job of item `id`; fails (aborts) when none
+    // comes within `timeout` or when there are more than one.
+    Event waitForEnding(int id, bool (*ends)(int),
+                        std::chrono::milliseconds timeout = std::chrono::seconds(20));
+
+private:
+    Wavoryx* mApi;
+};
+
+// The ending of a whole-file render of a one-clip list over item `sourceId`
+// into `outPath` as WAV, at `sampleRate` (0: the source's) and in stereo
+// when asked; the list is removed again. Returns the ending code.
+int renderWhole(Engine& engine, int sourceId, const std::string& outPath, int sampleRate = 0,
+                bool stereo = false);
+
+}  // namespace wvfuzz
