@@ -13,6 +13,9 @@ namespace wv {
 namespace {
 
 constexpr uint32_t kMaxChannels = 8;
+// The queue is sized from the rate, so a rate no device plays (a file's
+// header may claim up to 2^31 - 1 Hz) would ask for gigabytes.
+constexpr uint32_t kMaxOpenRate = 768000;
 // How long the output's thread waits after a callback that wrote nothing.
 constexpr auto kEmptyCallbackBackoff = std::chrono::milliseconds(2);
 
@@ -26,7 +29,7 @@ AudioOutput::AudioOutput(uint32_t sampleRate, int32_t format, uint32_t channelMa
     : mOpenRate(sampleRate), mCallback(callback), mUser(user), mRate(sampleRate) {
     mChannels = channelsOfMask(channelMask);
     if (format != AUDIO_FORMAT_PCM_16_BIT || mChannels == 0 || mChannels > kMaxChannels ||
-        sampleRate == 0 || callback == nullptr) {
+        sampleRate == 0 || sampleRate > kMaxOpenRate || callback == nullptr) {
         WV_LOGE("cannot play format %d, channel mask %#x, %u Hz", format, channelMask, sampleRate);
         mStatus = BAD_VALUE;
         return;
@@ -40,7 +43,7 @@ AudioOutput::AudioOutput(std::unique_ptr<AudioOutputDevice> device, uint32_t sam
     : mOpenRate(sampleRate), mCallback(callback), mUser(user), mRate(sampleRate) {
     mChannels = channelsOfMask(channelMask);
     if (format != AUDIO_FORMAT_PCM_16_BIT || mChannels == 0 || mChannels > kMaxChannels ||
-        sampleRate == 0 || callback == nullptr || device == nullptr) {
+        sampleRate == 0 || sampleRate > kMaxOpenRate || callback == nullptr || device == nullptr) {
         WV_LOGE("cannot play format %d, channel mask %#x, %u Hz", format, channelMask, sampleRate);
         mStatus = BAD_VALUE;
         return;

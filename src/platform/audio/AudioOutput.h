@@ -66,7 +66,8 @@ public:
 
     // Opens the output on the selected device (wavoryx_set_audio_output or
     // WAVORYX_AUDIO_OUT). frameCount 0 and notificationFrames 0 take the
-    // device's default queue and half of it.
+    // device's default queue and half of it. Rates of 1 to 768000 Hz are
+    // accepted; others leave initCheck() at BAD_VALUE.
     AudioOutput(uint32_t sampleRate, int32_t format, uint32_t channelMask, size_t frameCount,
                 callback_t callback, void* user, uint32_t notificationFrames = 0);
     // Opens the output on `device`, which it then owns.

@@ -1,6 +1,9 @@
 #define WV_LOG_TAG "MediaLayer"
 #include "platform/media/WavPcmExtractor.h"
 
+#include <algorithm>
+#include <climits>
+#include <cstdint>
 #include <cstring>
 #include <mutex>
 
@@ -138,7 +141,9 @@ WavPcmExtractor::WavPcmExtractor(std::shared_ptr<DataSource> source, const WavPc
     mMeta->setInt32(kKeySourceChannelCount, layout.channels);
     mMeta->setInt32(kKeyChannelMask, channelMaskForCount(layout.channels));
     mMeta->setInt32(kKeyPcmEncoding, 1);
-    mMeta->setInt32(kKeyBitRate, layout.sampleRate * layout.channels * 16);
+    // A header may state any rate up to 2^31 - 1: the product needs 64 bits.
+    const int64_t bitRate = int64_t(layout.sampleRate) * layout.channels * 16;
+    mMeta->setInt32(kKeyBitRate, static_cast<int32_t>(std::min<int64_t>(bitRate, INT32_MAX)));
     mMeta->setInt64(kKeyDuration, layout.durationUs());
 }
 
