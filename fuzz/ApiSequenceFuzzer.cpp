@@ -230,7 +230,10 @@ private:
         api().playStop();
         api().recordStop();
         for (const auto& job : mJobs.loads) api().cancelLoadFile(job.first);
-        for (const auto& job : mJobs.renders) api().cancelProcess(job.first);
+        // A cancel takes one queued render: a list processed twice needs two.
+        for (const auto& job : mJobs.renders) {
+            for (int i = 0; i < job.second; ++i) api().cancelProcess(job.first);
+        }
         waitForAll(mJobs.loads, endsLoad, "load");
         waitForAll(mJobs.renders, endsRender, "render");
         waitForAll(mJobs.recordings, endsRecording, "recording");

@@ -7,7 +7,7 @@
 
 namespace wv {
 
-AudioEncoder* AudioEncoder::createAudioEncoder(encode_type type, const char* path) {
+AudioEncoder* AudioEncoder::createAudioEncoder(int32_t type, const char* path) {
     AudioEncoder* encoder = nullptr;
     switch (type) {
         case ENCODE_WAV:

@@ -26,10 +26,10 @@ public:
     static constexpr int FORMAT_PCM_8 = 2;
     static constexpr int FORMAT_PCM_32 = 3;
 
-    // A WaveEncoder for ENCODE_WAV, an Mp3Encoder for ENCODE_MP3, with `path`
+    // `type` is an encode_type value. A WaveEncoder for ENCODE_WAV, an Mp3Encoder for ENCODE_MP3, with `path`
     // opened. Null for any other type (logged "Unsupported type %d") or when
     // the file cannot be created. The caller owns the result.
-    static AudioEncoder* createAudioEncoder(encode_type type, const char* path);
+    static AudioEncoder* createAudioEncoder(int32_t type, const char* path);
 
     ~AudioEncoder() override = default;
 

@@ -1,7 +1,22 @@
 // The exported facade: forwards every call to the engine.
 #include <wavoryx/Wavoryx.h>
 
+#include <cstring>
+
 #include "engine/WavoryxPriv.h"
+
+namespace {
+// The caller's encode_type as the integer it holds. Any value is documented
+// to be accepted, but values other than the enumerators lie outside the
+// enum's range, where loading one as an encode_type is undefined: the bytes
+// are copied instead, and the engine keeps the type as an integer.
+int32_t encodeTypeBits(const encode_type& type) {
+    static_assert(sizeof(encode_type) == sizeof(int32_t), "encode_type is 32 bits wide");
+    int32_t bits;
+    std::memcpy(&bits, &type, sizeof bits);
+    return bits;
+}
+}  // namespace
 
 Wavoryx::Wavoryx() : mPriv(new WavoryxPriv()) {}
 
@@ -38,7 +53,7 @@ int32_t Wavoryx::addClipMs(int listId, int pcmId, unsigned int startMs, unsigned
     return mPriv->addClipMs(static_cast<uint32_t>(listId), static_cast<uint32_t>(pcmId), startMs, endMs);
 }
 int32_t Wavoryx::setOutputPara(int listId, char const* path, encode_type type) {
-    return mPriv->setOutputPara(static_cast<uint32_t>(listId), path, type);
+    return mPriv->setOutputPara(static_cast<uint32_t>(listId), path, encodeTypeBits(type));
 }
 int32_t Wavoryx::setEncodePara(int listId, int sampleRate, int bitRate, int channelCount, int forceStereo) {
     return mPriv->setEncodePara(static_cast<uint32_t>(listId), sampleRate, bitRate, channelCount, forceStereo);
@@ -56,7 +71,7 @@ int32_t Wavoryx::getPlayPositionMs() { return mPriv->getPlayPositionMs(); }
 
 int32_t Wavoryx::recordStart(char const* path, encode_type type, int sampleRate, int channelCount,
                              int bitRate, int audioSource, int effect) {
-    return mPriv->recordStart(path, type, sampleRate, channelCount, bitRate, audioSource, effect);
+    return mPriv->recordStart(path, encodeTypeBits(type), sampleRate, channelCount, bitRate, audioSource, effect);
 }
 int32_t Wavoryx::recordPause() { return mPriv->recordPause(); }
 int32_t Wavoryx::recordResume() { return mPriv->recordResume(); }

@@ -60,7 +60,8 @@ public:
     int32_t cancelLoadFile(wv::pcm_id_t id);
 
     // Rendering (src/render).
-    int32_t setOutputPara(uint32_t listId, const char* path, encode_type type);
+    // `type` is an encode_type's value, any int32_t.
+    int32_t setOutputPara(uint32_t listId, const char* path, int32_t type);
     int32_t setEncodePara(uint32_t listId, int32_t sampleRate, int32_t bitRate, int32_t channelCount,
                           int32_t forceStereo);
     int32_t process(uint32_t listId);
@@ -78,7 +79,7 @@ public:
     int32_t getPlayPositionMs();
 
     // Recording (src/record).
-    int32_t recordStart(const char* path, encode_type type, int32_t sampleRate, int32_t channelCount,
+    int32_t recordStart(const char* path, int32_t type, int32_t sampleRate, int32_t channelCount,
                         int32_t bitRate, int32_t audioSource, int32_t effect);
     int32_t recordPause();
     int32_t recordResume();
@@ -104,6 +105,31 @@ public:
     // with *result set to -1 or -2.
     wv::SPcmInfo* findItemWithStatus(uint32_t id, wv::pcm_status_t wanted, int missingLine,
                                      int statusLine, const char* signature, int32_t* result);
+
+    // Keeps an item alive through one operation on the caller's thread with
+    // a REF_PLAYER reference, so that a worker dropping the last other
+    // reference meanwhile (a load ending after removePcm) cannot free the
+    // item, or its player, under the operation. Null when there is no item.
+    class ItemHold {
+    public:
+        ItemHold(WavoryxPriv* engine, wv::pcm_id_t id)
+            : mEngine(engine), mItem(engine->mInfoList.get(id, wv::REF_PLAYER)) {}
+        ~ItemHold() {
+            if (mItem != nullptr) mEngine->releasePcm(mItem->id, wv::REF_PLAYER, false);
+        }
+        ItemHold(const ItemHold&) = delete;
+        ItemHold& operator=(const ItemHold&) = delete;
+        wv::SPcmInfo* get() const { return mItem; }
+
+    private:
+        WavoryxPriv* const mEngine;
+        wv::SPcmInfo* const mItem;
+    };
+    // The held item, or null after reporting it missing.
+    wv::SPcmInfo* holdItem(const ItemHold& hold, uint32_t id, int line, const char* signature) {
+        if (hold.get() == nullptr) reportMissing(line, signature, id);
+        return hold.get();
+    }
 
     std::atomic<wv::pcm_id_t> mRecordingId{0};
     std::atomic<wv::pcm_id_t> mPlayingId{0};

@@ -20,7 +20,8 @@ AudioPlayer* playerOf(SPcmInfo* item) { return static_cast<AudioPlayer*>(item->p
 }  // namespace
 
 int32_t WavoryxPriv::playStart(pcm_id_t id) {
-    SPcmInfo* item = findItem(id, 604, "int32_t WavoryxPriv::playStart(pcm_id_t)");
+    ItemHold hold(this, id);
+    SPcmInfo* item = holdItem(hold, id, 604, "int32_t WavoryxPriv::playStart(pcm_id_t)");
     if (item == nullptr) return -1;
     mPlayingId = id;
     if (AudioPlayer* player = playerOf(item)) {
@@ -51,14 +52,18 @@ int32_t WavoryxPriv::playStart(pcm_id_t id) {
 }
 
 int32_t WavoryxPriv::playPause(pcm_id_t) {
-    SPcmInfo* item = findItem(mPlayingId, 651, "int32_t WavoryxPriv::playPause(pcm_id_t)");
+    const pcm_id_t playing = mPlayingId.load();
+    ItemHold hold(this, playing);
+    SPcmInfo* item = holdItem(hold, playing, 651, "int32_t WavoryxPriv::playPause(pcm_id_t)");
     if (item == nullptr) return -1;
     if (AudioPlayer* player = playerOf(item)) player->pause(false);
     return 0;
 }
 
 int32_t WavoryxPriv::playResume(pcm_id_t) {
-    SPcmInfo* item = findItem(mPlayingId, 662, "int32_t WavoryxPriv::playResume(pcm_id_t)");
+    const pcm_id_t playing = mPlayingId.load();
+    ItemHold hold(this, playing);
+    SPcmInfo* item = holdItem(hold, playing, 662, "int32_t WavoryxPriv::playResume(pcm_id_t)");
     if (item == nullptr) return -1;
     AudioPlayer* player = playerOf(item);
     if (player == nullptr) return -5;
@@ -68,14 +73,17 @@ int32_t WavoryxPriv::playResume(pcm_id_t) {
 
 int32_t WavoryxPriv::playStop(pcm_id_t id) {
     const pcm_id_t target = id != 0 ? id : mPlayingId.exchange(0);
-    SPcmInfo* item = findItem(target, 677, "int32_t WavoryxPriv::playStop(pcm_id_t)");
+    ItemHold hold(this, target);
+    SPcmInfo* item = holdItem(hold, target, 677, "int32_t WavoryxPriv::playStop(pcm_id_t)");
     if (item == nullptr) return -1;
     if (AudioPlayer* player = playerOf(item)) player->pause(true);
     return 0;
 }
 
 int32_t WavoryxPriv::playSeekTo(int32_t ms) {
-    SPcmInfo* item = findItem(mPlayingId, 689, "int32_t WavoryxPriv::playSeekTo(int32_t)");
+    const pcm_id_t playing = mPlayingId.load();
+    ItemHold hold(this, playing);
+    SPcmInfo* item = holdItem(hold, playing, 689, "int32_t WavoryxPriv::playSeekTo(int32_t)");
     if (item == nullptr) return -1;
     AudioPlayer* player = playerOf(item);
     if (player == nullptr) return -5;
@@ -84,7 +92,9 @@ int32_t WavoryxPriv::playSeekTo(int32_t ms) {
 }
 
 int32_t WavoryxPriv::setPlaySpeed(int32_t speed) {
-    SPcmInfo* item = findItem(mPlayingId, 700, "int32_t WavoryxPriv::setPlaySpeed(int32_t)");
+    const pcm_id_t playing = mPlayingId.load();
+    ItemHold hold(this, playing);
+    SPcmInfo* item = holdItem(hold, playing, 700, "int32_t WavoryxPriv::setPlaySpeed(int32_t)");
     if (item == nullptr) return -1;
     AudioPlayer* player = playerOf(item);
     if (player == nullptr) return -5;
@@ -99,7 +109,9 @@ int32_t WavoryxPriv::setPlaySpeed(int32_t speed) {
 }
 
 int32_t WavoryxPriv::getPlayPositionMs() {
-    SPcmInfo* item = findItem(mPlayingId, 709, "int32_t WavoryxPriv::getPlayPositionMs()");
+    const pcm_id_t playing = mPlayingId.load();
+    ItemHold hold(this, playing);
+    SPcmInfo* item = holdItem(hold, playing, 709, "int32_t WavoryxPriv::getPlayPositionMs()");
     if (item == nullptr) return -1;
     AudioPlayer* player = playerOf(item);
     if (player == nullptr) return 0;

@@ -34,7 +34,7 @@ WVThreadCmd recordPattern(pcm_id_t id) {
 
 }  // namespace
 
-int32_t WavoryxPriv::recordStart(const char* path, encode_type type, int32_t sampleRate,
+int32_t WavoryxPriv::recordStart(const char* path, int32_t type, int32_t sampleRate,
                                  int32_t channelCount, int32_t bitRate, int32_t audioSource,
                                  int32_t effect) {
     if (mRecordingId.load() != 0) return -5;

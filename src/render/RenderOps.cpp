@@ -7,7 +7,7 @@
 
 using namespace wv;
 
-int32_t WavoryxPriv::setOutputPara(uint32_t listId, const char* path, encode_type type) {
+int32_t WavoryxPriv::setOutputPara(uint32_t listId, const char* path, int32_t type) {
     int32_t result;
     SPcmInfo* list = findItemWithStatus(listId, CLIP_LIST, 433, 435,
                                         "int32_t WavoryxPriv::setOutputPara(uint32_t, const char*, encode_type)",
