@@ -16,6 +16,7 @@
 
 #include <cstddef>
 #include <cstdint>
+#include <functional>
 #include <memory>
 #include <string>
 
@@ -49,6 +50,12 @@ public:
 // The last wavoryx_set_audio_input, else WAVORYX_AUDIO_IN, else "auto".
 std::string selectedAudioInput();
 bool isValidAudioInputSpec(const std::string& spec);
+
+// For tests: while `maker` is set, every input opened from now on gets
+// its device from it, whatever the selection (a null device fails the open
+// with -19). An empty function goes back to the selection.
+using AudioInputDeviceMaker = std::function<std::unique_ptr<AudioInputDevice>()>;
+void setAudioInputDeviceMaker(AudioInputDeviceMaker maker);
 
 // Makes and opens the device `spec` names; "auto" falls back to "silence"
 // silently. 0 and the open device, or a negative status and null.

@@ -4,6 +4,7 @@
 
 #include <cstdlib>
 #include <mutex>
+#include <utility>
 #include <string>
 
 #include <wavoryx/platform.h>
@@ -21,6 +22,7 @@ namespace {
 std::mutex gSelectionLock;
 bool gSelectionSet = false;
 std::string gSelection;
+AudioInputDeviceMaker gDeviceMaker;
 
 const char kTonePrefix[] = "tone:";
 constexpr size_t kTonePrefixLength = sizeof kTonePrefix - 1;
@@ -68,9 +70,27 @@ std::string selectedAudioInput() {
     return env;
 }
 
+void setAudioInputDeviceMaker(AudioInputDeviceMaker maker) {
+    std::lock_guard<std::mutex> guard(gSelectionLock);
+    gDeviceMaker = std::move(maker);
+}
+
 int32_t openAudioInputDevice(const std::string& spec, uint32_t sampleRate, uint32_t channels,
                              AudioInputClient* client, std::unique_ptr<AudioInputDevice>* out) {
     out->reset();
+    AudioInputDeviceMaker maker;
+    {
+        std::lock_guard<std::mutex> guard(gSelectionLock);
+        maker = gDeviceMaker;
+    }
+    if (maker) {
+        std::unique_ptr<AudioInputDevice> made = maker();
+        if (!made) return -19;
+        const int32_t err = made->open(sampleRate, channels, client);
+        if (err != 0) return err;
+        *out = std::move(made);
+        return 0;
+    }
     std::unique_ptr<AudioInputDevice> device;
     if (spec == "device" || spec == "auto") {
         device.reset(new PortAudioInputDevice());

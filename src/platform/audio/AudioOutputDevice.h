@@ -17,6 +17,7 @@
 
 #include <cstddef>
 #include <cstdint>
+#include <functional>
 #include <memory>
 #include <string>
 
@@ -61,6 +62,12 @@ std::string selectedAudioOutput();
 bool isValidAudioOutputSpec(const std::string& spec);
 // WAVORYX_DEVICE_PACE, or 1 when unset or not a positive number.
 double devicePaceFromEnvironment();
+
+// For tests: while `maker` is set, every output opened from now on gets
+// its device from it, whatever the selection (a null device fails the open
+// with -19). An empty function goes back to the selection.
+using AudioOutputDeviceMaker = std::function<std::unique_ptr<AudioOutputDevice>()>;
+void setAudioOutputDeviceMaker(AudioOutputDeviceMaker maker);
 
 // Makes and opens the device `spec` names for the output; falls back from
 // "auto" to "null" silently. Returns 0 and the open device, or a negative

@@ -2,6 +2,7 @@
 
 #include <cstdlib>
 #include <mutex>
+#include <utility>
 #include <string>
 
 #include <wavoryx/platform.h>
@@ -17,6 +18,7 @@ namespace {
 std::mutex gSelectionLock;
 bool gSelectionSet = false;
 std::string gSelection;
+AudioOutputDeviceMaker gDeviceMaker;
 
 const char kFilePrefix[] = "file:";
 constexpr size_t kFilePrefixLength = sizeof kFilePrefix - 1;
@@ -58,9 +60,27 @@ double devicePaceFromEnvironment() {
     return pace;
 }
 
+void setAudioOutputDeviceMaker(AudioOutputDeviceMaker maker) {
+    std::lock_guard<std::mutex> guard(gSelectionLock);
+    gDeviceMaker = std::move(maker);
+}
+
 int32_t openAudioOutputDevice(const std::string& spec, uint32_t sampleRate, uint32_t channels,
                               AudioOutputClient* client, std::unique_ptr<AudioOutputDevice>* out) {
     out->reset();
+    AudioOutputDeviceMaker maker;
+    {
+        std::lock_guard<std::mutex> guard(gSelectionLock);
+        maker = gDeviceMaker;
+    }
+    if (maker) {
+        std::unique_ptr<AudioOutputDevice> made = maker();
+        if (!made) return -19;
+        const int32_t err = made->open(sampleRate, channels, client);
+        if (err != 0) return err;
+        *out = std::move(made);
+        return 0;
+    }
     std::unique_ptr<AudioOutputDevice> device;
     int32_t err;
     if (spec == "device" || spec == "auto") {
