@@ -88,20 +88,6 @@ struct Process {
     Sources sources;
 };
 
-Process* gProcess = nullptr;
-
-void endProcess() {
-    delete gProcess;
-    gProcess = nullptr;
-}
-
-Process& process() {
-    if (gProcess == nullptr) {
-        gProcess = new Process();
-        std::atexit(endProcess);
-    }
-    return *gProcess;
-}
 
 // Jobs started by the sequence: per item id, how many.
 struct Jobs {
@@ -276,7 +262,7 @@ private:
 }  // namespace
 
 extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
-    Process& p = process();
+    Process& p = wvfuzz::processState<Process>();
     EventLog::instance().clear();
     Reader in(data, size);
     Sequence(p, in).run();

@@ -9,6 +9,7 @@
 #include <condition_variable>
 #include <cstddef>
 #include <cstdint>
+#include <cstdlib>
 #include <functional>
 #include <mutex>
 #include <string>
@@ -94,5 +95,21 @@ private:
 // when asked; the list is removed again. Returns the ending code.
 int renderWhole(Engine& engine, int sourceId, const std::string& outPath, int sampleRate = 0,
                 bool stereo = false);
+
+// The one `State` of the fuzzing process, made at the first input and
+// destroyed at exit, so its engine stops and its files go before the
+// sanitizers look for leaks.
+template <typename State>
+State& processState() {
+    static State* state = nullptr;
+    if (state == nullptr) {
+        state = new State();
+        std::atexit([] {
+            delete state;
+            state = nullptr;
+        });
+    }
+    return *state;
+}
 
 }  // namespace wvfuzz

@@ -19,26 +19,11 @@ struct Session {
     unsigned inputs = 0;
 };
 
-Session* gSession = nullptr;
-
-// At exit the engine is stopped and the directory removed.
-void endSession() {
-    delete gSession;
-    gSession = nullptr;
-}
-
-Session& session() {
-    if (gSession == nullptr) {
-        gSession = new Session();
-        std::atexit(endSession);
-    }
-    return *gSession;
-}
 
 }  // namespace
 
 extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
-    Session& s = session();
+    Session& s = wvfuzz::processState<Session>();
     Wavoryx& api = s.engine->api();
     EventLog::instance().clear();
     const std::string path = s.dir.file("in" + std::to_string(++s.inputs));

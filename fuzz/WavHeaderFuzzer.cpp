@@ -47,20 +47,6 @@ struct Session {
     unsigned inputs = 0;
 };
 
-Session* gSession = nullptr;
-
-void endSession() {
-    delete gSession;
-    gSession = nullptr;
-}
-
-Session& session() {
-    if (gSession == nullptr) {
-        gSession = new Session();
-        std::atexit(endSession);
-    }
-    return *gSession;
-}
 
 void sampleEdges(Wavoryx& api, int id) {
     const int32_t durationMs = api.getPcmDuration(id);
@@ -84,7 +70,7 @@ void playBriefly(Wavoryx& api, int id) {
 }  // namespace
 
 extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
-    Session& s = session();
+    Session& s = wvfuzz::processState<Session>();
     Wavoryx& api = s.engine->api();
     EventLog::instance().clear();
 

@@ -13,6 +13,7 @@
 
 #include "AudioFixtures.h"
 #include "FaultRig.h"
+#include "../record/RecordTestHelpers.h"
 #include "TestSupport.h"
 #include "platform/audio/AudioInputDevice.h"
 #include "platform/audio/AudioOutputDevice.h"
@@ -192,7 +193,7 @@ TEST_F(DeviceFaults, OutputFallingSilentMidwayNeverEndsThePlayButStops) {
     scriptOutput(script);
     ASSERT_EQ(engine.api.playStart(item), 0);
     ASSERT_EQ(engine.api.playResume(), 0);
-    ASSERT_TRUE(faulttest::waitUntil([&] { return engine.api.getPlayPositionMs() >= 300; }));
+    ASSERT_TRUE(rectest::waitUntil([&] { return engine.api.getPlayPositionMs() >= 300; }));
     *script.silent = true;
     const int32_t position = engine.api.getPlayPositionMs();
     std::this_thread::sleep_for(std::chrono::milliseconds(300));
@@ -203,38 +204,35 @@ TEST_F(DeviceFaults, OutputFallingSilentMidwayNeverEndsThePlayButStops) {
     expectTheEngineStillWorks(engine);
 }
 
-TEST_F(DeviceFaults, InputThatCannotOpenFailsTheRecordingOnceAndMakesNoFile) {
-    FaultEngine engine(dir.prefix());
-    Script script;
-    script.openResult = -19;
-    scriptInput(script);
-    const std::string path = dir.file("rec.wav");
-    const int id = engine.api.recordStart(path.c_str(), ENCODE_WAV, 8000, 1, 0, 0, 0);
-    ASSERT_GT(id, 0);
-    const std::vector<Event> ends = engine.endingsOf(id, {60, 61, 63});
-    ASSERT_EQ(ends.size(), 1u);
-    EXPECT_EQ(ends[0], (Event{60, id, 5}));
-    EXPECT_FALSE(wvtest::fileExists(path));
-    // The client ends it like any recording; nothing more is sent.
-    EXPECT_EQ(engine.api.recordStop(), 0);
-    EXPECT_EQ(engine.endingsOf(id, {60, 61, 63}).size(), 1u);
-    expectTheEngineStillWorks(engine);
-}
-
-TEST_F(DeviceFaults, InputThatCannotStartEndsTheRecordingOnceAndRemovesItsFile) {
-    FaultEngine engine(dir.prefix());
-    Script script;
-    script.startResult = -9999;
-    scriptInput(script);
-    const std::string path = dir.file("rec.wav");
-    const int id = engine.api.recordStart(path.c_str(), ENCODE_WAV, 8000, 1, 0, 0, 0);
-    ASSERT_GT(id, 0);
-    const std::vector<Event> ends = engine.endingsOf(id, faulttest::kRecordEndings);
-    ASSERT_EQ(ends.size(), 1u);
-    EXPECT_EQ(ends[0].value, -1);
-    EXPECT_EQ(codesOf(engine, id, {60}), (std::vector<Event>{{60, id, 5}}));
-    EXPECT_FALSE(wvtest::fileExists(path));
-    expectTheEngineStillWorks(engine);
+// An input that cannot open fails the start with 60 alone (the client
+// still stops the recording, which sends nothing more); one that opens but
+// cannot start ends the recording too, with 63 -1, and stops it itself.
+// Neither leaves a file.
+TEST_F(DeviceFaults, InputThatCannotOpenOrStartFailsTheRecordingOnceWithoutAFile) {
+    struct Case {
+        const char* what;
+        int32_t openResult;
+        int32_t startResult;
+        bool ended;  // 63 follows 60
+    };
+    for (const Case& c : {Case{"open", -19, 0, false}, Case{"start", 0, -9999, true}}) {
+        SCOPED_TRACE(c.what);
+        FaultEngine engine(dir.prefix());
+        Script script;
+        script.openResult = c.openResult;
+        script.startResult = c.startResult;
+        scriptInput(script);
+        const std::string path = dir.file("rec.wav");
+        const int id = engine.api.recordStart(path.c_str(), ENCODE_WAV, 8000, 1, 0, 0, 0);
+        ASSERT_GT(id, 0);
+        std::vector<Event> want = {{60, id, 5}};
+        if (c.ended) want.push_back({63, id, -1});
+        EXPECT_EQ(engine.endingsOf(id, {60, 61, 63}), want);
+        EXPECT_FALSE(wvtest::fileExists(path));
+        EXPECT_EQ(engine.api.recordStop(), c.ended ? -5 : 0);
+        EXPECT_EQ(engine.endingsOf(id, {60, 61, 63}), want);
+        expectTheEngineStillWorks(engine);
+    }
 }
 
 TEST_F(DeviceFaults, InputFallingSilentMidwayStillStopsIntoAWholeFile) {
@@ -245,7 +243,7 @@ TEST_F(DeviceFaults, InputFallingSilentMidwayStillStopsIntoAWholeFile) {
     const std::string path = dir.file("rec.wav");
     const int id = engine.api.recordStart(path.c_str(), ENCODE_WAV, 8000, 1, 0, 0, 0);
     ASSERT_GT(id, 0);
-    ASSERT_TRUE(faulttest::waitUntil([&] { return engine.api.getPcmFrameLength(id) >= 3000; }));
+    ASSERT_TRUE(rectest::waitUntil([&] { return engine.api.getPcmFrameLength(id) >= 3000; }));
     std::this_thread::sleep_for(std::chrono::milliseconds(300));
     ASSERT_EQ(engine.api.recordStop(), 0);
     const std::vector<Event> ends = engine.endingsOf(id, faulttest::kRecordEndings);
@@ -266,7 +264,7 @@ TEST_F(DeviceFaults, FramesTheInputLostBecomeSilenceInTheRecording) {
     const int id = engine.api.recordStart(path.c_str(), ENCODE_WAV, 8000, 1, 0, 0, 0);
     ASSERT_GT(id, 0);
     // The lost part still counts: the length reaches what was handed over.
-    ASSERT_TRUE(faulttest::waitUntil([&] { return engine.api.getPcmFrameLength(id) >= 46000; }));
+    ASSERT_TRUE(rectest::waitUntil([&] { return engine.api.getPcmFrameLength(id) >= 46000; }));
     ASSERT_EQ(engine.api.recordStop(), 0);
     const std::vector<Event> ends = engine.endingsOf(id, faulttest::kRecordEndings);
     ASSERT_EQ(ends.size(), 1u);

@@ -10,11 +10,9 @@
 
 #include <algorithm>
 #include <chrono>
-#include <functional>
 #include <cstdlib>
 #include <set>
 #include <string>
-#include <thread>
 #include <vector>
 
 #include <wavoryx/Wavoryx.h>
@@ -44,16 +42,6 @@ inline std::vector<Event> eventsOf(const std::vector<Event>& events, int id,
         if (e.id == id && isOneOf(e.code, codes)) out.push_back(e);
     }
     return out;
-}
-
-inline bool waitUntil(const std::function<bool()>& condition,
-                      std::chrono::milliseconds timeout = std::chrono::seconds(20)) {
-    const auto end = std::chrono::steady_clock::now() + timeout;
-    while (!condition()) {
-        if (std::chrono::steady_clock::now() > end) return false;
-        std::this_thread::sleep_for(std::chrono::milliseconds(2));
-    }
-    return true;
 }
 
 // The names in `dir`, without "." and "..".
