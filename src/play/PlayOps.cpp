@@ -1,7 +1,9 @@
 // The engine's play controls. One item at a time is the current play item
-// (mPlayingId); every control but playStart addresses it. Playback takes no
-// reference on the item: the player and its reader live until the item is
-// released.
+// (mPlayingId); every control but playStart addresses it. The player and its
+// reader live until the item is released. Each control holds the item
+// (REF_PLAYER) for the length of the call only: the client may have removed
+// the item it plays while a job still keeps it, and that job may let go on
+// its own thread at any moment; the last release then waits for the call.
 #define WV_LOG_TAG "WavoryxPriv"
 #include <memory>
 
@@ -17,10 +19,31 @@ namespace {
 // The item's player; the play controls are the only ones that make one.
 AudioPlayer* playerOf(SPcmInfo* item) { return static_cast<AudioPlayer*>(item->player.get()); }
 
+// The item looked up and held until the end of the scope; null (and the
+// missing-item report logged) when there is none.
+class HeldItem {
+public:
+    HeldItem(WavoryxPriv* engine, pcm_id_t id, int line, const char* signature)
+        : mEngine(engine), mItem(engine->getPcmInfo(id, REF_PLAYER)) {
+        if (mItem == nullptr) WavoryxPriv::reportMissing(line, signature, id);
+    }
+    ~HeldItem() {
+        if (mItem != nullptr) mEngine->releasePcm(mItem->id, REF_PLAYER, false);
+    }
+    HeldItem(const HeldItem&) = delete;
+    HeldItem& operator=(const HeldItem&) = delete;
+    SPcmInfo* get() const { return mItem; }
+
+private:
+    WavoryxPriv* const mEngine;
+    SPcmInfo* const mItem;
+};
+
 }  // namespace
 
 int32_t WavoryxPriv::playStart(pcm_id_t id) {
-    SPcmInfo* item = findItem(id, 604, "int32_t WavoryxPriv::playStart(pcm_id_t)");
+    HeldItem held(this, id, 604, "int32_t WavoryxPriv::playStart(pcm_id_t)");
+    SPcmInfo* item = held.get();
     if (item == nullptr) return -1;
     mPlayingId = id;
     if (AudioPlayer* player = playerOf(item)) {
@@ -51,14 +74,16 @@ int32_t WavoryxPriv::playStart(pcm_id_t id) {
 }
 
 int32_t WavoryxPriv::playPause(pcm_id_t) {
-    SPcmInfo* item = findItem(mPlayingId, 651, "int32_t WavoryxPriv::playPause(pcm_id_t)");
+    HeldItem held(this, mPlayingId, 651, "int32_t WavoryxPriv::playPause(pcm_id_t)");
+    SPcmInfo* item = held.get();
     if (item == nullptr) return -1;
     if (AudioPlayer* player = playerOf(item)) player->pause(false);
     return 0;
 }
 
 int32_t WavoryxPriv::playResume(pcm_id_t) {
-    SPcmInfo* item = findItem(mPlayingId, 662, "int32_t WavoryxPriv::playResume(pcm_id_t)");
+    HeldItem held(this, mPlayingId, 662, "int32_t WavoryxPriv::playResume(pcm_id_t)");
+    SPcmInfo* item = held.get();
     if (item == nullptr) return -1;
     AudioPlayer* player = playerOf(item);
     if (player == nullptr) return -5;
@@ -68,14 +93,16 @@ int32_t WavoryxPriv::playResume(pcm_id_t) {
 
 int32_t WavoryxPriv::playStop(pcm_id_t id) {
     const pcm_id_t target = id != 0 ? id : mPlayingId.exchange(0);
-    SPcmInfo* item = findItem(target, 677, "int32_t WavoryxPriv::playStop(pcm_id_t)");
+    HeldItem held(this, target, 677, "int32_t WavoryxPriv::playStop(pcm_id_t)");
+    SPcmInfo* item = held.get();
     if (item == nullptr) return -1;
     if (AudioPlayer* player = playerOf(item)) player->pause(true);
     return 0;
 }
 
 int32_t WavoryxPriv::playSeekTo(int32_t ms) {
-    SPcmInfo* item = findItem(mPlayingId, 689, "int32_t WavoryxPriv::playSeekTo(int32_t)");
+    HeldItem held(this, mPlayingId, 689, "int32_t WavoryxPriv::playSeekTo(int32_t)");
+    SPcmInfo* item = held.get();
     if (item == nullptr) return -1;
     AudioPlayer* player = playerOf(item);
     if (player == nullptr) return -5;
@@ -84,7 +111,8 @@ int32_t WavoryxPriv::playSeekTo(int32_t ms) {
 }
 
 int32_t WavoryxPriv::setPlaySpeed(int32_t speed) {
-    SPcmInfo* item = findItem(mPlayingId, 700, "int32_t WavoryxPriv::setPlaySpeed(int32_t)");
+    HeldItem held(this, mPlayingId, 700, "int32_t WavoryxPriv::setPlaySpeed(int32_t)");
+    SPcmInfo* item = held.get();
     if (item == nullptr) return -1;
     AudioPlayer* player = playerOf(item);
     if (player == nullptr) return -5;
@@ -99,7 +127,8 @@ int32_t WavoryxPriv::setPlaySpeed(int32_t speed) {
 }
 
 int32_t WavoryxPriv::getPlayPositionMs() {
-    SPcmInfo* item = findItem(mPlayingId, 709, "int32_t WavoryxPriv::getPlayPositionMs()");
+    HeldItem held(this, mPlayingId, 709, "int32_t WavoryxPriv::getPlayPositionMs()");
+    SPcmInfo* item = held.get();
     if (item == nullptr) return -1;
     AudioPlayer* player = playerOf(item);
     if (player == nullptr) return 0;
