@@ -176,7 +176,9 @@ int32_t AudioPlayer::start(bool sourceStarted) {
 
     // PCM data and media file should describe the same audio; when they do
     // not, the PCM data wins, since it is what seeks and backwards play use.
-    mReaderOnly = !formatsAgree(rate, channels);
+    // An item without PCM data (a recording, whose MP3 the encoder may have
+    // resampled to suit a low bit rate) has only its file to play.
+    mReaderOnly = readerCanServe() && !formatsAgree(rate, channels);
     if (mReaderOnly) {
         WV_LOGW("%s: file is %d Hz x %d, PCM data %d Hz x %d; playing the PCM data only",
                 mPath.c_str(), rate, channels, mItem->sampleRate.load(),

@@ -8,8 +8,9 @@
 //    data does not reach the play position yet (an item still loading) or
 //    cannot be read at all (a recording).
 // The output is opened with the media file's decoded format. When the
-// item's own format is known and disagrees (rate or channels), the output
-// is opened with the item's format and only the PCM data is played.
+// item has PCM data and its format is known and disagrees (rate or
+// channels), the output is opened with the item's format and only the PCM
+// data is played; an item without PCM data plays its file as it is.
 //
 // The output's thread pulls data through fillBuffer(). A fill never waits:
 // when the input has fewer frames than asked and has not ended (an item

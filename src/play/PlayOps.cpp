@@ -1,7 +1,9 @@
 // The engine's play controls. One item at a time is the current play item
-// (mPlayingId); every control but playStart addresses it. Playback takes no
-// reference on the item: the player and its reader live until the item is
-// released.
+// (mPlayingId); every control but playStart addresses it. The player and its
+// reader live until the item is released. Each control holds the item
+// (REF_PLAYER) for the length of the call only: the client may have removed
+// the item it plays while a job still keeps it, and that job may let go on
+// its own thread at any moment; the last release then waits for the call.
 #define WV_LOG_TAG "WavoryxPriv"
 #include <memory>
 

@@ -266,6 +266,24 @@ TEST_F(AudioPlayerTest, FormatsThatDisagreePlayThePcmDataOnly) {
     EXPECT_TRUE(player->usingReader());
 }
 
+TEST_F(AudioPlayerTest, ARecordingWhoseFileDisagreesPlaysTheFileToItsEnd) {
+    // A low-bit-rate MP3 recording is resampled by its encoder: the item
+    // says 16 kHz, the file holds 8 kHz, and there is no PCM data to fall
+    // back on. The file must play, and end.
+    SPcmInfo* item = wvtest::addMarkedItem(engine, dir, kRate, 4000, RECORDING);
+    item->sampleRate = 2 * kRate;
+    AudioPlayer* player = playerFor(item);
+    EXPECT_EQ(player->output()->getSampleRate(), uint32_t(kRate));
+    player->seekTo(250000);
+    player->resume();
+    play(player, 0);
+    for (int i = 0; i < 6; ++i) play(player, 100000);
+    EXPECT_FALSE(player->usingReader());
+    ASSERT_TRUE(events.waitForCode(42, int(item->id)));
+    EXPECT_EQ(wvtest::marksOf(device->handed()), wvtest::range(2000, 4000));
+    EXPECT_EQ(endEvents(item->id), 1);
+}
+
 TEST_F(AudioPlayerTest, AnUnreadablePcmFileEndsTheInput) {
     SPcmInfo* item = wvtest::addMarkedItem(engine, dir, kRate, 4000);
     item->pcmPath.set(dir.file("gone.pcm"));

@@ -50,7 +50,9 @@ const char* kindName(Kind kind) {
     }
 }
 
-EventLog::EventLog() : mOrigin(monotonicSeconds()) { gLog = this; }
+EventLog::EventLog(double endGraceSeconds) : mEndGrace(endGraceSeconds), mOrigin(monotonicSeconds()) {
+    gLog = this;
+}
 
 void EventLog::callback(int code, int id, int value, char*, void*) {
     if (gLog != nullptr) gLog->add(code, id, value);
@@ -66,9 +68,18 @@ void EventLog::add(int code, int id, int value) {
         if (value < 0 || value > 255) mLate.push_back("level event out of range: " + std::to_string(value));
         return;
     }
-    if (mRetired.count(id) != 0) {
-        mLate.push_back("event " + std::to_string(code) + " (" + std::to_string(value) +
-                        ") for item " + std::to_string(id) + " after its jobs ended");
+    auto retired = mRetired.find(id);
+    if (retired != mRetired.end()) {
+        const double after = monotonicSeconds() - mOrigin - retired->second.at;
+        if (code == 42 && !retired->second.lateEnd && after <= mEndGrace) {
+            retired->second.lateEnd = true;
+            ++mLateEnds;
+            return;
+        }
+        char when[32];
+        std::snprintf(when, sizeof when, "%.3f", after);
+        mLate.push_back("event " + std::to_string(code) + " (" + std::to_string(value) + ") for item " +
+                        std::to_string(id) + " " + when + " s after its jobs ended");
         return;
     }
     if (kindOfCode(code) == Kind::Unknown) {
@@ -105,7 +116,7 @@ int EventLog::finalCode(int id, Kind kind) const {
 void EventLog::retire(int id) {
     std::lock_guard<std::mutex> guard(mLock);
     mById.erase(id);
-    mRetired.insert(id);
+    mRetired.emplace(id, Retired{monotonicSeconds() - mOrigin, false});
 }
 
 std::vector<std::string> EventLog::takeLateEvents() {
@@ -118,6 +129,11 @@ std::vector<std::string> EventLog::takeLateEvents() {
 long EventLog::levelEvents() const {
     std::lock_guard<std::mutex> guard(mLock);
     return mLevels;
+}
+
+long EventLog::lateEnds() const {
+    std::lock_guard<std::mutex> guard(mLock);
+    return mLateEnds;
 }
 
 std::vector<std::string> EventLog::checkEnding(int id, Kind kind) const {
