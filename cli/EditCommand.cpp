@@ -3,7 +3,6 @@
 // ranges are cut in frames of their source, so a range is exact to the
 // frame: FROM * rate / 1000 up to TO * rate / 1000 (the source's end when
 // TO is left out or lies beyond it).
-#include <cctype>
 #include <cstdio>
 #include <cstdlib>
 #include <memory>
@@ -15,6 +14,7 @@
 #include <wavoryx/Wavoryx.h>
 
 #include "Commands.h"
+#include "FileKind.h"
 #include "Jobs.h"
 #include "TimeSpec.h"
 
@@ -32,15 +32,6 @@ struct EditOptions {
     encode_type type = ENCODE_WAV;
 };
 
-std::string lowerExtension(const std::string& path) {
-    const size_t dot = path.find_last_of('.');
-    const size_t slash = path.find_last_of('/');
-    if (dot == std::string::npos || (slash != std::string::npos && dot < slash)) return "";
-    std::string ext = path.substr(dot + 1);
-    for (char& c : ext) c = char(std::tolower(static_cast<unsigned char>(c)));
-    return ext;
-}
-
 // Usage checks that need more than one option; thrown as usage errors.
 void checkEditOptions(EditOptions& options) {
     options.ranges.clear();
@@ -50,15 +41,7 @@ void checkEditOptions(EditOptions& options) {
         if (!parseSourceRange(text, range, why)) throw CLI::ValidationError("SOURCE", why);
         options.ranges.push_back(range);
     }
-    const std::string format = options.format.empty() ? lowerExtension(options.output) : options.format;
-    if (format == "wav") {
-        options.type = ENCODE_WAV;
-    } else if (format == "mp3") {
-        options.type = ENCODE_MP3;
-    } else {
-        throw CLI::ValidationError("--format", "cannot tell the format of '" + options.output +
-                                                   "': name it .wav or .mp3, or give --format wav|mp3");
-    }
+    options.type = outputEncoding(options.output, options.format);
 }
 
 bool sameFile(const std::string& a, const std::string& b) {

@@ -11,7 +11,6 @@
 #include <fcntl.h>
 #include <unistd.h>
 
-#include <cctype>
 #include <cerrno>
 #include <chrono>
 #include <cstring>
@@ -24,6 +23,7 @@
 #include <wavoryx/Wavoryx.h>
 
 #include "Commands.h"
+#include "FileKind.h"
 #include "Interrupt.h"
 #include "Jobs.h"
 #include "Keyboard.h"
@@ -69,15 +69,6 @@ int effectCode(const std::string& effect) {
     return 0;
 }
 
-std::string lowerExtension(const std::string& path) {
-    const size_t dot = path.find_last_of('.');
-    const size_t slash = path.find_last_of('/');
-    if (dot == std::string::npos || (slash != std::string::npos && dot < slash)) return "";
-    std::string ext = path.substr(dot + 1);
-    for (char& c : ext) c = char(std::tolower(static_cast<unsigned char>(c)));
-    return ext;
-}
-
 void checkRecordOptions(RecordOptions& options) {
     std::string why;
     if (!options.duration.empty()) {
@@ -90,15 +81,7 @@ void checkRecordOptions(RecordOptions& options) {
                                                          " ms, too short to record; seconds are written 2.0 or 0:02");
         }
     }
-    const std::string format = options.format.empty() ? lowerExtension(options.output) : options.format;
-    if (format == "wav") {
-        options.type = ENCODE_WAV;
-    } else if (format == "mp3") {
-        options.type = ENCODE_MP3;
-    } else {
-        throw CLI::ValidationError("--format", "cannot tell the format of '" + options.output +
-                                                   "': name it .wav or .mp3, or give --format wav|mp3");
-    }
+    options.type = outputEncoding(options.output, options.format);
 }
 
 // How one recording went, from its events.
