@@ -34,7 +34,7 @@ constexpr double kEndGraceSeconds = 2;
 
 Driver::Driver(const Options& options)
     : mOptions(options), mRandom(options.seed), mLog(kEndGraceSeconds * options.slow) {
-    mWorkDir = mOptions.dir + "/work/";
+    mWorkDir = mOptions.dir + "/pcm/";
     mOutDir = mOptions.dir + "/out/";
     mTapDir = mOptions.dir + "/tap/";
     for (const std::string& d : {mWorkDir, mOutDir, mTapDir}) mkdir(d.c_str(), 0777);

@@ -21,7 +21,7 @@ struct Options {
     double seconds = 10;
     uint64_t seed = 0;
     std::string sources;  // folder of source audio (see scripts/soak)
-    std::string dir;      // scratch folder: work/, out/ and tap/ are made in it
+    std::string dir;      // scratch folder: pcm/, out/ and tap/ are made in it
     double slow = 1;      // time-out factor, e.g. for a sanitizer build
     double pace = 8;      // WAVORYX_DEVICE_PACE the devices run at
     double roundSeconds = 60;

@@ -3,7 +3,7 @@
 //
 //   wavoryx-large DIR FILE [--render wav|mp3|none] [--play] [--at MS]...
 //
-// Loads FILE (working files in DIR/work/), then optionally renders the whole
+// Loads FILE (working files in DIR/pcm/), then optionally renders the whole
 // item to DIR/whole.wav or .mp3 and plays it to its end (on the null output;
 // WAVORYX_DEVICE_PACE speeds that up). For every --at MS it renders one
 // second from MS to DIR/at-MS.wav, for comparison with a reference decoder,
@@ -102,7 +102,7 @@ int main(int argc, char** argv) {
         else if (arg == "--at" && i + 1 < argc) positions.push_back(unsigned(std::strtoul(argv[++i], nullptr, 10)));
         else return 2;
     }
-    const std::string work = dir + "/work/";
+    const std::string work = dir + "/pcm/";
     mkdir(work.c_str(), 0777);
     wavoryx_set_audio_output("null");
     int failures = 0;
