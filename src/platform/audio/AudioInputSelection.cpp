@@ -11,6 +11,7 @@
 
 #include "platform/Log.h"
 #include "platform/audio/AudioInputDevice.h"
+#include "platform/audio/OpenDevice.h"
 #include "platform/audio/AudioOutputDevice.h"
 #include "platform/audio/FileInputDevice.h"
 #include "platform/audio/GeneratedInputDevice.h"
@@ -83,22 +84,12 @@ int32_t openAudioInputDevice(const std::string& spec, uint32_t sampleRate, uint3
         std::lock_guard<std::mutex> guard(gSelectionLock);
         maker = gDeviceMaker;
     }
-    if (maker) {
-        std::unique_ptr<AudioInputDevice> made = maker();
-        if (!made) return -19;
-        const int32_t err = made->open(sampleRate, channels, client);
-        if (err != 0) return err;
-        *out = std::move(made);
-        return 0;
-    }
+    if (maker) return openDevice(maker(), sampleRate, channels, client, out);
     std::unique_ptr<AudioInputDevice> device;
     if (spec == "device" || spec == "auto") {
-        device.reset(new PortAudioInputDevice());
-        const int32_t err = device->open(sampleRate, channels, client);
-        if (err == 0) {
-            *out = std::move(device);
-            return 0;
-        }
+        const int32_t err = openDevice<AudioInputDevice>(std::make_unique<PortAudioInputDevice>(),
+                                                          sampleRate, channels, client, out);
+        if (err == 0) return 0;
         if (spec == "device") {
             WV_LOGE("the audio input device cannot be opened (%d)", err);
             return err;
@@ -115,10 +106,7 @@ int32_t openAudioInputDevice(const std::string& spec, uint32_t sampleRate, uint3
         WV_LOGE("unknown audio input %s", spec.c_str());
         return -22;
     }
-    const int32_t err = device->open(sampleRate, channels, client);
-    if (err != 0) return err;
-    *out = std::move(device);
-    return 0;
+    return openDevice(std::move(device), sampleRate, channels, client, out);
 }
 
 }  // namespace wv

@@ -9,6 +9,7 @@
 
 #include "platform/Log.h"
 #include "platform/audio/AudioOutputDevice.h"
+#include "platform/audio/OpenDevice.h"
 #include "platform/audio/ClockOutputDevice.h"
 #include "platform/audio/PortAudioOutputDevice.h"
 
@@ -73,23 +74,12 @@ int32_t openAudioOutputDevice(const std::string& spec, uint32_t sampleRate, uint
         std::lock_guard<std::mutex> guard(gSelectionLock);
         maker = gDeviceMaker;
     }
-    if (maker) {
-        std::unique_ptr<AudioOutputDevice> made = maker();
-        if (!made) return -19;
-        const int32_t err = made->open(sampleRate, channels, client);
-        if (err != 0) return err;
-        *out = std::move(made);
-        return 0;
-    }
+    if (maker) return openDevice(maker(), sampleRate, channels, client, out);
     std::unique_ptr<AudioOutputDevice> device;
-    int32_t err;
     if (spec == "device" || spec == "auto") {
-        device.reset(new PortAudioOutputDevice());
-        err = device->open(sampleRate, channels, client);
-        if (err == 0) {
-            *out = std::move(device);
-            return 0;
-        }
+        const int32_t err = openDevice<AudioOutputDevice>(std::make_unique<PortAudioOutputDevice>(),
+                                                           sampleRate, channels, client, out);
+        if (err == 0) return 0;
         if (spec == "device") {
             WV_LOGE("the audio output device cannot be opened (%d)", err);
             return err;
@@ -105,10 +95,7 @@ int32_t openAudioOutputDevice(const std::string& spec, uint32_t sampleRate, uint
         WV_LOGE("unknown audio output %s", spec.c_str());
         return -22;
     }
-    err = device->open(sampleRate, channels, client);
-    if (err != 0) return err;
-    *out = std::move(device);
-    return 0;
+    return openDevice(std::move(device), sampleRate, channels, client, out);
 }
 
 }  // namespace wv
