@@ -90,7 +90,14 @@ public:
     int32_t enableWaveformCallback(int, int, int, int);
     /* Prefix of every file name the engine makes ("<dir><id>.pcm"): give it
      * with its trailing '/'. Default "/mnt/sdcard/". Set it before starting
-     * work. A NULL text counts as "". Returns 0. */
+     * work. A NULL text counts as "". Returns 0.
+     * Give the engine a folder of its own (mkdtemp): PCM files are created
+     * with mode 0600 and O_EXCL, close-on-exec, and stay locked (flock) for
+     * their item's life. An existing "<dir><id>.pcm" is reused only when it
+     * is a regular file of this user with one link that no live engine
+     * holds (one left by an earlier run); anything else there (a symlink, a
+     * hard link, another user's file, another engine's live file) is left
+     * untouched and the load fails with event 0 (4). */
     int32_t setWorkingDir(char const* dir);
     int32_t setThreadPriority(thread_priority_t priority);
     /* Diagnostic walk of the engine's queues and items; prints nothing. */
@@ -101,7 +108,8 @@ public:
 
     /* Registers a new item for the audio file and queues its decoding into
      * "<dir><id>.pcm". Returns the new id; an unreadable file is reported by
-     * event 0. */
+     * event 0. Only regular files are read: a FIFO, socket or device (or a
+     * link to one) is refused with event 0 (2) without blocking. */
     int32_t loadFile(char const* path);
     int32_t cancelLoadFile(int id);
     int32_t getPcmSampleRate(int id);
@@ -128,7 +136,10 @@ public:
      * render starts (bit rate: 320 kbit/s). forceStereo makes 2 channels. */
     int32_t setEncodePara(int listId, int sampleRate, int bitRate, int channelCount,
                           int forceStereo);
-    /* Queues the render of the list to its output file and "<file>.wave". */
+    /* Queues the render of the list to its output file and "<file>.wave".
+     * While a source is still loading the render waits for its data (the
+     * wait is logged at debug level); a source whose load failed or was
+     * cancelled, before or during the render, ends it with event 20 (-1). */
     int32_t process(int listId);
     int32_t cancelProcess(int listId);
 

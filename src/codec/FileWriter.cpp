@@ -10,6 +10,7 @@
 #include <cstdlib>
 #include <cstring>
 
+#include "codec/WorkingFile.h"
 #include "platform/Log.h"
 
 static_assert(sizeof(off_t) == 8, "the library is built with 64-bit file offsets");
@@ -22,10 +23,14 @@ FileWriter::FileWriter(const char* path) {
 
 FileWriter::~FileWriter() {
     if (mFd >= 0) {
-        ::close(mFd);
-        mFd = -1;
         WV_LOGW("delete unfinished file %s", mPath.c_str());
-        ::remove(mPath.c_str());
+        if (mAdopted) {
+            working_file::removeAndClose(mPath, mFd);
+        } else {
+            ::close(mFd);
+            ::remove(mPath.c_str());
+        }
+        mFd = -1;
     }
     releaseHeld();
 }
@@ -34,6 +39,7 @@ int FileWriter::openFile(const char* path) {
     if (mFd >= 0) ::close(mFd);
     mFd = -1;
     mFinished = false;
+    mAdopted = false;
     // A remainder belongs to the file it was cut from.
     releaseHeld();
     mPath = path != nullptr ? path : "";
@@ -44,6 +50,15 @@ int FileWriter::openFile(const char* path) {
     }
     mFd = fd;
     return 0;
+}
+
+void FileWriter::adopt(int fd, const char* path) {
+    if (mFd >= 0) ::close(mFd);
+    releaseHeld();
+    mPath = path != nullptr ? path : "";
+    mFd = fd;
+    mFinished = false;
+    mAdopted = true;
 }
 
 int FileWriter::write(const void* data, uint32_t length) {

@@ -45,6 +45,11 @@ public:
     // "file %s open failed error: %s", otherwise.
     int openFile(const char* path);
 
+    // Writes to `fd`, which the writer now owns, as the file `path`. An
+    // unfinished adopted file is removed only while `path` still names it
+    // (see WorkingFile::removeAndClose).
+    void adopt(int fd, const char* path);
+
     // Writes `length` bytes with one system write. WRITE_OK when all of them
     // reached the file; WRITE_STORAGE_FULL when the storage took only part
     // (or none, ENOSPC) and the rest is now held; WRITE_ERROR on any other
@@ -82,6 +87,7 @@ private:
     std::string mPath;         // empty until a file is opened
     int mFd = -1;              // -1 when no file is open
     bool mFinished = false;    // set by finishWrite, cleared by openFile
+    bool mAdopted = false;     // the file came from adopt()
 };
 
 }  // namespace wv

@@ -18,6 +18,17 @@ void PcmClipList::appendCopy(const PcmClip& clip) {
     mClips.push_back(clip);
 }
 
+bool PcmClipList::hasFailedSource() const {
+    std::lock_guard<std::mutex> guard(mLock);
+    for (const PcmClip& clip : mClips) {
+        if (clip.source->loadFailed.load()) return true;
+        if (clip.source->status.load() == CLIP_LIST && clip.source->clipList->hasFailedSource()) {
+            return true;
+        }
+    }
+    return false;
+}
+
 uint32_t PcmClipList::isPcmReady() {
     std::lock_guard<std::mutex> guard(mLock);
     for (PcmClip& clip : mClips) {

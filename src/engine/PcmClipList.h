@@ -44,6 +44,9 @@ public:
     // empty list is ready); converts millisecond clips whose sources have a
     // length. 0 at the first source that is still an unloaded file.
     uint32_t isPcmReady();
+    // True when a clip's source (or a source of a nested list) is a file
+    // whose load failed or was cancelled: its data will never come.
+    bool hasFailedSource() const;
     // The format the clips suggest: the largest rate (at least 8000) and
     // channel count (at least 1) of the sources up to the first one that is
     // not loading or loaded.

@@ -1,6 +1,10 @@
 #include "engine/SPcmInfo.h"
 
+#include <unistd.h>
+
 #include <cstdio>
+
+#include "codec/WorkingFile.h"
 
 namespace wv {
 
@@ -18,7 +22,12 @@ SPcmInfo::SPcmInfo(pcm_status_t initial) : status(initial) {
     if (initial == CLIP_LIST) clipList.reset(new PcmClipList());
 }
 
-SPcmInfo::~SPcmInfo() = default;
+// An item destroyed without release (the engine's teardown) keeps its file
+// on the disk, as it always has; only the lock goes.
+SPcmInfo::~SPcmInfo() {
+    const int fd = pcmFd.exchange(-1);
+    if (fd >= 0) ::close(fd);
+}
 
 uint32_t SPcmInfo::frameSize() const {
     const int32_t channels = channelCount.load(std::memory_order_relaxed);
@@ -110,9 +119,11 @@ void SPcmInfo::release() {
     // clip list its sources) until the player's destruction has stopped it.
     player.reset();
     clipList.reset();
-    // The file may already be gone; nothing to do about it then.
-    const std::string file = pcmPath.get();
-    if (!file.empty()) std::remove(file.c_str());
+    dropPcmFile();
+}
+
+void SPcmInfo::dropPcmFile() {
+    working_file::removeAndClose(pcmPath.get(), pcmFd.exchange(-1));
 }
 
 }  // namespace wv

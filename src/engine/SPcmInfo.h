@@ -69,6 +69,9 @@ struct SPcmInfo {
     // an item still loading or recording counts as if its expected length
     // were already present.
     int32_t availableFrames(uint32_t& frameCount, uint32_t s, uint32_t e, bool useTotal) const;
+    // Removes the item's PCM file and drops its lock (see WorkingFile), at
+    // most once: after a failed or cancelled load, or on release.
+    void dropPcmFile();
     // Frees what the item owns: player (stopping its output), clip list,
     // PCM file. Called by the registry only, once the last reference is
     // gone.
@@ -86,6 +89,8 @@ struct SPcmInfo {
     std::atomic<uint32_t> frames{0};       // present now; final when PCM_READY
     std::atomic<uint32_t> totalFrames{0};  // expected length; 0 when unknown
     LockedString pcmPath;                  // the item's own PCM file, or empty
+    std::atomic<int> pcmFd{-1};            // holds pcmPath's lock while the item lives
+    std::atomic<bool> loadFailed{false};   // the load failed or was cancelled: no data will come
     std::atomic<int32_t> encodeType{0};
     std::atomic<int32_t> bitRate{0};       // kbit/s; 0 = not set
     std::atomic<float> pitch{0.0f};

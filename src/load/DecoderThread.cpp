@@ -1,7 +1,11 @@
 #define WV_LOG_TAG "WavoryxPriv"
 #include "load/DecoderThread.h"
 
+#include <fcntl.h>
+
 #include <string>
+
+#include "codec/WorkingFile.h"
 
 #include "engine/WavoryxPriv.h"
 #include "platform/Clock.h"
@@ -24,6 +28,14 @@ SPcmInfo* DecoderThread::itemOf(const WVThreadCmd& cmd) {
 }
 
 void DecoderThread::endLoad(pcm_id_t id, uint32_t event, int32_t value) {
+    if (event != EVT_LOAD_DONE) {
+        // Before the event: a render that sees it must already see the
+        // failure instead of waiting for data that will never come.
+        if (SPcmInfo* item = mEditor->getPcmInfo(id, REF_NONE)) {
+            item->loadFailed.store(true);
+            item->dropPcmFile();
+        }
+    }
     mEditor->notifyClient(WVThreadCmd(event, id, value), 0);
     mEditor->releasePcm(id, REF_DECODER, false);
 }
@@ -76,15 +88,21 @@ void DecoderThread::startLoad(WVThreadCmd& cmd) {
     }
 
     const std::string pcmPath = mEditor->workingDir() + std::to_string(id) + ".pcm";
-    item->pcmPath.set(pcmPath);
     item->status.store(DECODING);
-    std::unique_ptr<FileWriter> writer(new FileWriter(nullptr));
-    if (writer->openFile(pcmPath.c_str()) != 0) {
+    // The item keeps the locked descriptor for its life; the writer gets a
+    // duplicate that it closes when the load ends.
+    const int lockFd = working_file::openLocked(pcmPath);
+    const int writerFd = lockFd < 0 ? -1 : ::fcntl(lockFd, F_DUPFD_CLOEXEC, 0);
+    if (writerFd < 0) {
+        working_file::removeAndClose(pcmPath, lockFd);
         decoder.reset();
-        writer.reset();
         endLoad(id, EVT_LOAD_FAILED, 4);
         return;
     }
+    item->pcmPath.set(pcmPath);
+    item->pcmFd.store(lockFd);
+    std::unique_ptr<FileWriter> writer(new FileWriter(nullptr));
+    writer->adopt(writerFd, pcmPath.c_str());
     DecodeJob* job = new DecodeJob(std::move(decoder), std::move(writer));
     mEditor->notifyClient(WVThreadCmd(EVT_LOAD_STARTED, id, -1), 0);
     sendCmd(WVThreadCmd(kCmdContinue, id, -1, job), kStepUrgency);

@@ -1,7 +1,6 @@
 #define WV_LOG_TAG "WavoryxPriv"
 #include "render/EncoderThread.h"
 
-#include <cstdio>
 #include <string>
 
 #include "engine/WavoryxPriv.h"
@@ -39,6 +38,15 @@ void EncoderThread::failRender(pcm_id_t id, EncodeJob* job, int status) {
         delete job;
         endRender(id, EVT_RENDER_FAILED, -11);
     }
+}
+
+bool EncoderThread::failMissingSource(SPcmInfo* item, EncodeJob* job) {
+    if (!item->clipList->hasFailedSource()) return false;
+    WV_LOGE("list %d holds an item whose load failed: it cannot be rendered",
+            static_cast<int>(item->id));
+    delete job;
+    endRender(item->id, EVT_RENDER_FAILED, -1);
+    return true;
 }
 
 void EncoderThread::procCmd(WVThreadCmd& cmd) {
@@ -79,9 +87,9 @@ void EncoderThread::startRender(WVThreadCmd& cmd) {
 
     // A source whose format is not known yet gives the list no format and
     // its millisecond clips no frames: wait for its load to begin.
+    if (failMissingSource(item, nullptr)) return;
     if (item->clipList->isPcmReady() == 0) {
-        std::printf("wait some time till the list clips %d are ready\n", static_cast<int>(id));
-        std::fflush(stdout);
+        WV_LOGD("wait some time till the list clips %d are ready", static_cast<int>(id));
         sendDelayedCmd(cmd, kRetryDelayMs);
         return;
     }
@@ -165,8 +173,8 @@ void EncoderThread::renderStep(WVThreadCmd& cmd) {
             return;
         }
         case PcmInfoReader::WAIT:
-            std::printf("pcm %d not available, delayed encode\n", static_cast<int>(id));
-            std::fflush(stdout);
+            if (failMissingSource(item, job)) return;
+            WV_LOGD("pcm %d not available, delayed encode", static_cast<int>(id));
             sendDelayedCmd(cmd, kRetryDelayMs);
             return;
         default:

@@ -104,6 +104,9 @@ private:
     // Deletes the job and ends the render for a writer or encoder status
     // (1 storage full, anything else an error).
     void failRender(pcm_id_t id, EncodeJob* job, int status);
+    // Ends the render with event 20 (-1) when a source of the list will never
+    // produce its data (its load failed or was cancelled); false otherwise.
+    bool failMissingSource(SPcmInfo* item, EncodeJob* job);
     void postNextStep(const WVThreadCmd& cmd, int32_t elapsedMs);
 
     alignas(8) char mWorkBuffer[kBlockBytes];

@@ -69,7 +69,7 @@ int PcmInfoReader::openFile() {
         return mFd;
     }
     mHasHeader = false;
-    mFd = ::open(pcmPath.c_str(), O_RDONLY | O_CLOEXEC);
+    mFd = ::open(pcmPath.c_str(), O_RDONLY | O_CLOEXEC | O_NOFOLLOW);
     return mFd;
 }
 

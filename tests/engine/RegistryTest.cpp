@@ -1,3 +1,4 @@
+#include <fcntl.h>
 #include <gtest/gtest.h>
 
 #include "TestSupport.h"
@@ -36,6 +37,8 @@ TEST(InfoList, ItemLivesUntilEveryHolderLetsGoAndTakesItsFile) {
     item->refs[REF_DECODER] = 1;
     item->pcmPath.set(dir.file("1.pcm"));
     wvtest::writeFile(dir.file("1.pcm"), "data", 4);
+    // The item removes only the file it holds open.
+    item->pcmFd = ::open(dir.file("1.pcm").c_str(), O_RDWR | O_CLOEXEC);
     const pcm_id_t id = list.add(item);
 
     EXPECT_EQ(list.release(id, REF_CLIENT, false), id);

@@ -9,13 +9,17 @@
 #include <unistd.h>
 
 #include <chrono>
+#include <condition_variable>
+#include <cstring>
 #include <memory>
+#include <mutex>
 #include <string>
 #include <thread>
 #include <vector>
 
 #include "TestSupport.h"
 #include "engine/WavoryxPriv.h"
+#include "wavoryx/platform.h"
 
 namespace loadtest {
 
@@ -98,27 +102,70 @@ private:
     std::unique_ptr<WavoryxPriv> mEngine;
 };
 
-// Holds the decoder worker inside the start of a load: opening a FIFO for
-// reading blocks until a writer opens it. Everything posted to the decoder
-// meanwhile waits in its queue, so control requests are served in a known
-// order once the gate opens. Declare it after the rig it blocks.
+// Holds the decoder worker inside the start of a load. A FIFO is refused
+// without being read, and the refusal is logged at debug level on the
+// decoder's thread; the gate's log sink holds that thread there until the
+// gate opens. Everything posted to the decoder meanwhile waits in its
+// queue, so control requests are served in a known order once the gate
+// opens. Declare it after the rig it blocks; one gate at a time.
 class DecoderGate {
 public:
     explicit DecoderGate(LoadRig& rig) : mPath(rig.scratch("gate.fifo")) {
         if (::mkfifo(mPath.c_str(), 0600) != 0) ADD_FAILURE() << "mkfifo " << mPath;
+        {
+            std::lock_guard<std::mutex> guard(state().lock);
+            state().path = mPath;
+            state().held = state().released = false;
+        }
+        wavoryx_set_log_level(WAVORYX_LOG_DEBUG);
+        wavoryx_set_log_sink(&DecoderGate::sink);
         mId = rig.engine().loadFile(mPath.c_str());
     }
-    ~DecoderGate() { open(); }
-    // Lets the decoder go on; returns once it has opened the FIFO.
+    ~DecoderGate() {
+        open();
+        wavoryx_set_log_sink(nullptr);
+        wavoryx_set_log_level(WAVORYX_LOG_WARN);
+    }
+    // Lets the decoder go on once it has reached the gate; returns when it
+    // has passed it.
     void open() {
         if (mOpened) return;
         mOpened = true;
-        const int fd = ::open(mPath.c_str(), O_WRONLY | O_CLOEXEC);
-        if (fd >= 0) ::close(fd);
+        State& s = state();
+        std::unique_lock<std::mutex> guard(s.lock);
+        if (!s.changed.wait_for(guard, std::chrono::seconds(10), [&] { return s.held; })) {
+            ADD_FAILURE() << "the decoder never reached the gate";
+        }
+        s.released = true;
+        s.changed.notify_all();
+        s.changed.wait_for(guard, std::chrono::seconds(10), [&] { return !s.held; });
     }
     int id() const { return mId; }
 
 private:
+    struct State {
+        std::mutex lock;
+        std::condition_variable changed;
+        std::string path;
+        bool held = false;
+        bool released = false;
+    };
+    static State& state() {
+        static State s;
+        return s;
+    }
+    static void sink(int, const char*, const char* message) {
+        State& s = state();
+        std::unique_lock<std::mutex> guard(s.lock);
+        if (s.path.empty() || std::strstr(message, s.path.c_str()) == nullptr) return;
+        s.held = true;
+        s.changed.notify_all();
+        s.changed.wait(guard, [&] { return s.released; });
+        s.held = false;
+        s.path.clear();
+        s.changed.notify_all();
+    }
+
     std::string mPath;
     int mId = 0;
     bool mOpened = false;

@@ -3,6 +3,8 @@
 // keeps every frame handed to the output.
 #pragma once
 
+#include <fcntl.h>
+
 #include <chrono>
 #include <cstdint>
 #include <functional>
@@ -70,6 +72,7 @@ inline wv::SPcmInfo* addMarkedItem(WavoryxPriv& engine, const TempDir& dir, int 
     item->totalFrames = frames;
     item->frames = present < 0 ? frames : uint32_t(present);
     item->pcmPath.set(pcm);
+    item->pcmFd = ::open(pcm.c_str(), O_RDWR | O_CLOEXEC);  // the item removes the file it holds
     item->path.set(wav);
     return item;
 }

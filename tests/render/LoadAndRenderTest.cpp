@@ -1,6 +1,6 @@
 // Files loaded through loadFile and rendered: compressed and WAV sources at
-// mixed rates, lists rendered while their sources still load, and a list
-// whose source never loads.
+// mixed rates, lists rendered while their sources still load, and lists
+// whose sources never load.
 #include <gtest/gtest.h>
 
 #include <string>
@@ -90,26 +90,49 @@ TEST_F(LoadAndRender, MixedSourcesRenderToBothFormatsWhileTheyLoad) {
     EXPECT_NEAR(toneAt(decoded.samples, 44100, 0, 2200, 2900), 700.0, 5.0);
 }
 
-TEST_F(LoadAndRender, ListWhoseSourceFailedToLoadWaitsUntilCancelled) {
+// A source whose load failed, was cancelled or ran out of storage will
+// never produce its data: the render ends with 20 (-1) instead of waiting,
+// whether the failure came before the render started or while it waited,
+// and whether the source sits in the list or in a nested list.
+TEST_F(LoadAndRender, ListWhoseSourceWillNeverLoadFailsAtOnce) {
     const std::string good = toneFile("ok.wav", 8000, 1, 1.0, 400.0, "");
     const int loaded = engine->loadFile(good.c_str());
     const int missing = engine->loadFile(dir.file("no-such-file.mp3").c_str());
     ASSERT_TRUE(recorder.waitForCode(wv::EVT_LOAD_FAILED, missing));
-    const uint32_t list = newList({});
-    ASSERT_GT(engine->addClip(list, loaded, 0, 4000), 0);
-    ASSERT_GT(engine->addClip(list, missing, 0, 4000), 0);
-    const std::string out = dir.file("never.mp3");
-    ASSERT_EQ(engine->setOutputPara(list, out.c_str(), ENCODE_MP3), 0);
+    const uint32_t inner = newList({});
+    ASSERT_GT(engine->addClip(inner, missing, 0, 4000), 0);
+    const uint32_t direct = newList({});
+    ASSERT_GT(engine->addClip(direct, loaded, 0, 4000), 0);
+    ASSERT_GT(engine->addClip(direct, missing, 0, 4000), 0);
+    const uint32_t nested = newList({});
+    ASSERT_GT(engine->addClip(nested, loaded, 0, 4000), 0);
+    ASSERT_GT(engine->addClip(nested, inner, 0, 4000), 0);
+    for (uint32_t list : {direct, nested}) {
+        const std::string out = dir.file("never" + std::to_string(list) + ".mp3");
+        ASSERT_EQ(engine->setOutputPara(list, out.c_str(), ENCODE_MP3), 0);
+        ASSERT_EQ(engine->process(list), 0);
+        EXPECT_EQ(waitForEnding(list), (Event{wv::EVT_RENDER_FAILED, static_cast<int>(list), -1}));
+        EXPECT_TRUE(waitUntil([&] { return encoderReleased(list); }));
+        EXPECT_FALSE(wvtest::fileExists(out));
+        EXPECT_EQ(eventsOf(list).size(), 1u);
+    }
+}
 
-    // The failed source never gets a format, so the render keeps waiting
-    // for it to begin loading.
+TEST_F(LoadAndRender, RenderWaitingForALoadThatIsCancelledFails) {
+    const std::string flac = toneFile("long.flac", 44100, 2, 180.0, 440.0, "-c:a flac");
+    // A slow load: the render catches up with it and waits for more data.
+    engine->setThreadPriority(WV_PRIORITY_LOW);
+    const int loading = engine->loadFile(flac.c_str());
+    ASSERT_TRUE(recorder.waitForCode(wv::EVT_LOAD_STARTED, loading));
+    const uint32_t list = newList({});
+    ASSERT_GT(engine->addClipMs(list, loading, 0, 180000), 0);
+    const std::string out = dir.file("cut.wav");
+    ASSERT_EQ(engine->setOutputPara(list, out.c_str(), ENCODE_WAV), 0);
     ASSERT_EQ(engine->process(list), 0);
-    std::this_thread::sleep_for(std::chrono::milliseconds(1300));
-    EXPECT_TRUE(eventsOf(list).empty());
-    EXPECT_FALSE(wvtest::fileExists(out));
-    ASSERT_EQ(engine->cancelProcess(list), 0);
-    EXPECT_EQ(waitForEnding(list), (Event{wv::EVT_RENDER_CANCELLED, static_cast<int>(list), -1}));
-    EXPECT_TRUE(waitUntil([&] { return encoderReleased(list); }));
+    ASSERT_TRUE(waitUntil([&] { return engine->getPcmFrameLength(list) > 0; }));
+    ASSERT_EQ(engine->cancelLoadFile(loading), 0);
+    ASSERT_TRUE(recorder.waitForCode(wv::EVT_LOAD_CANCELLED, loading));
+    EXPECT_EQ(waitForEnding(list), (Event{wv::EVT_RENDER_FAILED, static_cast<int>(list), -1}));
     EXPECT_FALSE(wvtest::fileExists(out));
 }
 

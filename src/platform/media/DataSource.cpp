@@ -21,16 +21,20 @@ std::shared_ptr<DataSource> DataSource::CreateFromURI(const char* uri, const voi
     if (uri == nullptr || *uri == '\0') return nullptr;
     static const char kFileScheme[] = "file://";
     if (std::strncmp(uri, kFileScheme, sizeof kFileScheme - 1) == 0) uri += sizeof kFileScheme - 1;
-    const int fd = ::open(uri, O_RDONLY | O_CLOEXEC);
+    // O_NONBLOCK: opening a FIFO with no writer would block forever; only
+    // regular files are read, the rest is refused before any read.
+    const int fd = ::open(uri, O_RDONLY | O_CLOEXEC | O_NONBLOCK | O_NOCTTY);
     if (fd < 0) {
         WV_LOGD("cannot open %s: %s", uri, std::strerror(errno));
         return nullptr;
     }
     struct stat st;
-    if (::fstat(fd, &st) != 0 || S_ISDIR(st.st_mode)) {
+    if (::fstat(fd, &st) != 0 || !S_ISREG(st.st_mode)) {
+        WV_LOGD("cannot read %s: not a regular file", uri);
         ::close(fd);
         return nullptr;
     }
+    ::fcntl(fd, F_SETFL, ::fcntl(fd, F_GETFL) & ~O_NONBLOCK);
     return std::shared_ptr<DataSource>(new DataSource(fd, uri));
 }
 

@@ -22,7 +22,8 @@ public:
     static void RegisterDefaultSniffers();
 
     // Opens a local path (a "file://" prefix is accepted) for reading.
-    // Null when it cannot be opened or is a directory. `headers` is for
+    // Null when it cannot be opened or is not a regular file (a FIFO, a
+    // device or a socket is refused without blocking). `headers` is for
     // network sources and is ignored.
     static std::shared_ptr<DataSource> CreateFromURI(const char* uri, const void* headers = nullptr);
 
