@@ -50,11 +50,15 @@ int levelFromEnvironment(int fallback) {
 // -v: the engine only logs it (a warning for the input, a note for the
 // output), and a silent recording or a playback nobody hears would
 // otherwise look like success.
+// Said once per run, however often the engine opens the device.
+std::atomic<bool> gInputNoticeShown{false};
+std::atomic<bool> gOutputNoticeShown{false};
+
 const char* fallbackNotice(const char* message) {
-    if (std::strncmp(message, "no audio input device", 21) == 0) {
+    if (std::strncmp(message, "no audio input device", 21) == 0 && !gInputNoticeShown.exchange(true)) {
         return "no audio input device: recording silence (WAVORYX_AUDIO_IN=auto)";
     }
-    if (std::strncmp(message, "no audio output device", 22) == 0) {
+    if (std::strncmp(message, "no audio output device", 22) == 0 && !gOutputNoticeShown.exchange(true)) {
         return "no audio output device: playing to no sound (WAVORYX_AUDIO_OUT=auto)";
     }
     return nullptr;
