@@ -18,13 +18,12 @@ namespace {
 constexpr size_t kCopyBlock = 1 << 16;
 constexpr int kNameTries = 100;
 
-// Whether signals stop the commit under way (a recording is moved in place
-// even after the Ctrl-C that ended it).
-thread_local bool tInterruptible = true;
-
-bool interrupted() {
-    return tInterruptible && interruptSignal() != 0;
-}
+// Whether a signal stops the copy under way: not for a recording, which is
+// moved into place even after the Ctrl-C that ended it.
+struct Watch {
+    bool interruptible;
+    bool interrupted() const { return interruptible && interruptSignal() != 0; }
+};
 
 std::string folderOf(const std::string& path) {
     const size_t slash = path.find_last_of('/');
@@ -54,11 +53,11 @@ mode_t currentUmask() {
 
 // Writes all of `size` bytes; false with errno set (EINTR after an
 // interrupt, which the caller reports as such).
-bool writeAll(int fd, const char* data, size_t size) {
+bool writeAll(const Watch& watch, int fd, const char* data, size_t size) {
     while (size > 0) {
         const ssize_t n = ::write(fd, data, size);
         if (n < 0) {
-            if (errno == EINTR && !interrupted()) continue;
+            if (errno == EINTR && !watch.interrupted()) continue;
             return false;
         }
         data += n;
@@ -68,7 +67,7 @@ bool writeAll(int fd, const char* data, size_t size) {
 }
 
 // Copies the file `from` into the open `to`; false with `why` set.
-bool copyInto(const std::string& from, int to, std::string& why) {
+bool copyInto(const Watch& watch, const std::string& from, int to, std::string& why) {
     const int in = ::open(from.c_str(), O_RDONLY | O_CLOEXEC);
     if (in < 0) {
         why = "cannot read the finished file (" + std::string(std::strerror(errno)) + ")";
@@ -77,7 +76,7 @@ bool copyInto(const std::string& from, int to, std::string& why) {
     std::vector<char> block(kCopyBlock);
     bool ok = true;
     while (ok) {
-        if (interrupted()) {
+        if (watch.interrupted()) {
             why.clear();
             ok = false;
             break;
@@ -88,8 +87,8 @@ bool copyInto(const std::string& from, int to, std::string& why) {
             if (errno == EINTR) continue;
             why = "cannot read the finished file (" + std::string(std::strerror(errno)) + ")";
             ok = false;
-        } else if (!writeAll(to, block.data(), size_t(n))) {
-            why = interrupted() ? "" : errorText(errno);
+        } else if (!writeAll(watch, to, block.data(), size_t(n))) {
+            why = watch.interrupted() ? "" : errorText(errno);
             ok = false;
         }
     }
@@ -109,7 +108,7 @@ bool flushFile(const std::string& path, std::string& why) {
 }
 
 // Across file systems: a fresh copy beside the target, then renamed onto it.
-bool copyBeside(const std::string& done, const std::string& filePath, std::string& why) {
+bool copyBeside(const Watch& watch, const std::string& done, const std::string& filePath, std::string& why) {
     std::string temp;
     int fd = -1;
     for (int i = 0; i < kNameTries && fd < 0; ++i) {
@@ -121,7 +120,7 @@ bool copyBeside(const std::string& done, const std::string& filePath, std::strin
         why = "cannot write (" + std::string(std::strerror(errno)) + ")";
         return false;
     }
-    bool ok = copyInto(done, fd, why);
+    bool ok = copyInto(watch, done, fd, why);
     if (ok && ::fsync(fd) != 0) {
         why = errorText(errno);
         ok = false;
@@ -130,7 +129,7 @@ bool copyBeside(const std::string& done, const std::string& filePath, std::strin
         why = errorText(errno);
         ok = false;
     }
-    if (ok && interrupted()) {
+    if (ok && watch.interrupted()) {
         why.clear();
         ok = false;
     }
@@ -143,16 +142,16 @@ bool copyBeside(const std::string& done, const std::string& filePath, std::strin
 }
 
 // Into a device or FIFO: the bytes only; it keeps its node and mode.
-bool writeInto(const std::string& done, const std::string& path, std::string& why) {
+bool writeInto(const Watch& watch, const std::string& done, const std::string& path, std::string& why) {
     int fd;
     do {
         fd = ::open(path.c_str(), O_WRONLY | O_CLOEXEC | O_NOCTTY);
-    } while (fd < 0 && errno == EINTR && !interrupted());
+    } while (fd < 0 && errno == EINTR && !watch.interrupted());
     if (fd < 0) {
-        why = interrupted() ? "" : "cannot write (" + std::string(std::strerror(errno)) + ")";
+        why = watch.interrupted() ? "" : "cannot write (" + std::string(std::strerror(errno)) + ")";
         return false;
     }
-    bool ok = copyInto(done, fd, why);
+    bool ok = copyInto(watch, done, fd, why);
     if (::close(fd) != 0 && ok && errno != EINTR) {
         why = errorText(errno);
         ok = false;
@@ -233,10 +232,10 @@ bool examineOutput(const std::string& path, OutputTarget& target, std::string& w
 }
 
 bool commitOutput(const std::string& done, const OutputTarget& target, bool interruptible, std::string& why) {
-    tInterruptible = interruptible;
+    const Watch watch{interruptible};
     why.clear();
-    if (interrupted()) return false;
-    if (target.kind == TargetKind::Special) return writeInto(done, target.path, why);
+    if (watch.interrupted()) return false;
+    if (target.kind == TargetKind::Special) return writeInto(watch, done, target.path, why);
     giveDocumentMode(done);
     if (!flushFile(done, why)) return false;
     if (::rename(done.c_str(), target.filePath.c_str()) == 0) return true;
@@ -244,7 +243,7 @@ bool commitOutput(const std::string& done, const OutputTarget& target, bool inte
         why = "cannot write (" + std::string(std::strerror(errno)) + ")";
         return false;
     }
-    return copyBeside(done, target.filePath, why);
+    return copyBeside(watch, done, target.filePath, why);
 }
 
 std::string freshNameBeside(const std::string& path, const std::string& tag) {

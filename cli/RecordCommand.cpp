@@ -351,10 +351,12 @@ int runRecord(const RecordOptions& options, const GlobalOptions& global) {
     if (place.inPlace()) {
         giveDocumentMode(place.path);
     } else if (!commitOutput(place.path, place.target, false, why)) {
-        // The recording is kept where it is rather than lost.
-        reportError(options.output, (why.empty() ? std::string("interrupted") : why) + "; the recording is in " +
-                                        (place.target.kind == TargetKind::Special ? options.output : place.path));
-        if (place.target.kind == TargetKind::Special) ::unlink(place.path.c_str());
+        // Beside a file, the recording is kept where it is rather than lost.
+        if (place.target.kind == TargetKind::Special) {
+            reportError(options.output, why);
+        } else {
+            reportError(options.output, why + "; the recording is in " + place.path);
+        }
         engine.removePcm(id);
         return 1;
     }
