@@ -72,6 +72,8 @@ bool parseWorkFolderName(const std::string& name, pid_t& pid, uint64_t& start) {
 }
 
 int removeStaleWorkFolders(const std::string& parent) {
+    // Without /proc no process can be told alive: remove nothing.
+    if (processStartTime(::getpid()) == 0) return 0;
     DIR* dir = ::opendir(parent.c_str());
     if (dir == nullptr) return 0;
     std::vector<std::string> stale;
