@@ -19,7 +19,9 @@ void readVariable(const char* name, AudioChoice& choice) {
     const char* value = std::getenv(name);
     if (value == nullptr) return;
     choice.value = value;
-    if (choice.value.compare(0, kFilePrefixLength, kFilePrefix) == 0) choice.file = choice.value.substr(kFilePrefixLength);
+    if (choice.value.compare(0, kFilePrefixLength, kFilePrefix) == 0) {
+        choice.file = choice.value.substr(kFilePrefixLength);
+    }
 }
 
 std::string named(const char* variable, const AudioChoice& choice) {
