@@ -108,7 +108,8 @@ bool flushFile(const std::string& path, std::string& why) {
 }
 
 // Across file systems: a fresh copy beside the target, then renamed onto it.
-bool copyBeside(const Watch& watch, const std::string& done, const std::string& filePath, std::string& why) {
+bool copyBeside(const Watch& watch, const std::string& done, const std::string& filePath, mode_t mode,
+                std::string& why) {
     std::string temp;
     int fd = -1;
     for (int i = 0; i < kNameTries && fd < 0; ++i) {
@@ -121,6 +122,7 @@ bool copyBeside(const Watch& watch, const std::string& done, const std::string& 
         return false;
     }
     bool ok = copyInto(watch, done, fd, why);
+    ::fchmod(fd, mode);
     if (ok && ::fsync(fd) != 0) {
         why = errorText(errno);
         ok = false;
@@ -236,14 +238,19 @@ bool commitOutput(const std::string& done, const OutputTarget& target, bool inte
     why.clear();
     if (watch.interrupted()) return false;
     if (target.kind == TargetKind::Special) return writeInto(watch, done, target.path, why);
-    giveDocumentMode(done);
+    // A file that is replaced keeps its permissions (a private file stays
+    // private); a new one gets a document's.
+    mode_t mode = 0666 & ~currentUmask();
+    struct stat old;
+    if (target.kind == TargetKind::Regular && ::stat(target.filePath.c_str(), &old) == 0) mode = old.st_mode & 07777;
+    ::chmod(done.c_str(), mode);
     if (!flushFile(done, why)) return false;
     if (::rename(done.c_str(), target.filePath.c_str()) == 0) return true;
     if (errno != EXDEV) {
         why = "cannot write (" + std::string(std::strerror(errno)) + ")";
         return false;
     }
-    return copyBeside(watch, done, target.filePath, why);
+    return copyBeside(watch, done, target.filePath, mode, why);
 }
 
 std::string freshNameBeside(const std::string& path, const std::string& tag) {

@@ -42,7 +42,8 @@ struct OutputTarget {
 bool examineOutput(const std::string& path, OutputTarget& target, std::string& why);
 
 // Moves the finished file `done` onto `target` as described above, giving
-// a new file the mode of any new document (0666 less the umask). When
+// a new file the mode of any new document (0666 less the umask), and a
+// replaced file's permissions to what replaces it. When
 // `interruptible`, a signal before or while it copies stops it. False with
 // `why` ("storage full", "write error (...)", or "" when interrupted): the
 // target is unchanged, nothing is left beside it, and `done` is still there.

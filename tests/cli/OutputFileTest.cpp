@@ -122,6 +122,13 @@ TEST(CommitOutputTest, AFinishedFileReplacesTheTargetWithTheModeOfANewDocument) 
         EXPECT_EQ(statOf(out.file(name)).st_mode & 0777, mode_t(0640)) << name;
         EXPECT_FALSE(wvtest::fileExists(work.file("done.wav")));
     }
+    // A private file stays private when it is replaced.
+    ::chmod(out.file("old.wav").c_str(), 0600);
+    writeText(work.file("done.wav"), "second render");
+    std::string why;
+    ASSERT_TRUE(commitOutput(work.file("done.wav"), examined(out.file("old.wav")), true, why)) << why;
+    EXPECT_EQ(readText(out.file("old.wav")), "second render");
+    EXPECT_EQ(statOf(out.file("old.wav")).st_mode & 0777, mode_t(0600));
     ::umask(saved);
     EXPECT_EQ(namesIn(out.path()), (std::vector<std::string>{"new.wav", "old.wav"}));
 }
@@ -175,10 +182,12 @@ TEST(CommitOutputTest, AcrossFileSystemsACopyBesideIsRenamedAndAFullDiskChangesN
     if (!fs.mounted()) GTEST_SKIP() << fs.skipReason();
     TempDir work;
     writeText(fs.file("kept.wav"), "the user's bytes");
+    ::chmod(fs.file("kept.wav").c_str(), 0600);
     writeText(work.file("done.wav"), "finished");
     std::string why;
     ASSERT_TRUE(commitOutput(work.file("done.wav"), examined(fs.file("kept.wav")), true, why)) << why;
     EXPECT_EQ(readText(fs.file("kept.wav")), "finished");
+    EXPECT_EQ(statOf(fs.file("kept.wav")).st_mode & 0777, mode_t(0600));
     EXPECT_EQ(namesIn(fs.path()), std::vector<std::string>{"kept.wav"});
 
     // Larger than the whole file system: the copy fails part way.
