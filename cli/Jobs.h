@@ -1,13 +1,13 @@
 // The two long jobs of the command, each run to its end while showing its
-// progress and watching for Ctrl-C:
+// progress and watching for Ctrl-C and the other ending signals:
 //   loadSources  loads files into the engine (events 6, 3, then 4 or a
 //                failure 0, 5, 7), each distinct path once;
 //   renderList   renders a clip list to its output file (events 21, then 22
 //                or a failure 20, 23, 25).
-// On Ctrl-C they cancel through the engine (cancelLoadFile, cancelProcess),
-// wait up to 10 s for the engine to confirm, remove a partial output and
-// return the interrupt status (128 + the signal). Failures are reported as one line
-// "wavoryx: FILE: reason" and return 1.
+// On a signal they cancel through the engine (cancelLoadFile,
+// cancelProcess), wait up to 10 s for the engine to confirm, remove a
+// partial output and return the interrupt status (128 + the signal).
+// Failures are reported as one line "wavoryx: FILE: reason" and return 1.
 #ifndef WAVORYX_CLI_JOBS_H
 #define WAVORYX_CLI_JOBS_H
 
