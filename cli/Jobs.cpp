@@ -55,6 +55,15 @@ bool lowOnSpace(const std::string& folder) {
     return uint64_t(fs.f_bavail) * fs.f_frsize < (uint64_t(1) << 20);
 }
 
+// Why `path` is something other than a file to load, or "" (a missing
+// path is the engine's to report).
+std::string whyNotAFile(const std::string& path) {
+    struct stat st;
+    if (::stat(path.c_str(), &st) != 0 || S_ISREG(st.st_mode)) return "";
+    if (S_ISDIR(st.st_mode)) return "is a folder";
+    return "is not a regular file (a FIFO, socket or device)";
+}
+
 bool isLoadEnd(int code) {
     return code == kLoadFailed || code == kLoadDone || code == kLoadCancelled || code == kLoadNoSpace;
 }
@@ -75,20 +84,35 @@ const LoadedSource* findSource(const std::vector<LoadedSource>& sources, const s
 int loadSources(Session& session, const std::vector<std::string>& paths, std::vector<LoadedSource>& sources) {
     Wavoryx& engine = session.engine();
     sources.clear();
+    std::vector<bool> ended;
+    bool failed = false;
     for (const std::string& path : paths) {
         if (findSource(sources, path) != nullptr) continue;
         LoadedSource source;
         source.path = path;
-        source.id = engine.loadFile(path.c_str());
+        // Opening a FIFO would wait for a writer, and Ctrl-C could not end
+        // the wait; devices and sockets hold no audio file either.
+        const std::string notAFile = whyNotAFile(path);
+        if (notAFile.empty()) source.id = engine.loadFile(path.c_str());
         sources.push_back(source);
+        ended.push_back(!notAFile.empty());
+        if (!notAFile.empty()) {
+            reportError(path, notAFile);
+            failed = true;
+        }
     }
     const std::string label =
         sources.size() == 1 ? "loading " + baseName(sources[0].path) : "loading " + std::to_string(sources.size()) + " files";
     Progress progress(label, session.options().quiet);
     std::vector<int> percent(sources.size(), 0);
-    std::vector<bool> ended(sources.size(), false);
-    size_t pending = sources.size();
-    bool failed = false;
+    size_t pending = 0;
+    for (size_t i = 0; i < sources.size(); ++i) {
+        if (ended[i]) {
+            percent[i] = 100;
+        } else {
+            ++pending;
+        }
+    }
     bool cancelling = false;
     auto deadline = std::chrono::steady_clock::now();
 
