@@ -31,7 +31,8 @@ std::string defaultParent() {
     return tmp != nullptr && tmp[0] != '\0' ? tmp : "/tmp";
 }
 
-// WAVORYX_LOG as the library reads it; `fallback` when unset or unknown.
+// WAVORYX_LOG as the library reads it (an unknown name is `warn`);
+// `fallback` when unset.
 int levelFromEnvironment(int fallback) {
     static const struct {
         const char* name;
@@ -43,7 +44,7 @@ int levelFromEnvironment(int fallback) {
     for (const auto& entry : kNames) {
         if (std::strcmp(text, entry.name) == 0) return entry.level;
     }
-    return fallback;
+    return WAVORYX_LOG_WARN;
 }
 
 // What the user hears about a device that `auto` could not open, without
@@ -66,7 +67,8 @@ const char* fallbackNotice(const char* message) {
 
 // The engine's log, as its own sink writes it with -v, plus the notices.
 void logSink(int priority, const char* tag, const char* message) {
-    if (priority >= gShownFrom.load()) {
+    // The message before an abort always gets out, as with the engine's sink.
+    if (priority >= gShownFrom.load() || priority >= WAVORYX_LOG_FATAL) {
         static const char kLetters[] = "??VDIWEF";
         const char letter = priority >= 0 && priority <= WAVORYX_LOG_FATAL ? kLetters[priority] : '?';
         const std::string line = std::string(1, letter) + "/" + (tag != nullptr ? tag : "") + ": " + message + "\n";
