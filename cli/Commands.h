@@ -6,7 +6,7 @@
 //   0 success, 1 a file could not be used or written (one line
 //   "wavoryx: FILE: reason"), 2 a usage error (thrown as a CLI11
 //   ValidationError from the callback, reported with the usage),
-//   128 + signal after Ctrl-C or SIGTERM.
+//   128 + signal after Ctrl-C, SIGTERM, SIGHUP or SIGQUIT (see Interrupt.h).
 // A new subcommand is one file defining its add function, and one line in
 // main.cpp.
 #ifndef WAVORYX_CLI_COMMANDS_H

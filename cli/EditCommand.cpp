@@ -15,7 +15,9 @@
 
 #include "Commands.h"
 #include "FileKind.h"
+#include "Interrupt.h"
 #include "Jobs.h"
+#include "OutputFile.h"
 #include "TimeSpec.h"
 
 namespace wvcli {
@@ -44,15 +46,6 @@ void checkEditOptions(EditOptions& options) {
     options.type = outputEncoding(options.output, options.format);
 }
 
-bool sameFile(const std::string& a, const std::string& b) {
-    char* realA = ::realpath(a.c_str(), nullptr);
-    char* realB = ::realpath(b.c_str(), nullptr);
-    const bool same = realA != nullptr && realB != nullptr && std::string(realA) == realB;
-    std::free(realA);
-    std::free(realB);
-    return same;
-}
-
 uint32_t msToFrame(uint32_t ms, int rate) {
     return uint32_t(uint64_t(ms) * uint32_t(rate) / 1000);
 }
@@ -79,18 +72,17 @@ bool buildClipList(Wavoryx& engine, int list, const EditOptions& options, const 
 }
 
 int runEdit(const EditOptions& options, const GlobalOptions& global) {
-    const std::string unwritable = whyNotWritable(options.output);
-    if (!unwritable.empty()) {
-        reportError(options.output, unwritable);
+    OutputTarget target;
+    std::string why;
+    if (!examineOutput(options.output, target, why)) {
+        reportError(options.output, why);
         return 1;
     }
     std::vector<std::string> paths;
-    for (const SourceRange& range : options.ranges) {
-        if (sameFile(range.path, options.output)) {
-            reportError(options.output, "is also a source; write to another file");
-            return 1;
-        }
-        paths.push_back(range.path);
+    for (const SourceRange& range : options.ranges) paths.push_back(range.path);
+    if (const std::string* input = sameFileAmong(options.output, paths)) {
+        reportError(options.output, sameFileReason(*input));
+        return 1;
     }
     Session session(global);
     if (!session.open()) return 1;
@@ -110,10 +102,19 @@ int runEdit(const EditOptions& options, const GlobalOptions& global) {
     Wavoryx& engine = session.engine();
     const int list = engine.newClipList();
     if (!buildClipList(engine, list, options, sources)) return 1;
-    engine.setOutputPara(list, options.output.c_str(), options.type);
+    // The engine writes its waveform file beside the output and removes a
+    // partial output; both happen in the working folder, and only a
+    // finished file reaches what the user named.
+    const std::string rendering = session.workDir() + (options.type == ENCODE_MP3 ? "output.mp3" : "output.wav");
+    engine.setOutputPara(list, rendering.c_str(), options.type);
     engine.setEncodePara(list, options.rate, options.bitrate, options.channels, 0);
-    const int rendered = renderList(session, list, options.output);
+    const int rendered = renderList(session, list, rendering, options.output);
     if (rendered != 0) return rendered;
+    if (!commitOutput(rendering, target, true, why)) {
+        if (interruptSignal() != 0) return interruptExitStatus();
+        reportError(options.output, why);
+        return 1;
+    }
 
     if (!global.quiet) {
         const int rate = engine.getPcmSampleRate(list);

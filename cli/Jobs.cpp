@@ -55,19 +55,13 @@ bool lowOnSpace(const std::string& folder) {
     return uint64_t(fs.f_bavail) * fs.f_frsize < (uint64_t(1) << 20);
 }
 
-// The process's file-creation mask, read without changing it (umask()
-// would, for a moment, for the engine's threads too).
-mode_t currentUmask() {
-    FILE* status = std::fopen("/proc/self/status", "r");
-    unsigned mask = 022;
-    if (status != nullptr) {
-        char line[128];
-        while (std::fgets(line, sizeof line, status) != nullptr) {
-            if (std::sscanf(line, "Umask: %o", &mask) == 1) break;
-        }
-        std::fclose(status);
-    }
-    return mode_t(mask);
+// Why `path` is something other than a file to load, or "" (a missing
+// path is the engine's to report).
+std::string whyNotAFile(const std::string& path) {
+    struct stat st;
+    if (::stat(path.c_str(), &st) != 0 || S_ISREG(st.st_mode)) return "";
+    if (S_ISDIR(st.st_mode)) return "is a folder";
+    return "is not a regular file (a FIFO, socket or device)";
 }
 
 bool isLoadEnd(int code) {
@@ -87,35 +81,38 @@ const LoadedSource* findSource(const std::vector<LoadedSource>& sources, const s
     return nullptr;
 }
 
-std::string whyNotWritable(const std::string& path) {
-    struct stat st;
-    if (::stat(path.c_str(), &st) == 0 && S_ISDIR(st.st_mode)) return "is a folder";
-    const std::string folder = folderOf(path);
-    if (::access(folder.c_str(), W_OK) != 0) return "cannot write (" + std::string(std::strerror(errno)) + ")";
-    return "";
-}
-
-void giveDocumentMode(const std::string& path) {
-    ::chmod(path.c_str(), 0666 & ~currentUmask());
-}
-
 int loadSources(Session& session, const std::vector<std::string>& paths, std::vector<LoadedSource>& sources) {
     Wavoryx& engine = session.engine();
     sources.clear();
+    std::vector<bool> ended;
+    bool failed = false;
     for (const std::string& path : paths) {
         if (findSource(sources, path) != nullptr) continue;
         LoadedSource source;
         source.path = path;
-        source.id = engine.loadFile(path.c_str());
+        // Opening a FIFO would wait for a writer, and Ctrl-C could not end
+        // the wait; devices and sockets hold no audio file either.
+        const std::string notAFile = whyNotAFile(path);
+        if (notAFile.empty()) source.id = engine.loadFile(path.c_str());
         sources.push_back(source);
+        ended.push_back(!notAFile.empty());
+        if (!notAFile.empty()) {
+            reportError(path, notAFile);
+            failed = true;
+        }
     }
     const std::string label =
         sources.size() == 1 ? "loading " + baseName(sources[0].path) : "loading " + std::to_string(sources.size()) + " files";
     Progress progress(label, session.options().quiet);
     std::vector<int> percent(sources.size(), 0);
-    std::vector<bool> ended(sources.size(), false);
-    size_t pending = sources.size();
-    bool failed = false;
+    size_t pending = 0;
+    for (size_t i = 0; i < sources.size(); ++i) {
+        if (ended[i]) {
+            percent[i] = 100;
+        } else {
+            ++pending;
+        }
+    }
     bool cancelling = false;
     auto deadline = std::chrono::steady_clock::now();
 
@@ -169,12 +166,12 @@ int loadSources(Session& session, const std::vector<std::string>& paths, std::ve
     return failed ? 1 : 0;
 }
 
-int renderList(Session& session, int listId, const std::string& outPath) {
+int renderList(Session& session, int listId, const std::string& workPath, const std::string& shownPath) {
     Wavoryx& engine = session.engine();
-    const std::string wavePath = outPath + ".wave";
-    Progress progress("writing " + baseName(outPath), session.options().quiet);
+    const std::string wavePath = workPath + ".wave";
+    Progress progress("writing " + baseName(shownPath), session.options().quiet);
     if (engine.process(listId) != 0) {
-        reportError(outPath, "the engine refused the render");
+        reportError(shownPath, "the engine refused the render");
         return 1;
     }
     bool cancelling = false;
@@ -197,30 +194,23 @@ int renderList(Session& session, int listId, const std::string& outPath) {
         }
     }
     ::unlink(wavePath.c_str());
+    if (end.code != kRenderDone || cancelling) ::unlink(workPath.c_str());
     if (cancelling) {
-        // The engine removes an unfinished output itself; a render that
-        // finished just as Ctrl-C came (or never confirmed) is removed here,
-        // so an interrupted edit leaves no file.
-        if (end.code == kRenderDone || end.code == 0) ::unlink(outPath.c_str());
         progress.finish(false);
         return interruptExitStatus();
     }
     progress.finish(end.code == kRenderDone);
     switch (end.code) {
-        case kRenderDone:
-            // The engine makes its files executable by all; an edit's
-            // output gets the mode of any new document.
-            giveDocumentMode(outPath);
-            return 0;
+        case kRenderDone: return 0;
         case kRenderFailed:
-            reportError(outPath, end.value == -1 ? "cannot write (the file cannot be created)" : "write error");
+            reportError(shownPath, end.value == -1 ? "cannot write (the file cannot be created)" : "write error");
             break;
         case kRenderStopped:
-            reportError(outPath, lowOnSpace(folderOf(outPath)) ? "storage full"
-                                                              : "the encoder does not accept this rate, channel "
-                                                                "count or bit rate");
+            reportError(shownPath, lowOnSpace(folderOf(workPath)) ? "storage full"
+                                                                 : "the encoder does not accept this rate, channel "
+                                                                   "count or bit rate");
             break;
-        default: reportError(outPath, "rendering was cancelled"); break;
+        default: reportError(shownPath, "rendering was cancelled"); break;
     }
     return 1;
 }

@@ -1,13 +1,13 @@
 // The two long jobs of the command, each run to its end while showing its
-// progress and watching for Ctrl-C:
+// progress and watching for Ctrl-C and the other ending signals:
 //   loadSources  loads files into the engine (events 6, 3, then 4 or a
 //                failure 0, 5, 7), each distinct path once;
 //   renderList   renders a clip list to its output file (events 21, then 22
 //                or a failure 20, 23, 25).
-// On Ctrl-C they cancel through the engine (cancelLoadFile, cancelProcess),
-// wait up to 10 s for the engine to confirm, remove a partial output and
-// return the interrupt status (130). Failures are reported as one line
-// "wavoryx: FILE: reason" and return 1.
+// On a signal they cancel through the engine (cancelLoadFile,
+// cancelProcess), wait up to 10 s for the engine to confirm, remove a
+// partial output and return the interrupt status (128 + the signal).
+// Failures are reported as one line "wavoryx: FILE: reason" and return 1.
 #ifndef WAVORYX_CLI_JOBS_H
 #define WAVORYX_CLI_JOBS_H
 
@@ -38,17 +38,12 @@ int loadSources(Session& session, const std::vector<std::string>& paths, std::ve
 // The entry of `path` in `sources`, or nullptr.
 const LoadedSource* findSource(const std::vector<LoadedSource>& sources, const std::string& path);
 
-// Renders clip list `listId`, whose output was set to `outPath`. The
-// engine's waveform file "<out>.wave" is removed in every case. Returns 0,
+// Renders clip list `listId`, whose output was set to `workPath` (in the
+// working folder); failures are reported against `shownPath`, the file the
+// user named. The engine's waveform file "<workPath>.wave" is removed in
+// every case, and so is `workPath` unless the render finished. Returns 0,
 // 1 or the interrupt status.
-int renderList(Session& session, int listId, const std::string& outPath);
-
-// The engine makes its files executable by all; an output the command
-// keeps gets the mode of any new document instead (0666 less the umask).
-void giveDocumentMode(const std::string& path);
-
-// Why a file cannot be created at `path`, or "" when it looks writable.
-std::string whyNotWritable(const std::string& path);
+int renderList(Session& session, int listId, const std::string& workPath, const std::string& shownPath);
 
 }  // namespace wvcli
 

@@ -91,4 +91,14 @@ std::string recordStatusText(const RecordView& view) {
     return text + levelBar(view.level, kMeterWidth) + "  " + level;
 }
 
+std::string lostAudioWarning(const std::string& output, uint64_t lostMs, uint64_t atMs) {
+    return output + ": the input lost " + std::to_string(lostMs) + " ms of audio at " + formatTimeMs(atMs) +
+           " (recorded as silence)";
+}
+
+std::string lostAudioSummary(uint64_t lostMs) {
+    if (lostMs == 0) return "";
+    return "; the input lost " + std::to_string(lostMs) + " ms in all (recorded as silence)";
+}
+
 }  // namespace wvcli

@@ -71,6 +71,15 @@ struct RecordView {
 // "REC 0:01.250  [#######.......]  -12 dB", or "... paused" while paused.
 std::string recordStatusText(const RecordView& view);
 
+// When the input lost audio (filled with silence), at `atMs` of recorded
+// time: "OUT: the input lost 120 ms of audio at 0:03.250 (recorded as
+// silence)", for reportError's "wavoryx: " in front.
+std::string lostAudioWarning(const std::string& output, uint64_t lostMs, uint64_t atMs);
+
+// What the result line adds for `lostMs` lost in all: "" for none, else
+// "; the input lost 120 ms in all (recorded as silence)".
+std::string lostAudioSummary(uint64_t lostMs);
+
 }  // namespace wvcli
 
 #endif

@@ -17,11 +17,13 @@
 
 #include <wavoryx/Wavoryx.h>
 
+#include "AudioChoice.h"
 #include "Commands.h"
 #include "Interrupt.h"
 #include "Jobs.h"
 #include "Keyboard.h"
 #include "LiveLine.h"
+#include "OutputFile.h"
 #include "PlayKeys.h"
 #include "Session.h"
 #include "TimeSpec.h"
@@ -155,6 +157,16 @@ private:
 };
 
 int runPlay(const PlayOptions& options, const GlobalOptions& global) {
+    AudioChoice output;
+    std::string why;
+    if (!chooseAudioOutput(output, why)) {
+        reportLine(why);
+        return 1;
+    }
+    if (!output.file.empty() && isSameFile(output.file, options.file)) {
+        reportError(output.file, sameFileReason(options.file) + " (WAVORYX_AUDIO_OUT)");
+        return 1;
+    }
     Session session(global);
     if (!session.open()) return 1;
     std::vector<LoadedSource> sources;

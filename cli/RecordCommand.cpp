@@ -4,11 +4,19 @@
 //
 // The recording ends with --duration (counted in recorded audio: pauses do
 // not count; it ends within about one captured buffer, ~25 ms, plus one
-// tick after the time), q, Ctrl-C or SIGTERM. Each of these finishes the
-// file and keeps it: the exit status is 0, since stopping is how a
-// recording is meant to end. A recording that fails (the file cannot be
-// written, storage fills up, the input fails) leaves no file and exits 1.
+// tick after the time), q, or a signal (Ctrl-C, SIGTERM, SIGHUP, SIGQUIT).
+// Each of these finishes the file and keeps it: the exit status is 0 after
+// --duration and q, since stopping is how a recording is meant to end, and
+// 128 + the signal after a signal. A recording that fails (the file cannot
+// be written, storage fills up, the input fails) leaves no file and exits 1.
+//
+// Where it records while it runs: OUT itself when nothing is there yet; a
+// fresh "STEM.recording-XXXXXX.EXT" beside an existing OUT, renamed over it
+// once finished, so that OUT keeps its bytes until a recording replaces it;
+// the working folder for a device or FIFO, copied into it at the end. A
+// killed command leaves the recording where the start line said.
 #include <fcntl.h>
+#include <sys/stat.h>
 #include <unistd.h>
 
 #include <cerrno>
@@ -22,12 +30,14 @@
 
 #include <wavoryx/Wavoryx.h>
 
+#include "AudioChoice.h"
 #include "Commands.h"
 #include "FileKind.h"
 #include "Interrupt.h"
 #include "Jobs.h"
 #include "Keyboard.h"
 #include "LiveLine.h"
+#include "OutputFile.h"
 #include "Session.h"
 #include "TimeSpec.h"
 
@@ -45,7 +55,7 @@ constexpr auto kSetupWait = std::chrono::milliseconds(300);
 
 enum RecordEvent {
     kRecordFailed = 60, kRecordStarted = 61, kRecordEnded = 63, kRecordFull = 64, kRecordResumed = 65,
-    kRecordPaused = 66, kRecordLevel = 80
+    kRecordPaused = 66, kRecordLost = 67, kRecordLevel = 80
 };
 enum EndValue { kEndWriteError = 1, kEndNoSpace = 3 };
 
@@ -94,31 +104,37 @@ struct RecordState {
     bool full = false;    // paused for lack of storage space
     int failedWith = 0;   // the value of a failure event, or 0
     int level = 0;        // the loudest point since the last redraw
+    uint64_t lostMs = 0;  // audio the input lost, recorded as silence
+    bool haveFile = false;  // `file` is the recording's file, seen once it started
+    struct stat file = {};
+};
+
+// Where the recording is written while it runs, and how it reaches OUT.
+struct RecordPlace {
+    OutputTarget target;
+    std::string path;  // what the engine writes
+    bool inPlace() const { return path == target.path; }
 };
 
 class RecordLoop {
 public:
-    RecordLoop(Session& session, int id, const RecordOptions& options)
-        : mSession(session), mEngine(session.engine()), mId(id), mOptions(options),
+    RecordLoop(Session& session, int id, const RecordOptions& options, const RecordPlace& place)
+        : mSession(session), mEngine(session.engine()), mId(id), mOptions(options), mPlace(place),
           mLine(session.options().quiet) {}
 
     const RecordState& run() {
         using Clock = std::chrono::steady_clock;
         RawKeyboard keyboard;
-        Clock::time_point stoppedAt;
         Clock::time_point nextDraw = Clock::now();
         while (!mState.ended) {
             for (Key key : keyboard.poll(kTickMs)) onKey(key);
             takeEvents();
             const bool timeUp = mOptions.durationMs > 0 && recordedMs() >= mOptions.durationMs;
-            if (!mState.stopping && (timeUp || interruptSignal() != 0 || failed())) {
-                stop();
-                stoppedAt = Clock::now();
-            }
+            if (!mState.stopping && (timeUp || interruptSignal() != 0 || failed())) stop();
             // A set-up that failed, or was stopped before it ran, sends no
             // end event; a started recording does once the file is done.
             const Clock::duration wait = mState.started ? Clock::duration(kStopWait) : Clock::duration(kSetupWait);
-            if (mState.stopping && Clock::now() - stoppedAt > wait) break;
+            if (mState.stopping && Clock::now() - mStoppedAt > wait) break;
             if (Clock::now() >= nextDraw) {
                 draw();
                 nextDraw = Clock::now() + std::chrono::milliseconds(kDrawMs);
@@ -135,9 +151,12 @@ public:
     }
 
 private:
+    // Every way of stopping (q, a signal, the duration, a failure) starts
+    // the wait for the end event from now.
     void stop() {
         mEngine.recordStop();
         mState.stopping = true;
+        mStoppedAt = std::chrono::steady_clock::now();
     }
 
     void onKey(Key key) {
@@ -159,8 +178,10 @@ private:
             switch (event.code) {
                 case kRecordStarted:
                     mState.started = true;
+                    mState.haveFile = ::lstat(mPlace.path.c_str(), &mState.file) == 0;
                     announceStart();
                     break;
+                case kRecordLost: onLost(event.value); break;
                 case kRecordLevel:
                     if (event.value > mState.level) mState.level = event.value;
                     break;
@@ -182,10 +203,24 @@ private:
     bool failed() const { return mState.full || mState.failedWith != 0; }
 
     void announceStart() {
-        if (mLine.live() || mSession.options().quiet) return;
-        std::fprintf(stderr, "recording to %s: %s, %d Hz, %s\n", mOptions.output.c_str(),
+        if (mSession.options().quiet) return;
+        // A live line shows the format; where the file lies is said either way.
+        const std::string where = mPlace.inPlace() ? ""
+                                  : mPlace.target.kind == TargetKind::Special
+                                      ? " (in the working folder until it ends)"
+                                      : " (in " + mPlace.path + " until it ends)";
+        if (mLine.live() && where.empty()) return;
+        mLine.clear();
+        std::fprintf(stderr, "recording to %s%s: %s, %d Hz, %s\n", mOptions.output.c_str(), where.c_str(),
                      mOptions.type == ENCODE_MP3 ? "MP3" : "WAV", mEngine.getPcmSampleRate(mId),
                      mEngine.getPcmChannelCount(mId) == 1 ? "mono" : "stereo");
+    }
+
+    void onLost(int ms) {
+        if (ms <= 0) return;
+        mState.lostMs += uint64_t(ms);
+        mLine.clear();
+        reportLine(lostAudioWarning(mOptions.output, uint64_t(ms), recordedMs()));
     }
 
     void draw() {
@@ -201,9 +236,11 @@ private:
     Wavoryx& mEngine;
     const int mId;
     const RecordOptions& mOptions;
+    const RecordPlace& mPlace;
     LiveLine mLine;
     RecordState mState;
     bool mPauseAsked = false;
+    std::chrono::steady_clock::time_point mStoppedAt;
 };
 
 // Why creating `path` fails now, or "" when it can be created (the
@@ -233,37 +270,76 @@ std::string failureReason(const RecordState& state, const std::string& path) {
     return "";
 }
 
-std::string whyNotRecordable(const std::string& path) {
-    const std::string why = whyNotWritable(path);
-    if (!why.empty()) return why;
-    if (::access(path.c_str(), F_OK) == 0 && ::access(path.c_str(), W_OK) != 0) return "cannot write (Permission denied)";
-    return "";
+// Chooses where the engine writes (see the top of this file). The engine
+// also writes "<path>.wave" beside it, so a name whose ".wave" already
+// exists is not used either.
+bool choosePlace(const Session& session, const RecordOptions& options, RecordPlace& place, std::string& why) {
+    if (!examineOutput(options.output, place.target, why)) return false;
+    const OutputTarget& target = place.target;
+    struct stat st;
+    if (target.kind == TargetKind::Special) {
+        place.path = session.workDir() + (options.type == ENCODE_MP3 ? "recording.mp3" : "recording.wav");
+    } else if (target.kind == TargetKind::Absent && ::lstat((target.path + ".wave").c_str(), &st) != 0) {
+        place.path = target.path;
+    } else {
+        do {
+            place.path = freshNameBeside(target.filePath, "recording");
+        } while (::lstat((place.path + ".wave").c_str(), &st) == 0);
+    }
+    return true;
+}
+
+// Removes what a failed recording left at `place`: the file the engine
+// started, never one that was there before.
+void removeFailed(const RecordPlace& place, const RecordState& state) {
+    struct stat st;
+    if (::lstat(place.path.c_str(), &st) != 0 || !S_ISREG(st.st_mode)) return;
+    const bool same = state.haveFile && st.st_dev == state.file.st_dev && st.st_ino == state.file.st_ino;
+    // Before it started, only the engine can have made a file at a name
+    // that was free: an empty one, or a bare header.
+    const bool fresh = !state.haveFile && st.st_uid == ::getuid() && st.st_nlink == 1 && st.st_size <= 4096;
+    if (same || fresh) ::unlink(place.path.c_str());
 }
 
 int runRecord(const RecordOptions& options, const GlobalOptions& global) {
-    const std::string unwritable = whyNotRecordable(options.output);
-    if (!unwritable.empty()) {
-        reportError(options.output, unwritable);
+    std::string why;
+    AudioChoice input;
+    if (!chooseAudioInput(input, why)) {
+        reportLine(why);
+        return 1;
+    }
+    OutputTarget checked;
+    if (!examineOutput(options.output, checked, why)) {
+        reportError(options.output, why);
+        return 1;
+    }
+    if (!input.file.empty() && isSameFile(options.output, input.file)) {
+        reportError(options.output, sameFileReason(input.file) + " (WAVORYX_AUDIO_IN)");
         return 1;
     }
     Session session(global);
     if (!session.open()) return 1;
+    RecordPlace place;
+    if (!choosePlace(session, options, place, why)) {
+        reportError(options.output, why);
+        return 1;
+    }
     Wavoryx& engine = session.engine();
-    const int id = engine.recordStart(options.output.c_str(), options.type, options.rate, options.channels,
+    const int id = engine.recordStart(place.path.c_str(), options.type, options.rate, options.channels,
                                       options.bitrate, kMicrophoneSource, effectCode(options.effect));
     if (id <= 0) {
         reportError(options.output, "the engine refused to record (" + std::to_string(options.channels) +
                                         " channels at " + std::to_string(options.rate) + " Hz)");
         return 1;
     }
-    RecordLoop loop(session, id, options);
+    RecordLoop loop(session, id, options, place);
     const RecordState state = loop.run();
     engine.recordStop();  // the recording stays current after a failure
-    ::unlink((options.output + ".wave").c_str());
+    ::unlink((place.path + ".wave").c_str());
 
-    const std::string failure = failureReason(state, options.output);
+    const std::string failure = failureReason(state, place.path);
     if (!failure.empty() || !state.ended) {
-        ::unlink(options.output.c_str());
+        removeFailed(place, state);
         engine.removePcm(id);
         if (!failure.empty()) {
             reportError(options.output, failure);
@@ -272,17 +348,29 @@ int runRecord(const RecordOptions& options, const GlobalOptions& global) {
         // Stopped before it started: nothing was recorded.
         return interruptSignal() != 0 ? interruptExitStatus() : 1;
     }
-    giveDocumentMode(options.output);
+    if (place.inPlace()) {
+        giveDocumentMode(place.path);
+    } else if (!commitOutput(place.path, place.target, false, why)) {
+        // Beside a file, the recording is kept where it is rather than lost.
+        if (place.target.kind == TargetKind::Special) {
+            reportError(options.output, why);
+        } else {
+            reportError(options.output, why + "; the recording is in " + place.path);
+        }
+        engine.removePcm(id);
+        return 1;
+    }
     if (!global.quiet) {
         const int rate = engine.getPcmSampleRate(id);
         const uint32_t frames = uint32_t(engine.getPcmFrameLength(id));
-        std::printf("wrote %s: %s, %d Hz, %s, %u frames, %s\n", options.output.c_str(),
+        std::printf("wrote %s: %s, %d Hz, %s, %u frames, %s%s\n", options.output.c_str(),
                     options.type == ENCODE_MP3 ? "MP3" : "WAV", rate,
                     engine.getPcmChannelCount(id) == 1 ? "mono" : "stereo", frames,
-                    formatTimeMs(rate > 0 ? uint64_t(frames) * 1000 / uint32_t(rate) : 0).c_str());
+                    formatTimeMs(rate > 0 ? uint64_t(frames) * 1000 / uint32_t(rate) : 0).c_str(),
+                    lostAudioSummary(state.lostMs).c_str());
     }
     engine.removePcm(id);
-    return 0;
+    return interruptSignal() != 0 ? interruptExitStatus() : 0;
 }
 
 }  // namespace
@@ -302,8 +390,10 @@ void addRecordCommand(CLI::App& app, CommandLine& line) {
         ->type_name("T");
     record->footer(
         "Keys (when standard input is a terminal): space pause/resume, q stop.\n"
-        "Ctrl-C, q or --duration stop the recording and finish the file, which is kept:\n"
-        "the exit status is then 0. A failed recording leaves no file and exits with 1.\n"
+        "q or --duration stop the recording and finish the file, which is kept (status 0);\n"
+        "Ctrl-C and other signals do the same, and exit with 128 + the signal (130 for Ctrl-C).\n"
+        "An existing OUT is replaced only once the recording has finished.\n"
+        "A failed recording leaves no file and exits with 1.\n"
         "The input is the sound device; WAVORYX_AUDIO_IN=tone:440, silence or file:PATH records those.\n"
         "Examples:\n"
         "  wavoryx record -o take.wav\n"

@@ -14,6 +14,8 @@
 #include <wavoryx/Wavoryx.h>
 #include <wavoryx/platform.h>
 
+#include "WorkFolders.h"
+
 namespace wvcli {
 namespace {
 
@@ -21,16 +23,71 @@ std::atomic<Session*> gActive{nullptr};
 
 // Above the highest priority: only the message before an abort gets out.
 constexpr int kLogSilent = WAVORYX_LOG_FATAL + 1;
+// The least priority that -v shows; kLogSilent without -v.
+std::atomic<int> gShownFrom{kLogSilent};
 
 std::string defaultParent() {
     const char* tmp = std::getenv("TMPDIR");
     return tmp != nullptr && tmp[0] != '\0' ? tmp : "/tmp";
 }
 
+// WAVORYX_LOG as the library reads it (an unknown name is `warn`);
+// `fallback` when unset.
+int levelFromEnvironment(int fallback) {
+    static const struct {
+        const char* name;
+        int level;
+    } kNames[] = {{"verbose", WAVORYX_LOG_VERBOSE}, {"debug", WAVORYX_LOG_DEBUG}, {"info", WAVORYX_LOG_INFO},
+                  {"warn", WAVORYX_LOG_WARN},       {"error", WAVORYX_LOG_ERROR}, {"off", kLogSilent}};
+    const char* text = std::getenv("WAVORYX_LOG");
+    if (text == nullptr) return fallback;
+    for (const auto& entry : kNames) {
+        if (std::strcmp(text, entry.name) == 0) return entry.level;
+    }
+    return WAVORYX_LOG_WARN;
+}
+
+// What the user hears about a device that `auto` could not open, without
+// -v: the engine only logs it (a warning for the input, a note for the
+// output), and a silent recording or a playback nobody hears would
+// otherwise look like success.
+// Said once per run, however often the engine opens the device.
+std::atomic<bool> gInputNoticeShown{false};
+std::atomic<bool> gOutputNoticeShown{false};
+
+const char* fallbackNotice(const char* message) {
+    if (std::strncmp(message, "no audio input device", 21) == 0 && !gInputNoticeShown.exchange(true)) {
+        return "no audio input device: recording silence (WAVORYX_AUDIO_IN=auto)";
+    }
+    if (std::strncmp(message, "no audio output device", 22) == 0 && !gOutputNoticeShown.exchange(true)) {
+        return "no audio output device: playing to no sound (WAVORYX_AUDIO_OUT=auto)";
+    }
+    return nullptr;
+}
+
+// The engine's log, as its own sink writes it with -v, plus the notices.
+void logSink(int priority, const char* tag, const char* message) {
+    // The message before an abort always gets out, as with the engine's sink.
+    if (priority >= gShownFrom.load() || priority >= WAVORYX_LOG_FATAL) {
+        static const char kLetters[] = "??VDIWEF";
+        const char letter = priority >= 0 && priority <= WAVORYX_LOG_FATAL ? kLetters[priority] : '?';
+        const std::string line = std::string(1, letter) + "/" + (tag != nullptr ? tag : "") + ": " + message + "\n";
+        std::fwrite(line.data(), 1, line.size(), stderr);
+    } else if (const char* notice = fallbackNotice(message)) {
+        reportLine(notice);
+    }
+}
+
 }  // namespace
 
 void reportError(const std::string& subject, const std::string& reason) {
-    std::fprintf(stderr, "wavoryx: %s: %s\n", subject.c_str(), reason.c_str());
+    reportLine(subject + ": " + reason);
+}
+
+void reportLine(const std::string& text) {
+    // One write, so that lines from the engine's threads do not interleave.
+    const std::string line = "wavoryx: " + text + "\n";
+    std::fwrite(line.data(), 1, line.size(), stderr);
 }
 
 Session::Session(const GlobalOptions& options) : mOptions(options) {}
@@ -43,6 +100,7 @@ Session::~Session() {
     }
     Session* self = this;
     gActive.compare_exchange_strong(self, nullptr);
+    wavoryx_set_log_sink(nullptr);
     if (!mWorkDir.empty()) {
         std::error_code ignored;
         std::filesystem::remove_all(mWorkDir, ignored);
@@ -50,18 +108,17 @@ Session::~Session() {
 }
 
 bool Session::open() {
-    if (mOptions.verbose) {
-        // WAVORYX_LOG, when set, chooses the level; else show the engine's notes.
-        if (std::getenv("WAVORYX_LOG") == nullptr) wavoryx_set_log_level(WAVORYX_LOG_INFO);
-    } else {
-        wavoryx_set_log_level(kLogSilent);
-    }
+    const int shownFrom = mOptions.verbose ? levelFromEnvironment(WAVORYX_LOG_INFO) : kLogSilent;
+    gShownFrom.store(shownFrom);
+    wavoryx_set_log_sink(&logSink);
+    wavoryx_set_log_level(shownFrom < WAVORYX_LOG_INFO ? shownFrom : WAVORYX_LOG_INFO);
 
     std::string parent = mOptions.workDir.empty() ? defaultParent() : mOptions.workDir;
     while (parent.size() > 1 && parent.back() == '/') parent.pop_back();
-    std::vector<char> pattern(parent.begin(), parent.end());
-    const char suffix[] = "/wavoryx-XXXXXX";
-    pattern.insert(pattern.end(), suffix, suffix + sizeof suffix);
+    removeStaleWorkFolders(parent);
+    const std::string name = parent + "/" + workFolderPrefix() + "XXXXXX";
+    std::vector<char> pattern(name.begin(), name.end());
+    pattern.push_back('\0');
     if (mkdtemp(pattern.data()) == nullptr) {
         reportError(parent, std::string("cannot make a working folder (") + std::strerror(errno) + ")");
         return false;

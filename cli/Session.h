@@ -5,8 +5,14 @@
 // The working folder (the prefix of the engine's PCM files) is made with
 // mkdtemp inside --work-dir, or $TMPDIR, or /tmp, and is removed with all it
 // holds when the Session is destroyed, after the engine's threads have been
-// joined, so every return path of a command leaves nothing behind. Only one
-// Session exists at a time (the engine's callback carries no user pointer).
+// joined, so every return path of a command leaves nothing behind; folders
+// of earlier runs that were killed are removed when a Session opens (see
+// WorkFolders.h). Only one Session exists at a time (the engine's callback
+// carries no user pointer).
+//
+// The engine's log goes through the Session's sink: shown with -v, and
+// otherwise silent but for the line saying that an `auto` audio device was
+// missing and silence is recorded or nothing heard.
 #ifndef WAVORYX_CLI_SESSION_H
 #define WAVORYX_CLI_SESSION_H
 
@@ -69,6 +75,8 @@ private:
 
 // "wavoryx: SUBJECT: reason" on standard error.
 void reportError(const std::string& subject, const std::string& reason);
+// "wavoryx: TEXT" on standard error, written whole.
+void reportLine(const std::string& text);
 
 }  // namespace wvcli
 

@@ -17,6 +17,7 @@
 #include "Commands.h"
 #include "Interrupt.h"
 #include "Jobs.h"
+#include "OutputFile.h"
 #include "TimeSpec.h"
 #include "WaveformPicture.h"
 
@@ -69,6 +70,17 @@ void printText(const std::vector<uint8_t>& peaks, int rows, uint32_t fromMs, uin
 }
 
 int runWaveform(const WaveformOptions& options, const GlobalOptions& global) {
+    const bool png = !options.png.empty();
+    OutputTarget target;
+    std::string why;
+    if (png && !examineOutput(options.png, target, why)) {
+        reportError(options.png, why);
+        return 1;
+    }
+    if (png && isSameFile(options.png, options.file)) {
+        reportError(options.png, sameFileReason(options.file));
+        return 1;
+    }
     Session session(global);
     if (!session.open()) return 1;
     std::vector<LoadedSource> sources;
@@ -83,7 +95,6 @@ int runWaveform(const WaveformOptions& options, const GlobalOptions& global) {
                                      formatTimeMs(duration));
         return 1;
     }
-    const bool png = !options.png.empty();
     const int width = options.width > 0 ? options.width : png ? kDefaultPngWidth : terminalColumns();
     const int height = options.height > 0 ? options.height : png ? kDefaultPngHeight : kDefaultTextRows;
     std::vector<uint8_t> peaks(size_t(width), 0);
@@ -96,8 +107,9 @@ int runWaveform(const WaveformOptions& options, const GlobalOptions& global) {
         printText(peaks, height, options.fromMs, toMs);
         return 0;
     }
-    std::string why;
-    if (!writeWaveformPng(options.png, peaks, height, why)) {
+    const std::string drawing = session.workDir() + "waveform.png";
+    if (!writeWaveformPng(drawing, peaks, height, why) || !commitOutput(drawing, target, true, why)) {
+        if (interruptSignal() != 0) return interruptExitStatus();
         reportError(options.png, why);
         return 1;
     }

@@ -75,7 +75,7 @@ std::vector<std::string> drawTextWaveform(const std::vector<uint8_t>& peaks, int
 }
 
 bool writeWaveformPng(const std::string& path, const std::vector<uint8_t>& peaks, int height, std::string& why) {
-    FILE* file = std::fopen(path.c_str(), "wb");
+    FILE* file = std::fopen(path.c_str(), "wbxe");  // created new, close-on-exec
     if (file == nullptr) {
         why = std::string("cannot write (") + std::strerror(errno) + ")";
         return false;

@@ -15,8 +15,9 @@ namespace wvcli {
 std::vector<std::string> drawTextWaveform(const std::vector<uint8_t>& peaks, int rows);
 
 // An 8-bit RGB PNG, one column per peak and `height` pixels high: each
-// peak is a vertical bar mirrored about the middle line. Returns false with
-// `why` set when the file cannot be written (a partial file is removed).
+// peak is a vertical bar mirrored about the middle line, into a new file at
+// `path` (an existing one is refused). Returns false with `why` set when the
+// file cannot be written (a partial file is removed).
 bool writeWaveformPng(const std::string& path, const std::vector<uint8_t>& peaks, int height, std::string& why);
 
 }  // namespace wvcli

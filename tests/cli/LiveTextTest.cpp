@@ -73,3 +73,11 @@ TEST(LiveTextTest, RecordLineShowsTimeAndLevelOrPause) {
     view.paused = true;
     EXPECT_EQ(recordStatusText(view), "REC 0:02.500  paused (space resumes)");
 }
+
+TEST(RecordTextTest, LostAudioIsReportedWithItsTimeAndInTotal) {
+    EXPECT_EQ(lostAudioWarning("take.wav", 120, 3250),
+              "take.wav: the input lost 120 ms of audio at 0:03.250 (recorded as silence)");
+    // Nothing lost: the result line stays as it always was.
+    EXPECT_EQ(lostAudioSummary(0), "");
+    EXPECT_EQ(lostAudioSummary(1500), "; the input lost 1500 ms in all (recorded as silence)");
+}

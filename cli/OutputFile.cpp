@@ -1,0 +1,274 @@
+#include "OutputFile.h"
+
+#include <fcntl.h>
+#include <sys/stat.h>
+#include <unistd.h>
+
+#include <cerrno>
+#include <cstdio>
+#include <cstdlib>
+#include <cstring>
+#include <random>
+
+#include "Interrupt.h"
+
+namespace wvcli {
+namespace {
+
+constexpr size_t kCopyBlock = 1 << 16;
+constexpr int kNameTries = 100;
+
+// Whether a signal stops the copy under way: not for a recording, which is
+// moved into place even after the Ctrl-C that ended it.
+struct Watch {
+    bool interruptible;
+    bool interrupted() const { return interruptible && interruptSignal() != 0; }
+};
+
+std::string folderOf(const std::string& path) {
+    const size_t slash = path.find_last_of('/');
+    if (slash == std::string::npos) return ".";
+    return slash == 0 ? "/" : path.substr(0, slash);
+}
+
+std::string errorText(int error) {
+    if (error == ENOSPC || error == EDQUOT) return "storage full";
+    return "write error (" + std::string(std::strerror(error)) + ")";
+}
+
+// The process's file-creation mask, read without changing it (umask()
+// would, for a moment, for the engine's threads too).
+mode_t currentUmask() {
+    FILE* status = std::fopen("/proc/self/status", "re");
+    unsigned mask = 022;
+    if (status != nullptr) {
+        char line[128];
+        while (std::fgets(line, sizeof line, status) != nullptr) {
+            if (std::sscanf(line, "Umask: %o", &mask) == 1) break;
+        }
+        std::fclose(status);
+    }
+    return mode_t(mask);
+}
+
+// Writes all of `size` bytes; false with errno set (EINTR after an
+// interrupt, which the caller reports as such).
+bool writeAll(const Watch& watch, int fd, const char* data, size_t size) {
+    while (size > 0) {
+        const ssize_t n = ::write(fd, data, size);
+        if (n < 0) {
+            if (errno == EINTR && !watch.interrupted()) continue;
+            return false;
+        }
+        data += n;
+        size -= size_t(n);
+    }
+    return true;
+}
+
+// Copies the file `from` into the open `to`; false with `why` set.
+bool copyInto(const Watch& watch, const std::string& from, int to, std::string& why) {
+    const int in = ::open(from.c_str(), O_RDONLY | O_CLOEXEC);
+    if (in < 0) {
+        why = "cannot read the finished file (" + std::string(std::strerror(errno)) + ")";
+        return false;
+    }
+    std::vector<char> block(kCopyBlock);
+    bool ok = true;
+    while (ok) {
+        if (watch.interrupted()) {
+            why.clear();
+            ok = false;
+            break;
+        }
+        const ssize_t n = ::read(in, block.data(), block.size());
+        if (n == 0) break;
+        if (n < 0) {
+            if (errno == EINTR) continue;
+            why = "cannot read the finished file (" + std::string(std::strerror(errno)) + ")";
+            ok = false;
+        } else if (!writeAll(watch, to, block.data(), size_t(n))) {
+            why = watch.interrupted() ? "" : errorText(errno);
+            ok = false;
+        }
+    }
+    ::close(in);
+    return ok;
+}
+
+bool flushFile(const std::string& path, std::string& why) {
+    const int fd = ::open(path.c_str(), O_RDONLY | O_CLOEXEC | O_NOFOLLOW);
+    if (fd < 0 || ::fsync(fd) != 0) {
+        why = errorText(errno);
+        if (fd >= 0) ::close(fd);
+        return false;
+    }
+    ::close(fd);
+    return true;
+}
+
+// Across file systems: a fresh copy beside the target, then renamed onto it.
+bool copyBeside(const Watch& watch, const std::string& done, const std::string& filePath, mode_t mode,
+                std::string& why) {
+    std::string temp;
+    int fd = -1;
+    for (int i = 0; i < kNameTries && fd < 0; ++i) {
+        temp = freshNameBeside(filePath, "wavoryx");
+        fd = ::open(temp.c_str(), O_WRONLY | O_CREAT | O_EXCL | O_CLOEXEC | O_NOFOLLOW, 0666);
+        if (fd < 0 && errno != EEXIST) break;
+    }
+    if (fd < 0) {
+        why = "cannot write (" + std::string(std::strerror(errno)) + ")";
+        return false;
+    }
+    bool ok = copyInto(watch, done, fd, why);
+    ::fchmod(fd, mode);
+    if (ok && ::fsync(fd) != 0) {
+        why = errorText(errno);
+        ok = false;
+    }
+    if (::close(fd) != 0 && ok) {
+        why = errorText(errno);
+        ok = false;
+    }
+    if (ok && watch.interrupted()) {
+        why.clear();
+        ok = false;
+    }
+    if (ok && ::rename(temp.c_str(), filePath.c_str()) != 0) {
+        why = "cannot write (" + std::string(std::strerror(errno)) + ")";
+        ok = false;
+    }
+    if (!ok) ::unlink(temp.c_str());
+    return ok;
+}
+
+// Into a device or FIFO: the bytes only; it keeps its node and mode.
+bool writeInto(const Watch& watch, const std::string& done, const std::string& path, std::string& why) {
+    int fd;
+    do {
+        fd = ::open(path.c_str(), O_WRONLY | O_CLOEXEC | O_NOCTTY);
+    } while (fd < 0 && errno == EINTR && !watch.interrupted());
+    if (fd < 0) {
+        why = watch.interrupted() ? "" : "cannot write (" + std::string(std::strerror(errno)) + ")";
+        return false;
+    }
+    bool ok = copyInto(watch, done, fd, why);
+    if (::close(fd) != 0 && ok && errno != EINTR) {
+        why = errorText(errno);
+        ok = false;
+    }
+    return ok;
+}
+
+}  // namespace
+
+void giveDocumentMode(const std::string& path) {
+    ::chmod(path.c_str(), 0666 & ~currentUmask());
+}
+
+bool isSameFile(const std::string& a, const std::string& b) {
+    struct stat sa;
+    struct stat sb;
+    if (::stat(a.c_str(), &sa) != 0 || ::stat(b.c_str(), &sb) != 0) return false;
+    return sa.st_dev == sb.st_dev && sa.st_ino == sb.st_ino;
+}
+
+const std::string* sameFileAmong(const std::string& output, const std::vector<std::string>& inputs) {
+    for (const std::string& input : inputs) {
+        if (isSameFile(output, input)) return &input;
+    }
+    return nullptr;
+}
+
+std::string sameFileReason(const std::string& input) {
+    return "is the same file as " + input;
+}
+
+bool examineOutput(const std::string& path, OutputTarget& target, std::string& why) {
+    target = OutputTarget();
+    target.path = path;
+    target.filePath = path;
+    struct stat link;
+    if (::lstat(path.c_str(), &link) != 0) {
+        if (errno != ENOENT) {
+            why = "cannot write (" + std::string(std::strerror(errno)) + ")";
+            return false;
+        }
+        target.kind = TargetKind::Absent;
+    } else {
+        struct stat st;
+        if (::stat(path.c_str(), &st) != 0) {
+            why = "is a broken link";
+            return false;
+        }
+        if (S_ISDIR(st.st_mode)) {
+            why = "is a folder";
+            return false;
+        }
+        if (::access(path.c_str(), W_OK) != 0) {
+            why = "cannot write (" + std::string(std::strerror(errno)) + ")";
+            return false;
+        }
+        if (!S_ISREG(st.st_mode)) {
+            target.kind = TargetKind::Special;
+            return true;
+        }
+        target.kind = TargetKind::Regular;
+        if (S_ISLNK(link.st_mode)) {
+            char* real = ::realpath(path.c_str(), nullptr);
+            if (real == nullptr) {
+                why = "cannot write (" + std::string(std::strerror(errno)) + ")";
+                return false;
+            }
+            target.filePath = real;
+            std::free(real);
+        }
+    }
+    const std::string folder = folderOf(target.filePath);
+    if (::access(folder.c_str(), W_OK) != 0) {
+        why = "cannot write (" + std::string(std::strerror(errno)) + ")";
+        return false;
+    }
+    return true;
+}
+
+bool commitOutput(const std::string& done, const OutputTarget& target, bool interruptible, std::string& why) {
+    const Watch watch{interruptible};
+    why.clear();
+    if (watch.interrupted()) return false;
+    if (target.kind == TargetKind::Special) return writeInto(watch, done, target.path, why);
+    // A file that is replaced keeps its permissions (a private file stays
+    // private); a new one gets a document's.
+    mode_t mode = 0666 & ~currentUmask();
+    struct stat old;
+    if (target.kind == TargetKind::Regular && ::stat(target.filePath.c_str(), &old) == 0) mode = old.st_mode & 07777;
+    ::chmod(done.c_str(), mode);
+    if (!flushFile(done, why)) return false;
+    if (::rename(done.c_str(), target.filePath.c_str()) == 0) return true;
+    if (errno != EXDEV) {
+        why = "cannot write (" + std::string(std::strerror(errno)) + ")";
+        return false;
+    }
+    return copyBeside(watch, done, target.filePath, mode, why);
+}
+
+std::string freshNameBeside(const std::string& path, const std::string& tag) {
+    static const char kLetters[] = "abcdefghijklmnopqrstuvwxyz0123456789";
+    std::random_device seed;
+    std::mt19937 pick(seed());
+    std::uniform_int_distribution<size_t> letter(0, sizeof kLetters - 2);
+    const size_t slash = path.find_last_of('/');
+    const size_t nameAt = slash == std::string::npos ? 0 : slash + 1;
+    size_t dot = path.find_last_of('.');
+    if (dot == std::string::npos || dot <= nameAt) dot = path.size();
+    for (;;) {
+        std::string suffix = "." + tag + "-";
+        for (int i = 0; i < 6; ++i) suffix += kLetters[letter(pick)];
+        const std::string name = path.substr(0, dot) + suffix + path.substr(dot);
+        struct stat st;
+        if (::lstat(name.c_str(), &st) != 0) return name;
+    }
+}
+
+}  // namespace wvcli

@@ -1,0 +1,62 @@
+// Where the command's outputs go, and how a finished output takes its
+// place without ever costing the user a file.
+//
+// The engine writes a render or a recording under a name of the command's
+// choosing (in the private working folder, or beside the target); only a
+// complete file is then moved onto what the user named:
+//   - nothing there yet, or a regular file (or a link to one): the finished
+//     file is renamed onto it (the link's own file, so the link stays); across
+//     file systems it is first copied to a fresh file beside the target;
+//   - anything else (a character device such as /dev/null or /dev/stdout, a
+//     FIFO, or a link to one of them): the bytes are written into it; it is
+//     never unlinked, renamed over or chmod'ed.
+// A failure or an interrupt before the end leaves the target as it was.
+#ifndef WAVORYX_CLI_OUTPUTFILE_H
+#define WAVORYX_CLI_OUTPUTFILE_H
+
+#include <string>
+#include <vector>
+
+namespace wvcli {
+
+// True when both paths exist and are the same file (device and inode, after
+// links): a hard link, a symlink or another spelling of one path.
+bool isSameFile(const std::string& a, const std::string& b);
+
+// The first of `inputs` that is the same file as `output`, or nullptr.
+const std::string* sameFileAmong(const std::string& output, const std::vector<std::string>& inputs);
+
+// "OUT: is the same file as IN" without the "wavoryx: " in front.
+std::string sameFileReason(const std::string& input);
+
+enum class TargetKind { Absent, Regular, Special };
+
+struct OutputTarget {
+    std::string path;      // as the user named it
+    std::string filePath;  // the file a finished output replaces: `path`, or what its links name
+    TargetKind kind = TargetKind::Absent;
+};
+
+// What is at `path`, in `target`; false with `why` ("is a folder", "cannot
+// write (...)", "is a broken link") when nothing can be written there.
+bool examineOutput(const std::string& path, OutputTarget& target, std::string& why);
+
+// Moves the finished file `done` onto `target` as described above, giving
+// a new file the mode of any new document (0666 less the umask), and a
+// replaced file's permissions to what replaces it. When
+// `interruptible`, a signal before or while it copies stops it. False with
+// `why` ("storage full", "write error (...)", or "" when interrupted): the
+// target is unchanged, nothing is left beside it, and `done` is still there.
+bool commitOutput(const std::string& done, const OutputTarget& target, bool interruptible, std::string& why);
+
+// The engine makes its files executable by all; an output the command
+// keeps gets the mode of any new document instead (0666 less the umask).
+void giveDocumentMode(const std::string& path);
+
+// A name that does not exist now, in the folder of `path`:
+// "STEM.TAG-XXXXXX.EXT" (or "NAME.TAG-XXXXXX" without an extension).
+std::string freshNameBeside(const std::string& path, const std::string& tag);
+
+}  // namespace wvcli
+
+#endif
