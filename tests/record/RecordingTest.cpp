@@ -45,6 +45,13 @@ Recorded record(const std::string& input, const std::string& out, int channels, 
     EXPECT_TRUE(source.selected());
     wvtest::TempDir work;
     rectest::RecordingEngine r(work.prefix());
+    // Levels posted before the callback loop runs are dropped, and a fast
+    // recording posts its first ones at once: let a failing load show that
+    // the loop runs before counting them.
+    const int32_t probe = r.engine.loadFile(work.file("missing.wav").c_str());
+    EXPECT_TRUE(r.waitForCode(0, probe));
+    r.engine.removePcm(uint32_t(probe));
+    r.events.clear();
     const int32_t id = r.engine.recordStart(out.c_str(), ENCODE_WAV, rate, channels, 0, 1, effect);
     EXPECT_GT(id, 0);
     EXPECT_TRUE(r.waitForFrames(uint32_t(id), frames));
