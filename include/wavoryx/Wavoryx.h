@@ -32,6 +32,8 @@
  *   60 recording failed (5, 3 or 1)   61 recording started
  *   63 recording ended (0 finished, 1 write error, 3 no space, -1 failed start)
  *   64 recording paused, storage full   65 resumed   66 paused
+ *   67 recording input lost audio (value: ms lost, filled with silence; a
+ *     burst is summed, at most one event about every 100 ms)
  *   80 recording waveform level (0..255), about every 20 ms
  *
  * Threads. Operations may be called from any thread, including from inside

@@ -222,6 +222,7 @@ void AudioRecorder::dataCallback(const AudioInput::Buffer& block) {
         MediaBuffer* filler = mBuffers->acquire(bytes);
         std::memset(filler->data(), 0, bytes);
         filler->set_range(0, bytes);
+        filler->meta_data()->setInt32(kKeyFilledFrames, int32_t(bytes / mFrameSize));
         queueInputBuffer_l(filler, timeUs);
         lostBytes -= int64_t(bytes);
     }

@@ -15,7 +15,8 @@
 //   the delay from the requested start time to the first block. Every later
 //   buffer's time is the previous one plus its duration, rounded to the
 //   nearest microsecond, so the time line has no gaps: frames the input
-//   reports lost are replaced by the same number of silent frames.
+//   reports lost are replaced by the same number of silent frames, each
+//   such filler carrying its frame count as kKeyFilledFrames.
 // - On the way out read() mutes every buffer that begins within the first
 //   10 ms (muteLeadUs) and ramps the following 300 ms up from silence. The
 //   ramp gain is position / rampFrames in 14 fraction bits, renewed every 4
@@ -51,6 +52,7 @@ enum : uint32_t {
     kKeyAnchorTime = fourcc('a', 'n', 'c', 'T'),  // startTimeUs, first buffer only
     kKeyDriftTime = fourcc('d', 'f', 't', 'T'),   // callback clock minus the first callback's
     kKeyMaxInputSize = fourcc('i', 'n', 'p', 'S'),  // int32, format only
+    kKeyFilledFrames = fourcc('f', 'i', 'l', 'F'),  // int32, silence for lost frames
 };
 
 class AudioRecorder : public MediaSource, private MediaBufferObserver {

@@ -14,6 +14,7 @@
 #include "codec/AudioEncoder.h"
 #include "dsp/EffectRobot.h"
 #include "record/AudioRecorder.h"
+#include "record/LostAudioReport.h"
 #include "record/VoicePitchShifter.h"
 #include "render/WaveformData.h"
 #include "threads/PacingTimer.h"
@@ -38,6 +39,7 @@ struct RecordJob {
     std::unique_ptr<PacingTimer> pacer;            // spaces events 80 by 20 ms
     std::unique_ptr<VoicePitchShifter> pitchShifter;  // male and female voices, or null
     std::unique_ptr<EffectRobot> robotEffect;      // robot voice, or null
+    std::unique_ptr<LostAudioReport> lostAudio;    // events 67
     int32_t resumeRetries = 1;  // retries left in the resume being handled
     int32_t fadeCount = 0;      // frames faded so far
     int32_t fadeLength = 0;     // frames

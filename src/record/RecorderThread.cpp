@@ -116,6 +116,7 @@ void RecorderThread::startRecording(const WVThreadCmd& cmd, SPcmInfo* item) {
     job->pacer.reset(new PacingTimer(kWaveformPeriodMs, timeOfDay()));
     job->fadeLength = RecordJob::fadeLengthFor(sampleRate);
     job->frameSize = item->frameSize();
+    job->lostAudio.reset(new LostAudioReport(uint32_t(sampleRate)));
     const float pitch = item->pitch.load();
     if (pitch != 0.0f) {
         job->pitchShifter.reset(new VoicePitchShifter(uint32_t(sampleRate), uint32_t(channels), pitch));
@@ -154,6 +155,7 @@ void RecorderThread::recordBuffer(WVThreadCmd& cmd, SPcmInfo* item, RecordJob* j
             fadeIn(data, frames, frameSize / 2, &job->fadeCount, job->fadeLength);
             item->frames.fetch_add(frames);
             item->totalFrames.fetch_add(frames);
+            reportLostAudio(id, job, buffer, false);
             sendWaveformPoints(id, job, data, bytes);
             encodeBuffer(cmd, item, job, data, frames, bytes);
             buffer->release();
@@ -169,6 +171,17 @@ void RecorderThread::sendWaveformPoints(pcm_id_t id, RecordJob* job, const int16
         if (addWaveformSamples(job->waveform.get(), &data, &bytes, &point) == 0) break;
         notify(EVT_RECORD_LEVEL, id, point, job->pacer->nextDelayMs());
     }
+}
+
+void RecorderThread::reportLostAudio(pcm_id_t id, RecordJob* job, const MediaBuffer* buffer,
+                                     bool flush) {
+    if (!job->lostAudio) return;
+    int32_t filled = 0;
+    if (buffer != nullptr && buffer->meta_data()->findInt32(kKeyFilledFrames, &filled) && filled > 0) {
+        job->lostAudio->add(uint32_t(filled));
+    }
+    const int32_t ms = flush ? job->lostAudio->flush() : job->lostAudio->due(monotonicUs());
+    if (ms > 0) notify(EVT_RECORD_LOST_AUDIO, id, ms);
 }
 
 void RecorderThread::encodeBuffer(WVThreadCmd& cmd, SPcmInfo* item, RecordJob* job,
@@ -205,6 +218,7 @@ int32_t RecorderThread::onCmdSuspend(WVThreadCmd& cmd) {
     auto* job = static_cast<RecordJob*>(cmd.data);
     job->fadeCount = 0;
     job->dropRecorder();
+    reportLostAudio(cmd.pcmId, job, nullptr, true);
     notify(EVT_RECORD_PAUSED, cmd.pcmId, -1);
     return 0;
 }
@@ -256,6 +270,7 @@ void RecorderThread::onCmdCancel(WVThreadCmd& cmd) {
     if (cmd.code != kCmdRecord) return;
     SPcmInfo* item = itemOf(cmd, "cancel");
     if (item == nullptr) return;
+    reportLostAudio(id, static_cast<RecordJob*>(cmd.data), nullptr, true);
     const int32_t result = finishJob(static_cast<RecordJob*>(cmd.data));
     mEditor->releasePcm(id, REF_RECORDER, false);
     notify(EVT_RECORD_ENDED, id, result);

@@ -17,6 +17,10 @@
 // was opened (event 63 with 0). Storage full pauses (64, then 66); a write
 // error cancels (60 with 1, then 63).
 //
+// Frames the input lost, which the capture source fills with silence, are
+// reported as event 67 (value: ms) as their filler passes through, summed
+// to at most one event per 100 ms and flushed before 66 and 63.
+//
 // A command whose item is no longer registered is dropped with an error log
 // line; its job, if any, is freed and its file finished.
 //
@@ -34,6 +38,7 @@ class WavoryxPriv;
 
 namespace wv {
 
+class MediaBuffer;
 struct RecordJob;
 struct SPcmInfo;
 
@@ -67,6 +72,10 @@ private:
     void encodeBuffer(WVThreadCmd& cmd, SPcmInfo* item, RecordJob* job, int16_t* data,
                       uint32_t frames, uint32_t bytes);
     void sendWaveformPoints(pcm_id_t id, RecordJob* job, const int16_t* data, uint32_t bytes);
+    // Event 67 for silence the capture source put in place of lost frames:
+    // what `buffer` holds of it is counted, and the sum posted when due
+    // (`flush`: at once, before the recording pauses or ends).
+    void reportLostAudio(pcm_id_t id, RecordJob* job, const MediaBuffer* buffer, bool flush);
     // Ends the job: drains the pitch shifter, finishes the file and frees
     // everything. 0 finished, 1 write error, 3 no space.
     int32_t finishJob(RecordJob* job);

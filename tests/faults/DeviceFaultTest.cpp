@@ -7,6 +7,7 @@
 
 #include <atomic>
 #include <cmath>
+#include <functional>
 #include <memory>
 #include <thread>
 #include <vector>
@@ -122,6 +123,51 @@ private:
     std::thread mThread;
 };
 
+// An input that hands over bursts larger than the input's ring, each one
+// only once the recording holds every frame handed over before (so the ring
+// is empty and each burst loses exactly its excess over the ring).
+class BurstingInput : public wv::AudioInputDevice {
+public:
+    using Drained = std::function<bool(size_t handedOver)>;
+    BurstingInput(size_t bursts, size_t burstFrames, Drained drained)
+        : mBursts(bursts), mBurstFrames(burstFrames), mDrained(std::move(drained)) {}
+    ~BurstingInput() override { stop(); }
+    int32_t open(uint32_t, uint32_t channels, wv::AudioInputClient* client) override {
+        mChannels = channels;
+        mClient = client;
+        return 0;
+    }
+    int32_t start() override {
+        mStopping = false;
+        mThread = std::thread([this] {
+            std::vector<int16_t> samples(mBurstFrames * mChannels, 5000);
+            for (size_t n = 0; n < mBursts; ++n) {
+                while (!mStopping.load() && !mDrained(n * mBurstFrames)) {
+                    std::this_thread::sleep_for(std::chrono::milliseconds(1));
+                }
+                if (mStopping.load()) return;
+                mClient->onCaptured(samples.data(), mBurstFrames);
+            }
+        });
+        return 0;
+    }
+    void stop() override {
+        mStopping = true;
+        if (mThread.joinable()) mThread.join();
+    }
+    uint32_t latencyMs() const override { return 5; }
+    const char* name() const override { return "bursting"; }
+
+private:
+    const size_t mBursts;
+    const size_t mBurstFrames;
+    const Drained mDrained;
+    uint32_t mChannels = 1;
+    wv::AudioInputClient* mClient = nullptr;
+    std::atomic<bool> mStopping{false};
+    std::thread mThread;
+};
+
 class DeviceFaults : public ::testing::Test {
 protected:
     void SetUp() override { ASSERT_TRUE(wvtest::writeToneWav(dir.file("tone.wav"), 8000, 1, 2.0, 440)); }
@@ -154,6 +200,8 @@ protected:
         const std::vector<Event> ends = engine.endingsOf(id, faulttest::kRecordEndings);
         ASSERT_EQ(ends.size(), 1u);
         EXPECT_EQ(ends[0].value, 0);
+        // The generated input waits for the recorder: nothing is lost.
+        EXPECT_TRUE(codesOf(engine, id, {67}).empty());
     }
     std::vector<Event> codesOf(FaultEngine& engine, int id, std::vector<int> codes) {
         return faulttest::eventsOf(engine.events.events(), id, codes);
@@ -270,6 +318,59 @@ TEST_F(DeviceFaults, FramesTheInputLostBecomeSilenceInTheRecording) {
     ASSERT_EQ(ends.size(), 1u);
     EXPECT_EQ(ends[0].value, 0);
     expectWholeRecording(engine, id, path);
+}
+
+}  // namespace
+
+namespace {
+
+// Every loss of a device is reported while recording as event 67, in
+// milliseconds; the values add up to the frames lost, and come before the
+// recording's end. 8000 Hz mono: the ring holds 2048 frames.
+TEST_F(DeviceFaults, FramesTheInputLostAreReportedInMilliseconds) {
+    struct Case {
+        size_t bursts;
+        size_t burstFrames;
+    };
+    for (const Case& c : {Case{1, 40000}, Case{12, 2048 + 333}}) {
+        SCOPED_TRACE(c.burstFrames);
+        FaultEngine engine(dir.prefix());
+        std::atomic<int> recording{0};
+        wv::setAudioInputDeviceMaker([&] {
+            return std::unique_ptr<wv::AudioInputDevice>(new BurstingInput(c.bursts, c.burstFrames, [&](size_t handed) {
+                const int id = recording.load();
+                return id > 0 && size_t(engine.api.getPcmFrameLength(id)) >= handed;
+            }));
+        });
+        const std::string path = dir.file("rec.wav");
+        const int id = engine.api.recordStart(path.c_str(), ENCODE_WAV, 8000, 1, 0, 0, 0);
+        ASSERT_GT(id, 0);
+        recording = id;
+        const size_t total = c.bursts * c.burstFrames;
+        ASSERT_TRUE(rectest::waitUntil([&] { return size_t(engine.api.getPcmFrameLength(id)) >= total; }));
+        // Reported before the recording stops.
+        ASSERT_TRUE(engine.events.waitForCode(67, id));
+        ASSERT_EQ(engine.api.recordStop(), 0);
+        ASSERT_EQ(engine.endingsOf(id, faulttest::kRecordEndings).size(), 1u);
+        wv::setAudioInputDeviceMaker(nullptr);
+
+        const std::vector<Event> all = engine.events.events();
+        int64_t sum = 0;
+        bool ended = false;
+        for (const Event& e : all) {
+            if (e.id != id) continue;
+            if (e.code == 63) ended = true;
+            if (e.code != 67) continue;
+            EXPECT_FALSE(ended) << "event 67 after the end";
+            EXPECT_GT(e.value, 0);
+            sum += e.value;
+        }
+        const double lostMs = double(c.bursts * (c.burstFrames - 2048)) * 1000.0 / 8000.0;
+        EXPECT_GE(double(sum), lostMs);
+        EXPECT_LT(double(sum), lostMs + 1.0);
+        EXPECT_EQ(size_t(engine.api.getPcmFrameLength(id)), total);
+        expectWholeRecording(engine, id, path);
+    }
 }
 
 }  // namespace

@@ -48,6 +48,7 @@ struct ReadBuffer {
     std::vector<int16_t> samples;
     int64_t timeUs = -1;
     int64_t anchorUs = -1;
+    int32_t filled = 0;  // frames of silence standing for lost ones
 };
 
 ReadBuffer readOne(AudioRecorder& recorder) {
@@ -60,6 +61,7 @@ ReadBuffer readOne(AudioRecorder& recorder) {
     out.samples.assign(data, data + buffer->range_length() / 2);
     buffer->meta_data()->findInt64(wv::kKeyTime, &out.timeUs);
     buffer->meta_data()->findInt64(wv::kKeyAnchorTime, &out.anchorUs);
+    buffer->meta_data()->findInt32(wv::kKeyFilledFrames, &out.filled);
     buffer->release();
     return out;
 }
@@ -197,6 +199,11 @@ TEST(AudioRecorder, LostFramesBecomeSilenceOfTheSameLength) {
     EXPECT_EQ(buffers[2].samples.size(), 1024u);
     EXPECT_EQ(buffers[3].samples.size(), 904u);   // 1808 bytes
     for (int i = 1; i <= 3; ++i) EXPECT_EQ(buffers[i].samples, constant(buffers[i].samples.size(), 0));
+    // Each filler says how much of it stands for lost frames (what event 67
+    // is made of); real blocks say nothing.
+    for (int i = 0; i < 5; ++i) {
+        EXPECT_EQ(size_t(buffers[i].filled), i >= 1 && i <= 3 ? buffers[i].samples.size() : 0u) << i;
+    }
     // The second block, 3976 frames (497 ms) in: past the ramp, untouched.
     EXPECT_EQ(buffers[4].samples, std::vector<int16_t>(burst.begin() + 1024, burst.begin() + 2048));
     // The time line has no gap: each buffer starts where the previous ended.

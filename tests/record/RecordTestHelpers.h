@@ -26,12 +26,14 @@ inline bool waitUntil(const std::function<bool()>& condition,
     return true;
 }
 
-// Sets the input and the pace for its lifetime.
+// Sets the input ("file:" and `path`, or `path` itself when it is another
+// input such as "tone:440") and the pace for its lifetime.
 class FileInput {
 public:
     FileInput(const std::string& path, const char* pace) {
         setenv("WAVORYX_DEVICE_PACE", pace, 1);
-        mSelected = wavoryx_set_audio_input(("file:" + path).c_str()) == 0;
+        const bool named = path.rfind("tone:", 0) == 0 || path == "silence";
+        mSelected = wavoryx_set_audio_input(((named ? "" : "file:") + path).c_str()) == 0;
     }
     ~FileInput() {
         wavoryx_set_audio_input(nullptr);
@@ -75,15 +77,6 @@ inline size_t countCode(const std::vector<wvtest::Event>& events, int code) {
     size_t n = 0;
     for (const auto& e : events) n += e.code == code;
     return n;
-}
-
-// Whether the capture source had to fill frames the input lost (a starved
-// machine): the recording is then shifted against its input from there on.
-inline bool framesWereLost(const wvtest::LogCapture& log) {
-    for (const auto& line : log.lines()) {
-        if (line.message.rfind("Lost audio record data", 0) == 0) return true;
-    }
-    return false;
 }
 
 }  // namespace rectest

@@ -28,7 +28,7 @@ Kind kindOfCode(int code) {
         case 0: case 3: case 4: case 5: case 6: case 7: return Kind::Load;
         case 20: case 21: case 22: case 23: case 25: return Kind::Render;
         case 40: case 42: return Kind::Play;
-        case 60: case 61: case 63: case 64: case 65: case 66: case 80: return Kind::Record;
+        case 60: case 61: case 63: case 64: case 65: case 66: case 67: case 80: return Kind::Record;
         default: return Kind::Unknown;
     }
 }

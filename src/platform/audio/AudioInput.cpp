@@ -4,6 +4,9 @@
 #include <pthread.h>
 
 #include <algorithm>
+#include <atomic>
+#include <functional>
+#include <utility>
 
 #include "platform/Log.h"
 
@@ -11,6 +14,20 @@ namespace wv {
 namespace {
 
 constexpr uint32_t kMaxChannels = 8;
+
+std::mutex gHookLock;
+std::atomic<bool> gHookSet{false};
+std::function<void()> gDeliveryHook;
+
+void runDeliveryHook() {
+    if (!gHookSet.load(std::memory_order_acquire)) return;
+    std::function<void()> hook;
+    {
+        std::lock_guard<std::mutex> guard(gHookLock);
+        hook = gDeliveryHook;
+    }
+    if (hook) hook();
+}
 
 uint32_t channelsOfMask(uint32_t mask) { return static_cast<uint32_t>(__builtin_popcount(mask)); }
 
@@ -20,6 +37,12 @@ bool usable(uint32_t sampleRate, int32_t format, uint32_t channels) {
 }
 
 }  // namespace
+
+void setAudioInputDeliveryHook(std::function<void()> hook) {
+    std::lock_guard<std::mutex> guard(gHookLock);
+    gHookSet.store(static_cast<bool>(hook), std::memory_order_release);
+    gDeliveryHook = std::move(hook);
+}
 
 int32_t AudioInput::getMinFrameCount(size_t* frameCount, uint32_t sampleRate, int32_t format,
                                      uint32_t channelMask) {
@@ -79,6 +102,7 @@ void AudioInput::open(std::unique_ptr<AudioInputDevice> device, bool selected,
         return;
     }
     mDevice = std::move(device);
+    mDeviceWaits = mDevice->canWait();
     mThread = std::thread(&AudioInput::deliverLoop, this);
 }
 
@@ -127,6 +151,8 @@ void AudioInput::stop() {
         if (!mStarted) return;
         mStarted = false;
     }
+    // A device held for room must let go before it can stop.
+    mRoom.notify_all();
     // Not under mLock: the device's thread may be waiting for it.
     mDevice->stop();
     mChanged.notify_all();
@@ -145,7 +171,22 @@ uint32_t AudioInput::getInputFramesLost() {
 }
 
 void AudioInput::onCaptured(const int16_t* frames, size_t count) {
-    std::lock_guard<std::mutex> guard(mLock);
+    std::unique_lock<std::mutex> lock(mLock);
+    if (mDeviceWaits) {
+        // Hand over what fits, then wait for the input's thread to make
+        // room. A partial block wakes it too: the ring may be smaller than
+        // the rest of the hand-over, never than a block.
+        while (mStarted && count > 0) {
+            const size_t written = mQueue->write(frames, count);
+            frames += written * mChannels;
+            count -= written;
+            if (count == 0) break;
+            mChanged.notify_all();
+            mRoom.wait(lock, [this] { return !mStarted || mQueue->room() > 0; });
+        }
+        if (mQueue->used() >= mNotificationFrames) mChanged.notify_all();
+        return;
+    }
     if (!mStarted) return;
     const size_t written = mQueue->write(frames, count);
     if (written < count) {
@@ -170,6 +211,8 @@ void AudioInput::deliverLoop() {
             frames = mQueue->read(mScratch.data(), mNotificationFrames);
         }
         lock.unlock();
+        if (frames > 0) mRoom.notify_all();
+        runDeliveryHook();
         if (overrun) mCallback(EVENT_OVERRUN, mUser, nullptr);
         if (frames > 0) {
             Buffer buffer;

@@ -5,7 +5,9 @@
 // device (see AudioInputDevice.h) fills the ring while the input is started;
 // whenever it holds notificationFrames() frames, the input's thread hands
 // them to the callback with EVENT_MORE_DATA and a Buffer (frameCount, size
-// in bytes, raw). Frames that find the ring full are lost: they are counted
+// in bytes, raw). A device that canWait() is held until the ring has room
+// for all its frames, so none are lost however slow the callback. From any
+// other device, frames that find the ring full are lost: they are counted
 // for getInputFramesLost() and announced by one EVENT_OVERRUN (info null)
 // before the next block.
 //
@@ -105,7 +107,9 @@ private:
 
     std::mutex mControlLock;  // serialises start and stop
     mutable std::mutex mLock;
-    std::condition_variable mChanged;
+    std::condition_variable mChanged;  // frames or an overrun for the input's thread
+    std::condition_variable mRoom;     // room in the ring for a waiting device
+    bool mDeviceWaits = false;         // the device's canWait(), fixed once open
     bool mStarted = false;
     bool mExiting = false;
     bool mOverrunPending = false;

@@ -11,7 +11,9 @@
 //              paced by a clock, silence after its end (see FileInputDevice.h)
 //   "auto"     "device" if it opens, else "silence" with a warning (the default)
 // WAVORYX_DEVICE_PACE=N runs the clock-paced inputs N times faster than
-// real time.
+// real time. Those inputs are not real-time hardware: when the recorder
+// falls behind they wait for it (see canWait) and their clock catches up
+// afterwards, so a slow or starved recorder never makes them lose frames.
 #pragma once
 
 #include <cstddef>
@@ -24,7 +26,9 @@ namespace wv {
 
 class AudioInputClient {
 public:
-    // `count` frames were captured; called on the device's thread.
+    // `count` frames were captured; called on the device's thread. For a
+    // device that canWait() the call may block until every frame is taken
+    // (or capture stops); for any other it returns at once.
     virtual void onCaptured(const int16_t* frames, size_t count) = 0;
 
 protected:
@@ -45,6 +49,10 @@ public:
     virtual uint32_t latencyMs() const = 0;
     // "device", "silence", "tone" or "file".
     virtual const char* name() const = 0;
+    // Whether the device may be held in onCaptured() until its frames are
+    // taken. Hardware cannot wait: what finds no room is lost (and filled
+    // with silence further on); an input that makes its own frames can.
+    virtual bool canWait() const { return false; }
 };
 
 // The last wavoryx_set_audio_input, else WAVORYX_AUDIO_IN, else "auto".
@@ -56,6 +64,11 @@ bool isValidAudioInputSpec(const std::string& spec);
 // with -19). An empty function goes back to the selection.
 using AudioInputDeviceMaker = std::function<std::unique_ptr<AudioInputDevice>()>;
 void setAudioInputDeviceMaker(AudioInputDeviceMaker maker);
+
+// For tests: while set, every input's thread calls `hook` before it hands a
+// block to its callback, so that a test can starve the recorder at will.
+// An empty function removes it.
+void setAudioInputDeliveryHook(std::function<void()> hook);
 
 // Makes and opens the device `spec` names; "auto" falls back to "silence"
 // silently. 0 and the open device, or a negative status and null.

@@ -187,6 +187,11 @@ const int16_t* FileInputDevice::produce(size_t frames) {
     return mBlock.data();
 }
 
+bool FileInputDevice::running() {
+    std::lock_guard<std::mutex> guard(mLock);
+    return mRunning;
+}
+
 void FileInputDevice::run() {
     const int64_t tickUs = std::clamp<int64_t>(int64_t(10000 / mPace), 250, 10000);
     std::unique_lock<std::mutex> lock(mLock);
@@ -201,7 +206,9 @@ void FileInputDevice::run() {
         size_t due = size_t(remainder / 1000000);
         remainder %= 1000000;
         lock.unlock();
-        while (due > 0) {
+        // The client may hold each piece until the recorder takes it; a
+        // stop in the meantime ends the hand-over.
+        while (due > 0 && running()) {
             const size_t frames = std::min(due, kMaxPieceFrames);
             mClient->onCaptured(produce(frames), frames);
             due -= frames;

@@ -12,7 +12,9 @@
 //
 // Pacing: a thread of its own wakes every 10 ms of real time (shorter when
 // sped up by `pace`, never under 250 us) and hands over the frames the
-// passed time holds, in pieces of at most kMaxPieceFrames.
+// passed time holds, in pieces of at most kMaxPieceFrames. It waits while
+// the recorder is full, then makes up the time as fast as the recorder
+// takes the frames: a slow recorder never makes it lose or skip any.
 //
 // Every input opened on the same file starts at the file's beginning.
 // Decoding happens on the device's thread, after start().
@@ -51,6 +53,7 @@ public:
     void stop() override;
     uint32_t latencyMs() const override { return 10; }
     const char* name() const override { return "file"; }
+    bool canWait() const override { return true; }
 
     // Converts the next `frames` frames (at most kMaxPieceFrames) into the
     // returned block; silence once the file has ended. Device thread only
@@ -60,6 +63,7 @@ public:
 
 private:
     void run();
+    bool running();
     // Up to `frames` stereo frames at the file's rate into `out`; fewer only
     // at the end of the file.
     size_t readStereo(int16_t* out, size_t frames);

@@ -62,6 +62,11 @@ void GeneratedInputDevice::generate(size_t frames) {
     }
 }
 
+bool GeneratedInputDevice::running() {
+    std::lock_guard<std::mutex> guard(mLock);
+    return mRunning;
+}
+
 void GeneratedInputDevice::run() {
     const int64_t tickUs = std::clamp<int64_t>(int64_t(10000 / mPace), 250, 10000);
     std::unique_lock<std::mutex> lock(mLock);
@@ -76,7 +81,9 @@ void GeneratedInputDevice::run() {
         size_t due = size_t(remainder / 1000000);
         remainder %= 1000000;
         lock.unlock();
-        while (due > 0) {
+        // The client may hold each piece until the recorder takes it; a
+        // stop in the meantime ends the hand-over.
+        while (due > 0 && running()) {
             const size_t frames = std::min(due, kMaxBlockFrames);
             generate(frames);
             mClient->onCaptured(mBlock.data(), frames);

@@ -1,6 +1,8 @@
 // The "silence" and "tone:HZ" inputs: a thread that, every tick (10 ms of
 // real time, shorter when paced faster, never under 250 us), hands over the
-// frames that the passed time holds at the opened rate. A tone is a sine at
+// frames that the passed time holds at the opened rate (time spent waiting
+// for a full recorder is made up afterwards as fast as the recorder takes
+// the frames, so none are lost). A tone is a sine at
 // half of full scale (16383), the same on every channel, continuous across
 // ticks and across stop/start.
 #pragma once
@@ -25,9 +27,11 @@ public:
     void stop() override;
     uint32_t latencyMs() const override;
     const char* name() const override { return mToneHz > 0 ? "tone" : "silence"; }
+    bool canWait() const override { return true; }
 
 private:
     void run();
+    bool running();
     void generate(size_t frames);
 
     const double mToneHz;
