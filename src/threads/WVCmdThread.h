@@ -132,7 +132,6 @@ protected:
     std::list<WVThreadCmdContainer> mQueue;
     std::list<WVThreadCmdContainer> mDelayed;
     std::list<WVThreadCmd> mSuspended;
-    std::thread mThread;
     int32_t mLoopCount = 0;
     int32_t mWaiting = 0;  // loops asleep on mCond: only they need a signal
     mutable std::mutex mLock;
@@ -140,6 +139,15 @@ protected:
 
 private:
     void runLoop();
+
+    // launch() and exit() may race each other from any threads, the loop's
+    // own included. mThreadLock guards mThread; the loop's own thread never
+    // takes it (an exit joining that thread holds it), and is recognised by
+    // mLaunchedId instead.
+    std::mutex mThreadLock;
+    std::thread mThread;
+    std::atomic<std::thread::id> mLaunchedId{std::thread::id()};
+    std::atomic<bool> mLaunchedRunning{false};
     bool takeParked(WVThreadCmd* pattern);
     int32_t sendControl(int32_t kind, uint8_t priority, WVThreadCmd pattern);
 };
