@@ -29,7 +29,7 @@
 namespace {
 
 constexpr int kThreads = 8;
-constexpr int kCallsPerThread = 300;
+constexpr int kCallsPerThread = 500;
 constexpr int kSlots = 3;
 
 std::vector<std::string> entriesOf(const std::string& dir) {
