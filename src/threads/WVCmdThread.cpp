@@ -152,11 +152,11 @@ bool WVCmdThread::takeParked(WVThreadCmd* pattern) {
 }
 
 void* WVCmdThread::threadLoop(void* self) {
-    static_cast<WVCmdThread*>(self)->runLoop();
+    static_cast<WVCmdThread*>(self)->runLoop(false);
     return nullptr;
 }
 
-void WVCmdThread::runLoop() {
+void WVCmdThread::runLoop(bool launched) {
     std::unique_lock<std::mutex> lock(mLock);
     ++mLoopCount;
     for (;;) {
@@ -202,6 +202,12 @@ void WVCmdThread::runLoop() {
                 }
                 break;
             case WVCMD_EXIT:
+                if (launched) {
+                    // Ids of ended threads are reused: forget this one now,
+                    // and let the next launch reap it.
+                    mLaunchedId = std::thread::id();
+                    mLaunchedRunning = false;
+                }
                 --mLoopCount;
                 return;
             default:
@@ -225,10 +231,7 @@ int32_t WVCmdThread::launch() {
     mLaunchedRunning = true;
     mThread = std::thread([this] {
         mLaunchedId = std::this_thread::get_id();
-        runLoop();
-        // Ids of ended threads are reused: forget this one before it ends.
-        mLaunchedId = std::thread::id();
-        mLaunchedRunning = false;
+        runLoop(true);
     });
     return 0;
 }

@@ -138,7 +138,8 @@ protected:
     std::condition_variable mCond;
 
 private:
-    void runLoop();
+    // `launched`: the loop of the thread started by launch().
+    void runLoop(bool launched);
 
     // launch() and exit() may race each other from any threads, the loop's
     // own included. mThreadLock guards mThread; the loop's own thread never
