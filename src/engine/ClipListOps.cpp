@@ -26,14 +26,18 @@ int32_t WavoryxPriv::addClipMs(uint32_t listId, uint32_t pcmId, duration_t start
 int32_t WavoryxPriv::addClipTo(uint32_t listId, uint32_t pcmId, uint32_t start, uint32_t end,
                                bool inMs, const int lines[3], const char* signature) {
     int32_t result;
-    SPcmInfo* list = findItemWithStatus(listId, CLIP_LIST, lines[0], lines[1], signature, &result);
+    ItemHold hold(this, listId);
+    SPcmInfo* list = holdItemWithStatus(hold, listId, CLIP_LIST, lines[0], lines[1], signature, &result);
     if (list == nullptr) return result;
     SPcmInfo* source = mInfoList.get(pcmId, REF_LIST);
     if (source == nullptr) {
         reportMissing(lines[2], signature, pcmId);
         return -1;
     }
-    // A list inside itself would make every walk of it endless.
+    // A list inside itself would make every walk of it endless. The check
+    // and the append are one step for the whole engine: two lists added to
+    // each other at once would each pass the check alone.
+    std::lock_guard<std::mutex> guard(mClipLock);
     if (source == list || (source->clipList && source->clipList->reaches(list))) {
         WV_LOGE("error: pcm %d cannot be a clip of list %d: the list would contain itself",
                 static_cast<int>(pcmId), static_cast<int>(listId));

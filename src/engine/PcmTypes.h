@@ -28,7 +28,7 @@ enum pcm_ref_t : int32_t {
     REF_ENCODER = 3,   // a render of the list (process)
     REF_RECORDER = 4,  // the recording job
     REF_DECODER = 5,   // the load job
-    REF_PLAYER = 6,    // a play control, for the length of the call
+    REF_PLAYER = 6,    // a public call (ItemHold), for the length of the call
 };
 constexpr int kRefCount = 7;
 

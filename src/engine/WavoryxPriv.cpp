@@ -123,15 +123,10 @@ void WavoryxPriv::reportStatus(int line, const char* signature, const SPcmInfo* 
             SPcmInfo::statusName(item->status.load()), SPcmInfo::statusName(wanted));
 }
 
-SPcmInfo* WavoryxPriv::findItem(uint32_t id, int line, const char* signature) {
-    SPcmInfo* item = mInfoList.get(id, REF_NONE);
-    if (item == nullptr) reportMissing(line, signature, id);
-    return item;
-}
-
-SPcmInfo* WavoryxPriv::findItemWithStatus(uint32_t id, pcm_status_t wanted, int missingLine,
-                                          int statusLine, const char* signature, int32_t* result) {
-    SPcmInfo* item = findItem(id, missingLine, signature);
+SPcmInfo* WavoryxPriv::holdItemWithStatus(const ItemHold& hold, uint32_t id, pcm_status_t wanted,
+                                          int missingLine, int statusLine, const char* signature,
+                                          int32_t* result) {
+    SPcmInfo* item = holdItem(hold, id, missingLine, signature);
     if (item == nullptr) {
         *result = -1;
         return nullptr;
@@ -146,22 +141,26 @@ SPcmInfo* WavoryxPriv::findItemWithStatus(uint32_t id, pcm_status_t wanted, int 
 }
 
 int32_t WavoryxPriv::getPcmSampleRate(uint32_t id) {
-    SPcmInfo* item = findItem(id, 331, "int32_t WavoryxPriv::getPcmSampleRate(uint32_t)");
+    ItemHold hold(this, id);
+    SPcmInfo* item = holdItem(hold, id, 331, "int32_t WavoryxPriv::getPcmSampleRate(uint32_t)");
     return item ? item->sampleRate.load() : -1;
 }
 
 int32_t WavoryxPriv::getPcmChannelCount(uint32_t id) {
-    SPcmInfo* item = findItem(id, 338, "int32_t WavoryxPriv::getPcmChannelCount(uint32_t)");
+    ItemHold hold(this, id);
+    SPcmInfo* item = holdItem(hold, id, 338, "int32_t WavoryxPriv::getPcmChannelCount(uint32_t)");
     return item ? item->channelCount.load() : -1;
 }
 
 int32_t WavoryxPriv::getPcmFrameLength(uint32_t id) {
-    SPcmInfo* item = findItem(id, 345, "int32_t WavoryxPriv::getPcmFrameLength(uint32_t)");
+    ItemHold hold(this, id);
+    SPcmInfo* item = holdItem(hold, id, 345, "int32_t WavoryxPriv::getPcmFrameLength(uint32_t)");
     return item ? static_cast<int32_t>(item->frames.load()) : -1;
 }
 
 int32_t WavoryxPriv::getPcmDuration(pcm_id_t id) {
-    SPcmInfo* item = findItem(id, 352, "int32_t WavoryxPriv::getPcmDuration(pcm_id_t)");
+    ItemHold hold(this, id);
+    SPcmInfo* item = holdItem(hold, id, 352, "int32_t WavoryxPriv::getPcmDuration(pcm_id_t)");
     if (item == nullptr) return -1;
     const int64_t rate = item->sampleRate.load();
     const int64_t total = item->totalFrames.load();

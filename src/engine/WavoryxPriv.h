@@ -99,17 +99,13 @@ public:
     static void reportMissing(int line, const char* signature, uint32_t id);
     static void reportStatus(int line, const char* signature, const wv::SPcmInfo* item,
                              wv::pcm_status_t wanted);
-    // The item, or null after reporting it missing.
-    wv::SPcmInfo* findItem(uint32_t id, int line, const char* signature);
-    // The item if it has `wanted` status; null after the report otherwise,
-    // with *result set to -1 or -2.
-    wv::SPcmInfo* findItemWithStatus(uint32_t id, wv::pcm_status_t wanted, int missingLine,
-                                     int statusLine, const char* signature, int32_t* result);
-
-    // Keeps an item alive through one operation on the caller's thread with
-    // a REF_PLAYER reference, so that a worker dropping the last other
-    // reference meanwhile (a load ending after removePcm) cannot free the
-    // item, or its player, under the operation. Null when there is no item.
+    // Keeps an item alive through one public call on the caller's thread
+    // with a REF_PLAYER reference, so that another thread dropping the last
+    // other reference meanwhile (removePcm, a job ending) cannot free the
+    // item, its clip list or its player under the call; the last release
+    // then happens when the call lets go. Every public operation that
+    // touches an item looks it up through one of these, never bare.
+    // Null when there is no item.
     class ItemHold {
     public:
         ItemHold(WavoryxPriv* engine, wv::pcm_id_t id)
@@ -130,6 +126,11 @@ public:
         if (hold.get() == nullptr) reportMissing(line, signature, id);
         return hold.get();
     }
+    // The held item if it has `wanted` status; null after the report
+    // otherwise, with *result set to -1 or -2.
+    wv::SPcmInfo* holdItemWithStatus(const ItemHold& hold, uint32_t id, wv::pcm_status_t wanted,
+                                     int missingLine, int statusLine, const char* signature,
+                                     int32_t* result);
 
     std::atomic<wv::pcm_id_t> mRecordingId{0};
     std::atomic<wv::pcm_id_t> mPlayingId{0};
@@ -139,6 +140,14 @@ private:
                       const int lines[3], const char* signature);
 
     mutable std::mutex mSettingsLock;  // guards mWorkingDir
+    // Serialise the controls that change engine-wide state in several
+    // steps: the current play item and its player (created on first play),
+    // the current recording, and the clip graph (a clip added to one list
+    // while another list is added to it could close a cycle that neither
+    // check saw).
+    std::mutex mPlayLock;
+    std::mutex mRecordLock;
+    std::mutex mClipLock;
     std::string mWorkingDir;
     wv::InfoList mInfoList;
     std::unique_ptr<wv::DecoderThread> mDecoder;

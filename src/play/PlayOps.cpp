@@ -4,6 +4,9 @@
 // (REF_PLAYER) for the length of the call only: the client may have removed
 // the item it plays while a job still keeps it, and that job may let go on
 // its own thread at any moment; the last release then waits for the call.
+// The controls also run one at a time (mPlayLock): a player is made on the
+// first play of its item and is not ready for the other controls until it
+// has started, and two first plays of one item would each make one.
 #define WV_LOG_TAG "WavoryxPriv"
 #include <memory>
 
@@ -22,6 +25,7 @@ AudioPlayer* playerOf(SPcmInfo* item) { return static_cast<AudioPlayer*>(item->p
 }  // namespace
 
 int32_t WavoryxPriv::playStart(pcm_id_t id) {
+    std::lock_guard<std::mutex> guard(mPlayLock);
     ItemHold hold(this, id);
     SPcmInfo* item = holdItem(hold, id, 604, "int32_t WavoryxPriv::playStart(pcm_id_t)");
     if (item == nullptr) return -1;
@@ -54,6 +58,7 @@ int32_t WavoryxPriv::playStart(pcm_id_t id) {
 }
 
 int32_t WavoryxPriv::playPause(pcm_id_t) {
+    std::lock_guard<std::mutex> guard(mPlayLock);
     const pcm_id_t playing = mPlayingId.load();
     ItemHold hold(this, playing);
     SPcmInfo* item = holdItem(hold, playing, 651, "int32_t WavoryxPriv::playPause(pcm_id_t)");
@@ -63,6 +68,7 @@ int32_t WavoryxPriv::playPause(pcm_id_t) {
 }
 
 int32_t WavoryxPriv::playResume(pcm_id_t) {
+    std::lock_guard<std::mutex> guard(mPlayLock);
     const pcm_id_t playing = mPlayingId.load();
     ItemHold hold(this, playing);
     SPcmInfo* item = holdItem(hold, playing, 662, "int32_t WavoryxPriv::playResume(pcm_id_t)");
@@ -74,6 +80,7 @@ int32_t WavoryxPriv::playResume(pcm_id_t) {
 }
 
 int32_t WavoryxPriv::playStop(pcm_id_t id) {
+    std::lock_guard<std::mutex> guard(mPlayLock);
     const pcm_id_t target = id != 0 ? id : mPlayingId.exchange(0);
     ItemHold hold(this, target);
     SPcmInfo* item = holdItem(hold, target, 677, "int32_t WavoryxPriv::playStop(pcm_id_t)");
@@ -83,6 +90,7 @@ int32_t WavoryxPriv::playStop(pcm_id_t id) {
 }
 
 int32_t WavoryxPriv::playSeekTo(int32_t ms) {
+    std::lock_guard<std::mutex> guard(mPlayLock);
     const pcm_id_t playing = mPlayingId.load();
     ItemHold hold(this, playing);
     SPcmInfo* item = holdItem(hold, playing, 689, "int32_t WavoryxPriv::playSeekTo(int32_t)");
@@ -94,6 +102,7 @@ int32_t WavoryxPriv::playSeekTo(int32_t ms) {
 }
 
 int32_t WavoryxPriv::setPlaySpeed(int32_t speed) {
+    std::lock_guard<std::mutex> guard(mPlayLock);
     const pcm_id_t playing = mPlayingId.load();
     ItemHold hold(this, playing);
     SPcmInfo* item = holdItem(hold, playing, 700, "int32_t WavoryxPriv::setPlaySpeed(int32_t)");
@@ -111,6 +120,7 @@ int32_t WavoryxPriv::setPlaySpeed(int32_t speed) {
 }
 
 int32_t WavoryxPriv::getPlayPositionMs() {
+    std::lock_guard<std::mutex> guard(mPlayLock);
     const pcm_id_t playing = mPlayingId.load();
     ItemHold hold(this, playing);
     SPcmInfo* item = holdItem(hold, playing, 709, "int32_t WavoryxPriv::getPlayPositionMs()");

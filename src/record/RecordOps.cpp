@@ -1,7 +1,9 @@
 // The engine's record controls: they validate, register the recording's
 // item and post to the recorder worker; all work happens there. At most one
 // recording is current (mRecordingId); only recordStop ends that, also
-// after the recording itself failed.
+// after the recording itself failed. The controls run one at a time
+// (mRecordLock): two starts must not both see no current recording, and a
+// stop must not clear a recording that a start made after it looked.
 #define WV_LOG_TAG "WavoryxPriv"
 #include <cstdio>
 #include <cstdlib>
@@ -37,6 +39,7 @@ WVThreadCmd recordPattern(pcm_id_t id) {
 int32_t WavoryxPriv::recordStart(const char* path, int32_t type, int32_t sampleRate,
                                  int32_t channelCount, int32_t bitRate, int32_t audioSource,
                                  int32_t effect) {
+    std::lock_guard<std::mutex> guard(mRecordLock);
     if (mRecordingId.load() != 0) return -5;
     if (static_cast<uint32_t>(type) > ENCODE_MP3) return -4;
     if (channelCount < 1) channelCount = 1;
@@ -83,6 +86,7 @@ int32_t WavoryxPriv::recordStart(const char* path, int32_t type, int32_t sampleR
 }
 
 int32_t WavoryxPriv::recordPause() {
+    std::lock_guard<std::mutex> guard(mRecordLock);
     const pcm_id_t id = mRecordingId.load();
     if (id == 0) return -5;
     mRecorder->suspendCmd(recordPattern(id));
@@ -90,6 +94,7 @@ int32_t WavoryxPriv::recordPause() {
 }
 
 int32_t WavoryxPriv::recordResume() {
+    std::lock_guard<std::mutex> guard(mRecordLock);
     const pcm_id_t id = mRecordingId.load();
     if (id == 0) return -5;
     mRecorder->resumeCmd(recordPattern(id));
@@ -97,12 +102,14 @@ int32_t WavoryxPriv::recordResume() {
 }
 
 int32_t WavoryxPriv::recordStop() {
+    std::lock_guard<std::mutex> guard(mRecordLock);
     const pcm_id_t id = mRecordingId.load();
     if (id == 0) return -5;
     // The first request ends a recording whose set-up has not run yet, the
     // second one in progress or paused.
     mRecorder->cancelCmd(WVThreadCmd(RecorderThread::kCmdStart, id, static_cast<int32_t>(WVCMD_ANY)));
     mRecorder->cancelCmd(recordPattern(id));
-    mRecordingId = 0;
+    pcm_id_t expected = id;
+    mRecordingId.compare_exchange_strong(expected, 0);
     return 0;
 }

@@ -152,11 +152,11 @@ bool WVCmdThread::takeParked(WVThreadCmd* pattern) {
 }
 
 void* WVCmdThread::threadLoop(void* self) {
-    static_cast<WVCmdThread*>(self)->runLoop();
+    static_cast<WVCmdThread*>(self)->runLoop(false);
     return nullptr;
 }
 
-void WVCmdThread::runLoop() {
+void WVCmdThread::runLoop(bool launched) {
     std::unique_lock<std::mutex> lock(mLock);
     ++mLoopCount;
     for (;;) {
@@ -202,6 +202,12 @@ void WVCmdThread::runLoop() {
                 }
                 break;
             case WVCMD_EXIT:
+                if (launched) {
+                    // Ids of ended threads are reused: forget this one now,
+                    // and let the next launch reap it.
+                    mLaunchedId = std::thread::id();
+                    mLaunchedRunning = false;
+                }
                 --mLoopCount;
                 return;
             default:
@@ -211,17 +217,34 @@ void WVCmdThread::runLoop() {
 }
 
 int32_t WVCmdThread::launch() {
-    // A second launch without an exit in between would lose the first
-    // thread's handle; the running loop keeps serving the queue instead.
-    if (mThread.joinable()) return 0;
-    mThread = std::thread(&WVCmdThread::runLoop, this);
+    // Called from the launched loop itself (a callback starting the loop it
+    // runs on): that loop is there already.
+    if (mLaunchedId.load() == std::this_thread::get_id()) return 0;
+    std::lock_guard<std::mutex> guard(mThreadLock);
+    if (mThread.joinable()) {
+        // A second launch without an exit in between would lose the first
+        // thread's handle; the running loop keeps serving the queue instead.
+        if (mLaunchedRunning.load()) return 0;
+        // The loop ended on an exit from its own thread: reap it first.
+        mThread.join();
+    }
+    mLaunchedRunning = true;
+    mThread = std::thread([this] {
+        mLaunchedId = std::this_thread::get_id();
+        runLoop(true);
+    });
     return 0;
 }
 
 int32_t WVCmdThread::exit() {
     sendControl(WVCMD_EXIT, kPriorityExit,
                 WVThreadCmd(WVCMD_ANY, WVCMD_ANY, static_cast<int32_t>(WVCMD_ANY), nullptr));
-    if (mThread.joinable() && mThread.get_id() != std::this_thread::get_id()) mThread.join();
+    const std::thread::id self = std::this_thread::get_id();
+    if (mLaunchedId.load() == self) return 0;
+    std::lock_guard<std::mutex> guard(mThreadLock);
+    if (mThread.joinable() && mThread.get_id() != self) {
+        mThread.join();
+    }
     return 0;
 }
 

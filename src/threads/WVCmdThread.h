@@ -132,14 +132,23 @@ protected:
     std::list<WVThreadCmdContainer> mQueue;
     std::list<WVThreadCmdContainer> mDelayed;
     std::list<WVThreadCmd> mSuspended;
-    std::thread mThread;
     int32_t mLoopCount = 0;
     int32_t mWaiting = 0;  // loops asleep on mCond: only they need a signal
     mutable std::mutex mLock;
     std::condition_variable mCond;
 
 private:
-    void runLoop();
+    // `launched`: the loop of the thread started by launch().
+    void runLoop(bool launched);
+
+    // launch() and exit() may race each other from any threads, the loop's
+    // own included. mThreadLock guards mThread; the loop's own thread never
+    // takes it (an exit joining that thread holds it), and is recognised by
+    // mLaunchedId instead.
+    std::mutex mThreadLock;
+    std::thread mThread;
+    std::atomic<std::thread::id> mLaunchedId{std::thread::id()};
+    std::atomic<bool> mLaunchedRunning{false};
     bool takeParked(WVThreadCmd* pattern);
     int32_t sendControl(int32_t kind, uint8_t priority, WVThreadCmd pattern);
 };

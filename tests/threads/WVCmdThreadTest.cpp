@@ -73,6 +73,11 @@ protected:
         }
         note("run", cmd);
         if (cmd.code == 2 && --chunksLeft > 0) sendCmd(cmd, 7);
+        // The loop stops itself, and starting it from here is a no-op.
+        if (cmd.code == 98) {
+            exit();
+            launch();
+        }
     }
     int32_t onCmdSuspend(WVThreadCmd& cmd) override {
         note("suspend", cmd);
@@ -224,6 +229,46 @@ TEST(WVCmdThread, LoopOnALentThreadReturnsAfterExitAndCanRunAgain) {
         EXPECT_FALSE(thread.loopRunning());
         thread.sendCmd(WVThreadCmd(1, 0, -1), 7);
     }
+}
+
+TEST(WVCmdThread, LoopThatStoppedItselfCanBeLaunchedAgain) {
+    RecordingThread thread;
+    for (int round = 0; round < 3; ++round) {
+        thread.sendCmd(WVThreadCmd(98, round, -1), 7);
+        thread.launch();
+        ASSERT_TRUE(thread.waitForLog(static_cast<size_t>(2 * round + 1)));
+        ASSERT_TRUE(eventually([&] { return !thread.loopRunning(); }));
+        // Queued after the loop ended: served by the next launch.
+        thread.sendCmd(WVThreadCmd(1, round, -1), 7);
+        thread.launch();
+        ASSERT_TRUE(thread.waitForLog(static_cast<size_t>(2 * round + 2)));
+        thread.exit();
+    }
+    EXPECT_EQ(thread.log(), (std::vector<std::string>{"run:98/0", "run:1/0", "run:98/1", "run:1/1",
+                                                      "run:98/2", "run:1/2"}));
+}
+
+TEST(WVCmdThread, LaunchAndExitFromManyThreadsAtOnce) {
+    RecordingThread thread;
+    std::vector<std::thread> callers;
+    for (int t = 0; t < 4; ++t) {
+        callers.emplace_back([&] {
+            for (int i = 0; i < 50; ++i) {
+                thread.launch();
+                thread.sendCmd(WVThreadCmd(1, 0, -1), 7);
+                thread.exit();
+            }
+        });
+    }
+    for (std::thread& caller : callers) caller.join();
+    // Exit requests left over by exits that found no loop are taken by the
+    // next loops; in the end one launch keeps serving.
+    thread.sendCmd(WVThreadCmd(7, 0, -1), 7);
+    ASSERT_TRUE(eventually([&] {
+        thread.launch();
+        const std::vector<std::string> log = thread.log();
+        return !log.empty() && log.back() == "run:7/0";
+    }));
 }
 
 TEST(WVCmdThread, PatternMatching) {
