@@ -37,7 +37,11 @@
  *   80 recording waveform level (0..255), about every 20 ms
  *
  * Threads. Operations may be called from any thread, including from inside
- * the callback. Only `stopThreadLoop` and the destructor wait for threads.
+ * the callback, at the same time as any other operation but the destructor.
+ * A call holds the item it names until it returns: an item removed by another
+ * thread meanwhile is either used whole or reported missing (-1), and a job
+ * queued before its item went ends with its one ending event. Only
+ * `stopThreadLoop` and the destructor wait for threads.
  */
 #ifndef WAVORYX_WAVORYX_H
 #define WAVORYX_WAVORYX_H
