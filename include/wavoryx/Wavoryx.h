@@ -136,7 +136,14 @@ public:
     int32_t addClip(int listId, int pcmId, unsigned int startFrame, unsigned int endFrame);
     /* The same in milliseconds, converted when the source's rate is known. */
     int32_t addClipMs(int listId, int pcmId, unsigned int startMs, unsigned int endMs);
-    /* Output file (empty: "<dir><id>.wav" or ".mp3") and encoding. */
+    /* Output file (empty: "<dir><id>.wav" or ".mp3") and encoding.
+     * Outputs (this file, its "<file>.wave", a recording's file) are
+     * created new, mode 0666 less the umask. An existing regular file (or a
+     * link to one: the file it leads to) is kept, bytes and mode, until the
+     * job completes: the job writes "<file>.<pid>.<n>.part" beside it and
+     * renames that over it at the end. A device or FIFO (or a link to one)
+     * is written as it is, never removed, renamed over or chmod'ed; a FIFO
+     * needs a reader when the job starts. A link to nothing is refused. */
     int32_t setOutputPara(int listId, char const* path, encode_type type);
     /* Output format; values below 1 are chosen from the clips when the
      * render starts (bit rate: 320 kbit/s). forceStereo makes 2 channels. */
@@ -145,7 +152,12 @@ public:
     /* Queues the render of the list to its output file and "<file>.wave".
      * While a source is still loading the render waits for its data (the
      * wait is logged at debug level); a source whose load failed or was
-     * cancelled, before or during the render, ends it with event 20 (-1). */
+     * cancelled, before or during the render, ends it with event 20 (-1).
+     * The file and its "<file>.wave" are put in place at event 22 only, after every write succeeded
+     * (LAME's last frames and the WAV header included). Any other ending
+     * (20, 23, 25, or the engine destroyed) leaves both targets as they
+     * were: absent stays absent, no ".part" file stays behind. The list
+     * can be played while it renders. */
     int32_t process(int listId);
     int32_t cancelProcess(int listId);
 
@@ -157,6 +169,15 @@ public:
     int32_t setPlaySpeed(int speed);
     int32_t getPlayPositionMs();
 
+    /* Records into `path` (empty: "<dir><id>.wav" or ".mp3") and
+     * "<path>.wave", outputs as for setOutputPara: an existing file is
+     * replaced when the recording ends (63 with 0). A WAV file's header is
+     * rewritten after every second of audio and at each pause, so the file
+     * on disk (the ".part" file while replacing) plays all but the last
+     * second even if the process dies. A recording that never starts
+     * creates and changes nothing; one that ends with 63 value 1 or 3
+     * leaves the target as it was. The recording can be played and sampled
+     * while it runs. */
     int32_t recordStart(char const* path, encode_type type, int sampleRate, int channelCount,
                         int bitRate, int audioSource, int effect);
     int32_t recordPause();

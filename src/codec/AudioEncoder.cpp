@@ -20,11 +20,17 @@ AudioEncoder* AudioEncoder::createAudioEncoder(int32_t type, const char* path) {
             WV_LOGW("Unsupported type %d", static_cast<int>(type));
             return nullptr;
     }
-    if (encoder->openFile(path) != 0) {
+    if (encoder->openOutput(path) != 0) {
         delete encoder;
         return nullptr;
     }
     return encoder;
+}
+
+int AudioEncoder::finishEncoding() {
+    const int flushed = flushEncoding();
+    if (flushed != 0) return flushed;
+    return finishOutput();
 }
 
 }  // namespace wv

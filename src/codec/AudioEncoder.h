@@ -4,8 +4,9 @@
 // when it is deleted before finishEncoding() completed it.
 //
 // Life of an encoder: createAudioEncoder() (makes it and opens the file),
-// initEncoder() once, encoding() any number of times, finishEncoding() once,
-// then delete. Callers run checkStatus() before each encoding() call.
+// initEncoder() once, encoding() any number of times, finishEncoding() once
+// (or flushEncoding() and finishOutput(), when something else must be
+// finished in between), then delete. Callers run checkStatus() before each encoding() call.
 // An encoder belongs to one job on one thread.
 #pragma once
 
@@ -27,8 +28,10 @@ public:
     static constexpr int FORMAT_PCM_32 = 3;
 
     // `type` is an encode_type value. A WaveEncoder for ENCODE_WAV, an Mp3Encoder for ENCODE_MP3, with `path`
-    // opened. Null for any other type (logged "Unsupported type %d") or when
-    // the file cannot be created. The caller owns the result.
+    // opened as an output (FileWriter::openOutput: an existing file is only
+    // replaced by a finished one). Null for any other type (logged
+    // "Unsupported type %d") or when the file cannot be created. The caller
+    // owns the result.
     static AudioEncoder* createAudioEncoder(int32_t type, const char* path);
 
     ~AudioEncoder() override = default;
@@ -41,10 +44,15 @@ public:
     // Encodes `bytes` bytes of interleaved input and writes the result.
     // Returns a FileWriter status (WRITE_OK, WRITE_STORAGE_FULL, WRITE_ERROR).
     virtual int encoding(const int16_t* pcm, int bytes) = 0;
-    // Completes the file and marks it finished (kept). 0 when it is complete;
-    // otherwise the FileWriter status of the failed final write, and the file
-    // is removed when the encoder is deleted.
-    virtual int finishEncoding() = 0;
+    // The final writes: a held remainder's retry, the last encoded frames,
+    // the final header. The file stays open. 0 when all of them reached the
+    // file; otherwise the FileWriter status of the write that failed (a
+    // remainder the storage still cannot take is WRITE_STORAGE_FULL).
+    virtual int flushEncoding() = 0;
+    // flushEncoding(), then finishOutput(): 0 when the file is complete and
+    // in place (kept); otherwise the failed status, and the file is removed
+    // (the target left as it was) when the encoder is deleted.
+    int finishEncoding();
 
 protected:
     AudioEncoder() : FileWriter(nullptr) {}

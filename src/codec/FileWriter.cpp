@@ -12,6 +12,7 @@
 
 #include "codec/WorkingFile.h"
 #include "platform/Log.h"
+#include "platform/OutputFile.h"
 
 static_assert(sizeof(off_t) == 8, "the library is built with 64-bit file offsets");
 
@@ -22,6 +23,11 @@ FileWriter::FileWriter(const char* path) {
 }
 
 FileWriter::~FileWriter() {
+    if (mOutput) {
+        if (mOutput->isOpen()) WV_LOGW("delete unfinished file %s", mPath.c_str());
+        mOutput->discard();
+        mFd = -1;
+    }
     if (mFd >= 0) {
         WV_LOGW("delete unfinished file %s", mPath.c_str());
         if (mAdopted) {
@@ -36,7 +42,12 @@ FileWriter::~FileWriter() {
 }
 
 int FileWriter::openFile(const char* path) {
-    if (mFd >= 0) ::close(mFd);
+    if (mOutput) {
+        mOutput->discard();
+        mOutput.reset();
+    } else if (mFd >= 0) {
+        ::close(mFd);
+    }
     mFd = -1;
     mFinished = false;
     mAdopted = false;
@@ -61,6 +72,63 @@ void FileWriter::adopt(int fd, const char* path) {
     mAdopted = true;
 }
 
+int FileWriter::openOutput(const char* path) {
+    if (mOutput) {
+        mOutput->discard();
+        mOutput.reset();
+    } else if (mFd >= 0) {
+        ::close(mFd);
+    }
+    mFd = -1;
+    mFinished = false;
+    mAdopted = false;
+    releaseHeld();
+    mPath = path != nullptr ? path : "";
+    std::unique_ptr<OutputFile> output(new OutputFile());
+    const int result = mPath.empty() ? -ENOENT : output->open(mPath);
+    if (result != 0) {
+        WV_LOGE("file %s open failed error: %s", mPath.c_str(), std::strerror(-result));
+        return OPEN_FAILED;
+    }
+    mFd = output->fd();
+    mOutput = std::move(output);
+    return 0;
+}
+
+int FileWriter::finishOutput() {
+    if (!mOutput) {
+        if (mFd < 0) return WRITE_ERROR;
+        finishWrite();
+        return WRITE_OK;
+    }
+    if (!mOutput->isOpen()) return mFinished ? WRITE_OK : WRITE_ERROR;
+    mFd = -1;
+    if (mOutput->commit() != 0) return WRITE_ERROR;
+    mFinished = true;
+    return WRITE_OK;
+}
+
+int FileWriter::writeAt(int64_t offset, const void* data, uint32_t length) {
+    if (mFd < 0) return WRITE_ERROR;
+    ssize_t result;
+    do {
+        result = ::pwrite(mFd, data, length, static_cast<off_t>(offset));
+    } while (result < 0 && errno == EINTR);
+    if (result == static_cast<ssize_t>(length)) return WRITE_OK;
+    if (result >= 0 || errno == ENOSPC) return WRITE_STORAGE_FULL;
+    WV_LOGE("write file %s failed with error %s", mPath.c_str(), std::strerror(errno));
+    return WRITE_ERROR;
+}
+
+bool FileWriter::isSeekable() const {
+    if (mOutput) return mOutput->seekable();
+    return mFd >= 0 && ::lseek(mFd, 0, SEEK_CUR) >= 0;
+}
+
+std::string FileWriter::writingPath() const {
+    return mOutput && mOutput->isOpen() ? mOutput->writingPath() : mPath;
+}
+
 int FileWriter::write(const void* data, uint32_t length) {
     return writeOnce(static_cast<const uint8_t*>(data), length, false);
 }
@@ -76,6 +144,11 @@ int64_t FileWriter::seek(int64_t offset) {
 }
 
 void FileWriter::finishWrite() {
+    if (mOutput) {
+        // An output is put in place by finishOutput(); this only ends it.
+        if (finishOutput() != WRITE_OK) mFinished = false;
+        return;
+    }
     if (mFd >= 0) ::close(mFd);
     mFd = -1;
     mFinished = true;

@@ -12,6 +12,10 @@
 // - A file that was opened but never finished (finishWrite) is closed and
 //   removed by the destructor, so a cancelled or failed job leaves no partial
 //   file behind. A finished file is kept.
+// - A client's output is opened with openOutput() (see OutputFile): created
+//   new, or written beside an existing file and put in its place only by
+//   finishOutput(). An unfinished output is discarded by the destructor,
+//   which leaves the target as it was.
 // - Offsets are 64-bit; files may exceed 2 GiB.
 // - Data is written straight from the caller's buffer; memory is allocated
 //   only for a remainder after a short write (exactly its size).
@@ -19,9 +23,12 @@
 #pragma once
 
 #include <cstdint>
+#include <memory>
 #include <string>
 
 namespace wv {
+
+class OutputFile;
 
 class FileWriter {
 public:
@@ -44,6 +51,13 @@ public:
     // (before the umask). 0 on success; OPEN_FAILED, logged
     // "file %s open failed error: %s", otherwise.
     int openFile(const char* path);
+    // Opens a client's output (see OutputFile). 0, or OPEN_FAILED (logged);
+    // nothing is created or changed then.
+    int openOutput(const char* path);
+    // Closes an output opened by openOutput() and makes it the target (a
+    // file opened by openFile() is just finished). WRITE_OK, or WRITE_ERROR
+    // when it could not be put in place (the output is then discarded).
+    int finishOutput();
 
     // Writes to `fd`, which the writer now owns, as the file `path`. An
     // unfinished adopted file is removed only while `path` still names it
@@ -68,6 +82,18 @@ public:
     // Closes the file and marks it finished: it is kept by the destructor.
     void finishWrite();
 
+    // Writes `length` bytes at `offset` without moving the file offset and
+    // without holding a remainder: WRITE_OK, WRITE_STORAGE_FULL (short or
+    // ENOSPC) or WRITE_ERROR.
+    int writeAt(int64_t offset, const void* data, uint32_t length);
+    // Drops a held remainder: those bytes never reach the file.
+    virtual void dropHeld() { releaseHeld(); }
+    // False for an output that cannot seek (a FIFO, a terminal).
+    bool isSeekable() const;
+    // The name the data reach now: the output's ".part" file while an
+    // existing file is being replaced, else path().
+    std::string writingPath() const;
+
     const std::string& path() const { return mPath; }
     uint32_t heldLength() const { return mHeldLength; }
     bool isOpen() const { return mFd >= 0; }
@@ -88,6 +114,7 @@ private:
     int mFd = -1;              // -1 when no file is open
     bool mFinished = false;    // set by finishWrite, cleared by openFile
     bool mAdopted = false;     // the file came from adopt()
+    std::unique_ptr<OutputFile> mOutput;  // set by openOutput; owns mFd then
 };
 
 }  // namespace wv

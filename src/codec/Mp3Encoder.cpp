@@ -77,17 +77,22 @@ int Mp3Encoder::encoding(const int16_t* pcm, int bytes) {
     return WRITE_OK;
 }
 
-int Mp3Encoder::finishEncoding() {
-    if (mLame != nullptr) {
-        mLastBytes = lame_encode_flush(mLame, mOutput, OUTPUT_BYTES);
-        if (mLastBytes < 0 && mLastBytes != -1) {
-            WV_LOGE("finishMp3encoding mp3 internal error:  error code=%i\n", mLastBytes);
-        }
-        if (mLastBytes > 0 && write(mOutput, static_cast<uint32_t>(mLastBytes)) != WRITE_OK) {
-            WV_LOGE("finishMp3encoding mp3 write file error");
-        }
+int Mp3Encoder::flushEncoding() {
+    const int held = checkStatus();
+    if (held != WRITE_OK) return held;
+    if (mLame == nullptr) return 0;  // never set up: nothing was encoded
+    mLastBytes = lame_encode_flush(mLame, mOutput, OUTPUT_BYTES);
+    if (mLastBytes < 0 && mLastBytes != -1) {
+        WV_LOGE("finishMp3encoding mp3 internal error:  error code=%i\n", mLastBytes);
+        return WRITE_ERROR;
     }
-    finishWrite();
+    if (mLastBytes <= 0) return 0;
+    const int status = write(mOutput, static_cast<uint32_t>(mLastBytes));
+    if (status != WRITE_OK) {
+        // The last frames are part of the file: without them it is not done.
+        WV_LOGE("finishMp3encoding mp3 write file error");
+        return status;
+    }
     return 0;
 }
 

@@ -40,9 +40,9 @@ public:
     // WRITE_ERROR when LAME fails; otherwise the status of writing what it
     // produced (no output gives WRITE_OK).
     int encoding(const int16_t* pcm, int bytes) override;
-    // Flushes LAME and writes the last frames, then finishes the file in
-    // every case (a flush or write failure is logged) and returns 0.
-    int finishEncoding() override;
+    // Retries a held remainder, flushes LAME and writes the last frames: 0,
+    // or the status of the write that failed (WRITE_ERROR when LAME fails).
+    int flushEncoding() override;
 
     // The LAME mode chosen by initEncoder(), or -1 before.
     int mode() const { return mMode; }

@@ -43,7 +43,8 @@ int WaveEncoder::initEncoder(uint32_t sampleRate, uint32_t channels, uint32_t, i
     mChannels = channels;
     mDataBytes = 0;
     mPendingBytes = 0;
-    buildHeader(0);
+    // A stream reader takes these sizes as "to the end".
+    buildHeader(isSeekable() ? 0 : 0xFFFFFFFFu);
     return write(mHeader, HEADER_BYTES) == WRITE_OK ? 0 : INIT_FAILED;
 }
 
@@ -54,18 +55,30 @@ int WaveEncoder::encoding(const int16_t* pcm, int bytes) {
     return write(pcm, static_cast<uint32_t>(bytes));
 }
 
-int WaveEncoder::finishEncoding() {
-    const int held = checkStatus();
-    if (held == WRITE_ERROR) return held;
-    // Still full: the remainder never reaches the file, so it is not counted.
+int WaveEncoder::writeSizes() {
+    // A remainder not in the file yet is not counted.
     mDataBytes += mPendingBytes - heldLength();
-    mPendingBytes = 0;
+    mPendingBytes = heldLength();
     buildHeader(mDataBytes);
-    if (seek(0) != 0) return WRITE_ERROR;
-    const int status = write(mHeader, HEADER_BYTES);
-    if (status != WRITE_OK) return status;
-    finishWrite();
-    return 0;
+    return writeAt(0, mHeader, HEADER_BYTES);
+}
+
+void WaveEncoder::dropHeld() {
+    mPendingBytes -= heldLength();
+    FileWriter::dropHeld();
+}
+
+int WaveEncoder::refreshHeader() {
+    if (!isSeekable()) return WRITE_OK;
+    return writeSizes();
+}
+
+int WaveEncoder::flushEncoding() {
+    const int held = checkStatus();
+    if (held != WRITE_OK) return held;
+    if (!isSeekable()) return 0;
+    const int status = writeSizes();
+    return status == WRITE_OK ? 0 : status;
 }
 
 }  // namespace wv

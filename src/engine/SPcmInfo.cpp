@@ -114,6 +114,11 @@ int32_t SPcmInfo::availableFrames(uint32_t& frameCount, uint32_t s, uint32_t e, 
     }
 }
 
+std::string SPcmInfo::currentPath() const {
+    std::string writing = writingPath.get();
+    return writing.empty() ? path.get() : writing;
+}
+
 void SPcmInfo::release() {
     // The player first: its output thread reads this item (and through a
     // clip list its sources) until the player's destruction has stopped it.

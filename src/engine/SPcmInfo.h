@@ -78,6 +78,10 @@ struct SPcmInfo {
     void release();
     void dump() const {}
 
+    // The file that holds the item's output as it is now: writingPath while
+    // one is set, else path.
+    std::string currentPath() const;
+
     // Frames of [s, e) inside the item's length (see duration2frame).
     uint32_t span(uint32_t s, uint32_t e) const;
 
@@ -96,6 +100,9 @@ struct SPcmInfo {
     std::atomic<float> pitch{0.0f};
     std::atomic<int32_t> robot{0};
     LockedString path;                     // source file, or output file of a list/recording
+    // While a render or recording replaces an existing file at `path`, the
+    // name its output is written under until it is complete; else empty.
+    LockedString writingPath;
     std::atomic<int32_t> audioSource{0};
     std::unique_ptr<PcmClipList> clipList;  // present exactly for CLIP_LIST
     std::unique_ptr<PcmItemPlayer> player;  // created the first time the item is played

@@ -39,7 +39,7 @@ int32_t WavoryxPriv::playStart(pcm_id_t id) {
     AudioPlayer* player = new AudioPlayer(nullptr, false, this);
     item->player.reset(player);
     bool started = false;
-    if (player->setDataSource(item->path.get().c_str()) != 0) {
+    if (player->setDataSource(item->currentPath().c_str()) != 0) {
         WV_LOGE("setDataSource error");
     } else {
         player->setReader(item, std::unique_ptr<PcmInfoReader>(new PcmInfoReader(item, this)));

@@ -12,6 +12,7 @@
 #include <memory>
 
 #include "codec/AudioEncoder.h"
+#include "codec/WaveEncoder.h"
 #include "dsp/EffectRobot.h"
 #include "record/AudioRecorder.h"
 #include "record/LostAudioReport.h"
@@ -35,6 +36,9 @@ struct RecordJob {
 
     std::unique_ptr<AudioRecorder> recorder;       // null while paused
     std::unique_ptr<AudioEncoder> encoder;         // also the file writer
+    WaveEncoder* wave = nullptr;   // the encoder when it writes WAV, for header refreshes
+    uint32_t headerPeriod = 0;     // frames between header refreshes (one second)
+    uint32_t sinceHeader = 0;      // frames encoded since the last refresh
     std::unique_ptr<WaveformState> waveform;       // its ".wave" file beside the output
     std::unique_ptr<PacingTimer> pacer;            // spaces events 80 by 20 ms
     std::unique_ptr<VoicePitchShifter> pitchShifter;  // male and female voices, or null

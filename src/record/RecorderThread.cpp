@@ -108,9 +108,15 @@ void RecorderThread::startRecording(const WVThreadCmd& cmd, SPcmInfo* item) {
         return;
     }
 
+    // A file being replaced is read under its new name until it is done.
+    const std::string writing = encoder->writingPath();
+    if (writing != path) item->writingPath.set(writing);
+
     auto* job = new RecordJob();
     job->recorder = std::move(recorder);
     job->encoder = std::move(encoder);
+    job->wave = item->encodeType.load() == ENCODE_MP3 ? nullptr : static_cast<WaveEncoder*>(job->encoder.get());
+    job->headerPeriod = uint32_t(sampleRate);
     job->waveform.reset(new WaveformState(uint32_t(sampleRate), uint32_t(channels)));
     openWaveformFile(job->waveform.get(), (path + ".wave").c_str());
     job->pacer.reset(new PacingTimer(kWaveformPeriodMs, timeOfDay()));
@@ -197,10 +203,12 @@ void RecorderThread::encodeBuffer(WVThreadCmd& cmd, SPcmInfo* item, RecordJob* j
             if (n == 0) break;
             job->encoder->encoding(data, int(n * item->frameSize()));
         }
+        refreshHeaderEvery(cmd, job, frames);
         return;
     }
     if (job->robotEffect) job->robotEffect->process(data, frames);
-    const int result = job->encoder->encoding(data, int(bytes));
+    int result = job->encoder->encoding(data, int(bytes));
+    if (result == FileWriter::WRITE_OK) result = refreshHeaderEvery(cmd, job, frames);
     if (result == FileWriter::WRITE_ERROR) {
         WV_LOGE("Recording error!");
         notify(EVT_RECORD_FAILED, id, 1);
@@ -212,6 +220,25 @@ void RecorderThread::encodeBuffer(WVThreadCmd& cmd, SPcmInfo* item, RecordJob* j
     }
 }
 
+int RecorderThread::refreshHeaderEvery(WVThreadCmd& cmd, RecordJob* job, uint32_t frames) {
+    job->sinceHeader += frames;
+    if (job->wave == nullptr || job->sinceHeader < job->headerPeriod) return FileWriter::WRITE_OK;
+    job->sinceHeader = 0;
+    const int status = job->wave->refreshHeader();
+    // Reported like a failed write of the samples; the pitch-shifted path
+    // has nobody else to report it.
+    if (status != FileWriter::WRITE_OK && job->pitchShifter) {
+        if (status == FileWriter::WRITE_ERROR) {
+            notify(EVT_RECORD_FAILED, cmd.pcmId, 1);
+            cancelCmd(cmd);
+        } else {
+            notify(EVT_RECORD_NO_SPACE, cmd.pcmId, -1);
+            suspendCmd(cmd);
+        }
+    }
+    return status;
+}
+
 int32_t RecorderThread::onCmdSuspend(WVThreadCmd& cmd) {
     if (cmd.code != kCmdRecord) return -1;
     if (itemOf(cmd, "suspend") == nullptr) return -1;
@@ -219,6 +246,11 @@ int32_t RecorderThread::onCmdSuspend(WVThreadCmd& cmd) {
     job->fadeCount = 0;
     job->dropRecorder();
     reportLostAudio(cmd.pcmId, job, nullptr, true);
+    // A paused recording is a playable file up to the pause.
+    if (job->wave != nullptr) {
+        job->sinceHeader = 0;
+        job->wave->refreshHeader();
+    }
     notify(EVT_RECORD_PAUSED, cmd.pcmId, -1);
     return 0;
 }
@@ -272,6 +304,7 @@ void RecorderThread::onCmdCancel(WVThreadCmd& cmd) {
     if (item == nullptr) return;
     reportLostAudio(id, static_cast<RecordJob*>(cmd.data), nullptr, true);
     const int32_t result = finishJob(static_cast<RecordJob*>(cmd.data));
+    item->writingPath.set("");
     mEditor->releasePcm(id, REF_RECORDER, false);
     notify(EVT_RECORD_ENDED, id, result);
 }
@@ -279,10 +312,14 @@ void RecorderThread::onCmdCancel(WVThreadCmd& cmd) {
 int32_t RecorderThread::finishJob(RecordJob* job) {
     const uint32_t frameSize = job->frameSize;
     int32_t result = 0;
-    if (job->encoder->checkStatus() == FileWriter::WRITE_ERROR) {
+    const int held = job->encoder->checkStatus();
+    if (held == FileWriter::WRITE_ERROR) {
         WV_LOGE("Recording error in stop!");
         result = 1;
     } else {
+        // What the storage would not take when the recording paused for it
+        // (event 64) stays out: the file ends where the storage did.
+        if (held == FileWriter::WRITE_STORAGE_FULL) job->encoder->dropHeld();
         if (job->pitchShifter) {
             int16_t tmp[kDrainBytes / 2];
             job->pitchShifter->flush();
@@ -292,7 +329,13 @@ int32_t RecorderThread::finishJob(RecordJob* job) {
                 job->encoder->encoding(tmp, int(n * frameSize));
             }
         }
-        const int r = job->encoder->finishEncoding();
+        int r = job->encoder->flushEncoding();
+        // A waveform file that could not be finished is left out; the
+        // recording does not depend on it.
+        if (r == 0 && finishWaveformFile(job->waveform.get()) != 0) {
+            WV_LOGW("recording waveform file not kept");
+        }
+        if (r == 0) r = job->encoder->finishOutput();
         if (r == FileWriter::WRITE_ERROR) {
             WV_LOGE("Recording error in finishEncoding!");
             result = 1;
@@ -312,6 +355,7 @@ void RecorderThread::onCmdDiscard(WVThreadCmd& cmd) {
     }
     if (cmd.code != kCmdRecord || cmd.data == nullptr) return;
     finishJob(static_cast<RecordJob*>(cmd.data));
+    if (SPcmInfo* item = mEditor->getPcmInfo(cmd.pcmId, REF_NONE)) item->writingPath.set("");
     mEditor->releasePcm(cmd.pcmId, REF_RECORDER, false);
 }
 

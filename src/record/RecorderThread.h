@@ -21,6 +21,13 @@
 // reported as event 67 (value: ms) as their filler passes through, summed
 // to at most one event per 100 ms and flushed before 66 and 63.
 //
+// Files: the output and its ".wave" file are outputs (see OutputFile),
+// written beside an existing file of the same name and put in its place
+// when the recording ends (writingPath names the file meanwhile). A WAV
+// file's header is rewritten after every second of audio and at each pause,
+// so the file on disk is always playable up to about a second ago. A start
+// that fails creates nothing and changes nothing.
+//
 // A command whose item is no longer registered is dropped with an error log
 // line; its job, if any, is freed and its file finished.
 //
@@ -76,6 +83,10 @@ private:
     // what `buffer` holds of it is counted, and the sum posted when due
     // (`flush`: at once, before the recording pauses or ends).
     void reportLostAudio(pcm_id_t id, RecordJob* job, const MediaBuffer* buffer, bool flush);
+    // Counts `frames` more encoded frames and rewrites a WAV file's header
+    // once a second of audio has been added since the last time. A
+    // FileWriter status.
+    int refreshHeaderEvery(WVThreadCmd& cmd, RecordJob* job, uint32_t frames);
     // Ends the job: drains the pitch shifter, finishes the file and frees
     // everything. 0 finished, 1 write error, 3 no space.
     int32_t finishJob(RecordJob* job);

@@ -24,6 +24,9 @@ SPcmInfo* EncoderThread::itemOf(const WVThreadCmd& cmd) {
 }
 
 void EncoderThread::endRender(pcm_id_t id, uint32_t event, int32_t value) {
+    // The output, if any, is in place or gone by now: readers go back to
+    // the item's own path.
+    if (SPcmInfo* item = mEditor->getPcmInfo(id, REF_NONE)) item->writingPath.set("");
     mEditor->notifyClient(WVThreadCmd(event, id, value), 0);
     mEditor->releasePcm(id, REF_ENCODER, false);
 }
@@ -112,6 +115,9 @@ void EncoderThread::startRender(WVThreadCmd& cmd) {
         endRender(id, EVT_RENDER_STOPPED, -1);
         return;
     }
+    // A file being replaced is read under its new name until it is done.
+    const std::string writing = encoder->writingPath();
+    if (writing != path) item->writingPath.set(writing);
 
     std::unique_ptr<PcmInfoReader> reader(new PcmInfoReader(item, mEditor));
     reader->setOutputFormat(rate, channels);
@@ -147,6 +153,11 @@ void EncoderThread::renderStep(WVThreadCmd& cmd) {
         const uint32_t bytes = static_cast<uint32_t>(n) * item->frameSize();
 
         addWaveformBlock(job->waveform.get(), reinterpret_cast<const int16_t*>(mWorkBuffer), bytes);
+        if (job->waveform->writeFailed) {
+            failRender(id, job, job->waveform->storageFull ? FileWriter::WRITE_STORAGE_FULL
+                                                           : FileWriter::WRITE_ERROR);
+            return;
+        }
 
         const int encoded = job->encoder->encoding(reinterpret_cast<const int16_t*>(mWorkBuffer),
                                                    static_cast<int>(bytes));
@@ -163,7 +174,13 @@ void EncoderThread::renderStep(WVThreadCmd& cmd) {
 
     switch (job->reader->endState()) {
         case PcmInfoReader::END: {
-            const int finished = job->encoder->finishEncoding();
+            // Every write first, then the files are put in place: a failure
+            // up to there leaves both targets as they were.
+            int finished = job->encoder->flushEncoding();
+            if (finished == 0 && finishWaveformFile(job->waveform.get()) != 0) {
+                finished = FileWriter::WRITE_ERROR;
+            }
+            if (finished == 0) finished = job->encoder->finishOutput();
             if (finished != 0) {
                 failRender(id, job, finished);
                 return;

@@ -27,9 +27,12 @@
 //   20 (-11) a read, write or encoding error.
 //   25 (-1)  storage full, or the encoder could not be initialised.
 //   23 (-1)  cancelled on request.
-// Every ending releases the render's REF_ENCODER reference on the list. An
-// ending other than 22 removes the unfinished output; the ".wave" file
-// always stays.
+// Every ending releases the render's REF_ENCODER reference on the list. The
+// output and its ".wave" file are outputs (see OutputFile): put in place
+// only at 22, after every write of both succeeded (LAME's last frames and
+// the WAV header included); any other ending leaves both targets as they
+// were. While an existing file is replaced, the list's writingPath names
+// the file being written, so the list can be played as it renders.
 //
 // Memory: one fixed work buffer per worker, and per render a reader (5120
 // bytes plus a resampler and one sub-reader at a time), an encoder (147456
@@ -49,8 +52,8 @@ struct SPcmInfo;
 
 // The context of one render, carried by its step commands. Destroying it
 // drops the reader, then the encoder (which removes its file unless it was
-// finished), then the point generator (which closes the ".wave" file and
-// keeps it).
+// finished), then the point generator (which discards an unfinished
+// ".wave" file).
 struct EncodeJob {
     EncodeJob(std::unique_ptr<PcmInfoReader> r, std::unique_ptr<AudioEncoder> e,
               std::unique_ptr<WaveformState> w)

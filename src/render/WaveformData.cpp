@@ -34,12 +34,33 @@ uint8_t pointFromPeak(uint32_t peak) { return peak >> 6 > 255 ? 255 : static_cas
 }  // namespace
 
 WaveformState::~WaveformState() {
-    if (fd > 0) ::close(fd);
+    if (file) {
+        file->discard();
+    } else if (fd > 0) {
+        ::close(fd);
+    }
 }
 
 void openWaveformFile(WaveformState* state, const char* path) {
-    state->fd = ::open(path, O_WRONLY | O_CREAT | O_TRUNC | O_CLOEXEC, 0777);
-    if (state->fd < 0) WV_LOGE("waveform file %s open failed error %d", path, errno);
+    std::unique_ptr<OutputFile> file(new OutputFile());
+    const int result = file->open(path);
+    if (result != 0) {
+        state->fd = -1;
+        WV_LOGE("waveform file %s open failed error %d", path, -result);
+        return;
+    }
+    state->fd = file->fd();
+    state->file = std::move(file);
+}
+
+int finishWaveformFile(WaveformState* state) {
+    if (!state->file || !state->file->isOpen()) return 0;
+    state->fd = 0;
+    if (state->writeFailed) {
+        state->file->discard();
+        return -1;
+    }
+    return state->file->commit() == 0 ? 0 : -1;
 }
 
 namespace {
@@ -81,10 +102,17 @@ bool takeSamples(WaveformState* state, const int16_t** data, uint32_t* bytes, ui
     return false;
 }
 
-void storePoints(const WaveformState* state, const uint8_t* points, uint32_t count) {
-    if (state->fd == 0 || count == 0) return;
-    ssize_t ignored = ::write(state->fd, points, count);
-    (void)ignored;
+void storePoints(WaveformState* state, const uint8_t* points, uint32_t count) {
+    if (state->fd <= 0 || count == 0 || state->writeFailed) return;
+    ssize_t written;
+    do {
+        written = ::write(state->fd, points, count);
+    } while (written < 0 && errno == EINTR);
+    if (written == static_cast<ssize_t>(count)) return;
+    // A file with a hole in it is worse than none: it is not finished.
+    state->writeFailed = true;
+    state->storageFull = written >= 0 || errno == ENOSPC;
+    WV_LOGE("waveform file write failed");
 }
 }  // namespace
 

@@ -12,6 +12,9 @@
 #pragma once
 
 #include <cstdint>
+#include <memory>
+
+#include "platform/OutputFile.h"
 
 namespace wv {
 
@@ -24,18 +27,26 @@ struct WaveformState {
     uint32_t fullScale = 32768;    // the peak that maps to 255
     uint32_t previous = 0;         // the previous point before any flicker
     int32_t fd = 0;                // 0: no file; negative: the open failed
+    bool writeFailed = false;      // a write did not reach the file whole
+    bool storageFull = false;      // ... for lack of space
+    std::unique_ptr<OutputFile> file;  // the output behind fd
 
     WaveformState() = default;
     WaveformState(uint32_t sampleRate, uint32_t channels) : samplesPerSecond(sampleRate * channels) {}
-    // Closes the file, if any.
+    // An unfinished file is discarded (the target stays as it was).
     ~WaveformState();
     WaveformState(const WaveformState&) = delete;
     WaveformState& operator=(const WaveformState&) = delete;
 };
 
-// Creates (truncates) the waveform file; on failure logs and leaves a
-// negative descriptor: points are then computed but not stored.
+// Opens the waveform file as an output (see OutputFile: an existing file is
+// only replaced by a finished one); on failure logs and leaves a negative
+// descriptor: points are then computed but not stored.
 void openWaveformFile(WaveformState* state, const char* path);
+// Puts a waveform file whose every write succeeded in place: 0. -1 when a
+// write failed or the file could not be put in place; the file is then
+// discarded. 0 when there was no file.
+int finishWaveformFile(WaveformState* state);
 
 // Takes samples from *data (*bytes bytes, even) until a point completes or
 // the samples run out, advancing *data and lowering *bytes. Returns 1 with

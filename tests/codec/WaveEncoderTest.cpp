@@ -17,6 +17,7 @@ namespace {
 
 using wv::AudioEncoder;
 using wv::FileWriter;
+using wv::WaveEncoder;
 
 uint32_t le32(const std::vector<char>& b, size_t at) {
     return uint32_t(uint8_t(b[at])) | uint32_t(uint8_t(b[at + 1])) << 8 |
@@ -156,20 +157,31 @@ INSTANTIATE_TEST_SUITE_P(Types, EncoderOnSmallStorage, ::testing::Values(ENCODE_
                              return std::string(info.param == ENCODE_WAV ? "Wav" : "Mp3");
                          });
 
-TEST(WaveEncoderOnSmallStorage, FinishingWhileFullKeepsAConsistentFile) {
+TEST(WaveEncoderOnSmallStorage, FinishingWhileFullFailsUnlessTheRemainderIsDropped) {
     wvtest::SmallFilesystem fs(64 * 1024);
     if (!fs.mounted()) GTEST_SKIP() << fs.skipReason();
     const std::string path = fs.file("rec.wav");
-    auto encoder = create(ENCODE_WAV, path);
-    ASSERT_EQ(encoder->initEncoder(22050, 1, 0, 1), 0);
     const auto pcm = wvtest::makeTones(8192, 22050, {1000});
-    int status = 0;
-    while (status == 0) status = encoder->encoding(pcm.data(), 16384);
-    ASSERT_EQ(status, FileWriter::WRITE_STORAGE_FULL);
+    auto fill = [&](WaveEncoder* encoder) {
+        ASSERT_EQ(encoder->initEncoder(22050, 1, 0, 1), 0);
+        int status = 0;
+        while (status == 0) status = encoder->encoding(pcm.data(), 16384);
+        ASSERT_EQ(status, FileWriter::WRITE_STORAGE_FULL);
+    };
+    // A render cannot leave samples out: finishing fails and nothing stays.
+    auto render = create(ENCODE_WAV, path);
+    fill(static_cast<WaveEncoder*>(render.get()));
+    EXPECT_EQ(render->finishEncoding(), FileWriter::WRITE_STORAGE_FULL);
+    render.reset();
+    EXPECT_FALSE(wvtest::fileExists(path));
+
     // A recording stopped while the storage is full keeps what reached the
-    // file; the held remainder is neither written nor counted.
-    EXPECT_EQ(encoder->finishEncoding(), 0);
-    encoder.reset();
+    // file: it drops the held remainder, which is neither written nor counted.
+    auto recording = create(ENCODE_WAV, path);
+    fill(static_cast<WaveEncoder*>(recording.get()));
+    recording->dropHeld();
+    EXPECT_EQ(recording->finishEncoding(), 0);
+    recording.reset();
     const auto file = wvtest::readFile(path);
     ASSERT_EQ(file.size(), 64u * 1024u);
     EXPECT_EQ(le32(file, 40), file.size() - 44);

@@ -5,6 +5,8 @@
 // record again afterwards.
 #include <gtest/gtest.h>
 
+#include <unistd.h>
+
 #include <atomic>
 #include <cmath>
 #include <functional>
@@ -255,7 +257,7 @@ TEST_F(DeviceFaults, OutputFallingSilentMidwayNeverEndsThePlayButStops) {
 // An input that cannot open fails the start with 60 alone (the client
 // still stops the recording, which sends nothing more); one that opens but
 // cannot start ends the recording too, with 63 -1, and stops it itself.
-// Neither leaves a file.
+// Neither leaves a file nor changes one that was there.
 TEST_F(DeviceFaults, InputThatCannotOpenOrStartFailsTheRecordingOnceWithoutAFile) {
     struct Case {
         const char* what;
@@ -264,22 +266,31 @@ TEST_F(DeviceFaults, InputThatCannotOpenOrStartFailsTheRecordingOnceWithoutAFile
         bool ended;  // 63 follows 60
     };
     for (const Case& c : {Case{"open", -19, 0, false}, Case{"start", 0, -9999, true}}) {
-        SCOPED_TRACE(c.what);
-        FaultEngine engine(dir.prefix());
-        Script script;
-        script.openResult = c.openResult;
-        script.startResult = c.startResult;
-        scriptInput(script);
-        const std::string path = dir.file("rec.wav");
-        const int id = engine.api.recordStart(path.c_str(), ENCODE_WAV, 8000, 1, 0, 0, 0);
-        ASSERT_GT(id, 0);
-        std::vector<Event> want = {{60, id, 5}};
-        if (c.ended) want.push_back({63, id, -1});
-        EXPECT_EQ(engine.endingsOf(id, {60, 61, 63}), want);
-        EXPECT_FALSE(wvtest::fileExists(path));
-        EXPECT_EQ(engine.api.recordStop(), c.ended ? -5 : 0);
-        EXPECT_EQ(engine.endingsOf(id, {60, 61, 63}), want);
-        expectTheEngineStillWorks(engine);
+        // An existing file at the output stays as it was.
+        for (bool existing : {false, true}) {
+            SCOPED_TRACE(std::string(c.what) + (existing ? ", over an existing file" : ""));
+            FaultEngine engine(dir.prefix());
+            Script script;
+            script.openResult = c.openResult;
+            script.startResult = c.startResult;
+            scriptInput(script);
+            const std::string path = dir.file(existing ? "keep.wav" : "rec.wav");
+            if (existing) wvtest::writeFile(path, "keep me", 7);
+            const int id = engine.api.recordStart(path.c_str(), ENCODE_WAV, 8000, 1, 0, 0, 0);
+            ASSERT_GT(id, 0);
+            std::vector<Event> want = {{60, id, 5}};
+            if (c.ended) want.push_back({63, id, -1});
+            EXPECT_EQ(engine.endingsOf(id, {60, 61, 63}), want);
+            if (existing) {
+                EXPECT_EQ(wvtest::fileSize(path), 7);
+            } else {
+                EXPECT_FALSE(wvtest::fileExists(path));
+            }
+            EXPECT_EQ(engine.api.recordStop(), c.ended ? -5 : 0);
+            EXPECT_EQ(engine.endingsOf(id, {60, 61, 63}), want);
+            expectTheEngineStillWorks(engine);
+            ::unlink(path.c_str());
+        }
     }
 }
 

@@ -54,7 +54,8 @@ size_t ClockOutputDevice::defaultBufferFrames(uint32_t sampleRate) const {
 void ClockOutputDevice::onQueued(const int16_t* frames, size_t count) {
     if (mWav.isOpen() && mWav.write(frames, count) != 0) {
         WV_LOGE("writing %s failed; recording stops", mWavPath.c_str());
-        mWav.close();
+        // An unfinished file is no copy of what was played.
+        mWav.discard();
     }
 }
 

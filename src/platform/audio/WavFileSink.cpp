@@ -42,20 +42,18 @@ WavFileSink::~WavFileSink() { close(); }
 
 int32_t WavFileSink::open(const std::string& path, uint32_t sampleRate, uint32_t channels) {
     close();
-    mFd = ::open(path.c_str(), O_WRONLY | O_CREAT | O_TRUNC | O_CLOEXEC, 0644);
-    if (mFd < 0) {
-        const int32_t err = -errno;
-        WV_LOGE("cannot create %s: %s", path.c_str(), std::strerror(-err));
-        return err;
+    const int32_t opened = mFile.open(path);
+    if (opened != 0) {
+        WV_LOGE("cannot create %s: %s", path.c_str(), std::strerror(-opened));
+        return opened;
     }
+    mFd = mFile.fd();
     mSampleRate = sampleRate;
     mChannels = channels;
     mFrames = 0;
-    const int32_t err = writeHeader(0);
-    if (err != 0) {
-        ::close(mFd);
-        mFd = -1;
-    }
+    // A reader of a stream takes these sizes as "to the end".
+    const int32_t err = writeHeader(mFile.seekable() ? 0 : 0xFFFFFFFFull);
+    if (err != 0) discard();
     return err;
 }
 
@@ -68,11 +66,19 @@ int32_t WavFileSink::write(const int16_t* frames, size_t count) {
 
 void WavFileSink::close() {
     if (mFd < 0) return;
-    if (::lseek(mFd, 0, SEEK_SET) == 0) {
-        writeHeader(mFrames * mChannels * sizeof(int16_t));
+    if (mFile.seekable() && (::lseek(mFd, 0, SEEK_SET) != 0 ||
+                             writeHeader(mFrames * mChannels * sizeof(int16_t)) != 0)) {
+        WV_LOGE("cannot finish %s", mFile.target().c_str());
+        discard();
+        return;
     }
-    ::close(mFd);
     mFd = -1;
+    mFile.commit();
+}
+
+void WavFileSink::discard() {
+    mFd = -1;
+    mFile.discard();
 }
 
 int32_t WavFileSink::writeHeader(uint64_t dataBytes) {

@@ -1,0 +1,174 @@
+#define WV_LOG_TAG "WavoryxPriv"
+#include "platform/OutputFile.h"
+
+#include <fcntl.h>
+#include <sys/stat.h>
+#include <unistd.h>
+
+#include <atomic>
+#include <cerrno>
+#include <climits>
+#include <cstdlib>
+#include <cstring>
+
+#include "platform/Log.h"
+
+namespace wv {
+namespace {
+
+// Names can change between a look and an open; a few fresh looks settle it
+// unless someone keeps swapping them, which is then refused.
+constexpr int kAttempts = 4;
+
+std::atomic<unsigned> gPartCounter{0};
+
+bool isSeekable(int fd) { return ::lseek(fd, 0, SEEK_CUR) >= 0; }
+
+}  // namespace
+
+OutputFile::~OutputFile() { discard(); }
+
+int OutputFile::open(const std::string& target) {
+    discard();
+    mTarget = target;
+    int result = -EAGAIN;
+    for (int attempt = 0; attempt < kAttempts && result == -EAGAIN; ++attempt) {
+        struct stat st;
+        if (::lstat(target.c_str(), &st) != 0) {
+            result = errno == ENOENT ? openNew(target) : -errno;
+        } else if (S_ISLNK(st.st_mode) || S_ISREG(st.st_mode)) {
+            result = openExisting(target);
+        } else if (S_ISDIR(st.st_mode)) {
+            result = -EISDIR;
+        } else {
+            result = openExisting(target);
+        }
+    }
+    // The caller logs a failure in its own words.
+    if (result != 0) mKind = Kind::None;
+    return result;
+}
+
+int OutputFile::openNew(const std::string& target) {
+    const int fd = ::open(target.c_str(), O_WRONLY | O_CREAT | O_EXCL | O_CLOEXEC | O_NOFOLLOW, 0666);
+    if (fd < 0) return errno == EEXIST ? -EAGAIN : -errno;
+    struct stat st;
+    ::fstat(fd, &st);
+    mFd = fd;
+    mDev = st.st_dev;
+    mIno = st.st_ino;
+    mKind = Kind::Created;
+    mWriting = target;
+    mSeekable = true;
+    return 0;
+}
+
+int OutputFile::openExisting(const std::string& target) {
+    struct stat st;
+    if (::stat(target.c_str(), &st) != 0) {
+        // A link to nothing: creating through it would write wherever the
+        // link points, so it is refused.
+        const int error = errno;
+        struct stat link;
+        if (error == ENOENT && ::lstat(target.c_str(), &link) != 0) return -EAGAIN;  // gone meanwhile
+        return -error;
+    }
+    if (S_ISREG(st.st_mode)) {
+        char* resolved = ::realpath(target.c_str(), nullptr);
+        if (resolved == nullptr) return -errno;
+        const std::string file = resolved;
+        std::free(resolved);
+        return openReplacing(file, st);
+    }
+    if (S_ISDIR(st.st_mode)) return -EISDIR;
+    // Written as it is. O_NONBLOCK keeps a FIFO without a reader from
+    // hanging the worker (ENXIO); the descriptor blocks again for writing.
+    const int fd = ::open(target.c_str(), O_WRONLY | O_CLOEXEC | O_NOCTTY | O_NONBLOCK);
+    if (fd < 0) return -errno;
+    struct stat opened;
+    if (::fstat(fd, &opened) != 0 || S_ISREG(opened.st_mode) || S_ISDIR(opened.st_mode)) {
+        ::close(fd);
+        return -EAGAIN;  // replaced by a regular file meanwhile: look again
+    }
+    const int flags = ::fcntl(fd, F_GETFL);
+    if (flags >= 0) ::fcntl(fd, F_SETFL, flags & ~O_NONBLOCK);
+    mFd = fd;
+    mKind = Kind::Direct;
+    mWriting = target;
+    mSeekable = isSeekable(fd);
+    return 0;
+}
+
+int OutputFile::openReplacing(const std::string& file, const struct stat& old) {
+    // Replacing is writing: a file this process may not write stays as it is.
+    if (::faccessat(AT_FDCWD, file.c_str(), W_OK, AT_EACCESS) != 0) return -errno;
+    for (int attempt = 0; attempt < kAttempts; ++attempt) {
+        const std::string part = file + "." + std::to_string(::getpid()) + "." +
+                                 std::to_string(gPartCounter.fetch_add(1)) + ".part";
+        const int fd = ::open(part.c_str(), O_WRONLY | O_CREAT | O_EXCL | O_CLOEXEC | O_NOFOLLOW, 0600);
+        if (fd < 0) {
+            if (errno == EEXIST) continue;
+            return -errno;
+        }
+        struct stat st;
+        ::fstat(fd, &st);
+        // The new file is this process's own: it takes the old one's
+        // permissions (never more than those) before any data reach it.
+        if (::fchmod(fd, old.st_mode & 0777) != 0) {
+            const int error = errno;
+            ::close(fd);
+            ::unlink(part.c_str());
+            return -error;
+        }
+        mFd = fd;
+        mDev = st.st_dev;
+        mIno = st.st_ino;
+        mKind = Kind::Temporary;
+        mWriting = part;
+        mReplace = file;
+        mSeekable = true;
+        return 0;
+    }
+    return -EEXIST;
+}
+
+int OutputFile::commit() {
+    if (mKind == Kind::None) return 0;
+    const int closed = ::close(mFd);
+    const int closeError = errno;
+    mFd = -1;
+    if (closed != 0 && closeError != EINTR) {
+        // Data may not have reached the storage (a network file system
+        // reports it here): the output is not complete.
+        WV_LOGE("output %s did not close: %s", mWriting.c_str(), std::strerror(closeError));
+        removeMade();
+        mKind = Kind::None;
+        return -closeError;
+    }
+    if (mKind == Kind::Temporary && ::rename(mWriting.c_str(), mReplace.c_str()) != 0) {
+        const int error = errno;
+        WV_LOGE("output %s cannot replace %s: %s", mWriting.c_str(), mReplace.c_str(), std::strerror(error));
+        removeMade();
+        mKind = Kind::None;
+        return -error;
+    }
+    mKind = Kind::None;
+    return 0;
+}
+
+void OutputFile::discard() {
+    if (mFd >= 0) ::close(mFd);
+    mFd = -1;
+    if (mKind == Kind::Created || mKind == Kind::Temporary) removeMade();
+    mKind = Kind::None;
+}
+
+void OutputFile::removeMade() {
+    if (mKind != Kind::Created && mKind != Kind::Temporary) return;
+    struct stat st;
+    if (::lstat(mWriting.c_str(), &st) == 0 && st.st_dev == mDev && st.st_ino == mIno) {
+        ::unlink(mWriting.c_str());
+    }
+}
+
+}  // namespace wv
