@@ -147,6 +147,21 @@ TEST_F(RenderJob, GrowingSourceRendersAheadThenWaitsForMoreData) {
     EXPECT_EQ(asSamples(wvtest::readFile(out), 44), src);
 }
 
+TEST_F(RenderJob, WaitingForASourceWhoseLoadThenFailsEndsWithTwentyMinusOne) {
+    const auto src = patternSamples(30000, 2, 6);
+    SPcmInfo* loading = addPcmItem(src, 44100, 2, wv::DECODING);
+    loading->frames = 10000;
+    const uint32_t list = newList({{loading, 0, 30000}});
+    const std::string out = dir.file("never.wav");
+    ASSERT_EQ(engine->setOutputPara(list, out.c_str(), ENCODE_WAV), 0);
+    ASSERT_EQ(engine->process(list), 0);
+    ASSERT_TRUE(waitUntil([&] { return engine->getPcmFrameLength(list) == 10000; }));
+    // What the decoder does when a load fails or is cancelled.
+    loading->loadFailed = true;
+    EXPECT_EQ(waitForEnding(list), (Event{wv::EVT_RENDER_FAILED, static_cast<int>(list), -1}));
+    EXPECT_FALSE(wvtest::fileExists(out));
+}
+
 TEST_F(RenderJob, CancelBeforeAndDuringRenderLeavesNoOutput) {
     // Before: the start command waits for a source that has not begun.
     SPcmInfo* pending = registerItem(new SPcmInfo(wv::ENCODED_FILE));

@@ -103,6 +103,9 @@ private:
     void startRender();
     void pollRenders();
     void finishRender(RenderJob& job, int finalCode);
+    // Whether a loaded file the list clips (directly or through a list) has
+    // not finished loading well: a render of it may end with 20.
+    bool hasUnreadySource(int list, int depth = 0);
     void startPlay();
     void pollPlay();
     void finishPlay(bool reachedEnd);

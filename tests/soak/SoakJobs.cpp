@@ -211,19 +211,8 @@ void Driver::pollRenders() {
     const double now = mLog.now();
     for (size_t i = 0; i < mRenders.size();) {
         RenderJob& job = mRenders[i];
-        bool sourceFailed = false;
-        for (int source : mItems[job.id].sources) {
-            auto s = mItems.find(source);
-            sourceFailed |= s != mItems.end() && s->second.loadEnded && !s->second.ready &&
-                            s->second.type == Item::LOADED;
-        }
-        if (!job.cancelled && (now >= job.cancelAt || sourceFailed)) {
-            // A list whose source will never have data waits for ever: only
-            // a cancel ends it.
-            if (sourceFailed && now < job.cancelAt) {
-                ++job.faults;
-                fault("render of a failed source");
-            }
+        // A list whose source will never have data ends by itself (20).
+        if (!job.cancelled && now >= job.cancelAt) {
             job.cancelled = true;
             if (mEngine->cancelProcess(job.id) != 0) violation("cancelProcess failed");
         }
@@ -250,11 +239,27 @@ void Driver::pollRenders() {
     }
 }
 
+bool Driver::hasUnreadySource(int list, int depth) {
+    if (depth > 16) return false;
+    for (int source : mItems[list].sources) {
+        auto s = mItems.find(source);
+        if (s == mItems.end()) continue;
+        if (s->second.type == Item::LOADED && !s->second.ready) return true;
+        if (s->second.type == Item::LIST && hasUnreadySource(source, depth + 1)) return true;
+    }
+    return false;
+}
+
 void Driver::finishRender(RenderJob& job, int code) {
     const int before = mViolations;
     const int id = job.id;
     for (const std::string& p : mLog.checkEnding(id, Kind::Render)) violation(p);
-    if (code != 22 && !(job.cancelled && code == 23)) {
+    const bool unready = hasUnreadySource(id);
+    if (code == 20 && unready) {
+        ++job.faults;
+        fault("render of a failed source");
+    }
+    if (code != 22 && !(job.cancelled && code == 23) && !(code == 20 && unready)) {
         violation("render of list " + std::to_string(id) + ": ending " + std::to_string(code));
     }
     const long long size = fileSize(job.output);
