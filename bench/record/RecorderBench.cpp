@@ -106,7 +106,7 @@ public:
     using wv::RecorderThread::RecorderThread;
     double cpuSeconds() {
         clockid_t clock;
-        if (pthread_getcpuclockid(mThread.native_handle(), &clock) != 0) return 0;
+        if (pthread_getcpuclockid(launchedThreadHandle(), &clock) != 0) return 0;
         timespec ts{};
         clock_gettime(clock, &ts);
         return double(ts.tv_sec) + double(ts.tv_nsec) * 1e-9;

@@ -42,6 +42,25 @@ FileWriter::~FileWriter() {
 }
 
 int FileWriter::openFile(const char* path) {
+    closeCurrent();
+    mPath = path != nullptr ? path : "";
+    const int fd = ::open(mPath.c_str(), O_WRONLY | O_CREAT | O_EXCL | O_NOFOLLOW | O_CLOEXEC, 0666);
+    if (fd < 0) {
+        WV_LOGE("file %s open failed error: %s", mPath.c_str(), std::strerror(errno));
+        return OPEN_FAILED;
+    }
+    mFd = fd;
+    return 0;
+}
+
+void FileWriter::adopt(int fd, const char* path) {
+    closeCurrent();
+    mPath = path != nullptr ? path : "";
+    mFd = fd;
+    mAdopted = true;
+}
+
+void FileWriter::closeCurrent() {
     if (mOutput) {
         mOutput->discard();
         mOutput.reset();
@@ -53,36 +72,10 @@ int FileWriter::openFile(const char* path) {
     mAdopted = false;
     // A remainder belongs to the file it was cut from.
     releaseHeld();
-    mPath = path != nullptr ? path : "";
-    const int fd = ::open(mPath.c_str(), O_WRONLY | O_CREAT | O_TRUNC | O_CLOEXEC, 0777);
-    if (fd < 0) {
-        WV_LOGE("file %s open failed error: %s", mPath.c_str(), std::strerror(errno));
-        return OPEN_FAILED;
-    }
-    mFd = fd;
-    return 0;
-}
-
-void FileWriter::adopt(int fd, const char* path) {
-    if (mFd >= 0) ::close(mFd);
-    releaseHeld();
-    mPath = path != nullptr ? path : "";
-    mFd = fd;
-    mFinished = false;
-    mAdopted = true;
 }
 
 int FileWriter::openOutput(const char* path) {
-    if (mOutput) {
-        mOutput->discard();
-        mOutput.reset();
-    } else if (mFd >= 0) {
-        ::close(mFd);
-    }
-    mFd = -1;
-    mFinished = false;
-    mAdopted = false;
-    releaseHeld();
+    closeCurrent();
     mPath = path != nullptr ? path : "";
     std::unique_ptr<OutputFile> output(new OutputFile());
     const int result = mPath.empty() ? -ENOENT : output->open(mPath);

@@ -47,8 +47,8 @@ public:
     FileWriter& operator=(const FileWriter&) = delete;
 
     // Closes the current file (keeping it) if one is open, drops any held
-    // remainder, then creates or truncates `path` write-only with mode 0777
-    // (before the umask). 0 on success; OPEN_FAILED, logged
+    // remainder, then creates `path` new, write-only, with mode 0666 less
+    // the umask: an existing name (a symlink included) is refused. 0 on success; OPEN_FAILED, logged
     // "file %s open failed error: %s", otherwise.
     int openFile(const char* path);
     // Opens a client's output (see OutputFile). 0, or OPEN_FAILED (logged);
@@ -107,6 +107,9 @@ private:
     // block. `retry` frees the held block once it has reached the file.
     int writeOnce(const uint8_t* data, uint32_t length, bool retry);
     void releaseHeld();
+    // Ends whatever file is open (an unfinished output is discarded, a plain
+    // file just closed and kept) and drops any held remainder.
+    void closeCurrent();
 
     uint8_t* mHeld = nullptr;  // malloc'd tail of the last short write
     uint32_t mHeldLength = 0;

@@ -259,6 +259,11 @@ int32_t WVCmdThread::dump() {
     return 0;
 }
 
+std::thread::native_handle_type WVCmdThread::launchedThreadHandle() {
+    std::lock_guard<std::mutex> guard(mThreadLock);
+    return mThread.joinable() ? mThread.native_handle() : std::thread::native_handle_type();
+}
+
 bool WVCmdThread::loopRunning() const {
     std::lock_guard<std::mutex> guard(mLock);
     return mLoopCount > 0;

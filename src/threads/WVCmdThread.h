@@ -102,6 +102,9 @@ public:
 
     // Whether a loop runs on this object now.
     bool loopRunning() const;
+    // The thread started by launch() (for reading its CPU clock), or a
+    // default handle when none runs.
+    std::thread::native_handle_type launchedThreadHandle();
 
 protected:
     // Executes one command.

@@ -80,13 +80,21 @@ TEST(FileWriter, OpenFailureIsReportedAndLeavesWriterInError) {
     EXPECT_EQ(constructed.checkStatus(), FileWriter::WRITE_ERROR);
 }
 
-TEST(FileWriter, OpenTruncatesAndReopenKeepsThePreviousFile) {
+TEST(FileWriter, OpenCreatesNewAndReopenKeepsThePreviousFile) {
     wvtest::TempDir dir;
+    const std::string taken = dir.file("taken.pcm");
     const std::string first = dir.file("first.pcm");
     const std::string second = dir.file("second.pcm");
-    wvtest::writeFile(first, "old contents that are longer", 28);
+    wvtest::writeFile(taken, "old contents that are longer", 28);
     const mode_t oldMask = ::umask(022);
     {
+        // An existing name, or a link to one, is never truncated.
+        FileWriter refused(nullptr);
+        EXPECT_EQ(refused.openFile(taken.c_str()), FileWriter::OPEN_FAILED);
+        ASSERT_EQ(::symlink(taken.c_str(), dir.file("link.pcm").c_str()), 0);
+        EXPECT_EQ(refused.openFile(dir.file("link.pcm").c_str()), FileWriter::OPEN_FAILED);
+        EXPECT_EQ(wvtest::fileSize(taken), 28);
+
         FileWriter writer(first.c_str());
         EXPECT_EQ(wvtest::fileSize(first), 0);
         EXPECT_EQ(writer.write("new", 3), FileWriter::WRITE_OK);
@@ -94,7 +102,7 @@ TEST(FileWriter, OpenTruncatesAndReopenKeepsThePreviousFile) {
         EXPECT_EQ(writer.path(), second);
         struct stat st;
         ASSERT_EQ(::stat(second.c_str(), &st), 0);
-        EXPECT_EQ(st.st_mode & 0777, 0755u);
+        EXPECT_EQ(st.st_mode & 0777, 0644u);
     }
     ::umask(oldMask);
     // Switching files closes the old one without removing it; only the file
@@ -126,7 +134,10 @@ protected:
         ASSERT_EQ(::mkfifo(mPath.c_str(), 0600), 0);
         mReadFd = ::open(mPath.c_str(), O_RDONLY | O_NONBLOCK);
         ASSERT_GE(mReadFd, 0);
-        ASSERT_EQ(mWriter.openFile(mPath.c_str()), 0);
+        // openFile() creates new files only: the FIFO is opened here.
+        const int writeFd = ::open(mPath.c_str(), O_WRONLY | O_CLOEXEC);
+        ASSERT_GE(writeFd, 0);
+        mWriter.adopt(writeFd, mPath.c_str());
         ASSERT_EQ(::fcntl(mWriter.fd(), F_SETFL, O_NONBLOCK), 0);
         mCapacity = ::fcntl(mReadFd, F_SETPIPE_SZ, 16384);
         ASSERT_GE(mCapacity, 16384);

@@ -22,6 +22,8 @@
 
 namespace faulttest {
 
+using wvtest::namesIn;
+
 using wvtest::Event;
 
 // The codes that end a job of each kind. A failed recording start ends with
@@ -42,19 +44,6 @@ inline std::vector<Event> eventsOf(const std::vector<Event>& events, int id,
         if (e.id == id && isOneOf(e.code, codes)) out.push_back(e);
     }
     return out;
-}
-
-// The names in `dir`, without "." and "..".
-inline std::set<std::string> namesIn(const std::string& dir) {
-    std::set<std::string> names;
-    if (DIR* d = opendir(dir.c_str())) {
-        while (dirent* entry = readdir(d)) {
-            const std::string name = entry->d_name;
-            if (name != "." && name != "..") names.insert(name);
-        }
-        closedir(d);
-    }
-    return names;
 }
 
 class FaultEngine {

@@ -26,19 +26,9 @@
 
 namespace {
 
-constexpr int kRate = 8000;
+using wvtest::namesIn;
 
-std::set<std::string> namesIn(const std::string& dir) {
-    std::set<std::string> names;
-    if (DIR* d = opendir(dir.c_str())) {
-        while (dirent* entry = readdir(d)) {
-            const std::string name = entry->d_name;
-            if (name != "." && name != "..") names.insert(name);
-        }
-        closedir(d);
-    }
-    return names;
-}
+constexpr int kRate = 8000;
 
 uint32_t le32(const std::vector<char>& b, size_t at) {
     return uint32_t(uint8_t(b[at])) | uint32_t(uint8_t(b[at + 1])) << 8 |

@@ -22,23 +22,13 @@
 
 namespace {
 
+using wvtest::namesIn;
+
 using rendertest::patternSamples;
 using rendertest::waitUntil;
 using wvtest::Event;
 
 std::string baseName(const std::string& path) { return path.substr(path.rfind('/') + 1); }
-
-std::set<std::string> namesIn(const std::string& dir) {
-    std::set<std::string> names;
-    if (DIR* d = opendir(dir.c_str())) {
-        while (dirent* entry = readdir(d)) {
-            const std::string name = entry->d_name;
-            if (name != "." && name != "..") names.insert(name);
-        }
-        closedir(d);
-    }
-    return names;
-}
 
 class ExistingOutput : public rendertest::RenderTest {
 protected:

@@ -6,6 +6,7 @@
 #include <condition_variable>
 #include <functional>
 #include <mutex>
+#include <set>
 #include <string>
 #include <thread>
 #include <vector>
@@ -32,6 +33,8 @@ bool fileExists(const std::string& path);
 long long fileSize(const std::string& path);  // -1 when missing
 std::vector<char> readFile(const std::string& path);
 void writeFile(const std::string& path, const void* data, size_t size);
+// The names in `dir`, without "." and "..".
+std::set<std::string> namesIn(const std::string& dir);
 
 struct LogLine {
     int priority;

@@ -32,18 +32,6 @@ constexpr int kThreads = 8;
 constexpr int kCallsPerThread = 500;
 constexpr int kSlots = 3;
 
-std::vector<std::string> entriesOf(const std::string& dir) {
-    std::vector<std::string> names;
-    if (DIR* d = opendir(dir.c_str())) {
-        while (dirent* entry = readdir(d)) {
-            const std::string name = entry->d_name;
-            if (name != "." && name != "..") names.push_back(name);
-        }
-        closedir(d);
-    }
-    return names;
-}
-
 // The ending events of each kind of queued job.
 bool endsLoad(int code) { return code == 0 || code == 4 || code == 5 || code == 7; }
 bool endsRender(int code) { return code == 20 || code == 22 || code == 23 || code == 25; }
@@ -246,10 +234,10 @@ TEST_F(PublicCallStressTest, EveryJobEndsOnceAndNothingIsLeftBehind) {
 
         // The last holder of each item lets go when its job ends: poll.
         const auto until = std::chrono::steady_clock::now() + std::chrono::seconds(60);
-        while (!entriesOf(work.path()).empty() && std::chrono::steady_clock::now() < until) {
+        while (!wvtest::namesIn(work.path()).empty() && std::chrono::steady_clock::now() < until) {
             std::this_thread::sleep_for(std::chrono::milliseconds(10));
         }
-        EXPECT_EQ(entriesOf(work.path()), std::vector<std::string>());
+        EXPECT_EQ(wvtest::namesIn(work.path()), std::set<std::string>());
         engine.stopThreadLoop();
     }
 }
