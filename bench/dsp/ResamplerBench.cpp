@@ -8,7 +8,7 @@
 #include <memory>
 #include <vector>
 
-#include "dsp/AudioResampler.h"
+#include "platform/resample/AudioResampler.h"
 
 namespace {
 

@@ -18,7 +18,7 @@
 
 #include "AudioFixtures.h"
 #include "engine/WavoryxPriv.h"
-#include "platform/Clock.h"
+#include "base/Clock.h"
 #include "platform/MediaService.h"
 #include "play/AudioPlayer.h"
 
@@ -95,14 +95,14 @@ void fillCost(benchmark::State& state, bool pcmPresent) {
         return;
     }
     std::unique_ptr<wv::SPcmInfo> item = makeItem(pcmPresent);
-    wv::AudioPlayer player(nullptr, false, nullptr);
+    wv::AudioPlayer player(nullptr);
     player.setOutputFactory(&idleOutput);
     if (player.setDataSource(item->path.get().c_str()) != 0) {
         state.SkipWithError("no source");
         return;
     }
     player.setReader(item.get(), std::unique_ptr<wv::PcmInfoReader>(
-                                     new wv::PcmInfoReader(item.get(), nullptr)));
+                                     new wv::PcmInfoReader(item.get())));
     if (player.start(true) != 0 || player.usingReader() != pcmPresent) {
         state.SkipWithError("player did not start on the expected input");
         return;

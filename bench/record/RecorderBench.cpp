@@ -30,7 +30,7 @@
 #include <wavoryx/platform.h>
 
 #include "engine/WavoryxPriv.h"
-#include "platform/Clock.h"
+#include "base/Clock.h"
 #include "record/RecorderThread.h"
 
 namespace {

@@ -30,7 +30,7 @@
 
 #include "AudioFixtures.h"
 #include "engine/WavoryxPriv.h"
-#include "threads/JavaCallbackThread.h"
+#include "threads/ClientCallbackThread.h"
 
 namespace {
 

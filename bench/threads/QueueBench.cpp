@@ -7,8 +7,8 @@
 #include <thread>
 #include <vector>
 
-#include "platform/Clock.h"
-#include "threads/JavaCallbackThread.h"
+#include "base/Clock.h"
+#include "threads/ClientCallbackThread.h"
 #include "threads/WVCmdThread.h"
 
 namespace {
@@ -39,7 +39,6 @@ BENCHMARK(BM_CommandsServedInBursts)->Arg(100)->Arg(1000)->Arg(10000)->UseRealTi
 class NoEngine : public wv::EngineHooks {
 public:
     int32_t playStop(uint32_t) override { return 0; }
-    int32_t dump() override { return 0; }
 };
 
 std::atomic<int64_t> gDeliveredNs{0};
@@ -47,7 +46,7 @@ void onEvent(int, int, int, char*, void*) { gDeliveredNs.store(wv::monotonicNs()
 
 void BM_EventLatency(benchmark::State& state) {
     NoEngine engine;
-    wv::JavaCallbackThread callbacks(&engine);
+    wv::ClientCallbackThread callbacks(&engine);
     callbacks.setCallback(onEvent);
     callbacks.launch();
     std::vector<double> latenciesUs;

@@ -3,7 +3,7 @@
 
 #include "codec/Mp3Encoder.h"
 #include "codec/WaveEncoder.h"
-#include "platform/Log.h"
+#include "base/Log.h"
 
 namespace wv {
 

@@ -11,7 +11,7 @@
 #include <cstring>
 
 #include "codec/WorkingFile.h"
-#include "platform/Log.h"
+#include "base/Log.h"
 #include "platform/OutputFile.h"
 
 static_assert(sizeof(off_t) == 8, "the library is built with 64-bit file offsets");

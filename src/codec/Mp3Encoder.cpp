@@ -6,7 +6,7 @@
 #include <algorithm>
 #include <cstdlib>
 
-#include "platform/Log.h"
+#include "base/Log.h"
 
 namespace wv {
 

@@ -1,5 +1,5 @@
 #define WV_LOG_TAG "EffectRobot"
-#include "platform/Log.h"
+#include "base/Log.h"
 
 #include "dsp/EffectRobot.h"
 

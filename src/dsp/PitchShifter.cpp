@@ -1,7 +1,7 @@
 // The exported pitch shifter: one process-wide PhaseVocoder behind a lock,
 // plus the transform and arc-tangent helpers it is published with.
 #define WV_LOG_TAG "PitchShifter"
-#include "platform/Log.h"
+#include "base/Log.h"
 
 #include <wavoryx/dsp.h>
 

@@ -1,7 +1,7 @@
 // Clip-list edits of the engine: creating lists and appending clips.
 #define WV_LOG_TAG "WavoryxPriv"
 #include "engine/WavoryxPriv.h"
-#include "platform/Log.h"
+#include "base/Log.h"
 
 using namespace wv;
 

@@ -2,7 +2,7 @@
 #include "engine/WavoryxPriv.h"
 
 #include "load/DecoderThread.h"
-#include "platform/Log.h"
+#include "base/Log.h"
 #include "platform/MediaService.h"
 #include "record/RecorderThread.h"
 #include "render/EncoderThread.h"
@@ -16,10 +16,7 @@ WavoryxPriv::WavoryxPriv() : mWorkingDir("/mnt/sdcard/") {
     mEncoder->launch();
     mRecorder.reset(new RecorderThread(this));
     mRecorder->launch();
-    mCallbackThread.reset(new JavaCallbackThread(this));
-    mDaemon.reset(new DaemonThread(this));
-    mDaemon->launch();
-    mDaemon->sendCmd(WVThreadCmd(1, 0xFFFFFFFF, -1), 7);
+    mCallbackThread.reset(new ClientCallbackThread(this));
     const status_t connected = MediaService::connect();
     WV_CHECK_EQ("WavoryxPriv", 460, "mClient.connect(),(status_t)OK", connected, OK);
 }
@@ -28,7 +25,6 @@ WavoryxPriv::~WavoryxPriv() {
     mDecoder->exit();
     mEncoder->exit();
     mRecorder->exit();
-    mDaemon->exit();
     // Jobs whose next step will never run still own their contexts.
     mDecoder->discardAll();
     mEncoder->discardAll();
@@ -47,7 +43,6 @@ WavoryxPriv::~WavoryxPriv() {
     mCallbackThread.reset();
     mEncoder.reset();
     mRecorder.reset();
-    mDaemon.reset();
     MediaService::disconnect();
 }
 
@@ -103,6 +98,11 @@ int32_t WavoryxPriv::removePcm(pcm_id_t id) {
 
 void WavoryxPriv::notifyClient(WVThreadCmd event, int32_t delayMs) {
     mCallbackThread->notify(event, delayMs);
+}
+
+void WavoryxPriv::recordingEnded(pcm_id_t id) {
+    pcm_id_t expected = id;
+    mRecordingId.compare_exchange_strong(expected, 0);
 }
 
 SPcmInfo* WavoryxPriv::getPcmInfo(pcm_id_t id, pcm_ref_t ref) { return mInfoList.get(id, ref); }

@@ -4,9 +4,10 @@
 //
 // Public operations run on the caller's thread: they check their arguments,
 // look items up and either answer at once or post a command to a worker.
-// Member functions are defined in the folder of the job they serve
-// (src/load, src/render, src/record, src/play); the lifecycle, settings,
-// queries and clip-list edits live here.
+// Every member function is defined in this folder, one file per group of
+// operations (LoadOps, RenderOps, WaveformOps, PlayOps, RecordOps,
+// ClipListOps); the workers and players see the engine only through the
+// JobContext it implements.
 #pragma once
 
 #include <atomic>
@@ -16,10 +17,11 @@
 
 #include <wavoryx/Wavoryx.h>
 
-#include "engine/InfoList.h"
-#include "engine/PcmTypes.h"
+#include "items/InfoList.h"
+#include "items/JobContext.h"
+#include "items/PcmTypes.h"
 #include "threads/EngineHooks.h"
-#include "threads/JavaCallbackThread.h"
+#include "threads/ClientCallbackThread.h"
 #include "threads/WVCmdThread.h"
 
 namespace wv {
@@ -28,7 +30,7 @@ class EncoderThread;
 class RecorderThread;
 }  // namespace wv
 
-class WavoryxPriv : public wv::EngineHooks {
+class WavoryxPriv : public wv::EngineHooks, public wv::JobContext {
 public:
     WavoryxPriv();
     virtual ~WavoryxPriv();
@@ -41,7 +43,7 @@ public:
     int32_t setCallback(wv::ClientCallback callback);
     int32_t setWorkingDir(const char* dir);
     int32_t setThreadPriority(thread_priority_t priority);
-    int32_t dump() override;
+    int32_t dump();
     int32_t removePcm(wv::pcm_id_t id);
 
     // Queries.
@@ -85,13 +87,15 @@ public:
     int32_t recordResume();
     int32_t recordStop();
 
-    // For the workers.
-    // Posts an event to the client: at once (delayMs 0) or after delayMs.
-    void notifyClient(wv::WVThreadCmd event, int32_t delayMs);
-    wv::SPcmInfo* getPcmInfo(wv::pcm_id_t id, wv::pcm_ref_t ref);
-    wv::pcm_id_t releasePcm(wv::pcm_id_t id, wv::pcm_ref_t ref, bool all);
-    std::string workingDir() const;
-    thread_priority_t threadPriority() const { return mThreadPriority.load(std::memory_order_relaxed); }
+    // The job context of the workers and players.
+    void notifyClient(wv::WVThreadCmd event, int32_t delayMs) override;
+    wv::SPcmInfo* getPcmInfo(wv::pcm_id_t id, wv::pcm_ref_t ref) override;
+    wv::pcm_id_t releasePcm(wv::pcm_id_t id, wv::pcm_ref_t ref, bool all) override;
+    std::string workingDir() const override;
+    thread_priority_t threadPriority() const override {
+        return mThreadPriority.load(std::memory_order_relaxed);
+    }
+    void recordingEnded(wv::pcm_id_t id) override;
     wv::InfoList& infoList() { return mInfoList; }
 
     // The two-line reports of a failed item check ("line %d in %s:" then the
@@ -153,7 +157,6 @@ private:
     std::unique_ptr<wv::DecoderThread> mDecoder;
     std::unique_ptr<wv::EncoderThread> mEncoder;
     std::unique_ptr<wv::RecorderThread> mRecorder;
-    std::unique_ptr<wv::JavaCallbackThread> mCallbackThread;
-    std::unique_ptr<wv::DaemonThread> mDaemon;
+    std::unique_ptr<wv::ClientCallbackThread> mCallbackThread;
     std::atomic<thread_priority_t> mThreadPriority{WV_PRIORITY_NORMAL};
 };

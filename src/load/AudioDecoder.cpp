@@ -5,8 +5,8 @@
 
 #include <cstring>
 
-#include "platform/Clock.h"
-#include "platform/Log.h"
+#include "base/Clock.h"
+#include "base/Log.h"
 #include "platform/media/AudioCodec.h"
 #include "platform/media/DataSource.h"
 #include "platform/media/MediaExtractor.h"

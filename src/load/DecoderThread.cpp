@@ -7,21 +7,23 @@
 
 #include "codec/WorkingFile.h"
 
-#include "engine/WavoryxPriv.h"
-#include "platform/Clock.h"
-#include "platform/Log.h"
+#include "base/Clock.h"
+#include "base/Log.h"
 
 namespace wv {
 
-DecoderThread::DecoderThread(WavoryxPriv* editor)
-    : ChunkedJobThread(editor, kProgressStep, EVT_LOAD_PROGRESS, kStepUrgency) {}
+DecoderThread::DecoderThread(JobContext* context)
+    : ChunkedJobThread(context, kProgressStep, EVT_LOAD_PROGRESS, kStepUrgency),
+      mContext(context) {}
+
+bool DecoderThread::isRegistered(uint32_t id) { return mContext->getPcmInfo(id, REF_NONE) != nullptr; }
 
 DecoderThread::~DecoderThread() = default;
 
 SPcmInfo* DecoderThread::itemOf(const WVThreadCmd& cmd) {
-    SPcmInfo* item = mEditor->getPcmInfo(cmd.pcmId, REF_NONE);
+    SPcmInfo* item = mContext->getPcmInfo(cmd.pcmId, REF_NONE);
     if (item == nullptr) {
-        fatalCheck(WV_LOG_TAG, "WavoryxPriv", __LINE__, "CHECK(%s) failed.", "info != NULL");
+        fatalCheck(WV_LOG_TAG, "WavoryxPriv", 24, "CHECK(%s) failed.", "info != NULL");
     }
     mCurrentId.store(item->id, std::memory_order_relaxed);
     return item;
@@ -31,13 +33,13 @@ void DecoderThread::endLoad(pcm_id_t id, uint32_t event, int32_t value) {
     if (event != EVT_LOAD_DONE) {
         // Before the event: a render that sees it must already see the
         // failure instead of waiting for data that will never come.
-        if (SPcmInfo* item = mEditor->getPcmInfo(id, REF_NONE)) {
+        if (SPcmInfo* item = mContext->getPcmInfo(id, REF_NONE)) {
             item->loadFailed.store(true);
             item->dropPcmFile();
         }
     }
-    mEditor->notifyClient(WVThreadCmd(event, id, value), 0);
-    mEditor->releasePcm(id, REF_DECODER, false);
+    mContext->notifyClient(WVThreadCmd(event, id, value), 0);
+    mContext->releasePcm(id, REF_DECODER, false);
 }
 
 void DecoderThread::procCmd(WVThreadCmd& cmd) {
@@ -82,12 +84,12 @@ void DecoderThread::startLoad(WVThreadCmd& cmd) {
         item->frames.store(totalFrames);
         item->status.store(PCM_READY);
         decoder.reset();
-        mEditor->notifyClient(WVThreadCmd(EVT_LOAD_STARTED, id, -1), 0);
+        mContext->notifyClient(WVThreadCmd(EVT_LOAD_STARTED, id, -1), 0);
         endLoad(id, EVT_LOAD_DONE, -1);
         return;
     }
 
-    const std::string pcmPath = mEditor->workingDir() + std::to_string(id) + ".pcm";
+    const std::string pcmPath = mContext->workingDir() + std::to_string(id) + ".pcm";
     item->status.store(DECODING);
     // The item keeps the locked descriptor for its life; the writer gets a
     // duplicate that it closes when the load ends.
@@ -104,7 +106,7 @@ void DecoderThread::startLoad(WVThreadCmd& cmd) {
     std::unique_ptr<FileWriter> writer(new FileWriter(nullptr));
     writer->adopt(writerFd, pcmPath.c_str());
     DecodeJob* job = new DecodeJob(std::move(decoder), std::move(writer));
-    mEditor->notifyClient(WVThreadCmd(EVT_LOAD_STARTED, id, -1), 0);
+    mContext->notifyClient(WVThreadCmd(EVT_LOAD_STARTED, id, -1), 0);
     sendCmd(WVThreadCmd(kCmdContinue, id, -1, job), kStepUrgency);
 }
 
@@ -155,7 +157,7 @@ void DecoderThread::decodeStep(WVThreadCmd& cmd) {
 }
 
 void DecoderThread::postNextStep(const WVThreadCmd& cmd, const TimeVal& begin, const TimeVal& end) {
-    if (mEditor->threadPriority() == WV_PRIORITY_LOW) {
+    if (mContext->threadPriority() == WV_PRIORITY_LOW) {
         const int32_t elapsedUs =
             (end.sec - begin.sec) * 1000000 + (end.usec - begin.usec);
         const int32_t elapsedMs = elapsedUs / 1000 < 0 ? 0 : elapsedUs / 1000;
@@ -178,7 +180,7 @@ void DecoderThread::onCmdCancel(WVThreadCmd& cmd) {
             endLoad(cmd.pcmId, EVT_LOAD_CANCELLED, -1);
             break;
         default:
-            mEditor->releasePcm(cmd.pcmId, REF_DECODER, false);
+            mContext->releasePcm(cmd.pcmId, REF_DECODER, false);
             break;
     }
 }

@@ -31,7 +31,9 @@
 #include <memory>
 
 #include "codec/FileWriter.h"
-#include "engine/ChunkedJobThread.h"
+#include "items/JobContext.h"
+#include "items/SPcmInfo.h"
+#include "threads/ChunkedJobThread.h"
 #include "load/AudioDecoder.h"
 
 namespace wv {
@@ -60,10 +62,12 @@ class DecoderThread : public ChunkedJobThread {
 public:
     static constexpr float kProgressStep = 0.2f;
     static constexpr uint8_t kStepUrgency = 7;
-    explicit DecoderThread(WavoryxPriv* editor);
+    // context: the engine running the worker (not owned; outlives it).
+    explicit DecoderThread(JobContext* context);
     ~DecoderThread() override;
 
 protected:
+    bool isRegistered(uint32_t id) override;
     void procCmd(WVThreadCmd& cmd) override;
     void onCmdCancel(WVThreadCmd& cmd) override;
     // A load dropped at shutdown frees its job (and its partial PCM file)
@@ -81,6 +85,8 @@ private:
     // Posts the next step at once, or after as long as this one took when
     // the engine runs its workers at low priority.
     void postNextStep(const WVThreadCmd& cmd, const TimeVal& begin, const TimeVal& end);
+
+    JobContext* const mContext;
 };
 
 }  // namespace wv

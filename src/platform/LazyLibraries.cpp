@@ -3,7 +3,7 @@
 
 #include <dlfcn.h>
 
-#include "platform/Log.h"
+#include "base/Log.h"
 
 namespace wv {
 

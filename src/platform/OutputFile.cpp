@@ -11,7 +11,7 @@
 #include <cstdlib>
 #include <cstring>
 
-#include "platform/Log.h"
+#include "base/Log.h"
 
 namespace wv {
 namespace {

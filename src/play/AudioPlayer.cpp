@@ -5,9 +5,8 @@
 
 #include <strings.h>
 
-#include "engine/WavoryxPriv.h"
-#include "platform/Clock.h"
-#include "platform/Log.h"
+#include "base/Clock.h"
+#include "base/Log.h"
 #include "platform/media/AudioCodec.h"
 #include "platform/media/DataSource.h"
 #include "platform/media/MediaExtractor.h"
@@ -33,8 +32,8 @@ std::unique_ptr<AudioOutput> openSelectedOutput(uint32_t rate, uint32_t mask,
 
 }  // namespace
 
-AudioPlayer::AudioPlayer(AudioSink*, bool, WavoryxPriv* editor)
-    : mEditor(editor), mOutputFactory(&openSelectedOutput) {
+AudioPlayer::AudioPlayer(EventSink* events)
+    : mEvents(events), mOutputFactory(&openSelectedOutput) {
     DataSource::RegisterDefaultSniffers();
 }
 

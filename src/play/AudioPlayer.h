@@ -51,28 +51,16 @@
 #include <mutex>
 #include <string>
 
-#include "engine/SPcmInfo.h"
+#include "items/SPcmInfo.h"
+#include "threads/ClientEvents.h"
 #include "platform/audio/AudioOutput.h"
 #include "platform/media/MediaBuffer.h"
 #include "platform/media/MediaSource.h"
-#include "render/PcmInfoReader.h"
-
-class WavoryxPriv;
+#include "items/PcmInfoReader.h"
 
 namespace wv {
 
-// A source of the current time of some playback, in microseconds.
-class TimeSource {
-public:
-    virtual ~TimeSource() {}
-    virtual int64_t getRealTimeUs() = 0;
-};
-
-// The sink a player could hand its data to instead of its own output;
-// the engine never passes one.
-class AudioSink;
-
-class AudioPlayer : public TimeSource, public PcmItemPlayer {
+class AudioPlayer : public PcmItemPlayer {
 public:
     enum : uint32_t { PAUSED = 1, PLAYING = 2 };
     enum FlagMode { SET = 0, CLEAR = 1, ASSIGN = 2 };
@@ -84,7 +72,9 @@ public:
     using OutputFactory = std::function<std::unique_ptr<AudioOutput>(
         uint32_t sampleRate, uint32_t channelMask, AudioOutput::callback_t callback, void* user)>;
 
-    AudioPlayer(AudioSink* sink, bool flag, WavoryxPriv* editor);
+    // events: where the end of playback is posted (not owned; outlives the
+    // player); null posts nothing.
+    explicit AudioPlayer(EventSink* events);
     ~AudioPlayer() override;
     AudioPlayer(const AudioPlayer&) = delete;
     AudioPlayer& operator=(const AudioPlayer&) = delete;
@@ -116,7 +106,7 @@ public:
     // format.
     bool canPlayBackwards() const;
 
-    int64_t getRealTimeUs() override;
+    int64_t getRealTimeUs();
     // The play position in microseconds of media time.
     int64_t getMediaTimeUs();
     bool getMediaTimeMapping(int64_t* outputUs, int64_t* mediaUs);
@@ -178,7 +168,7 @@ private:
     int32_t mEndStatus = 0;
     int64_t mSeekTargetUs = 0;
     std::atomic<bool> mStarted{false};
-    WavoryxPriv* const mEditor;
+    EventSink* const mEvents;
     int32_t mRateFactor = 1;
 
     OutputFactory mOutputFactory;

@@ -3,8 +3,7 @@
 #include <algorithm>
 #include <cstring>
 
-#include "engine/WavoryxPriv.h"
-#include "platform/Log.h"
+#include "base/Log.h"
 #include "platform/media/MetaData.h"
 #include "play/AudioPlayer.h"
 
@@ -231,9 +230,9 @@ size_t AudioPlayer::fillBuffer(void* data, size_t size) {
         mFramesWritten += int64_t(done / mFrameBytes);
         mHandedFrames += done / mFrameBytes;
     }
-    if (postEnd && mEditor != nullptr) {
+    if (postEnd && mEvents != nullptr) {
         const pcm_id_t id = mItem != nullptr ? mItem->id : 0;
-        mEditor->notifyClient(WVThreadCmd(EVT_PLAY_END, id, -1), kEndEventDelayMs);
+        mEvents->notifyClient(WVThreadCmd(EVT_PLAY_END, id, -1), kEndEventDelayMs);
     }
     return done;
 }

@@ -5,8 +5,8 @@
 #include <chrono>
 #include <cstring>
 
-#include "platform/Clock.h"
-#include "platform/Log.h"
+#include "base/Clock.h"
+#include "base/Log.h"
 
 namespace wv {
 namespace {

@@ -16,8 +16,8 @@
 #include "dsp/EffectRobot.h"
 #include "record/AudioRecorder.h"
 #include "record/LostAudioReport.h"
-#include "record/VoicePitchShifter.h"
-#include "render/WaveformData.h"
+#include "dsp/VoicePitchShifter.h"
+#include "dsp/WaveformData.h"
 #include "threads/PacingTimer.h"
 
 namespace wv {

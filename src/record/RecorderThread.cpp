@@ -3,11 +3,11 @@
 
 #include <string>
 
-#include "engine/WavoryxPriv.h"
-#include "platform/Clock.h"
-#include "platform/Log.h"
+#include "base/Clock.h"
+#include "base/Log.h"
+#include "items/SPcmInfo.h"
 #include "record/RecordJob.h"
-#include "threads/JavaCallbackThread.h"
+#include "threads/ClientCallbackThread.h"
 
 namespace wv {
 namespace {
@@ -15,24 +15,18 @@ namespace {
 // The drain buffer at the end of a pitch-shifted recording.
 constexpr uint32_t kDrainBytes = 512;
 
-// Clears the current recording if it is still `id`; a newer one is left alone.
-void stopIfCurrent(WavoryxPriv* editor, pcm_id_t id) {
-    pcm_id_t expected = id;
-    editor->mRecordingId.compare_exchange_strong(expected, 0);
-}
-
 }  // namespace
 
-RecorderThread::RecorderThread(WavoryxPriv* editor) : mEditor(editor) {}
+RecorderThread::RecorderThread(JobContext* context) : mContext(context) {}
 
 RecorderThread::~RecorderThread() = default;
 
 void RecorderThread::notify(uint32_t code, pcm_id_t id, int32_t arg, int32_t delayMs) {
-    mEditor->notifyClient(WVThreadCmd(code, id, arg), delayMs);
+    mContext->notifyClient(WVThreadCmd(code, id, arg), delayMs);
 }
 
 SPcmInfo* RecorderThread::itemOf(const WVThreadCmd& cmd, const char* stage) {
-    SPcmInfo* item = mEditor->getPcmInfo(cmd.pcmId, REF_NONE);
+    SPcmInfo* item = mContext->getPcmInfo(cmd.pcmId, REF_NONE);
     if (item != nullptr) return item;
     WV_LOGE("recorder: pcm %u of command %u (%s) doesn't exist; dropped", cmd.pcmId, cmd.code,
             stage);
@@ -61,9 +55,9 @@ void RecorderThread::procCmd(WVThreadCmd& cmd) {
 }
 
 void RecorderThread::abortStart(pcm_id_t id, int32_t failure) {
-    mEditor->releasePcm(id, REF_RECORDER, false);
-    mEditor->releasePcm(id, REF_CLIENT, false);
-    stopIfCurrent(mEditor, id);
+    mContext->releasePcm(id, REF_RECORDER, false);
+    mContext->releasePcm(id, REF_CLIENT, false);
+    mContext->recordingEnded(id);
     notify(EVT_RECORD_FAILED, id, failure);
     notify(EVT_RECORD_ENDED, id, -1);
 }
@@ -77,7 +71,7 @@ void RecorderThread::startRecording(const WVThreadCmd& cmd, SPcmInfo* item) {
     if (recorder->initCheck() != 0) {
         WV_LOGE("init recorder failed.");
         recorder.reset();
-        mEditor->releasePcm(id, REF_RECORDER, false);
+        mContext->releasePcm(id, REF_RECORDER, false);
         notify(EVT_RECORD_FAILED, id, 5);
         return;
     }
@@ -291,11 +285,11 @@ void RecorderThread::onCmdCancel(WVThreadCmd& cmd) {
     const pcm_id_t id = cmd.pcmId;
     if (cmd.code == kCmdStart) {
         // Stopped before it started: nothing was opened.
-        if (mEditor->getPcmInfo(id, REF_NONE) == nullptr) {
+        if (mContext->getPcmInfo(id, REF_NONE) == nullptr) {
             WV_LOGE("recorder: pcm %u of command %u (cancel) doesn't exist; dropped", id, cmd.code);
             return;
         }
-        mEditor->releasePcm(id, REF_RECORDER, false);
+        mContext->releasePcm(id, REF_RECORDER, false);
         notify(EVT_RECORD_ENDED, id, 0);
         return;
     }
@@ -305,7 +299,7 @@ void RecorderThread::onCmdCancel(WVThreadCmd& cmd) {
     reportLostAudio(id, static_cast<RecordJob*>(cmd.data), nullptr, true);
     const int32_t result = finishJob(static_cast<RecordJob*>(cmd.data));
     item->writingPath.set("");
-    mEditor->releasePcm(id, REF_RECORDER, false);
+    mContext->releasePcm(id, REF_RECORDER, false);
     notify(EVT_RECORD_ENDED, id, result);
 }
 
@@ -350,13 +344,13 @@ int32_t RecorderThread::finishJob(RecordJob* job) {
 
 void RecorderThread::onCmdDiscard(WVThreadCmd& cmd) {
     if (cmd.code == kCmdStart) {
-        mEditor->releasePcm(cmd.pcmId, REF_RECORDER, false);
+        mContext->releasePcm(cmd.pcmId, REF_RECORDER, false);
         return;
     }
     if (cmd.code != kCmdRecord || cmd.data == nullptr) return;
     finishJob(static_cast<RecordJob*>(cmd.data));
-    if (SPcmInfo* item = mEditor->getPcmInfo(cmd.pcmId, REF_NONE)) item->writingPath.set("");
-    mEditor->releasePcm(cmd.pcmId, REF_RECORDER, false);
+    if (SPcmInfo* item = mContext->getPcmInfo(cmd.pcmId, REF_NONE)) item->writingPath.set("");
+    mContext->releasePcm(cmd.pcmId, REF_RECORDER, false);
 }
 
 }  // namespace wv

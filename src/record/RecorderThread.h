@@ -38,10 +38,10 @@
 
 #include <atomic>
 
-#include "engine/PcmTypes.h"
+#include "items/JobContext.h"
+#include "items/PcmTypes.h"
 #include "threads/WVCmdThread.h"
 
-class WavoryxPriv;
 
 namespace wv {
 
@@ -58,7 +58,8 @@ public:
     static constexpr int64_t kResumeRetryDelayUs = 500000;
     static constexpr int32_t kWaveformPeriodMs = 20;
 
-    explicit RecorderThread(WavoryxPriv* editor);
+    // context: the engine running the worker (not owned; outlives it).
+    explicit RecorderThread(JobContext* context);
     ~RecorderThread() override;
 
     // The item of the command being handled, 0 between commands.
@@ -98,7 +99,7 @@ private:
     SPcmInfo* itemOf(const WVThreadCmd& cmd, const char* stage);
     void notify(uint32_t code, pcm_id_t id, int32_t arg, int32_t delayMs = 0);
 
-    WavoryxPriv* const mEditor;
+    JobContext* const mContext;
     std::atomic<pcm_id_t> mCurrentId{0};
 };
 

@@ -3,21 +3,23 @@
 
 #include <string>
 
-#include "engine/WavoryxPriv.h"
-#include "platform/Clock.h"
-#include "platform/Log.h"
+#include "base/Clock.h"
+#include "base/Log.h"
 
 namespace wv {
 
-EncoderThread::EncoderThread(WavoryxPriv* editor)
-    : ChunkedJobThread(editor, kProgressStep, EVT_RENDER_PROGRESS, kStepUrgency) {}
+EncoderThread::EncoderThread(JobContext* context)
+    : ChunkedJobThread(context, kProgressStep, EVT_RENDER_PROGRESS, kStepUrgency),
+      mContext(context) {}
+
+bool EncoderThread::isRegistered(uint32_t id) { return mContext->getPcmInfo(id, REF_NONE) != nullptr; }
 
 EncoderThread::~EncoderThread() = default;
 
 SPcmInfo* EncoderThread::itemOf(const WVThreadCmd& cmd) {
-    SPcmInfo* item = mEditor->getPcmInfo(cmd.pcmId, REF_NONE);
+    SPcmInfo* item = mContext->getPcmInfo(cmd.pcmId, REF_NONE);
     if (item == nullptr) {
-        fatalCheck(WV_LOG_TAG, "WavoryxPriv", __LINE__, "CHECK(%s) failed.", "info != NULL");
+        fatalCheck(WV_LOG_TAG, "WavoryxPriv", 20, "CHECK(%s) failed.", "info != NULL");
     }
     mCurrentId.store(item->id, std::memory_order_relaxed);
     return item;
@@ -26,9 +28,9 @@ SPcmInfo* EncoderThread::itemOf(const WVThreadCmd& cmd) {
 void EncoderThread::endRender(pcm_id_t id, uint32_t event, int32_t value) {
     // The output, if any, is in place or gone by now: readers go back to
     // the item's own path.
-    if (SPcmInfo* item = mEditor->getPcmInfo(id, REF_NONE)) item->writingPath.set("");
-    mEditor->notifyClient(WVThreadCmd(event, id, value), 0);
-    mEditor->releasePcm(id, REF_ENCODER, false);
+    if (SPcmInfo* item = mContext->getPcmInfo(id, REF_NONE)) item->writingPath.set("");
+    mContext->notifyClient(WVThreadCmd(event, id, value), 0);
+    mContext->releasePcm(id, REF_ENCODER, false);
 }
 
 void EncoderThread::failRender(pcm_id_t id, EncodeJob* job, int status) {
@@ -79,7 +81,7 @@ void EncoderThread::settleOutput(SPcmInfo* item) {
 
     if (item->path.empty()) {
         const char* suffix = item->encodeType.load() == ENCODE_MP3 ? ".mp3" : ".wav";
-        item->path.set(mEditor->workingDir() + std::to_string(item->id) + suffix);
+        item->path.set(mContext->workingDir() + std::to_string(item->id) + suffix);
     }
 }
 
@@ -119,7 +121,7 @@ void EncoderThread::startRender(WVThreadCmd& cmd) {
     const std::string writing = encoder->writingPath();
     if (writing != path) item->writingPath.set(writing);
 
-    std::unique_ptr<PcmInfoReader> reader(new PcmInfoReader(item, mEditor));
+    std::unique_ptr<PcmInfoReader> reader(new PcmInfoReader(item));
     reader->setOutputFormat(rate, channels);
     std::unique_ptr<WaveformState> waveform(
         new WaveformState(static_cast<uint32_t>(rate), static_cast<uint32_t>(channels)));
@@ -201,7 +203,7 @@ void EncoderThread::renderStep(WVThreadCmd& cmd) {
 }
 
 void EncoderThread::postNextStep(const WVThreadCmd& cmd, int32_t elapsedMs) {
-    if (mEditor->threadPriority() == WV_PRIORITY_LOW && elapsedMs != 0) {
+    if (mContext->threadPriority() == WV_PRIORITY_LOW && elapsedMs != 0) {
         sendDelayedCmd(cmd, static_cast<uint32_t>(elapsedMs));
         return;
     }
@@ -219,7 +221,7 @@ void EncoderThread::onCmdCancel(WVThreadCmd& cmd) {
             endRender(cmd.pcmId, EVT_RENDER_CANCELLED, -1);
             break;
         default:
-            mEditor->releasePcm(cmd.pcmId, REF_ENCODER, false);
+            mContext->releasePcm(cmd.pcmId, REF_ENCODER, false);
             break;
     }
 }

@@ -42,9 +42,11 @@
 #include <memory>
 
 #include "codec/AudioEncoder.h"
-#include "engine/ChunkedJobThread.h"
-#include "render/PcmInfoReader.h"
-#include "render/WaveformData.h"
+#include "items/JobContext.h"
+#include "items/SPcmInfo.h"
+#include "threads/ChunkedJobThread.h"
+#include "items/PcmInfoReader.h"
+#include "dsp/WaveformData.h"
 
 namespace wv {
 
@@ -80,10 +82,12 @@ public:
     static constexpr uint32_t kRetryDelayMs = 1000;
     static constexpr int32_t kDefaultBitRate = 320;  // kbit/s
 
-    explicit EncoderThread(WavoryxPriv* editor);
+    // context: the engine running the worker (not owned; outlives it).
+    explicit EncoderThread(JobContext* context);
     ~EncoderThread() override;
 
 protected:
+    bool isRegistered(uint32_t id) override;
     void procCmd(WVThreadCmd& cmd) override;
     // Code 1: event 23 and release. Code 2: the job is deleted (its
     // unfinished output removed), event 23 and release. Others: release.
@@ -113,6 +117,8 @@ private:
     void postNextStep(const WVThreadCmd& cmd, int32_t elapsedMs);
 
     alignas(8) char mWorkBuffer[kBlockBytes];
+
+    JobContext* const mContext;
 };
 
 }  // namespace wv

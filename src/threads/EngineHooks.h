@@ -1,5 +1,5 @@
-// What the notification and housekeeping workers need of the engine that
-// owns them, so that this layer does not depend on the engine itself.
+// What the notification worker needs of the engine that owns it, so that
+// this layer does not depend on the engine itself.
 #pragma once
 
 #include <cstdint>
@@ -10,8 +10,6 @@ class EngineHooks {
 public:
     // Stops playback of item `id` (0: the current item).
     virtual int32_t playStop(uint32_t id) = 0;
-    // Walks the engine's queues and items; prints nothing.
-    virtual int32_t dump() = 0;
 
 protected:
     ~EngineHooks() = default;

@@ -7,7 +7,7 @@
 
 #include <cstdint>
 
-#include "platform/Clock.h"
+#include "base/Clock.h"
 
 namespace wv {
 

@@ -23,7 +23,7 @@
 #include <mutex>
 #include <thread>
 
-#include "platform/Clock.h"
+#include "base/Clock.h"
 
 namespace wv {
 

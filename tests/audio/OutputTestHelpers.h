@@ -11,7 +11,7 @@
 #include <set>
 #include <thread>
 
-#include "platform/Clock.h"
+#include "base/Clock.h"
 #include "platform/audio/AudioOutput.h"
 #include "platform/audio/AudioOutputDevice.h"
 

@@ -27,11 +27,11 @@ protected:
 
     // A started (paused) player on the item, its output on a HandDevice.
     AudioPlayer* playerFor(SPcmInfo* item) {
-        auto* player = new AudioPlayer(nullptr, false, &engine);
+        auto* player = new AudioPlayer(&engine);
         item->player.reset(player);
         player->setOutputFactory(wvtest::handOutput(&device, kQueueFrames));
         EXPECT_EQ(player->setDataSource(item->path.get().c_str()), 0);
-        player->setReader(item, std::unique_ptr<PcmInfoReader>(new PcmInfoReader(item, &engine)));
+        player->setReader(item, std::unique_ptr<PcmInfoReader>(new PcmInfoReader(item)));
         EXPECT_EQ(player->start(true), 0);
         return player;
     }
@@ -68,7 +68,7 @@ protected:
 
 TEST_F(AudioPlayerTest, ControlCallsOutsideTheirStatesAreRefused) {
     SPcmInfo* item = wvtest::addMarkedItem(engine, dir, kRate, 800);
-    AudioPlayer bare(nullptr, false, &engine);
+    AudioPlayer bare(&engine);
     wvtest::LogCapture log;
     EXPECT_EQ(bare.start(true), -1);
     EXPECT_TRUE(log.contains("start, no media source when start()"));
@@ -77,7 +77,7 @@ TEST_F(AudioPlayerTest, ControlCallsOutsideTheirStatesAreRefused) {
     EXPECT_EQ(bare.setDataSource(dir.file("missing.wav").c_str()), -1);
     EXPECT_TRUE(log.contains("could not create datasource for " + dir.file("missing.wav")));
 
-    AudioPlayer prepared(nullptr, false, &engine);
+    AudioPlayer prepared(&engine);
     ASSERT_EQ(prepared.setDataSource(item->path.get().c_str()), 0);
     EXPECT_EQ(prepared.setDataSource(item->path.get().c_str()), -1);  // one source per life
     EXPECT_EQ(prepared.pause(false), 0);  // Prepared counts as paused

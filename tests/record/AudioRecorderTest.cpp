@@ -8,7 +8,7 @@
 #include <vector>
 
 #include "TestSupport.h"
-#include "platform/Clock.h"
+#include "base/Clock.h"
 
 namespace {
 

@@ -6,7 +6,7 @@
 
 #include "AudioFixtures.h"
 #include "record/RecordJob.h"
-#include "record/VoicePitchShifter.h"
+#include "dsp/VoicePitchShifter.h"
 
 namespace {
 

@@ -13,7 +13,7 @@
 #include "RecordTestHelpers.h"
 #include "TestSupport.h"
 #include "engine/WavoryxPriv.h"
-#include "platform/Properties.h"
+#include "base/Properties.h"
 #include "platform/audio/AudioInputDevice.h"
 
 namespace {

@@ -11,8 +11,8 @@
 #include <vector>
 
 #include "codec/WaveEncoder.h"
-#include "render/PcmInfoReader.h"
-#include "render/WaveformData.h"
+#include "items/PcmInfoReader.h"
+#include "dsp/WaveformData.h"
 #include "TestSupport.h"
 
 namespace {
@@ -84,7 +84,7 @@ protected:
 TEST_F(LargeFileTest, ForwardReadsAcrossAndBeyondFourGiB) {
     SPcmInfo* info = largePcmItem();
     if (info == nullptr) GTEST_SKIP() << "no sparse files here";
-    PcmInfoReader reader(info, nullptr);
+    PcmInfoReader reader(info);
     std::vector<char> buffer(4096 * 4);
 
     // Across the 4 GiB boundary, then on from there.
@@ -112,7 +112,7 @@ TEST_F(LargeFileTest, ForwardReadsAcrossAndBeyondFourGiB) {
 TEST_F(LargeFileTest, BackwardAndMonoReadsBeyondFourGiB) {
     SPcmInfo* info = largePcmItem();
     if (info == nullptr) GTEST_SKIP() << "no sparse files here";
-    PcmInfoReader reader(info, nullptr);
+    PcmInfoReader reader(info);
     std::vector<char> buffer(256 * 4);
     reader.setPosition(kLateFrame + 100, PcmInfoReader::kToEnd);
     ASSERT_EQ(reader.reverseFill(buffer.data(), 256 * 4), 256);
@@ -120,7 +120,7 @@ TEST_F(LargeFileTest, BackwardAndMonoReadsBeyondFourGiB) {
     EXPECT_EQ(reader.position(), kLateFrame + 100 - 256);
 
     // Down-mixed to mono (the left channel is kept) at the same place.
-    PcmInfoReader mono(info, nullptr);
+    PcmInfoReader mono(info);
     mono.setOutputFormat(0, 1);
     mono.setPosition(kFourGiBFrame + 7, PcmInfoReader::kToEnd);
     // Converted in place: a buffer takes as many frames as it holds stereo.
@@ -143,7 +143,7 @@ TEST_F(LargeFileTest, ClipOfALargeItemStartsBeyondFourGiB) {
     clip.start = kFourGiBFrame + 3;
     clip.end = kFourGiBFrame + 13;
     list->clipList->add(clip);
-    PcmInfoReader reader(list, nullptr);
+    PcmInfoReader reader(list);
     std::vector<char> buffer(1024 * 4);
     ASSERT_EQ(reader.read(buffer.data(), 1024 * 4), 110);
     expectFrames(buffer, kLateFrame - 50, 100);
@@ -158,7 +158,7 @@ TEST_F(LargeFileTest, WavReadInPlaceBeyondFourGiB) {
     }
     SPcmInfo* info = item(PCM_READY);
     info->path.set(path);  // no working file: read behind the 44-byte header
-    PcmInfoReader reader(info, nullptr);
+    PcmInfoReader reader(info);
     std::vector<char> buffer(512 * 4);
     reader.setPosition(kFourGiBFrame - 256, PcmInfoReader::kToEnd);
     ASSERT_EQ(reader.read(buffer.data(), 512 * 4), 512);

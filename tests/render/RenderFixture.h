@@ -16,7 +16,7 @@
 #include "AudioFixtures.h"
 #include "TestSupport.h"
 #include "engine/WavoryxPriv.h"
-#include "threads/JavaCallbackThread.h"
+#include "threads/ClientCallbackThread.h"
 
 namespace rendertest {
 

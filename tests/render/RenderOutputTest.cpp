@@ -11,8 +11,8 @@
 #include "MediaDecode.h"
 #include "RenderFixture.h"
 #include "render/EncoderThread.h"
-#include "render/PcmInfoReader.h"
-#include "render/WaveformData.h"
+#include "items/PcmInfoReader.h"
+#include "dsp/WaveformData.h"
 
 namespace {
 
@@ -131,7 +131,7 @@ TEST_F(RenderOutput, RateConversionFollowsTheResampler) {
 
     // The converted clip is what a reader at 44100 Hz makes of the source,
     // and the native clip follows unchanged.
-    wv::PcmInfoReader reader(low, engine.get());
+    wv::PcmInfoReader reader(low);
     reader.setOutputFormat(44100, 2);
     std::vector<int16_t> converted;
     std::vector<char> block(wv::EncoderThread::kBlockBytes);

@@ -5,7 +5,7 @@
 #include <vector>
 
 #include "TestSupport.h"
-#include "threads/JavaCallbackThread.h"
+#include "threads/ClientCallbackThread.h"
 #include "threads/PacingTimer.h"
 #include "threads/ProgressNotifier.h"
 
@@ -74,17 +74,15 @@ public:
         stoppedBeforeCallback = recorder != nullptr && recorder->events().empty();
         return 0;
     }
-    int32_t dump() override { return ++dumps; }
     std::vector<int> stopped;
     bool stoppedBeforeCallback = false;
     wvtest::EventRecorder* recorder = nullptr;
-    std::atomic<int> dumps{0};
 };
 
-TEST(JavaCallbackThread, QueuedEventsWaitForTheLoopAndLevelsAreDropped) {
+TEST(ClientCallbackThread, QueuedEventsWaitForTheLoopAndLevelsAreDropped) {
     FakeEngine engine;
     wvtest::EventRecorder recorder;
-    wv::JavaCallbackThread thread(&engine);
+    wv::ClientCallbackThread thread(&engine);
     thread.setCallback(wvtest::EventRecorder::callback);
     thread.notify(wv::WVThreadCmd(4, 1, -1), 0);
     thread.notify(wv::WVThreadCmd(80, 2, 200), 0);  // no loop: lost
@@ -98,11 +96,11 @@ TEST(JavaCallbackThread, QueuedEventsWaitForTheLoopAndLevelsAreDropped) {
     EXPECT_EQ(recorder.events(), (std::vector<wvtest::Event>{{4, 1, -1}, {3, 1, 40}, {22, 3, -1}, {80, 2, 100}}));
 }
 
-TEST(JavaCallbackThread, EndOfPlaybackStopsThePlayerFirstAndNullCallbackDrops) {
+TEST(ClientCallbackThread, EndOfPlaybackStopsThePlayerFirstAndNullCallbackDrops) {
     FakeEngine engine;
     wvtest::EventRecorder recorder;
     engine.recorder = &recorder;
-    wv::JavaCallbackThread thread(&engine);
+    wv::ClientCallbackThread thread(&engine);
     thread.launch();
     thread.notify(wv::WVThreadCmd(5, 9, -1), 0);  // no callback yet: consumed, dropped
     thread.notify(wv::WVThreadCmd(99, 0, 0), 0);
@@ -115,16 +113,6 @@ TEST(JavaCallbackThread, EndOfPlaybackStopsThePlayerFirstAndNullCallbackDrops) {
     EXPECT_EQ(engine.stopped, (std::vector<int>{7}));
     EXPECT_TRUE(engine.stoppedBeforeCallback);
     EXPECT_EQ(recorder.events(), (std::vector<wvtest::Event>{{42, 7, -1}}));
-}
-
-TEST(DaemonThread, DumpsAtOnceAndReschedulesItself) {
-    FakeEngine engine;
-    wv::DaemonThread daemon(&engine);
-    daemon.launch();
-    daemon.sendCmd(wv::WVThreadCmd(1, 0xFFFFFFFF, -1), 7);
-    for (int i = 0; i < 2000 && engine.dumps.load() == 0; ++i) std::this_thread::sleep_for(std::chrono::milliseconds(1));
-    daemon.exit();
-    EXPECT_EQ(engine.dumps.load(), 1);
 }
 
 }  // namespace

@@ -8,7 +8,7 @@
 #include <functional>
 #include <utility>
 
-#include "platform/Log.h"
+#include "base/Log.h"
 
 namespace wv {
 namespace {

@@ -9,7 +9,7 @@
 
 #include <wavoryx/platform.h>
 
-#include "platform/Log.h"
+#include "base/Log.h"
 #include "platform/audio/AudioInputDevice.h"
 #include "platform/audio/OpenDevice.h"
 #include "platform/audio/AudioOutputDevice.h"

@@ -7,7 +7,7 @@
 #include <chrono>
 #include <cstring>
 
-#include "platform/Log.h"
+#include "base/Log.h"
 
 namespace wv {
 namespace {

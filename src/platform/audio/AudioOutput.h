@@ -38,7 +38,7 @@
 #include <thread>
 #include <vector>
 
-#include "dsp/AudioResampler.h"
+#include "platform/resample/AudioResampler.h"
 #include "platform/audio/AudioOutputDevice.h"
 #include "platform/audio/FrameQueue.h"
 

@@ -4,8 +4,8 @@
 #include <algorithm>
 #include <chrono>
 
-#include "platform/Clock.h"
-#include "platform/Log.h"
+#include "base/Clock.h"
+#include "base/Log.h"
 
 namespace wv {
 namespace {

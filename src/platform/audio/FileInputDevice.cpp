@@ -9,8 +9,8 @@
 
 #include <wavoryx/dsp.h>
 
-#include "platform/Clock.h"
-#include "platform/Log.h"
+#include "base/Clock.h"
+#include "base/Log.h"
 #include "platform/media/AudioCodec.h"
 #include "platform/media/DataSource.h"
 #include "platform/media/MediaExtractor.h"

@@ -29,8 +29,8 @@
 #include <thread>
 #include <vector>
 
-#include "dsp/AudioBufferProvider.h"
-#include "dsp/AudioResampler.h"
+#include "platform/resample/AudioBufferProvider.h"
+#include "platform/resample/AudioResampler.h"
 #include "platform/audio/AudioInputDevice.h"
 
 namespace wv {

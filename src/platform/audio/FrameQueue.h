@@ -13,7 +13,7 @@
 #include <cstdint>
 #include <vector>
 
-#include "dsp/AudioBufferProvider.h"
+#include "platform/resample/AudioBufferProvider.h"
 
 namespace wv {
 

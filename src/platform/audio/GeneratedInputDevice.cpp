@@ -4,7 +4,7 @@
 #include <chrono>
 #include <cmath>
 
-#include "platform/Clock.h"
+#include "base/Clock.h"
 
 namespace wv {
 namespace {

@@ -3,7 +3,7 @@
 
 #include <portaudio.h>
 
-#include "platform/Log.h"
+#include "base/Log.h"
 #include "platform/audio/PortAudioSession.h"
 
 namespace wv {

@@ -5,7 +5,7 @@
 
 #include <algorithm>
 
-#include "platform/Log.h"
+#include "base/Log.h"
 #include "platform/audio/PortAudioSession.h"
 
 namespace wv {

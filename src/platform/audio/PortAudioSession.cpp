@@ -7,7 +7,7 @@
 #include <cstdlib>
 #include <mutex>
 
-#include "platform/Log.h"
+#include "base/Log.h"
 #include "platform/audio/PortAudioForwarders.h"
 
 namespace wv {

@@ -7,7 +7,7 @@
 #include <cerrno>
 #include <cstring>
 
-#include "platform/Log.h"
+#include "base/Log.h"
 
 namespace wv {
 namespace {

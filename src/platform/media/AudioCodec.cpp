@@ -8,7 +8,7 @@ extern "C" {
 
 #include <cinttypes>
 
-#include "platform/Log.h"
+#include "base/Log.h"
 #include "platform/media/MediaExtractor.h"
 
 namespace wv {

@@ -9,7 +9,7 @@ extern "C" {
 #include <cinttypes>
 #include <climits>
 
-#include "platform/Log.h"
+#include "base/Log.h"
 
 namespace wv {
 namespace {

@@ -5,7 +5,7 @@ extern "C" {
 #include <libavformat/avformat.h>
 }
 
-#include "platform/Log.h"
+#include "base/Log.h"
 #include "platform/media/AvPacketTrack.h"
 #include "platform/media/MimeTypes.h"
 

@@ -9,7 +9,7 @@ extern "C" {
 #include <mutex>
 #include <string>
 
-#include "platform/Log.h"
+#include "base/Log.h"
 
 namespace wv {
 namespace {

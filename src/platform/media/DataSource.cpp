@@ -8,7 +8,7 @@
 #include <cerrno>
 #include <cstring>
 
-#include "platform/Log.h"
+#include "base/Log.h"
 #include "platform/media/MediaSource.h"
 
 static_assert(sizeof(off_t) == 8, "large files need 64-bit file offsets");

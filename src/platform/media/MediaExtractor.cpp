@@ -1,7 +1,7 @@
 #define WV_LOG_TAG "MediaLayer"
 #include "platform/media/MediaExtractor.h"
 
-#include "platform/Log.h"
+#include "base/Log.h"
 #include "platform/media/AvFormatExtractor.h"
 #include "platform/media/WavPcmExtractor.h"
 

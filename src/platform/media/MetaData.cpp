@@ -3,7 +3,7 @@
 
 #include <cinttypes>
 
-#include "platform/Log.h"
+#include "base/Log.h"
 
 namespace wv {
 

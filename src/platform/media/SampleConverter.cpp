@@ -6,7 +6,7 @@ extern "C" {
 #include <libswresample/swresample.h>
 }
 
-#include "platform/Log.h"
+#include "base/Log.h"
 
 namespace wv {
 

@@ -7,7 +7,7 @@
 #include <cstring>
 #include <mutex>
 
-#include "platform/Log.h"
+#include "base/Log.h"
 
 namespace wv {
 namespace {

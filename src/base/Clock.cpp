@@ -1,0 +1,31 @@
+#include "base/Clock.h"
+
+#include <time.h>
+
+namespace wv {
+
+TimeVal timeOfDay() {
+    struct timespec now;
+    clock_gettime(CLOCK_MONOTONIC, &now);
+    TimeVal t;
+    t.sec = static_cast<int32_t>(now.tv_sec);
+    t.usec = static_cast<int32_t>(now.tv_nsec / 1000);
+    return t;
+}
+
+int64_t monotonicNs() {
+    struct timespec now;
+    clock_gettime(CLOCK_MONOTONIC, &now);
+    return int64_t(now.tv_sec) * 1000000000 + now.tv_nsec;
+}
+
+void sleepUs(int64_t us) {
+    if (us <= 0) return;
+    struct timespec wait;
+    wait.tv_sec = us / 1000000;
+    wait.tv_nsec = (us % 1000000) * 1000;
+    while (nanosleep(&wait, &wait) != 0) {
+    }
+}
+
+}  // namespace wv

@@ -1,0 +1,115 @@
+// The engine's record controls: they validate, register the recording's
+// item and post to the recorder worker; all work happens there. At most one
+// recording is current (mRecordingId); only recordStop ends that, also
+// after the recording itself failed. The controls run one at a time
+// (mRecordLock): two starts must not both see no current recording, and a
+// stop must not clear a recording that a start made after it looked.
+#define WV_LOG_TAG "WavoryxPriv"
+#include <cstdio>
+#include <cstdlib>
+#include <string>
+
+#include "engine/WavoryxPriv.h"
+#include "base/Log.h"
+#include "base/Properties.h"
+#include "record/RecorderThread.h"
+
+using namespace wv;
+
+namespace {
+
+constexpr int32_t kDefaultSampleRate = 8000;
+constexpr int32_t kDefaultBitRate = 320;
+
+enum : int32_t { EFFECT_MALE = 1, EFFECT_FEMALE = 2, EFFECT_FEMALE_HIGH = 3, EFFECT_ROBOT = 4 };
+
+int32_t pitchProperty(const char* key, const char* defaultValue) {
+    char value[kPropertyValueMax];
+    property_get(key, value, defaultValue);
+    return std::atoi(value);
+}
+
+// The control pattern of a recording's buffer commands.
+WVThreadCmd recordPattern(pcm_id_t id) {
+    return WVThreadCmd(RecorderThread::kCmdRecord, id, static_cast<int32_t>(WVCMD_ANY));
+}
+
+}  // namespace
+
+int32_t WavoryxPriv::recordStart(const char* path, int32_t type, int32_t sampleRate,
+                                 int32_t channelCount, int32_t bitRate, int32_t audioSource,
+                                 int32_t effect) {
+    std::lock_guard<std::mutex> guard(mRecordLock);
+    if (mRecordingId.load() != 0) return -5;
+    if (static_cast<uint32_t>(type) > ENCODE_MP3) return -4;
+    if (channelCount < 1) channelCount = 1;
+    // The capture source and the voice effects serve mono and stereo.
+    if (channelCount > 2) {
+        WV_LOGE("cannot record %d channels", channelCount);
+        return -4;
+    }
+    SPcmInfo* item = new SPcmInfo(RECORDING);
+    item->refs[REF_CLIENT] = 1;
+    item->refs[REF_RECORDER] = 1;
+    item->sampleRate = sampleRate < 1 ? kDefaultSampleRate : sampleRate;
+    item->channelCount = channelCount;
+    item->bitRate = bitRate < 1 ? kDefaultBitRate : bitRate;
+    item->audioSource = audioSource;
+    item->encodeType = type;
+    switch (effect) {
+        case EFFECT_MALE:
+            item->pitch = -float(pitchProperty("persist.wavoryx.malepitch", "4"));
+            break;
+        case EFFECT_FEMALE:
+            item->pitch = float(pitchProperty("persist.wavoryx.femalepitch", "4"));
+            break;
+        case EFFECT_FEMALE_HIGH:
+            item->pitch = float(pitchProperty("persist.wavoryx.femalepitch", "9"));
+            break;
+        case EFFECT_ROBOT:
+            item->robot = 1;
+            break;
+        default:
+            break;
+    }
+    const bool named = path != nullptr && *path != '\0';
+    if (named) item->path.set(path);
+    const pcm_id_t id = mInfoList.add(item);
+    if (!named) {
+        char name[64];
+        std::snprintf(name, sizeof name, type == ENCODE_MP3 ? "%d.mp3" : "%d.wav", int(id));
+        item->path.set(workingDir() + name);
+    }
+    mRecordingId = id;
+    mRecorder->sendCmd(WVThreadCmd(RecorderThread::kCmdStart, id, -1), RecorderThread::kStartUrgency);
+    return static_cast<int32_t>(id);
+}
+
+int32_t WavoryxPriv::recordPause() {
+    std::lock_guard<std::mutex> guard(mRecordLock);
+    const pcm_id_t id = mRecordingId.load();
+    if (id == 0) return -5;
+    mRecorder->suspendCmd(recordPattern(id));
+    return 0;
+}
+
+int32_t WavoryxPriv::recordResume() {
+    std::lock_guard<std::mutex> guard(mRecordLock);
+    const pcm_id_t id = mRecordingId.load();
+    if (id == 0) return -5;
+    mRecorder->resumeCmd(recordPattern(id));
+    return 0;
+}
+
+int32_t WavoryxPriv::recordStop() {
+    std::lock_guard<std::mutex> guard(mRecordLock);
+    const pcm_id_t id = mRecordingId.load();
+    if (id == 0) return -5;
+    // The first request ends a recording whose set-up has not run yet, the
+    // second one in progress or paused.
+    mRecorder->cancelCmd(WVThreadCmd(RecorderThread::kCmdStart, id, static_cast<int32_t>(WVCMD_ANY)));
+    mRecorder->cancelCmd(recordPattern(id));
+    pcm_id_t expected = id;
+    mRecordingId.compare_exchange_strong(expected, 0);
+    return 0;
+}

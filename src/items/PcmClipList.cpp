@@ -1,0 +1,169 @@
+#include "items/PcmClipList.h"
+
+#include <algorithm>
+
+#include "items/SPcmInfo.h"
+
+namespace wv {
+
+uint32_t PcmClipList::add(PcmClip& clip) {
+    std::lock_guard<std::mutex> guard(mLock);
+    clip.clipId = ++mLastClipId;
+    mClips.push_back(clip);
+    return clip.clipId;
+}
+
+void PcmClipList::appendCopy(const PcmClip& clip) {
+    std::lock_guard<std::mutex> guard(mLock);
+    mClips.push_back(clip);
+}
+
+bool PcmClipList::hasFailedSource() const {
+    std::lock_guard<std::mutex> guard(mLock);
+    for (const PcmClip& clip : mClips) {
+        if (clip.source->loadFailed.load()) return true;
+        if (clip.source->status.load() == CLIP_LIST && clip.source->clipList->hasFailedSource()) {
+            return true;
+        }
+    }
+    return false;
+}
+
+uint32_t PcmClipList::isPcmReady() {
+    std::lock_guard<std::mutex> guard(mLock);
+    for (PcmClip& clip : mClips) {
+        const int32_t status = clip.source->status.load();
+        if (status == ENCODED_FILE) return 0;
+        if (status == CLIP_LIST) {
+            if (clip.source->clipList->isPcmReady() == 0) return 0;
+            continue;
+        }
+        if (clip.inMs) {
+            // Converted once, against the expected length while the source
+            // still grows.
+            clip.start = clip.source->duration2frame(clip.start, 0, 0xFFFFFFFF);
+            clip.end = clip.source->duration2frame(clip.end, 0, 0xFFFFFFFF);
+            clip.inMs = false;
+        }
+    }
+    return 1;
+}
+
+int32_t PcmClipList::getSamplerate() {
+    std::lock_guard<std::mutex> guard(mLock);
+    int32_t result = 8000;
+    for (const PcmClip& clip : mClips) {
+        const int32_t status = clip.source->status.load();
+        int32_t rate;
+        if (status == CLIP_LIST) {
+            rate = clip.source->clipList->getSamplerate();
+        } else if (status == PCM_READY || status == DECODING) {
+            rate = clip.source->sampleRate.load();
+        } else {
+            break;
+        }
+        result = std::max(result, rate);
+    }
+    return result;
+}
+
+int32_t PcmClipList::getChannelCount() {
+    std::lock_guard<std::mutex> guard(mLock);
+    int32_t result = 1;
+    for (const PcmClip& clip : mClips) {
+        const int32_t status = clip.source->status.load();
+        int32_t channels;
+        if (status == CLIP_LIST) {
+            channels = clip.source->clipList->getChannelCount();
+        } else if (status == PCM_READY || status == DECODING) {
+            channels = clip.source->channelCount.load();
+        } else {
+            break;
+        }
+        result = std::max(result, channels);
+    }
+    return result;
+}
+
+uint32_t PcmClipList::getListBetweenFrame(PcmClipList& out, uint32_t& frameCount, uint32_t s,
+                                          uint32_t e, bool useTotal) {
+    frameCount = 0;
+    if (s >= e) return 0;
+    std::lock_guard<std::mutex> guard(mLock);
+    bool started = false;
+    for (const PcmClip& clip : mClips) {
+        uint32_t length = 0;
+        const int32_t growing = clip.source->availableFrames(length, clip.start, clip.end, useTotal);
+        if (e < length) {
+            // The range ends inside this clip.
+            PcmClip cut = clip;
+            cut.end = clip.start + e;
+            if (!started) {
+                cut.start = clip.start + s;
+                frameCount = e - s;
+            } else {
+                frameCount += e;
+            }
+            out.appendCopy(cut);
+            return 0;
+        }
+        if (started) {
+            frameCount += length;
+            out.appendCopy(clip);
+        } else if (s < length) {
+            PcmClip cut = clip;
+            cut.start = clip.start + s;
+            frameCount = length - s;
+            out.appendCopy(cut);
+            started = true;
+        }
+        // The rest of the range lies beyond frames that do not exist yet.
+        if (growing == 1) return 1;
+        s -= length;
+        e -= length;
+    }
+    return 0;
+}
+
+std::vector<PcmClip> PcmClipList::clips() const {
+    std::lock_guard<std::mutex> guard(mLock);
+    return std::vector<PcmClip>(mClips.begin(), mClips.end());
+}
+
+size_t PcmClipList::size() const {
+    std::lock_guard<std::mutex> guard(mLock);
+    return mClips.size();
+}
+
+uint32_t PcmClipList::lastClipId() const {
+    std::lock_guard<std::mutex> guard(mLock);
+    return mLastClipId;
+}
+
+bool PcmClipList::reaches(const SPcmInfo* item) const {
+    std::lock_guard<std::mutex> guard(mLock);
+    for (const PcmClip& clip : mClips) {
+        if (clip.source == item) return true;
+        if (clip.source->clipList && clip.source->clipList->reaches(item)) return true;
+    }
+    return false;
+}
+
+uint32_t PcmClipList::duration2frame(uint32_t& durationMs) const {
+    std::lock_guard<std::mutex> guard(mLock);
+    uint32_t total = 0;
+    for (const PcmClip& clip : mClips) {
+        total += clip.source->duration2frame(durationMs, clip.start, clip.end);
+        if (durationMs == 0) break;
+    }
+    return total;
+}
+
+uint32_t PcmClipList::frame2duration() const {
+    std::lock_guard<std::mutex> guard(mLock);
+    uint32_t total = 0;
+    for (const PcmClip& clip : mClips) total += clip.source->frame2duration(clip.start, clip.end);
+    return total;
+}
+
+}  // namespace wv

@@ -1,0 +1,79 @@
+// Clip lists: the audio of a list is the concatenation of its clips, frame
+// ranges of other items, in the order they were added. A list never copies
+// audio; readers follow the clips to their sources.
+//
+// Frame numbering of a list: frame 0 is the first available frame of the
+// first clip; each clip contributes the frames of its range that are
+// available now, and the next clip follows directly.
+//
+// Threads: the client adds clips while workers walk and rewrite them, so
+// every operation takes the list's own lock. Walks recurse into lists used
+// as sources; since a list never contains itself, the locks of nested lists
+// are always taken outer first.
+#pragma once
+
+#include <cstdint>
+#include <list>
+#include <mutex>
+#include <vector>
+
+#include "items/PcmTypes.h"
+
+namespace wv {
+
+struct SPcmInfo;
+
+struct PcmClip {
+    uint32_t clipId = 0;         // 1 for the first clip of a list, then 2, 3, ...
+    SPcmInfo* source = nullptr;  // kept alive by a REF_LIST reference per clip
+    uint32_t start = 0;          // first frame (milliseconds while inMs)
+    uint32_t end = 0;            // frame after the last (milliseconds while inMs)
+    bool inMs = false;           // start and end still to be converted
+};
+
+class PcmClipList {
+public:
+    PcmClipList() = default;
+    virtual ~PcmClipList() = default;
+    PcmClipList(const PcmClipList&) = delete;
+    PcmClipList& operator=(const PcmClipList&) = delete;
+
+    // Numbers the clip and appends a copy; returns its clipId.
+    uint32_t add(PcmClip& clip);
+    // 1 when every clip's source has at least begun to produce data (an
+    // empty list is ready); converts millisecond clips whose sources have a
+    // length. 0 at the first source that is still an unloaded file.
+    uint32_t isPcmReady();
+    // True when a clip's source (or a source of a nested list) is a file
+    // whose load failed or was cancelled: its data will never come.
+    bool hasFailedSource() const;
+    // The format the clips suggest: the largest rate (at least 8000) and
+    // channel count (at least 1) of the sources up to the first one that is
+    // not loading or loaded.
+    int32_t getSamplerate();
+    int32_t getChannelCount();
+    // Appends to `out` the clips covering list frames [startFrame, endFrame),
+    // cut to the range; sets frameCount to the frames available now. Returns
+    // 1 when the range is cut short by a source that may still grow.
+    uint32_t getListBetweenFrame(PcmClipList& out, uint32_t& frameCount, uint32_t startFrame,
+                                 uint32_t endFrame, bool useTotal);
+
+    // A copy of the clips, in order.
+    std::vector<PcmClip> clips() const;
+    size_t size() const;
+    uint32_t lastClipId() const;
+    // Whether `item` is a source of this list or of a list inside it.
+    bool reaches(const SPcmInfo* item) const;
+    // Frames-from-duration and duration-of-list walks of the owning item.
+    uint32_t duration2frame(uint32_t& durationMs) const;
+    uint32_t frame2duration() const;
+
+private:
+    void appendCopy(const PcmClip& clip);
+
+    mutable std::mutex mLock;
+    std::list<PcmClip> mClips;
+    uint32_t mLastClipId = 0;
+};
+
+}  // namespace wv

@@ -1,0 +1,116 @@
+// One PCM item: a loaded file, a recording or a clip list.
+//
+// An item owns its PCM file (deleted when the item is destroyed), its clip
+// list and its player. It lives while any of its per-holder reference
+// counters is non-zero; the counters are guarded by the registry's lock.
+//
+// Threads: the fields other than the counters are written by the one
+// worker that produces the item (or by the client before it starts a job)
+// and read by other threads; the numeric ones are atomics so that readers
+// always see whole values.
+#pragma once
+
+#include <atomic>
+#include <cstdint>
+#include <memory>
+#include <mutex>
+#include <string>
+
+#include "items/PcmClipList.h"
+#include "items/PcmTypes.h"
+
+namespace wv {
+
+// A text that one thread may set while another reads it (an output path
+// changed by the client while a worker looks at it).
+class LockedString {
+public:
+    std::string get() const {
+        std::lock_guard<std::mutex> guard(mLock);
+        return mValue;
+    }
+    void set(std::string value) {
+        std::lock_guard<std::mutex> guard(mLock);
+        mValue = std::move(value);
+    }
+    bool empty() const {
+        std::lock_guard<std::mutex> guard(mLock);
+        return mValue.empty();
+    }
+
+private:
+    mutable std::mutex mLock;
+    std::string mValue;
+};
+
+// Whatever plays an item; destroying it stops and frees the playback.
+class PcmItemPlayer {
+public:
+    virtual ~PcmItemPlayer() = default;
+};
+
+struct SPcmInfo {
+    explicit SPcmInfo(pcm_status_t status);
+    ~SPcmInfo();
+    SPcmInfo(const SPcmInfo&) = delete;
+    SPcmInfo& operator=(const SPcmInfo&) = delete;
+
+    // Bytes per frame of the item's 16-bit data: 2 x channels, 4 while the
+    // channel count is unknown.
+    uint32_t frameSize() const;
+    // The frame reached after consuming durationMs from frame s inside
+    // [s, e); durationMs keeps what could not be consumed. A clip list walks
+    // its clips (s and e unused); an unloaded file gives 0.
+    uint32_t duration2frame(uint32_t& durationMs, uint32_t s, uint32_t e) const;
+    // Length in ms of the frames [s, e) (of all clips for a list).
+    uint32_t frame2duration(uint32_t s, uint32_t e) const;
+    // Frames of [s, e) readable now, into frameCount. Returns 1 when the
+    // range is not complete yet but the item may still grow. With useTotal
+    // an item still loading or recording counts as if its expected length
+    // were already present.
+    int32_t availableFrames(uint32_t& frameCount, uint32_t s, uint32_t e, bool useTotal) const;
+    // Removes the item's PCM file and drops its lock (see WorkingFile), at
+    // most once: after a failed or cancelled load, or on release.
+    void dropPcmFile();
+    // Frees what the item owns: player (stopping its output), clip list,
+    // PCM file. Called by the registry only, once the last reference is
+    // gone.
+    void release();
+    void dump() const {}
+
+    // The file that holds the item's output as it is now: writingPath while
+    // one is set, else path.
+    std::string currentPath() const;
+
+    // Frames of [s, e) inside the item's length (see duration2frame).
+    uint32_t span(uint32_t s, uint32_t e) const;
+
+    pcm_id_t id = 0;
+    std::atomic<int32_t> status;
+    std::atomic<int32_t> sampleRate{0};
+    std::atomic<int32_t> channelCount{0};
+    std::atomic<int32_t> format{0};
+    std::atomic<uint32_t> frames{0};       // present now; final when PCM_READY
+    std::atomic<uint32_t> totalFrames{0};  // expected length; 0 when unknown
+    LockedString pcmPath;                  // the item's own PCM file, or empty
+    std::atomic<int> pcmFd{-1};            // holds pcmPath's lock while the item lives
+    std::atomic<bool> loadFailed{false};   // the load failed or was cancelled: no data will come
+    std::atomic<int32_t> encodeType{0};
+    std::atomic<int32_t> bitRate{0};       // kbit/s; 0 = not set
+    std::atomic<float> pitch{0.0f};
+    std::atomic<int32_t> robot{0};
+    LockedString path;                     // source file, or output file of a list/recording
+    // While a render or recording replaces an existing file at `path`, the
+    // name its output is written under until it is complete; else empty.
+    LockedString writingPath;
+    std::atomic<int32_t> audioSource{0};
+    std::unique_ptr<PcmClipList> clipList;  // present exactly for CLIP_LIST
+    std::unique_ptr<PcmItemPlayer> player;  // created the first time the item is played
+    uint32_t refs[kRefCount] = {};          // guarded by the registry lock
+
+    static const char* const status_name[kStatusCount];
+    static const char* const ref_name[kRefCount];
+    static const char* statusName(int32_t status);
+};
+
+}  // namespace wv

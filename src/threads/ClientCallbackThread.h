@@ -1,0 +1,36 @@
+// The worker that delivers client events. Workers never call the client
+// directly: they post events here (through the engine's notifyClient), and
+// this loop calls the client callback, one event at a time, on whichever
+// thread the client lent or let the engine start.
+#pragma once
+
+#include <atomic>
+
+#include "threads/ClientEvents.h"
+#include "threads/EngineHooks.h"
+#include "threads/WVCmdThread.h"
+
+namespace wv {
+
+class ClientCallbackThread : public WVCmdThread {
+public:
+    explicit ClientCallbackThread(EngineHooks* engine) : mEngine(engine) {}
+    ~ClientCallbackThread() override = default;
+
+    // Null switches delivery off: events are then taken and dropped.
+    void setCallback(ClientCallback callback) { mCallback.store(callback, std::memory_order_release); }
+    ClientCallback callback() const { return mCallback.load(std::memory_order_acquire); }
+
+    // Posts an event: dropped when it is a waveform level and no loop runs,
+    // else queued after delayMs (0: at once, in posting order).
+    void notify(const WVThreadCmd& event, int32_t delayMs);
+
+protected:
+    void procCmd(WVThreadCmd& event) override;
+
+private:
+    EngineHooks* mEngine;
+    std::atomic<ClientCallback> mCallback{nullptr};
+};
+
+}  // namespace wv
