@@ -172,7 +172,7 @@ void BM_RecorderCost(benchmark::State& state, encode_type type, int effect) {
             return;
         }
         const wv::pcm_id_t id = session.addItem(type, effect);
-        TimedRecorder recorder(&session.engine);
+        TimedRecorder recorder(session.engine.jobContext());
         recorder.launch();
         recorder.sendCmd(wv::WVThreadCmd(wv::RecorderThread::kCmdStart, id, -1), 7);
         if (!session.waitForFrames(id, 8 * kRate)) {

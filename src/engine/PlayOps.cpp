@@ -36,7 +36,7 @@ int32_t WavoryxPriv::playStart(pcm_id_t id) {
         player->seekTo(0);
         return 0;
     }
-    AudioPlayer* player = new AudioPlayer(this);
+    AudioPlayer* player = new AudioPlayer(events());
     item->player.reset(player);
     bool started = false;
     if (player->setDataSource(item->currentPath().c_str()) != 0) {

@@ -1,6 +1,6 @@
 // The engine's record controls: they validate, register the recording's
 // item and post to the recorder worker; all work happens there. At most one
-// recording is current (mRecordingId); only recordStop ends that, also
+// recording is current (JobContext::currentRecording); only recordStop ends that, also
 // after the recording itself failed. The controls run one at a time
 // (mRecordLock): two starts must not both see no current recording, and a
 // stop must not clear a recording that a start made after it looked.
@@ -40,7 +40,7 @@ int32_t WavoryxPriv::recordStart(const char* path, int32_t type, int32_t sampleR
                                  int32_t channelCount, int32_t bitRate, int32_t audioSource,
                                  int32_t effect) {
     std::lock_guard<std::mutex> guard(mRecordLock);
-    if (mRecordingId.load() != 0) return -5;
+    if (mContext.currentRecording() != 0) return -5;
     if (static_cast<uint32_t>(type) > ENCODE_MP3) return -4;
     if (channelCount < 1) channelCount = 1;
     // The capture source and the voice effects serve mono and stereo.
@@ -80,14 +80,14 @@ int32_t WavoryxPriv::recordStart(const char* path, int32_t type, int32_t sampleR
         std::snprintf(name, sizeof name, type == ENCODE_MP3 ? "%d.mp3" : "%d.wav", int(id));
         item->path.set(workingDir() + name);
     }
-    mRecordingId = id;
+    mContext.setCurrentRecording(id);
     mRecorder->sendCmd(WVThreadCmd(RecorderThread::kCmdStart, id, -1), RecorderThread::kStartUrgency);
     return static_cast<int32_t>(id);
 }
 
 int32_t WavoryxPriv::recordPause() {
     std::lock_guard<std::mutex> guard(mRecordLock);
-    const pcm_id_t id = mRecordingId.load();
+    const pcm_id_t id = mContext.currentRecording();
     if (id == 0) return -5;
     mRecorder->suspendCmd(recordPattern(id));
     return 0;
@@ -95,7 +95,7 @@ int32_t WavoryxPriv::recordPause() {
 
 int32_t WavoryxPriv::recordResume() {
     std::lock_guard<std::mutex> guard(mRecordLock);
-    const pcm_id_t id = mRecordingId.load();
+    const pcm_id_t id = mContext.currentRecording();
     if (id == 0) return -5;
     mRecorder->resumeCmd(recordPattern(id));
     return 0;
@@ -103,13 +103,12 @@ int32_t WavoryxPriv::recordResume() {
 
 int32_t WavoryxPriv::recordStop() {
     std::lock_guard<std::mutex> guard(mRecordLock);
-    const pcm_id_t id = mRecordingId.load();
+    const pcm_id_t id = mContext.currentRecording();
     if (id == 0) return -5;
     // The first request ends a recording whose set-up has not run yet, the
     // second one in progress or paused.
     mRecorder->cancelCmd(WVThreadCmd(RecorderThread::kCmdStart, id, static_cast<int32_t>(WVCMD_ANY)));
     mRecorder->cancelCmd(recordPattern(id));
-    pcm_id_t expected = id;
-    mRecordingId.compare_exchange_strong(expected, 0);
+    mContext.recordingEnded(id);
     return 0;
 }

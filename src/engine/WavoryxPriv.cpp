@@ -9,14 +9,14 @@
 
 using namespace wv;
 
-WavoryxPriv::WavoryxPriv() : mWorkingDir("/mnt/sdcard/") {
-    mDecoder.reset(new DecoderThread(this));
+WavoryxPriv::WavoryxPriv()
+    : mCallbackThread(new ClientCallbackThread(this)), mContext(&mInfoList, mCallbackThread.get()) {
+    mDecoder.reset(new DecoderThread(&mContext));
     mDecoder->launch();
-    mEncoder.reset(new EncoderThread(this));
+    mEncoder.reset(new EncoderThread(&mContext));
     mEncoder->launch();
-    mRecorder.reset(new RecorderThread(this));
+    mRecorder.reset(new RecorderThread(&mContext));
     mRecorder->launch();
-    mCallbackThread.reset(new ClientCallbackThread(this));
     const status_t connected = MediaService::connect();
     WV_CHECK_EQ("WavoryxPriv", 460, "mClient.connect(),(status_t)OK", connected, OK);
 }
@@ -66,18 +66,12 @@ int32_t WavoryxPriv::setCallback(ClientCallback callback) {
 }
 
 int32_t WavoryxPriv::setWorkingDir(const char* dir) {
-    std::lock_guard<std::mutex> guard(mSettingsLock);
-    mWorkingDir = dir != nullptr ? dir : "";
+    mContext.setWorkingDir(dir != nullptr ? dir : "");
     return 0;
 }
 
-std::string WavoryxPriv::workingDir() const {
-    std::lock_guard<std::mutex> guard(mSettingsLock);
-    return mWorkingDir;
-}
-
 int32_t WavoryxPriv::setThreadPriority(thread_priority_t priority) {
-    const thread_priority_t previous = mThreadPriority.exchange(priority);
+    const thread_priority_t previous = mContext.exchangeThreadPriority(priority);
     WV_LOGW("%s: %d to %d", "int32_t WavoryxPriv::setThreadPriority(thread_priority_t)", previous,
             priority);
     return 0;
@@ -94,21 +88,6 @@ int32_t WavoryxPriv::dump() {
 
 int32_t WavoryxPriv::removePcm(pcm_id_t id) {
     return static_cast<int32_t>(mInfoList.release(id, REF_CLIENT, false));
-}
-
-void WavoryxPriv::notifyClient(WVThreadCmd event, int32_t delayMs) {
-    mCallbackThread->notify(event, delayMs);
-}
-
-void WavoryxPriv::recordingEnded(pcm_id_t id) {
-    pcm_id_t expected = id;
-    mRecordingId.compare_exchange_strong(expected, 0);
-}
-
-SPcmInfo* WavoryxPriv::getPcmInfo(pcm_id_t id, pcm_ref_t ref) { return mInfoList.get(id, ref); }
-
-pcm_id_t WavoryxPriv::releasePcm(pcm_id_t id, pcm_ref_t ref, bool all) {
-    return mInfoList.release(id, ref, all);
 }
 
 void WavoryxPriv::reportMissing(int line, const char* signature, uint32_t id) {

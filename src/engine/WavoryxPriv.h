@@ -30,7 +30,7 @@ class EncoderThread;
 class RecorderThread;
 }  // namespace wv
 
-class WavoryxPriv : public wv::EngineHooks, public wv::JobContext {
+class WavoryxPriv : public wv::EngineHooks {
 public:
     WavoryxPriv();
     virtual ~WavoryxPriv();
@@ -87,15 +87,16 @@ public:
     int32_t recordResume();
     int32_t recordStop();
 
-    // The job context of the workers and players.
-    void notifyClient(wv::WVThreadCmd event, int32_t delayMs) override;
-    wv::SPcmInfo* getPcmInfo(wv::pcm_id_t id, wv::pcm_ref_t ref) override;
-    wv::pcm_id_t releasePcm(wv::pcm_id_t id, wv::pcm_ref_t ref, bool all) override;
-    std::string workingDir() const override;
-    thread_priority_t threadPriority() const override {
-        return mThreadPriority.load(std::memory_order_relaxed);
+    // What the workers share with the engine (registry, events, settings).
+    void notifyClient(wv::WVThreadCmd event, int32_t delayMs) { mContext.notifyClient(event, delayMs); }
+    wv::SPcmInfo* getPcmInfo(wv::pcm_id_t id, wv::pcm_ref_t ref) { return mContext.getPcmInfo(id, ref); }
+    wv::pcm_id_t releasePcm(wv::pcm_id_t id, wv::pcm_ref_t ref, bool all) {
+        return mContext.releasePcm(id, ref, all);
     }
-    void recordingEnded(wv::pcm_id_t id) override;
+    std::string workingDir() const { return mContext.workingDir(); }
+    thread_priority_t threadPriority() const { return mContext.threadPriority(); }
+    wv::EventSink* events() const { return mContext.events(); }
+    wv::JobContext* jobContext() { return &mContext; }
     wv::InfoList& infoList() { return mInfoList; }
 
     // The two-line reports of a failed item check ("line %d in %s:" then the
@@ -136,14 +137,12 @@ public:
                                      int missingLine, int statusLine, const char* signature,
                                      int32_t* result);
 
-    std::atomic<wv::pcm_id_t> mRecordingId{0};
     std::atomic<wv::pcm_id_t> mPlayingId{0};
 
 private:
     int32_t addClipTo(uint32_t listId, uint32_t pcmId, uint32_t start, uint32_t end, bool inMs,
                       const int lines[3], const char* signature);
 
-    mutable std::mutex mSettingsLock;  // guards mWorkingDir
     // Serialise the controls that change engine-wide state in several
     // steps: the current play item and its player (created on first play),
     // the current recording, and the clip graph (a clip added to one list
@@ -152,11 +151,11 @@ private:
     std::mutex mPlayLock;
     std::mutex mRecordLock;
     std::mutex mClipLock;
-    std::string mWorkingDir;
     wv::InfoList mInfoList;
+    // Before the context, which holds on to it.
+    std::unique_ptr<wv::ClientCallbackThread> mCallbackThread;
+    wv::JobContext mContext;
     std::unique_ptr<wv::DecoderThread> mDecoder;
     std::unique_ptr<wv::EncoderThread> mEncoder;
     std::unique_ptr<wv::RecorderThread> mRecorder;
-    std::unique_ptr<wv::ClientCallbackThread> mCallbackThread;
-    std::atomic<thread_priority_t> mThreadPriority{WV_PRIORITY_NORMAL};
 };

@@ -13,7 +13,7 @@
 namespace wv {
 
 DecoderThread::DecoderThread(JobContext* context)
-    : ChunkedJobThread(context, kProgressStep, EVT_LOAD_PROGRESS, kStepUrgency),
+    : ChunkedJobThread(context->events(), kProgressStep, EVT_LOAD_PROGRESS, kStepUrgency),
       mContext(context) {}
 
 bool DecoderThread::isRegistered(uint32_t id) { return mContext->getPcmInfo(id, REF_NONE) != nullptr; }

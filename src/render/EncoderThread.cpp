@@ -9,7 +9,7 @@
 namespace wv {
 
 EncoderThread::EncoderThread(JobContext* context)
-    : ChunkedJobThread(context, kProgressStep, EVT_RENDER_PROGRESS, kStepUrgency),
+    : ChunkedJobThread(context->events(), kProgressStep, EVT_RENDER_PROGRESS, kStepUrgency),
       mContext(context) {}
 
 bool EncoderThread::isRegistered(uint32_t id) { return mContext->getPcmInfo(id, REF_NONE) != nullptr; }

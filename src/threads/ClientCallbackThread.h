@@ -12,7 +12,7 @@
 
 namespace wv {
 
-class ClientCallbackThread : public WVCmdThread {
+class ClientCallbackThread : public WVCmdThread, public EventSink {
 public:
     explicit ClientCallbackThread(EngineHooks* engine) : mEngine(engine) {}
     ~ClientCallbackThread() override = default;
@@ -24,6 +24,7 @@ public:
     // Posts an event: dropped when it is a waveform level and no loop runs,
     // else queued after delayMs (0: at once, in posting order).
     void notify(const WVThreadCmd& event, int32_t delayMs);
+    void notifyClient(WVThreadCmd event, int32_t delayMs) override { notify(event, delayMs); }
 
 protected:
     void procCmd(WVThreadCmd& event) override;

@@ -27,7 +27,7 @@ protected:
 
     // A started (paused) player on the item, its output on a HandDevice.
     AudioPlayer* playerFor(SPcmInfo* item) {
-        auto* player = new AudioPlayer(&engine);
+        auto* player = new AudioPlayer(engine.events());
         item->player.reset(player);
         player->setOutputFactory(wvtest::handOutput(&device, kQueueFrames));
         EXPECT_EQ(player->setDataSource(item->path.get().c_str()), 0);
@@ -68,7 +68,7 @@ protected:
 
 TEST_F(AudioPlayerTest, ControlCallsOutsideTheirStatesAreRefused) {
     SPcmInfo* item = wvtest::addMarkedItem(engine, dir, kRate, 800);
-    AudioPlayer bare(&engine);
+    AudioPlayer bare(engine.events());
     wvtest::LogCapture log;
     EXPECT_EQ(bare.start(true), -1);
     EXPECT_TRUE(log.contains("start, no media source when start()"));
@@ -77,7 +77,7 @@ TEST_F(AudioPlayerTest, ControlCallsOutsideTheirStatesAreRefused) {
     EXPECT_EQ(bare.setDataSource(dir.file("missing.wav").c_str()), -1);
     EXPECT_TRUE(log.contains("could not create datasource for " + dir.file("missing.wav")));
 
-    AudioPlayer prepared(&engine);
+    AudioPlayer prepared(engine.events());
     ASSERT_EQ(prepared.setDataSource(item->path.get().c_str()), 0);
     EXPECT_EQ(prepared.setDataSource(item->path.get().c_str()), -1);  // one source per life
     EXPECT_EQ(prepared.pause(false), 0);  // Prepared counts as paused

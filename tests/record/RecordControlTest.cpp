@@ -129,7 +129,7 @@ TEST(RecordControl, StopBeforeTheFirstCommandRanOpensNothing) {
     const std::string path = work.file("never.wav");
     const wv::pcm_id_t id = addRecordingItem(r.engine, path);
     // A worker of its own, so that commands can be queued before it runs.
-    wv::RecorderThread recorder(&r.engine);
+    wv::RecorderThread recorder(r.engine.jobContext());
     recorder.sendCmd(wv::WVThreadCmd(wv::RecorderThread::kCmdStart, id, -1), 7);
     recorder.cancelCmd(wv::WVThreadCmd(wv::RecorderThread::kCmdStart, id, -1));
     recorder.launch();
@@ -154,7 +154,7 @@ TEST(RecordControl, CommandsOfAVanishedItemAreDroppedAndTheirJobFreed) {
     job->waveform.reset(new wv::WaveformState(8000, 1));
     job->pacer.reset(new wv::PacingTimer(20));
     // A worker of its own, so that commands can be queued before it runs.
-    wv::RecorderThread recorder(&r.engine);
+    wv::RecorderThread recorder(r.engine.jobContext());
     recorder.sendCmd(wv::WVThreadCmd(wv::RecorderThread::kCmdStart, 999, -1), 7);
     recorder.sendCmd(wv::WVThreadCmd(wv::RecorderThread::kCmdRecord, 998, -1, job), 1);
     recorder.launch();
