@@ -87,8 +87,9 @@ public:
     ~EncoderThread() override;
 
 protected:
-    // Cancel of code 1: event 23 and release. Code 2: the job is deleted
-    // (its unfinished output removed), event 23 and release. Others: release.
+    // The hooks of ChunkedJobThread. A cancel of code 1 sends 23 and
+    // releases; of code 2 it deletes the job first (its unfinished output
+    // removed); of any other code it only releases.
     bool isRegistered(uint32_t id) override;
     void startJob(WVThreadCmd& cmd) override;
     void runStep(WVThreadCmd& cmd) override;
