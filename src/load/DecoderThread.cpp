@@ -11,25 +11,31 @@
 #include "base/Log.h"
 
 namespace wv {
+namespace {
+
+// The line the fatal check of a command's missing item names.
+constexpr int kMissingItemLine = 24;
+
+}  // namespace
 
 DecoderThread::DecoderThread(JobContext* context)
-    : ChunkedJobThread(context->events(), kProgressStep, EVT_LOAD_PROGRESS, kStepUrgency),
+    : ChunkedJobThread(context->events(), ChunkedJobConfig{kProgressStep, EVT_LOAD_PROGRESS, EVT_LOAD_CANCELLED,
+                                                 kStepUrgency, kMissingItemLine}),
       mContext(context) {}
-
-bool DecoderThread::isRegistered(uint32_t id) { return mContext->getPcmInfo(id, REF_NONE) != nullptr; }
 
 DecoderThread::~DecoderThread() = default;
 
-SPcmInfo* DecoderThread::itemOf(const WVThreadCmd& cmd) {
-    SPcmInfo* item = mContext->getPcmInfo(cmd.pcmId, REF_NONE);
-    if (item == nullptr) {
-        fatalCheck(WV_LOG_TAG, "WavoryxPriv", 24, "CHECK(%s) failed.", "info != NULL");
-    }
-    mCurrentId.store(item->id, std::memory_order_relaxed);
-    return item;
-}
+bool DecoderThread::isRegistered(uint32_t id) { return mContext->getPcmInfo(id, REF_NONE) != nullptr; }
 
-void DecoderThread::endLoad(pcm_id_t id, uint32_t event, int32_t value) {
+SPcmInfo* DecoderThread::itemOf(const WVThreadCmd& cmd) { return mContext->getPcmInfo(cmd.pcmId, REF_NONE); }
+
+bool DecoderThread::lowPriority() { return mContext->threadPriority() == WV_PRIORITY_LOW; }
+
+void DecoderThread::deleteJob(void* job) { delete static_cast<DecodeJob*>(job); }
+
+void DecoderThread::dropReference(uint32_t id) { mContext->releasePcm(id, REF_DECODER, false); }
+
+void DecoderThread::endJob(uint32_t id, uint32_t event, int32_t value) {
     if (event != EVT_LOAD_DONE) {
         // Before the event: a render that sees it must already see the
         // failure instead of waiting for data that will never come.
@@ -42,20 +48,7 @@ void DecoderThread::endLoad(pcm_id_t id, uint32_t event, int32_t value) {
     mContext->releasePcm(id, REF_DECODER, false);
 }
 
-void DecoderThread::procCmd(WVThreadCmd& cmd) {
-    switch (cmd.code) {
-        case kCmdStart:
-            startLoad(cmd);
-            break;
-        case kCmdContinue:
-            decodeStep(cmd);
-            break;
-        default:
-            break;
-    }
-}
-
-void DecoderThread::startLoad(WVThreadCmd& cmd) {
+void DecoderThread::startJob(WVThreadCmd& cmd) {
     SPcmInfo* item = itemOf(cmd);
     // A second start for an item that is loading or loaded changes nothing.
     if (item->status.load() != ENCODED_FILE) return;
@@ -69,7 +62,7 @@ void DecoderThread::startLoad(WVThreadCmd& cmd) {
     const int32_t loaded = decoder->load(path.c_str(), &rate, &format, &channels, &durationUs, &isRaw);
     if (loaded != AudioDecoder::LOAD_OK) {
         decoder.reset();
-        endLoad(id, EVT_LOAD_FAILED, loaded == AudioDecoder::LOAD_NOT_OPENABLE ? 2 : 1);
+        endJob(id, EVT_LOAD_FAILED, loaded == AudioDecoder::LOAD_NOT_OPENABLE ? 2 : 1);
         return;
     }
     item->sampleRate.store(rate);
@@ -85,7 +78,7 @@ void DecoderThread::startLoad(WVThreadCmd& cmd) {
         item->status.store(PCM_READY);
         decoder.reset();
         mContext->notifyClient(WVThreadCmd(EVT_LOAD_STARTED, id, -1), 0);
-        endLoad(id, EVT_LOAD_DONE, -1);
+        endJob(id, EVT_LOAD_DONE, -1);
         return;
     }
 
@@ -98,7 +91,7 @@ void DecoderThread::startLoad(WVThreadCmd& cmd) {
     if (writerFd < 0) {
         working_file::removeAndClose(pcmPath, lockFd);
         decoder.reset();
-        endLoad(id, EVT_LOAD_FAILED, 4);
+        endJob(id, EVT_LOAD_FAILED, 4);
         return;
     }
     item->pcmPath.set(pcmPath);
@@ -107,10 +100,10 @@ void DecoderThread::startLoad(WVThreadCmd& cmd) {
     writer->adopt(writerFd, pcmPath.c_str());
     DecodeJob* job = new DecodeJob(std::move(decoder), std::move(writer));
     mContext->notifyClient(WVThreadCmd(EVT_LOAD_STARTED, id, -1), 0);
-    sendCmd(WVThreadCmd(kCmdContinue, id, -1, job), kStepUrgency);
+    postFirstStep(id, job);
 }
 
-void DecoderThread::decodeStep(WVThreadCmd& cmd) {
+void DecoderThread::runStep(WVThreadCmd& cmd) {
     SPcmInfo* item = itemOf(cmd);
     const pcm_id_t id = item->id;
     DecodeJob* job = static_cast<DecodeJob*>(cmd.data);
@@ -122,11 +115,11 @@ void DecoderThread::decodeStep(WVThreadCmd& cmd) {
         case FileWriter::WRITE_STORAGE_FULL:
             WV_LOGW("Cancel file decode due to low space");
             delete job;
-            endLoad(id, EVT_LOAD_NO_SPACE, -1);
+            endJob(id, EVT_LOAD_NO_SPACE, -1);
             return;
         default:
             delete job;
-            endLoad(id, EVT_LOAD_FAILED, -11);
+            endJob(id, EVT_LOAD_FAILED, -11);
             return;
     }
 
@@ -139,7 +132,7 @@ void DecoderThread::decodeStep(WVThreadCmd& cmd) {
         job->writer->finishWrite();
         delete job;
         item->status.store(PCM_READY);
-        endLoad(id, EVT_LOAD_DONE, -1);
+        endJob(id, EVT_LOAD_DONE, -1);
         return;
     }
     // A short write is held by the writer and settled by the next step.
@@ -153,40 +146,7 @@ void DecoderThread::decodeStep(WVThreadCmd& cmd) {
     const float progress = static_cast<float>(frames) / static_cast<float>(item->totalFrames.load());
     update(progress, &job->lastProgress);
 
-    postNextStep(cmd, begin, end);
-}
-
-void DecoderThread::postNextStep(const WVThreadCmd& cmd, const TimeVal& begin, const TimeVal& end) {
-    if (mContext->threadPriority() == WV_PRIORITY_LOW) {
-        const int32_t elapsedUs =
-            (end.sec - begin.sec) * 1000000 + (end.usec - begin.usec);
-        const int32_t elapsedMs = elapsedUs / 1000 < 0 ? 0 : elapsedUs / 1000;
-        if (elapsedMs != 0) {
-            sendDelayedCmd(cmd, static_cast<uint32_t>(elapsedMs));
-            return;
-        }
-    }
-    sendCmd(cmd, kStepUrgency);
-}
-
-void DecoderThread::onCmdCancel(WVThreadCmd& cmd) {
-    switch (cmd.code) {
-        case kCmdStart:
-            endLoad(cmd.pcmId, EVT_LOAD_CANCELLED, -1);
-            break;
-        case kCmdContinue:
-            itemOf(cmd);
-            delete static_cast<DecodeJob*>(cmd.data);
-            endLoad(cmd.pcmId, EVT_LOAD_CANCELLED, -1);
-            break;
-        default:
-            mContext->releasePcm(cmd.pcmId, REF_DECODER, false);
-            break;
-    }
-}
-
-void DecoderThread::onCmdDiscard(WVThreadCmd& cmd) {
-    if (cmd.code == kCmdContinue) delete static_cast<DecodeJob*>(cmd.data);
+    postNextStep(cmd, elapsedMs(begin, end));
 }
 
 }  // namespace wv

@@ -68,23 +68,19 @@ public:
 
 protected:
     bool isRegistered(uint32_t id) override;
-    void procCmd(WVThreadCmd& cmd) override;
-    void onCmdCancel(WVThreadCmd& cmd) override;
-    // A load dropped at shutdown frees its job (and its partial PCM file)
-    // without an event; the item keeps its references.
-    void onCmdDiscard(WVThreadCmd& cmd) override;
+    void startJob(WVThreadCmd& cmd) override;
+    void runStep(WVThreadCmd& cmd) override;
+    // A load dropped at shutdown or cancelled frees its job, and with it its
+    // partial PCM file; at shutdown the item keeps its references.
+    void deleteJob(void* job) override;
+    // Sends an ending event and drops the decoder's reference on the item.
+    void endJob(uint32_t id, uint32_t event, int32_t value) override;
+    void dropReference(uint32_t id) override;
+    bool lowPriority() override;
 
 private:
-    void startLoad(WVThreadCmd& cmd);
-    void decodeStep(WVThreadCmd& cmd);
-    // The command's item, made the current one; a missing item aborts (the
-    // decoder's reference keeps it registered while a load command exists).
+    // The command's item; it is registered (see ChunkedJobThread).
     SPcmInfo* itemOf(const WVThreadCmd& cmd);
-    // Sends an ending event and drops the decoder's reference on the item.
-    void endLoad(pcm_id_t id, uint32_t event, int32_t value);
-    // Posts the next step at once, or after as long as this one took when
-    // the engine runs its workers at low priority.
-    void postNextStep(const WVThreadCmd& cmd, const TimeVal& begin, const TimeVal& end);
 
     JobContext* const mContext;
 };

@@ -21,6 +21,10 @@ RecorderThread::RecorderThread(JobContext* context) : mContext(context) {}
 
 RecorderThread::~RecorderThread() = default;
 
+bool RecorderThread::isRegistered(uint32_t id) { return mContext->getPcmInfo(id, REF_NONE) != nullptr; }
+
+void RecorderThread::deleteJob(void* job) { finishJob(static_cast<RecordJob*>(job)); }
+
 void RecorderThread::notify(uint32_t code, pcm_id_t id, int32_t arg, int32_t delayMs) {
     mContext->notifyClient(WVThreadCmd(code, id, arg), delayMs);
 }
@@ -30,16 +34,14 @@ SPcmInfo* RecorderThread::itemOf(const WVThreadCmd& cmd, const char* stage) {
     if (item != nullptr) return item;
     WV_LOGE("recorder: pcm %u of command %u (%s) doesn't exist; dropped", cmd.pcmId, cmd.code,
             stage);
-    if (cmd.code == kCmdRecord && cmd.data != nullptr) {
-        finishJob(static_cast<RecordJob*>(cmd.data));
-    }
+    if (cmd.code == kCmdRecord && cmd.data != nullptr) deleteJob(cmd.data);
     return nullptr;
 }
 
 void RecorderThread::procCmd(WVThreadCmd& cmd) {
     SPcmInfo* item = itemOf(cmd, "run");
     if (item == nullptr) return;
-    mCurrentId.store(cmd.pcmId, std::memory_order_relaxed);
+    setCurrentId(cmd.pcmId);
     switch (cmd.code) {
         case kCmdStart:
             if (item->status.load() == RECORDING) startRecording(cmd, item);
@@ -51,7 +53,7 @@ void RecorderThread::procCmd(WVThreadCmd& cmd) {
             WV_LOGE("recorder: unknown command %u for pcm %u", cmd.code, cmd.pcmId);
             break;
     }
-    mCurrentId.store(0, std::memory_order_relaxed);
+    setCurrentId(0);
 }
 
 void RecorderThread::abortStart(pcm_id_t id, int32_t failure) {
@@ -285,7 +287,7 @@ void RecorderThread::onCmdCancel(WVThreadCmd& cmd) {
     const pcm_id_t id = cmd.pcmId;
     if (cmd.code == kCmdStart) {
         // Stopped before it started: nothing was opened.
-        if (mContext->getPcmInfo(id, REF_NONE) == nullptr) {
+        if (!isRegistered(id)) {
             WV_LOGE("recorder: pcm %u of command %u (cancel) doesn't exist; dropped", id, cmd.code);
             return;
         }
@@ -348,7 +350,7 @@ void RecorderThread::onCmdDiscard(WVThreadCmd& cmd) {
         return;
     }
     if (cmd.code != kCmdRecord || cmd.data == nullptr) return;
-    finishJob(static_cast<RecordJob*>(cmd.data));
+    JobThread::onCmdDiscard(cmd);
     if (SPcmInfo* item = mContext->getPcmInfo(cmd.pcmId, REF_NONE)) item->writingPath.set("");
     mContext->releasePcm(cmd.pcmId, REF_RECORDER, false);
 }

@@ -34,13 +34,21 @@
 // onCmdDiscard (engine shutdown) frees the job of a queued or parked command
 // without telling the client: the file is finished when the encoder still
 // works, else removed.
+//
+// Of the job workers' common ground (JobThread) the recorder takes the
+// command codes, the current item and the freeing of a dropped command's
+// job. It is no ChunkedJobThread, whose rules would change what it does: a
+// command of a missing item is dropped with an error line, its file still
+// finished, instead of aborting the process with a recording in it; the
+// current item is cleared after each command; its pace is the input's, whose
+// read waits for each buffer, so steps are never delayed for the thread
+// priority; suspend and resume replace the capture source and send events;
+// and a cancel finishes the file and reports how that went.
 #pragma once
-
-#include <atomic>
 
 #include "items/JobContext.h"
 #include "items/PcmTypes.h"
-#include "threads/WVCmdThread.h"
+#include "threads/JobThread.h"
 
 
 namespace wv {
@@ -49,10 +57,10 @@ class MediaBuffer;
 struct RecordJob;
 struct SPcmInfo;
 
-class RecorderThread : public WVCmdThread {
+class RecorderThread : public JobThread {
 public:
-    static constexpr uint32_t kCmdStart = 1;
-    static constexpr uint32_t kCmdRecord = 2;
+    static constexpr uint32_t kCmdStart = JobThread::kCmdStart;
+    static constexpr uint32_t kCmdRecord = JobThread::kCmdContinue;
     static constexpr uint8_t kStartUrgency = 7;
     static constexpr uint8_t kRecordUrgency = 1;
     static constexpr int64_t kResumeRetryDelayUs = 500000;
@@ -62,8 +70,8 @@ public:
     explicit RecorderThread(JobContext* context);
     ~RecorderThread() override;
 
-    // The item of the command being handled, 0 between commands.
-    pcm_id_t currentId() const { return mCurrentId.load(std::memory_order_relaxed); }
+    // currentId(): the item of the command being handled, 0 between
+    // commands.
 
 protected:
     void procCmd(WVThreadCmd& cmd) override;
@@ -71,6 +79,9 @@ protected:
     void onCmdResume(WVThreadCmd& cmd) override;
     void onCmdCancel(WVThreadCmd& cmd) override;
     void onCmdDiscard(WVThreadCmd& cmd) override;
+    bool isRegistered(uint32_t id) override;
+    // Finishes the file of the job (see finishJob) and frees it.
+    void deleteJob(void* job) override;
 
 private:
     void startRecording(const WVThreadCmd& cmd, SPcmInfo* item);
@@ -100,7 +111,6 @@ private:
     void notify(uint32_t code, pcm_id_t id, int32_t arg, int32_t delayMs = 0);
 
     JobContext* const mContext;
-    std::atomic<pcm_id_t> mCurrentId{0};
 };
 
 }  // namespace wv

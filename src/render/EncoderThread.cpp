@@ -7,25 +7,31 @@
 #include "base/Log.h"
 
 namespace wv {
+namespace {
+
+// The line the fatal check of a command's missing item names.
+constexpr int kMissingItemLine = 20;
+
+}  // namespace
 
 EncoderThread::EncoderThread(JobContext* context)
-    : ChunkedJobThread(context->events(), kProgressStep, EVT_RENDER_PROGRESS, kStepUrgency),
+    : ChunkedJobThread(context->events(), ChunkedJobConfig{kProgressStep, EVT_RENDER_PROGRESS,
+                                                 EVT_RENDER_CANCELLED, kStepUrgency, kMissingItemLine}),
       mContext(context) {}
-
-bool EncoderThread::isRegistered(uint32_t id) { return mContext->getPcmInfo(id, REF_NONE) != nullptr; }
 
 EncoderThread::~EncoderThread() = default;
 
-SPcmInfo* EncoderThread::itemOf(const WVThreadCmd& cmd) {
-    SPcmInfo* item = mContext->getPcmInfo(cmd.pcmId, REF_NONE);
-    if (item == nullptr) {
-        fatalCheck(WV_LOG_TAG, "WavoryxPriv", 20, "CHECK(%s) failed.", "info != NULL");
-    }
-    mCurrentId.store(item->id, std::memory_order_relaxed);
-    return item;
-}
+bool EncoderThread::isRegistered(uint32_t id) { return mContext->getPcmInfo(id, REF_NONE) != nullptr; }
 
-void EncoderThread::endRender(pcm_id_t id, uint32_t event, int32_t value) {
+SPcmInfo* EncoderThread::itemOf(const WVThreadCmd& cmd) { return mContext->getPcmInfo(cmd.pcmId, REF_NONE); }
+
+bool EncoderThread::lowPriority() { return mContext->threadPriority() == WV_PRIORITY_LOW; }
+
+void EncoderThread::deleteJob(void* job) { delete static_cast<EncodeJob*>(job); }
+
+void EncoderThread::dropReference(uint32_t id) { mContext->releasePcm(id, REF_ENCODER, false); }
+
+void EncoderThread::endJob(uint32_t id, uint32_t event, int32_t value) {
     // The output, if any, is in place or gone by now: readers go back to
     // the item's own path.
     if (SPcmInfo* item = mContext->getPcmInfo(id, REF_NONE)) item->writingPath.set("");
@@ -37,11 +43,11 @@ void EncoderThread::failRender(pcm_id_t id, EncodeJob* job, int status) {
     if (status == FileWriter::WRITE_STORAGE_FULL) {
         WV_LOGW("Cancel file encode due to low space");
         delete job;
-        endRender(id, EVT_RENDER_STOPPED, -1);
+        endJob(id, EVT_RENDER_STOPPED, -1);
     } else {
         WV_LOGE("Encoder error!");
         delete job;
-        endRender(id, EVT_RENDER_FAILED, -11);
+        endJob(id, EVT_RENDER_FAILED, -11);
     }
 }
 
@@ -50,21 +56,8 @@ bool EncoderThread::failMissingSource(SPcmInfo* item, EncodeJob* job) {
     WV_LOGE("list %d holds an item whose load failed: it cannot be rendered",
             static_cast<int>(item->id));
     delete job;
-    endRender(item->id, EVT_RENDER_FAILED, -1);
+    endJob(item->id, EVT_RENDER_FAILED, -1);
     return true;
-}
-
-void EncoderThread::procCmd(WVThreadCmd& cmd) {
-    switch (cmd.code) {
-        case kCmdStart:
-            startRender(cmd);
-            break;
-        case kCmdContinue:
-            renderStep(cmd);
-            break;
-        default:
-            break;
-    }
 }
 
 void EncoderThread::settleOutput(SPcmInfo* item) {
@@ -85,7 +78,7 @@ void EncoderThread::settleOutput(SPcmInfo* item) {
     }
 }
 
-void EncoderThread::startRender(WVThreadCmd& cmd) {
+void EncoderThread::startJob(WVThreadCmd& cmd) {
     SPcmInfo* item = itemOf(cmd);
     if (item->status.load() != CLIP_LIST) return;
     const pcm_id_t id = item->id;
@@ -107,14 +100,14 @@ void EncoderThread::startRender(WVThreadCmd& cmd) {
         AudioEncoder::createAudioEncoder(item->encodeType.load(), path.c_str()));
     if (!encoder) {
         WV_LOGE("createAudioEncoder error!");
-        endRender(id, EVT_RENDER_FAILED, -1);
+        endJob(id, EVT_RENDER_FAILED, -1);
         return;
     }
     if (encoder->initEncoder(static_cast<uint32_t>(rate), static_cast<uint32_t>(channels),
                              static_cast<uint32_t>(item->bitRate.load()), AudioEncoder::FORMAT_PCM_16) != 0) {
         encoder.reset();
         WV_LOGW("Init encoder error!");
-        endRender(id, EVT_RENDER_STOPPED, -1);
+        endJob(id, EVT_RENDER_STOPPED, -1);
         return;
     }
     // A file being replaced is read under its new name until it is done.
@@ -127,10 +120,10 @@ void EncoderThread::startRender(WVThreadCmd& cmd) {
         new WaveformState(static_cast<uint32_t>(rate), static_cast<uint32_t>(channels)));
     openWaveformFile(waveform.get(), (path + ".wave").c_str());
     EncodeJob* job = new EncodeJob(std::move(reader), std::move(encoder), std::move(waveform));
-    sendCmd(WVThreadCmd(kCmdContinue, id, -1, job), kStepUrgency);
+    postFirstStep(id, job);
 }
 
-void EncoderThread::renderStep(WVThreadCmd& cmd) {
+void EncoderThread::runStep(WVThreadCmd& cmd) {
     SPcmInfo* item = itemOf(cmd);
     const pcm_id_t id = item->id;
     EncodeJob* job = static_cast<EncodeJob*>(cmd.data);
@@ -142,7 +135,7 @@ void EncoderThread::renderStep(WVThreadCmd& cmd) {
         return;
     }
     const TimeVal begin = timeOfDay();
-    int32_t elapsedMs = 0;
+    int32_t elapsed = 0;
 
     const int32_t n = job->reader->read(mWorkBuffer, kBlockBytes);
     if (n < 0) {
@@ -168,8 +161,7 @@ void EncoderThread::renderStep(WVThreadCmd& cmd) {
             failRender(id, job, encoded);
             return;
         }
-        const int32_t elapsedUs = (end.sec - begin.sec) * 1000000 + (end.usec - begin.usec);
-        elapsedMs = elapsedUs / 1000 < 0 ? 0 : elapsedUs / 1000;
+        elapsed = elapsedMs(begin, end);
         const float progress = static_cast<float>(frames) / static_cast<float>(item->totalFrames.load());
         update(progress, &job->lastProgress);
     }
@@ -188,7 +180,7 @@ void EncoderThread::renderStep(WVThreadCmd& cmd) {
                 return;
             }
             delete job;
-            endRender(id, EVT_RENDER_DONE, -1);
+            endJob(id, EVT_RENDER_DONE, -1);
             return;
         }
         case PcmInfoReader::WAIT:
@@ -197,37 +189,9 @@ void EncoderThread::renderStep(WVThreadCmd& cmd) {
             sendDelayedCmd(cmd, kRetryDelayMs);
             return;
         default:
-            postNextStep(cmd, elapsedMs);
+            postNextStep(cmd, elapsed);
             return;
     }
-}
-
-void EncoderThread::postNextStep(const WVThreadCmd& cmd, int32_t elapsedMs) {
-    if (mContext->threadPriority() == WV_PRIORITY_LOW && elapsedMs != 0) {
-        sendDelayedCmd(cmd, static_cast<uint32_t>(elapsedMs));
-        return;
-    }
-    sendCmd(cmd, kStepUrgency);
-}
-
-void EncoderThread::onCmdCancel(WVThreadCmd& cmd) {
-    switch (cmd.code) {
-        case kCmdStart:
-            endRender(cmd.pcmId, EVT_RENDER_CANCELLED, -1);
-            break;
-        case kCmdContinue:
-            itemOf(cmd);
-            delete static_cast<EncodeJob*>(cmd.data);
-            endRender(cmd.pcmId, EVT_RENDER_CANCELLED, -1);
-            break;
-        default:
-            mContext->releasePcm(cmd.pcmId, REF_ENCODER, false);
-            break;
-    }
-}
-
-void EncoderThread::onCmdDiscard(WVThreadCmd& cmd) {
-    if (cmd.code == kCmdContinue) delete static_cast<EncodeJob*>(cmd.data);
 }
 
 }  // namespace wv

@@ -87,34 +87,33 @@ public:
     ~EncoderThread() override;
 
 protected:
+    // The hooks of ChunkedJobThread. A cancel of code 1 sends 23 and
+    // releases; of code 2 it deletes the job first (its unfinished output
+    // removed); of any other code it only releases.
     bool isRegistered(uint32_t id) override;
-    void procCmd(WVThreadCmd& cmd) override;
-    // Code 1: event 23 and release. Code 2: the job is deleted (its
-    // unfinished output removed), event 23 and release. Others: release.
-    void onCmdCancel(WVThreadCmd& cmd) override;
+    void startJob(WVThreadCmd& cmd) override;
+    void runStep(WVThreadCmd& cmd) override;
     // A render dropped at shutdown frees its job (and its unfinished
     // output) without an event; the list keeps its references.
-    void onCmdDiscard(WVThreadCmd& cmd) override;
+    void deleteJob(void* job) override;
+    // Sends an ending event and drops the render's reference on the list.
+    void endJob(uint32_t id, uint32_t event, int32_t value) override;
+    void dropReference(uint32_t id) override;
+    bool lowPriority() override;
 
 private:
-    void startRender(WVThreadCmd& cmd);
-    void renderStep(WVThreadCmd& cmd);
     // Fills in what the client left unset: format, encoding, bit rate,
     // output path; resets the progress counters.
     void settleOutput(SPcmInfo* item);
-    // The command's item, made the current one; a missing item aborts (the
-    // render's reference keeps the list registered while its commands
-    // exist).
+    // The command's item; it is registered (the render's reference keeps
+    // the list registered while its commands exist).
     SPcmInfo* itemOf(const WVThreadCmd& cmd);
-    // Sends an ending event and drops the render's reference on the list.
-    void endRender(pcm_id_t id, uint32_t event, int32_t value);
     // Deletes the job and ends the render for a writer or encoder status
     // (1 storage full, anything else an error).
     void failRender(pcm_id_t id, EncodeJob* job, int status);
     // Ends the render with event 20 (-1) when a source of the list will never
     // produce its data (its load failed or was cancelled); false otherwise.
     bool failMissingSource(SPcmInfo* item, EncodeJob* job);
-    void postNextStep(const WVThreadCmd& cmd, int32_t elapsedMs);
 
     alignas(8) char mWorkBuffer[kBlockBytes];
 

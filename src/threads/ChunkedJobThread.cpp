@@ -4,38 +4,88 @@
 #include "base/Log.h"
 
 namespace wv {
+namespace {
 
-ChunkedJobThread::ChunkedJobThread(EventSink* events, float progressStep, uint32_t progressEvent,
-                                   uint8_t resumeUrgency)
-    : ProgressNotifier(progressStep),
-      mEvents(events),
-      mProgressEvent(progressEvent),
-      mResumeUrgency(resumeUrgency) {}
+// The line the fatal check of a parked command's missing item names.
+constexpr int kParkedItemLine = 19;
 
-void ChunkedJobThread::setCurrentFrom(const WVThreadCmd& cmd) {
+}  // namespace
+
+ChunkedJobThread::ChunkedJobThread(EventSink* events, const ChunkedJobConfig& config)
+    : ProgressNotifier(config.progressStep), mEvents(events), mConfig(config) {}
+
+void ChunkedJobThread::requireItem(const WVThreadCmd& cmd, int line) {
     if (!isRegistered(cmd.pcmId)) {
-        fatalCheck(WV_LOG_TAG, "WavoryxPriv", 19, "CHECK(%s) failed.", "info != NULL");
+        fatalCheck(WV_LOG_TAG, "WavoryxPriv", line, "CHECK(%s) failed.", "info != NULL");
     }
-    mCurrentId.store(cmd.pcmId, std::memory_order_relaxed);
+    setCurrentId(cmd.pcmId);
+}
+
+void ChunkedJobThread::procCmd(WVThreadCmd& cmd) {
+    switch (cmd.code) {
+        case kCmdStart:
+            requireItem(cmd, mConfig.missingItemLine);
+            startJob(cmd);
+            break;
+        case kCmdContinue:
+            requireItem(cmd, mConfig.missingItemLine);
+            runStep(cmd);
+            break;
+        default:
+            break;
+    }
+}
+
+void ChunkedJobThread::postFirstStep(uint32_t id, void* job) {
+    sendCmd(WVThreadCmd(kCmdContinue, id, -1, job), mConfig.stepUrgency);
+}
+
+void ChunkedJobThread::postNextStep(const WVThreadCmd& cmd, int32_t elapsedMs) {
+    if (lowPriority() && elapsedMs != 0) {
+        sendDelayedCmd(cmd, static_cast<uint32_t>(elapsedMs));
+        return;
+    }
+    sendCmd(cmd, mConfig.stepUrgency);
+}
+
+int32_t ChunkedJobThread::elapsedMs(const TimeVal& begin, const TimeVal& end) {
+    const int32_t elapsedUs = (end.sec - begin.sec) * 1000000 + (end.usec - begin.usec);
+    return elapsedUs / 1000 < 0 ? 0 : elapsedUs / 1000;
 }
 
 int32_t ChunkedJobThread::onCmdSuspend(WVThreadCmd& cmd) {
     if (cmd.code != kCmdContinue) return -1;
-    setCurrentFrom(cmd);
+    requireItem(cmd, kParkedItemLine);
     return 0;
 }
 
 void ChunkedJobThread::onCmdResume(WVThreadCmd& cmd) {
     if (cmd.code != kCmdContinue) return;
-    setCurrentFrom(cmd);
-    sendCmd(cmd, mResumeUrgency);
+    requireItem(cmd, kParkedItemLine);
+    sendCmd(cmd, mConfig.stepUrgency);
+}
+
+void ChunkedJobThread::onCmdCancel(WVThreadCmd& cmd) {
+    switch (cmd.code) {
+        case kCmdStart:
+            endJob(cmd.pcmId, mConfig.cancelledEvent, -1);
+            break;
+        case kCmdContinue:
+            requireItem(cmd, mConfig.missingItemLine);
+            if (cmd.data != nullptr) deleteJob(cmd.data);
+            endJob(cmd.pcmId, mConfig.cancelledEvent, -1);
+            break;
+        default:
+            dropReference(cmd.pcmId);
+            break;
+    }
 }
 
 void ChunkedJobThread::onProgress(float progress) {
     // Truncation toward zero; +infinity saturates at the largest int32.
     const float percent = progress * 100.0f;
     const int32_t value = percent >= 2147483647.0f ? INT32_MAX : static_cast<int32_t>(percent);
-    mEvents->notifyClient(WVThreadCmd(mProgressEvent, currentId(), value), 0);
+    mEvents->notifyClient(WVThreadCmd(mConfig.progressEvent, currentId(), value), 0);
 }
 
 }  // namespace wv

@@ -1,50 +1,78 @@
-// What the decoder and the encoder workers share: jobs made of chunks, a
-// current item, progress thinning, and parking of a job's continuation
-// (command code 2) on suspend. A command of any other code cannot be parked:
-// a suspend request drops it.
+// What the decoder and the encoder workers share: jobs made of chunks, run
+// one chunk per command.
+//
+// {1, id} starts a job (startJob); {2, id, -1, job} runs its next chunk
+// (runStep), which posts the following one through postNextStep or ends the
+// job through endJob. Both run only for a registered item: the worker's
+// reference keeps its item registered while a command of its job exists, so
+// a missing one is a broken invariant and aborts. The current item is the
+// one last served and stays so between commands.
+//
+// Control requests: suspend parks a command 2 (a command of any other code
+// cannot be parked: the request drops it) and resume queues it again at the
+// step urgency; cancel ends the job with the worker's cancel event (a command
+// 2 frees its job first); discard frees the job of a command 2 silently.
+// Progress reports are thinned per job and posted to the event sink.
 #pragma once
 
-#include <atomic>
 #include <cstdint>
 
+#include "base/Clock.h"
 #include "threads/ClientEvents.h"
+#include "threads/JobThread.h"
 #include "threads/ProgressNotifier.h"
-#include "threads/WVCmdThread.h"
 
 namespace wv {
 
-class ChunkedJobThread : public WVCmdThread, public ProgressNotifier {
+// The constants that tell one chunked worker from another.
+struct ChunkedJobConfig {
+    float progressStep;       // see ProgressNotifier
+    uint32_t progressEvent;   // the event of a progress report
+    uint32_t cancelledEvent;  // the ending event of a cancelled job
+    uint8_t stepUrgency;      // of every command 2, resumed ones included
+    int missingItemLine;      // the line a missing item's fatal check names
+};
+
+class ChunkedJobThread : public JobThread, public ProgressNotifier {
 public:
-    static constexpr uint32_t kCmdStart = 1;
-    static constexpr uint32_t kCmdContinue = 2;
-
-    // events: where progress goes (not owned; outlives the worker);
-    // progressEvent: the event code of onProgress; resumeUrgency: how a
-    // resumed continuation is queued again.
-    ChunkedJobThread(EventSink* events, float progressStep, uint32_t progressEvent,
-                     uint8_t resumeUrgency);
-
-    // The item of the job being served; 0 before the first.
-    uint32_t currentId() const { return mCurrentId.load(std::memory_order_relaxed); }
+    // events: where progress goes (not owned; outlives the worker).
+    ChunkedJobThread(EventSink* events, const ChunkedJobConfig& config);
 
 protected:
+    void procCmd(WVThreadCmd& cmd) final;
     int32_t onCmdSuspend(WVThreadCmd& cmd) override;
     void onCmdResume(WVThreadCmd& cmd) override;
+    void onCmdCancel(WVThreadCmd& cmd) override;
     void onProgress(float progress) override;
 
-    // Whether item `id` is registered. A queued job command's item always
-    // is, since the job holds a reference on it.
-    virtual bool isRegistered(uint32_t id) = 0;
-    // Records the command's item as the current one; a missing item is a
-    // broken invariant and aborts.
-    void setCurrentFrom(const WVThreadCmd& cmd);
+    // Command 1 and command 2, for an item that is registered and current.
+    virtual void startJob(WVThreadCmd& cmd) = 0;
+    virtual void runStep(WVThreadCmd& cmd) = 0;
+    // Ends the job of item `id`: sends `event` (value) and drops the
+    // worker's reference on the item. The job itself is freed already.
+    virtual void endJob(uint32_t id, uint32_t event, int32_t value) = 0;
+    // Drops the worker's reference on item `id` without an event (the
+    // cancel of a command that is not part of a job).
+    virtual void dropReference(uint32_t id) = 0;
+    // Whether the engine runs its workers at low priority: each chunk is
+    // then followed by as long an idle time as it took.
+    virtual bool lowPriority() = 0;
+
+    // Posts the first chunk of a job of item `id`.
+    void postFirstStep(uint32_t id, void* job);
+    // Posts the next chunk at once, or `elapsedMs` later at low priority.
+    void postNextStep(const WVThreadCmd& cmd, int32_t elapsedMs);
+    // Whole milliseconds from `begin` to `end`, never negative.
+    static int32_t elapsedMs(const TimeVal& begin, const TimeVal& end);
 
     EventSink* const mEvents;
-    std::atomic<uint32_t> mCurrentId{0};
 
 private:
-    const uint32_t mProgressEvent;
-    const uint8_t mResumeUrgency;
+    // Makes the command's item the current one; a missing item aborts with
+    // the fatal check of `line`.
+    void requireItem(const WVThreadCmd& cmd, int line);
+
+    const ChunkedJobConfig mConfig;
 };
 
 }  // namespace wv

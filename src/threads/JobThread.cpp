@@ -1,0 +1,9 @@
+#include "threads/JobThread.h"
+
+namespace wv {
+
+void JobThread::onCmdDiscard(WVThreadCmd& cmd) {
+    if (cmd.code == kCmdContinue && cmd.data != nullptr) deleteJob(cmd.data);
+}
+
+}  // namespace wv
