@@ -1,0 +1,112 @@
+// Choosing the device behind the audio inputs or the audio outputs. Both
+// are named by a short text ("device", "auto", "file:PATH", ...) that the
+// public setter gives, or else an environment variable; both open it the
+// same way and differ only in their kinds of device and their words.
+#pragma once
+
+#include <cstdint>
+#include <functional>
+#include <memory>
+#include <mutex>
+#include <string>
+#include <utility>
+
+#include "base/Log.h"
+#include "platform/audio/OpenDevice.h"
+
+namespace wv {
+
+// What sets the inputs' choice apart from the outputs'.
+struct DeviceKinds {
+    const char* logTag;
+    const char* noun;                 // "input" or "output"
+    const char* environmentVariable;  // read while nothing is set
+    const char* environmentRefusal;   // logged after a refused value: "is not a device"
+    bool (*isValid)(const std::string& spec);
+    // What "auto" opens when the system's device does not open, and the
+    // log line that says so.
+    const char* autoFallback;
+    int autoFallbackLogPriority;
+    const char* autoFallbackText;
+};
+
+class DeviceSelection {
+public:
+    explicit DeviceSelection(const DeviceKinds& kinds) : mKinds(kinds) {}
+    DeviceSelection(const DeviceSelection&) = delete;
+    DeviceSelection& operator=(const DeviceSelection&) = delete;
+
+    const DeviceKinds& kinds() const { return mKinds; }
+    // The last text set, else the environment variable, else "auto". A
+    // refused variable is logged as a warning and gives "auto".
+    std::string selected() const;
+    // The public setter: 0, or -1 (nothing changed) for a text the kinds
+    // refuse. Null goes back to the environment.
+    int set(const char* spec);
+
+private:
+    const DeviceKinds& mKinds;
+    mutable std::mutex mLock;
+    bool mSet = false;
+    std::string mSpec;
+};
+
+// ARGUMENT of "KIND:ARGUMENT" (`kind` without its colon); "" when `spec` is
+// not of that kind or has nothing after the colon.
+std::string specArgument(const std::string& spec, const char* kind);
+
+// For tests: the maker that, while set, replaces every selection.
+template <class Device>
+class DeviceMakerSlot {
+public:
+    using Maker = std::function<std::unique_ptr<Device>()>;
+    void set(Maker maker) {
+        std::lock_guard<std::mutex> guard(mLock);
+        mMaker = std::move(maker);
+    }
+    Maker get() const {
+        std::lock_guard<std::mutex> guard(mLock);
+        return mMaker;
+    }
+
+private:
+    mutable std::mutex mLock;
+    Maker mMaker;
+};
+
+// Makes and opens the device `spec` names: the test maker's when one is
+// set; the system's for "device" (its error is returned) and "auto" (which
+// falls back to kinds.autoFallback); else makeNamedDevice(spec), where null
+// means an unknown text (-22). 0 with the open device in *out, or a
+// negative status with *out null.
+template <class Device, class Client>
+int32_t openSelectedDevice(const DeviceKinds& kinds, const DeviceMakerSlot<Device>& testMaker,
+                           std::unique_ptr<Device> (*makeSystemDevice)(),
+                           std::unique_ptr<Device> (*makeNamedDevice)(const std::string& spec),
+                           const std::string& spec, uint32_t sampleRate, uint32_t channels,
+                           Client* client, std::unique_ptr<Device>* out) {
+    out->reset();
+    if (auto maker = testMaker.get()) return openDevice(maker(), sampleRate, channels, client, out);
+    std::unique_ptr<Device> device;
+    if (spec == "device" || spec == "auto") {
+        const int32_t err = openDevice(makeSystemDevice(), sampleRate, channels, client, out);
+        if (err == 0) return 0;
+        if (spec == "device") {
+            logPrint(WAVORYX_LOG_ERROR, kinds.logTag, "the audio %s device cannot be opened (%d)",
+                     kinds.noun, err);
+            return err;
+        }
+        logPrint(kinds.autoFallbackLogPriority, kinds.logTag, "%s", kinds.autoFallbackText);
+        device = makeNamedDevice(kinds.autoFallback);
+    } else {
+        device = makeNamedDevice(spec);
+        if (!device) {
+            logPrint(WAVORYX_LOG_ERROR, kinds.logTag, "unknown audio %s %s", kinds.noun,
+                     spec.c_str());
+            return -22;
+        }
+    }
+    return openDevice(std::move(device), sampleRate, channels, client, out);
+}
+
+}  // namespace wv
