@@ -49,11 +49,10 @@ protected:
     void TearDown() override { unsetenv(kKinds.environmentVariable); }
 
     int32_t open(const std::string& spec, std::unique_ptr<FakeDevice>* out) {
-        return wv::openSelectedDevice(kKinds, maker, &makeSystem, &makeNamed, spec, 8000, 1,
-                                      &client, out);
+        return choice.open(spec, 8000, 1, &client, out);
     }
 
-    wv::DeviceMakerSlot<FakeDevice> maker;
+    wv::DeviceChoice<FakeDevice> choice{kKinds, &makeSystem, &makeNamed};
     FakeClient client;
 };
 
@@ -120,17 +119,17 @@ TEST_F(DeviceSelection, OnlyAutoFallsBackWhenTheSystemDeviceFails) {
 
 TEST_F(DeviceSelection, TheTestMakerReplacesEveryText) {
     std::unique_ptr<FakeDevice> out;
-    maker.set([] { return std::make_unique<FakeDevice>("made", 0); });
+    choice.setTestMaker([] { return std::make_unique<FakeDevice>("made", 0); });
     ASSERT_EQ(open("broken", &out), 0);
     EXPECT_EQ(out->name, "made");
 
-    maker.set([] { return std::make_unique<FakeDevice>("made", -5); });
+    choice.setTestMaker([] { return std::make_unique<FakeDevice>("made", -5); });
     EXPECT_EQ(open("quiet", &out), -5);
     EXPECT_FALSE(out);
-    maker.set([] { return std::unique_ptr<FakeDevice>(); });
+    choice.setTestMaker([] { return std::unique_ptr<FakeDevice>(); });
     EXPECT_EQ(open("quiet", &out), -19);
 
-    maker.set(nullptr);
+    choice.setTestMaker(nullptr);
     ASSERT_EQ(open("quiet", &out), 0);
     EXPECT_EQ(out->name, "quiet");
 }

@@ -35,16 +35,6 @@ const DeviceKinds kInputKinds = {
     "silence",  WAVORYX_LOG_WARN, "no audio input device; recording silence",
 };
 
-DeviceSelection& inputSelection() {
-    static DeviceSelection selection(kInputKinds);
-    return selection;
-}
-
-DeviceMakerSlot<AudioInputDevice>& inputDeviceMaker() {
-    static DeviceMakerSlot<AudioInputDevice> maker;
-    return maker;
-}
-
 std::unique_ptr<AudioInputDevice> makeSystemInput() {
     return std::make_unique<PortAudioInputDevice>();
 }
@@ -61,6 +51,11 @@ std::unique_ptr<AudioInputDevice> makeNamedInput(const std::string& spec) {
     return nullptr;
 }
 
+DeviceChoice<AudioInputDevice>& inputChoice() {
+    static DeviceChoice<AudioInputDevice> choice(kInputKinds, &makeSystemInput, &makeNamedInput);
+    return choice;
+}
+
 }  // namespace
 
 bool isValidAudioInputSpec(const std::string& spec) {
@@ -70,20 +65,19 @@ bool isValidAudioInputSpec(const std::string& spec) {
     return !path.empty() && ::access(path.c_str(), R_OK) == 0;
 }
 
-std::string selectedAudioInput() { return inputSelection().selected(); }
+std::string selectedAudioInput() { return inputChoice().selection().selected(); }
 
 void setAudioInputDeviceMaker(AudioInputDeviceMaker maker) {
-    inputDeviceMaker().set(std::move(maker));
+    inputChoice().setTestMaker(std::move(maker));
 }
 
 int32_t openAudioInputDevice(const std::string& spec, uint32_t sampleRate, uint32_t channels,
                              AudioInputClient* client, std::unique_ptr<AudioInputDevice>* out) {
-    return openSelectedDevice(kInputKinds, inputDeviceMaker(), &makeSystemInput, &makeNamedInput,
-                              spec, sampleRate, channels, client, out);
+    return inputChoice().open(spec, sampleRate, channels, client, out);
 }
 
 }  // namespace wv
 
 extern "C" int wavoryx_set_audio_input(const char* spec) {
-    return wv::inputSelection().set(spec);
+    return wv::inputChoice().selection().set(spec);
 }

@@ -20,16 +20,6 @@ const DeviceKinds kOutputKinds = {
     "null",     WAVORYX_LOG_INFO, "no audio output device; playing to the null device",
 };
 
-DeviceSelection& outputSelection() {
-    static DeviceSelection selection(kOutputKinds);
-    return selection;
-}
-
-DeviceMakerSlot<AudioOutputDevice>& outputDeviceMaker() {
-    static DeviceMakerSlot<AudioOutputDevice> maker;
-    return maker;
-}
-
 std::unique_ptr<AudioOutputDevice> makeSystemOutput() {
     return std::make_unique<PortAudioOutputDevice>();
 }
@@ -43,6 +33,11 @@ std::unique_ptr<AudioOutputDevice> makeNamedOutput(const std::string& spec) {
     return nullptr;
 }
 
+DeviceChoice<AudioOutputDevice>& outputChoice() {
+    static DeviceChoice<AudioOutputDevice> choice(kOutputKinds, &makeSystemOutput, &makeNamedOutput);
+    return choice;
+}
+
 }  // namespace
 
 bool isValidAudioOutputSpec(const std::string& spec) {
@@ -50,7 +45,7 @@ bool isValidAudioOutputSpec(const std::string& spec) {
            !specArgument(spec, "file").empty();
 }
 
-std::string selectedAudioOutput() { return outputSelection().selected(); }
+std::string selectedAudioOutput() { return outputChoice().selection().selected(); }
 
 double devicePaceFromEnvironment() {
     const char* env = std::getenv("WAVORYX_DEVICE_PACE");
@@ -65,17 +60,16 @@ double devicePaceFromEnvironment() {
 }
 
 void setAudioOutputDeviceMaker(AudioOutputDeviceMaker maker) {
-    outputDeviceMaker().set(std::move(maker));
+    outputChoice().setTestMaker(std::move(maker));
 }
 
 int32_t openAudioOutputDevice(const std::string& spec, uint32_t sampleRate, uint32_t channels,
                               AudioOutputClient* client, std::unique_ptr<AudioOutputDevice>* out) {
-    return openSelectedDevice(kOutputKinds, outputDeviceMaker(), &makeSystemOutput,
-                              &makeNamedOutput, spec, sampleRate, channels, client, out);
+    return outputChoice().open(spec, sampleRate, channels, client, out);
 }
 
 }  // namespace wv
 
 extern "C" int wavoryx_set_audio_output(const char* spec) {
-    return wv::outputSelection().set(spec);
+    return wv::outputChoice().selection().set(spec);
 }

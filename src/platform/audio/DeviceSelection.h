@@ -55,58 +55,71 @@ private:
 // not of that kind or has nothing after the colon.
 std::string specArgument(const std::string& spec, const char* kind);
 
-// For tests: the maker that, while set, replaces every selection.
+// The choice of one direction (inputs or outputs): its selection, the
+// maker a test may put in place of it, and the opening of what it names.
 template <class Device>
-class DeviceMakerSlot {
+class DeviceChoice {
 public:
-    using Maker = std::function<std::unique_ptr<Device>()>;
-    void set(Maker maker) {
+    using TestMaker = std::function<std::unique_ptr<Device>()>;
+    // makeSystemDevice: the system's default device, for "device" and
+    // "auto". makeNamedDevice: the device any other text names, null for a
+    // text that names none.
+    DeviceChoice(const DeviceKinds& kinds, std::unique_ptr<Device> (*makeSystemDevice)(),
+                 std::unique_ptr<Device> (*makeNamedDevice)(const std::string& spec))
+        : mSelection(kinds), mMakeSystemDevice(makeSystemDevice),
+          mMakeNamedDevice(makeNamedDevice) {}
+
+    DeviceSelection& selection() { return mSelection; }
+    // For tests: while set, every open gets its device from `maker`,
+    // whatever the text (a null device fails the open with -19).
+    void setTestMaker(TestMaker maker) {
         std::lock_guard<std::mutex> guard(mLock);
-        mMaker = std::move(maker);
+        mTestMaker = std::move(maker);
     }
-    Maker get() const {
-        std::lock_guard<std::mutex> guard(mLock);
-        return mMaker;
+
+    // Makes and opens the device `spec` names. The system's device for
+    // "device" (its error is returned) and "auto" (which falls back to
+    // kinds.autoFallback); an unknown text gives -22. 0 with the open device
+    // in *out, or a negative status with *out null.
+    template <class Client>
+    int32_t open(const std::string& spec, uint32_t sampleRate, uint32_t channels, Client* client,
+                 std::unique_ptr<Device>* out) const {
+        const DeviceKinds& kinds = mSelection.kinds();
+        out->reset();
+        TestMaker maker;
+        {
+            std::lock_guard<std::mutex> guard(mLock);
+            maker = mTestMaker;
+        }
+        if (maker) return openDevice(maker(), sampleRate, channels, client, out);
+        std::unique_ptr<Device> device;
+        if (spec == "device" || spec == "auto") {
+            const int32_t err = openDevice(mMakeSystemDevice(), sampleRate, channels, client, out);
+            if (err == 0) return 0;
+            if (spec == "device") {
+                logPrint(WAVORYX_LOG_ERROR, kinds.logTag,
+                         "the audio %s device cannot be opened (%d)", kinds.noun, err);
+                return err;
+            }
+            logPrint(kinds.autoFallbackLogPriority, kinds.logTag, "%s", kinds.autoFallbackText);
+            device = mMakeNamedDevice(kinds.autoFallback);
+        } else {
+            device = mMakeNamedDevice(spec);
+            if (!device) {
+                logPrint(WAVORYX_LOG_ERROR, kinds.logTag, "unknown audio %s %s", kinds.noun,
+                         spec.c_str());
+                return -22;
+            }
+        }
+        return openDevice(std::move(device), sampleRate, channels, client, out);
     }
 
 private:
+    DeviceSelection mSelection;
+    std::unique_ptr<Device> (*const mMakeSystemDevice)();
+    std::unique_ptr<Device> (*const mMakeNamedDevice)(const std::string& spec);
     mutable std::mutex mLock;
-    Maker mMaker;
+    TestMaker mTestMaker;
 };
-
-// Makes and opens the device `spec` names: the test maker's when one is
-// set; the system's for "device" (its error is returned) and "auto" (which
-// falls back to kinds.autoFallback); else makeNamedDevice(spec), where null
-// means an unknown text (-22). 0 with the open device in *out, or a
-// negative status with *out null.
-template <class Device, class Client>
-int32_t openSelectedDevice(const DeviceKinds& kinds, const DeviceMakerSlot<Device>& testMaker,
-                           std::unique_ptr<Device> (*makeSystemDevice)(),
-                           std::unique_ptr<Device> (*makeNamedDevice)(const std::string& spec),
-                           const std::string& spec, uint32_t sampleRate, uint32_t channels,
-                           Client* client, std::unique_ptr<Device>* out) {
-    out->reset();
-    if (auto maker = testMaker.get()) return openDevice(maker(), sampleRate, channels, client, out);
-    std::unique_ptr<Device> device;
-    if (spec == "device" || spec == "auto") {
-        const int32_t err = openDevice(makeSystemDevice(), sampleRate, channels, client, out);
-        if (err == 0) return 0;
-        if (spec == "device") {
-            logPrint(WAVORYX_LOG_ERROR, kinds.logTag, "the audio %s device cannot be opened (%d)",
-                     kinds.noun, err);
-            return err;
-        }
-        logPrint(kinds.autoFallbackLogPriority, kinds.logTag, "%s", kinds.autoFallbackText);
-        device = makeNamedDevice(kinds.autoFallback);
-    } else {
-        device = makeNamedDevice(spec);
-        if (!device) {
-            logPrint(WAVORYX_LOG_ERROR, kinds.logTag, "unknown audio %s %s", kinds.noun,
-                     spec.c_str());
-            return -22;
-        }
-    }
-    return openDevice(std::move(device), sampleRate, channels, client, out);
-}
 
 }  // namespace wv
