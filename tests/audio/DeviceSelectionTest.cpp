@@ -26,13 +26,13 @@ int32_t gSystemStatus = 0;
 std::unique_ptr<FakeDevice> makeSystem() {
     return std::make_unique<FakeDevice>("system", gSystemStatus);
 }
-std::unique_ptr<FakeDevice> makeNamed(const std::string& spec) {
-    if (spec == "quiet") return std::make_unique<FakeDevice>("quiet", 0);
-    const std::string path = wv::specArgument(spec, "file");
+std::unique_ptr<FakeDevice> makeNamed(const std::string& text) {
+    if (text == "quiet") return std::make_unique<FakeDevice>("quiet", 0);
+    const std::string path = wv::kindArgument(text, "file");
     return path.empty() ? nullptr : std::make_unique<FakeDevice>("file " + path, 0);
 }
-bool isValid(const std::string& spec) {
-    return spec == "auto" || spec == "device" || spec == "quiet" || spec == "broken";
+bool isValid(const std::string& text) {
+    return text == "auto" || text == "device" || text == "quiet" || text == "broken";
 }
 
 const wv::DeviceKinds kKinds = {
@@ -48,8 +48,8 @@ protected:
     }
     void TearDown() override { unsetenv(kKinds.environmentVariable); }
 
-    int32_t open(const std::string& spec, std::unique_ptr<FakeDevice>* out) {
-        return choice.open(spec, 8000, 1, &client, out);
+    int32_t open(const std::string& text, std::unique_ptr<FakeDevice>* out) {
+        return choice.open(text, 8000, 1, &client, out);
     }
 
     wv::DeviceChoice<FakeDevice> choice{kKinds, &makeSystem, &makeNamed};
@@ -57,13 +57,13 @@ protected:
 };
 
 TEST_F(DeviceSelection, KindAndArgumentSplitOnlyAtTheKindsColon) {
-    EXPECT_EQ(wv::specArgument("file:/a/b.wav", "file"), "/a/b.wav");
-    EXPECT_EQ(wv::specArgument("file:x:y", "file"), "x:y");
-    EXPECT_EQ(wv::specArgument("file:", "file"), "");
-    EXPECT_EQ(wv::specArgument("file", "file"), "");
-    EXPECT_EQ(wv::specArgument("filex:/a.wav", "file"), "");
-    EXPECT_EQ(wv::specArgument("tone:440", "file"), "");
-    EXPECT_EQ(wv::specArgument("", "file"), "");
+    EXPECT_EQ(wv::kindArgument("file:/a/b.wav", "file"), "/a/b.wav");
+    EXPECT_EQ(wv::kindArgument("file:x:y", "file"), "x:y");
+    EXPECT_EQ(wv::kindArgument("file:", "file"), "");
+    EXPECT_EQ(wv::kindArgument("file", "file"), "");
+    EXPECT_EQ(wv::kindArgument("filex:/a.wav", "file"), "");
+    EXPECT_EQ(wv::kindArgument("tone:440", "file"), "");
+    EXPECT_EQ(wv::kindArgument("", "file"), "");
 }
 
 TEST_F(DeviceSelection, SetterOverridesTheEnvironmentWhichOverridesAuto) {

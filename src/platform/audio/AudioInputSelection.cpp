@@ -22,7 +22,7 @@ constexpr double kMaxToneHz = 1e6;
 
 // The tone's frequency, or 0 when `spec` is not "tone:HZ" with HZ > 0.
 double toneHz(const std::string& spec) {
-    const std::string argument = specArgument(spec, "tone");
+    const std::string argument = kindArgument(spec, "tone");
     const char* text = argument.c_str();
     char* end = nullptr;
     const double hz = std::strtod(text, &end);
@@ -40,13 +40,13 @@ std::unique_ptr<AudioInputDevice> makeSystemInput() {
 }
 
 // The inputs that make their own frames; null for a text that names none.
-std::unique_ptr<AudioInputDevice> makeNamedInput(const std::string& spec) {
-    if (spec == "silence") {
+std::unique_ptr<AudioInputDevice> makeNamedInput(const std::string& text) {
+    if (text == "silence") {
         return std::make_unique<GeneratedInputDevice>(0, devicePaceFromEnvironment());
     }
-    const double hz = toneHz(spec);
+    const double hz = toneHz(text);
     if (hz > 0) return std::make_unique<GeneratedInputDevice>(hz, devicePaceFromEnvironment());
-    const std::string path = specArgument(spec, "file");
+    const std::string path = kindArgument(text, "file");
     if (!path.empty()) return std::make_unique<FileInputDevice>(path, devicePaceFromEnvironment());
     return nullptr;
 }
@@ -61,7 +61,7 @@ DeviceChoice<AudioInputDevice>& inputChoice() {
 bool isValidAudioInputSpec(const std::string& spec) {
     if (spec == "auto" || spec == "device" || spec == "silence" || toneHz(spec) > 0) return true;
     // A file that cannot be read is refused now rather than at every start.
-    const std::string path = specArgument(spec, "file");
+    const std::string path = kindArgument(spec, "file");
     return !path.empty() && ::access(path.c_str(), R_OK) == 0;
 }
 

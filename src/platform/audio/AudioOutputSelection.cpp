@@ -26,9 +26,9 @@ std::unique_ptr<AudioOutputDevice> makeSystemOutput() {
 
 // The outputs that only keep time (and maybe write a file); null for a text
 // that names none.
-std::unique_ptr<AudioOutputDevice> makeNamedOutput(const std::string& spec) {
-    if (spec == "null") return std::make_unique<ClockOutputDevice>(devicePaceFromEnvironment());
-    const std::string path = specArgument(spec, "file");
+std::unique_ptr<AudioOutputDevice> makeNamedOutput(const std::string& text) {
+    if (text == "null") return std::make_unique<ClockOutputDevice>(devicePaceFromEnvironment());
+    const std::string path = kindArgument(text, "file");
     if (!path.empty()) return std::make_unique<ClockOutputDevice>(devicePaceFromEnvironment(), path);
     return nullptr;
 }
@@ -42,7 +42,7 @@ DeviceChoice<AudioOutputDevice>& outputChoice() {
 
 bool isValidAudioOutputSpec(const std::string& spec) {
     return spec == "auto" || spec == "device" || spec == "null" ||
-           !specArgument(spec, "file").empty();
+           !kindArgument(spec, "file").empty();
 }
 
 std::string selectedAudioOutput() { return outputChoice().selection().selected(); }

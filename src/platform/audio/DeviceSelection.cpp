@@ -8,7 +8,7 @@ namespace wv {
 std::string DeviceSelection::selected() const {
     {
         std::lock_guard<std::mutex> guard(mLock);
-        if (mSet) return mSpec;
+        if (mSet) return mChosen;
     }
     const char* env = std::getenv(mKinds.environmentVariable);
     if (env == nullptr || *env == '\0') return "auto";
@@ -20,22 +20,22 @@ std::string DeviceSelection::selected() const {
     return env;
 }
 
-int DeviceSelection::set(const char* spec) {
+int DeviceSelection::set(const char* text) {
     // Checked outside the lock: a file: text looks at the file system.
-    if (spec != nullptr && !mKinds.isValid(spec)) return -1;
+    if (text != nullptr && !mKinds.isValid(text)) return -1;
     std::lock_guard<std::mutex> guard(mLock);
-    mSet = spec != nullptr;
-    mSpec = spec != nullptr ? spec : "";
+    mSet = text != nullptr;
+    mChosen = text != nullptr ? text : "";
     return 0;
 }
 
-std::string specArgument(const std::string& spec, const char* kind) {
+std::string kindArgument(const std::string& text, const char* kind) {
     const size_t kindLength = std::strlen(kind);
-    if (spec.size() <= kindLength + 1 || spec.compare(0, kindLength, kind) != 0 ||
-        spec[kindLength] != ':') {
+    if (text.size() <= kindLength + 1 || text.compare(0, kindLength, kind) != 0 ||
+        text[kindLength] != ':') {
         return "";
     }
-    return spec.substr(kindLength + 1);
+    return text.substr(kindLength + 1);
 }
 
 }  // namespace wv

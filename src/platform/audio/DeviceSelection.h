@@ -22,7 +22,7 @@ struct DeviceKinds {
     const char* noun;                 // "input" or "output"
     const char* environmentVariable;  // read while nothing is set
     const char* environmentRefusal;   // logged after a refused value: "is not a device"
-    bool (*isValid)(const std::string& spec);
+    bool (*isValid)(const std::string& text);
     // What "auto" opens when the system's device does not open, and the
     // log line that says so.
     const char* autoFallback;
@@ -42,18 +42,18 @@ public:
     std::string selected() const;
     // The public setter: 0, or -1 (nothing changed) for a text the kinds
     // refuse. Null goes back to the environment.
-    int set(const char* spec);
+    int set(const char* text);
 
 private:
     const DeviceKinds& mKinds;
     mutable std::mutex mLock;
     bool mSet = false;
-    std::string mSpec;
+    std::string mChosen;
 };
 
-// ARGUMENT of "KIND:ARGUMENT" (`kind` without its colon); "" when `spec` is
+// ARGUMENT of "KIND:ARGUMENT" (`kind` without its colon); "" when `text` is
 // not of that kind or has nothing after the colon.
-std::string specArgument(const std::string& spec, const char* kind);
+std::string kindArgument(const std::string& text, const char* kind);
 
 // The choice of one direction (inputs or outputs): its selection, the
 // maker a test may put in place of it, and the opening of what it names.
@@ -65,7 +65,7 @@ public:
     // "auto". makeNamedDevice: the device any other text names, null for a
     // text that names none.
     DeviceChoice(const DeviceKinds& kinds, std::unique_ptr<Device> (*makeSystemDevice)(),
-                 std::unique_ptr<Device> (*makeNamedDevice)(const std::string& spec))
+                 std::unique_ptr<Device> (*makeNamedDevice)(const std::string& text))
         : mSelection(kinds), mMakeSystemDevice(makeSystemDevice),
           mMakeNamedDevice(makeNamedDevice) {}
 
@@ -77,12 +77,12 @@ public:
         mTestMaker = std::move(maker);
     }
 
-    // Makes and opens the device `spec` names. The system's device for
+    // Makes and opens the device `text` names. The system's device for
     // "device" (its error is returned) and "auto" (which falls back to
     // kinds.autoFallback); an unknown text gives -22. 0 with the open device
     // in *out, or a negative status with *out null.
     template <class Client>
-    int32_t open(const std::string& spec, uint32_t sampleRate, uint32_t channels, Client* client,
+    int32_t open(const std::string& text, uint32_t sampleRate, uint32_t channels, Client* client,
                  std::unique_ptr<Device>* out) const {
         const DeviceKinds& kinds = mSelection.kinds();
         out->reset();
@@ -93,10 +93,10 @@ public:
         }
         if (maker) return openDevice(maker(), sampleRate, channels, client, out);
         std::unique_ptr<Device> device;
-        if (spec == "device" || spec == "auto") {
+        if (text == "device" || text == "auto") {
             const int32_t err = openDevice(mMakeSystemDevice(), sampleRate, channels, client, out);
             if (err == 0) return 0;
-            if (spec == "device") {
+            if (text == "device") {
                 logPrint(WAVORYX_LOG_ERROR, kinds.logTag,
                          "the audio %s device cannot be opened (%d)", kinds.noun, err);
                 return err;
@@ -104,10 +104,10 @@ public:
             logPrint(kinds.autoFallbackLogPriority, kinds.logTag, "%s", kinds.autoFallbackText);
             device = mMakeNamedDevice(kinds.autoFallback);
         } else {
-            device = mMakeNamedDevice(spec);
+            device = mMakeNamedDevice(text);
             if (!device) {
                 logPrint(WAVORYX_LOG_ERROR, kinds.logTag, "unknown audio %s %s", kinds.noun,
-                         spec.c_str());
+                         text.c_str());
                 return -22;
             }
         }
@@ -117,7 +117,7 @@ public:
 private:
     DeviceSelection mSelection;
     std::unique_ptr<Device> (*const mMakeSystemDevice)();
-    std::unique_ptr<Device> (*const mMakeNamedDevice)(const std::string& spec);
+    std::unique_ptr<Device> (*const mMakeNamedDevice)(const std::string& text);
     mutable std::mutex mLock;
     TestMaker mTestMaker;
 };
