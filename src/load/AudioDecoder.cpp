@@ -1,15 +1,12 @@
 #define WV_LOG_TAG "AudioDecoder"
 #include "load/AudioDecoder.h"
 
-#include <strings.h>
-
 #include <cstring>
 
 #include "base/Clock.h"
 #include "base/Log.h"
 #include "platform/media/AudioCodec.h"
-#include "platform/media/DataSource.h"
-#include "platform/media/MediaExtractor.h"
+#include "platform/media/AudioTrackOpener.h"
 
 namespace wv {
 
@@ -28,34 +25,22 @@ AudioDecoder::~AudioDecoder() {
 
 int32_t AudioDecoder::load(const char* path, int* sampleRate, int* format, int* channelCount,
                            int64_t* durationUs, bool* isRaw) {
-    DataSource::RegisterDefaultSniffers();
-    std::shared_ptr<DataSource> dataSource = DataSource::CreateFromURI(path);
-    if (!dataSource) {
-        WV_LOGE("file %s not exist", path);
-        return LOAD_NOT_OPENABLE;
-    }
-    std::shared_ptr<MediaExtractor> extractor = MediaExtractor::Create(dataSource);
-    if (!extractor) {
-        WV_LOGE("could not create extractor.");
-        return LOAD_NOT_PARSABLE;
-    }
-    std::shared_ptr<MetaData> meta;
-    size_t trackIndex = 0;
-    const char* mime = nullptr;
-    for (size_t i = 0; i < extractor->countTracks(); ++i) {
-        std::shared_ptr<MetaData> candidate =
-            extractor->getTrackMetaData(i, MediaExtractor::kIncludeExtensiveMetaData);
-        if (candidate && candidate->findCString(kKeyMIMEType, &mime) &&
-            strncasecmp(mime, "audio/", 6) == 0) {
-            meta = candidate;
-            trackIndex = i;
+    const FirstAudioTrack found = findFirstAudioTrack(path);
+    switch (found.status) {
+        case FirstAudioTrack::kFound:
             break;
-        }
+        case FirstAudioTrack::kNotOpenable:
+            WV_LOGE("file %s not exist", path);
+            return LOAD_NOT_OPENABLE;
+        case FirstAudioTrack::kNoParser:
+            WV_LOGE("could not create extractor.");
+            return LOAD_NOT_PARSABLE;
+        case FirstAudioTrack::kNoAudioTrack:
+            WV_LOGE("No suitable audio track found.");
+            return LOAD_NOT_PARSABLE;
     }
-    if (!meta) {
-        WV_LOGE("No suitable audio track found.");
-        return LOAD_NOT_PARSABLE;
-    }
+    const std::shared_ptr<MetaData>& meta = found.meta;
+    const char* const mime = found.mime;
     *format = 1;  // 16-bit signed PCM
     int32_t rate = 0, channels = 0;
     // A file may state no rate or channel count; that fails the load rather
@@ -73,7 +58,6 @@ int32_t AudioDecoder::load(const char* path, int* sampleRate, int* format, int* 
     int64_t duration = 0;
     if (meta->findInt64(kKeyDuration, &duration)) *durationUs = duration;
 
-    meta->findCString(kKeyMIMEType, &mime);
     if (std::strstr(mime, "raw") != nullptr) {
         WV_LOGE("Raw sound file found.");
         *isRaw = true;
@@ -81,8 +65,7 @@ int32_t AudioDecoder::load(const char* path, int* sampleRate, int* format, int* 
     }
     *isRaw = false;
     meta->dumpToLog();
-    std::shared_ptr<MediaSource> track = extractor->getTrack(trackIndex);
-    mMediaSource = track ? mCodecFactory(track->getFormat(), track) : nullptr;
+    mMediaSource = pcmSourceOf(found.openTrack(), mCodecFactory);
     if (!mMediaSource) {
         WV_LOGE("could not create a decoder for %s (%s)", path, mime);
         return LOAD_NOT_PARSABLE;

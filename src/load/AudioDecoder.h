@@ -11,9 +11,9 @@
 #pragma once
 
 #include <cstdint>
-#include <functional>
 #include <memory>
 
+#include "platform/media/AudioTrackOpener.h"
 #include "platform/media/MediaBuffer.h"
 #include "platform/media/MediaSource.h"
 #include "platform/media/MetaData.h"
@@ -23,8 +23,7 @@ namespace wv {
 class AudioDecoder {
 public:
     // Makes the decoded source for a track; AudioCodec::Create by default.
-    using CodecFactory = std::function<std::shared_ptr<MediaSource>(
-        const std::shared_ptr<MetaData>& meta, const std::shared_ptr<MediaSource>& track)>;
+    using CodecFactory = AudioDecoderFactory;
 
     // load() results.
     enum : int32_t { LOAD_OK = 0, LOAD_NOT_PARSABLE = -8, LOAD_NOT_OPENABLE = -9 };

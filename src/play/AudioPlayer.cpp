@@ -7,9 +7,8 @@
 
 #include "base/Clock.h"
 #include "base/Log.h"
-#include "platform/media/AudioCodec.h"
+#include "platform/media/AudioTrackOpener.h"
 #include "platform/media/DataSource.h"
-#include "platform/media/MediaExtractor.h"
 #include "platform/media/MetaData.h"
 
 namespace wv {
@@ -72,26 +71,17 @@ void AudioPlayer::modifyFlags(uint32_t value, FlagMode mode) {
 int32_t AudioPlayer::setDataSource(const char* path) {
     if (mFlags.load() != 0) return -1;
     mPath = path != nullptr ? path : "";
-    std::shared_ptr<DataSource> dataSource = DataSource::CreateFromURI(mPath.c_str());
-    if (!dataSource) {
+    const FirstAudioTrack found = findFirstAudioTrack(mPath.c_str());
+    if (found.status == FirstAudioTrack::kNotOpenable) {
         WV_LOGE("could not create datasource for %s", mPath.c_str());
         return -1;
     }
-    std::shared_ptr<MediaExtractor> extractor = MediaExtractor::Create(dataSource);
-    if (!extractor) {
+    if (found.status == FirstAudioTrack::kNoParser) {
         WV_LOGE("could not create extractor for %s", mPath.c_str());
         return -1;
     }
-    for (size_t i = 0; i < extractor->countTracks(); ++i) {
-        std::shared_ptr<MetaData> meta = extractor->getTrackMetaData(i, 0);
-        const char* mime = nullptr;
-        PLAYER_CHECK(115, meta && meta->findCString(kKeyMIMEType, &mime),
-                     "!(meta->findCString(kKeyMIMEType, &_mime))");
-        if (strncasecmp(mime, "audio/", 6) == 0) {
-            mExtractorTrack = extractor->getTrack(i);
-            break;
-        }
-    }
+    PLAYER_CHECK(115, !found.sawTrackWithoutMime, "!(meta->findCString(kKeyMIMEType, &_mime))");
+    if (found.status == FirstAudioTrack::kFound) mExtractorTrack = found.openTrack();
     if (!mExtractorTrack) {
         WV_LOGE("could not find audio track for %s", mPath.c_str());
         return -1;
@@ -110,12 +100,10 @@ int32_t AudioPlayer::initAudioDecoder() {
     const char* mime = nullptr;
     PLAYER_CHECK(826, meta && meta->findCString(kKeyMIMEType, &mime),
                  "!(meta->findCString(kKeyMIMEType, &mime))");
-    if (strcasecmp(mime, MEDIA_MIMETYPE_AUDIO_RAW) == 0) {
-        mSource = mExtractorTrack;
-        if (!mSource) WV_LOGE("could not create raw source");
-    } else {
-        mSource = AudioCodec::Create(meta, mExtractorTrack);
-        if (!mSource) WV_LOGE("could not create OMXCodec source");
+    mSource = pcmSourceOf(mExtractorTrack);
+    if (!mSource) {
+        WV_LOGE("%s", isRawAudioMime(mime) ? "could not create raw source"
+                                           : "could not create OMXCodec source");
     }
     if (mSource) {
         const status_t err = mSource->start();

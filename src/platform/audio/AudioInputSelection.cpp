@@ -3,16 +3,14 @@
 #include <unistd.h>
 
 #include <cstdlib>
-#include <mutex>
-#include <utility>
 #include <string>
+#include <utility>
 
 #include <wavoryx/platform.h>
 
-#include "base/Log.h"
 #include "platform/audio/AudioInputDevice.h"
-#include "platform/audio/OpenDevice.h"
 #include "platform/audio/AudioOutputDevice.h"
+#include "platform/audio/DeviceSelection.h"
 #include "platform/audio/FileInputDevice.h"
 #include "platform/audio/GeneratedInputDevice.h"
 #include "platform/audio/PortAudioInputDevice.h"
@@ -20,32 +18,42 @@
 namespace wv {
 namespace {
 
-std::mutex gSelectionLock;
-bool gSelectionSet = false;
-std::string gSelection;
-AudioInputDeviceMaker gDeviceMaker;
-
-const char kTonePrefix[] = "tone:";
-constexpr size_t kTonePrefixLength = sizeof kTonePrefix - 1;
 constexpr double kMaxToneHz = 1e6;
 
 // The tone's frequency, or 0 when `spec` is not "tone:HZ" with HZ > 0.
 double toneHz(const std::string& spec) {
-    if (spec.compare(0, kTonePrefixLength, kTonePrefix) != 0) return 0;
-    const char* text = spec.c_str() + kTonePrefixLength;
+    const std::string argument = kindArgument(spec, "tone");
+    const char* text = argument.c_str();
     char* end = nullptr;
     const double hz = std::strtod(text, &end);
     if (end == text || *end != '\0' || !(hz > 0) || hz > kMaxToneHz) return 0;
     return hz;
 }
 
-const char kFilePrefix[] = "file:";
-constexpr size_t kFilePrefixLength = sizeof kFilePrefix - 1;
+const DeviceKinds kInputKinds = {
+    WV_LOG_TAG, "input", "WAVORYX_AUDIO_IN", "is not an input", &isValidAudioInputSpec,
+    "silence",  WAVORYX_LOG_WARN, "no audio input device; recording silence",
+};
 
-// The path of "file:PATH", or "" when `spec` is not that form.
-std::string filePath(const std::string& spec) {
-    if (spec.compare(0, kFilePrefixLength, kFilePrefix) != 0) return "";
-    return spec.substr(kFilePrefixLength);
+std::unique_ptr<AudioInputDevice> makeSystemInput() {
+    return std::make_unique<PortAudioInputDevice>();
+}
+
+// The inputs that make their own frames; null for a text that names none.
+std::unique_ptr<AudioInputDevice> makeNamedInput(const std::string& text) {
+    if (text == "silence") {
+        return std::make_unique<GeneratedInputDevice>(0, devicePaceFromEnvironment());
+    }
+    const double hz = toneHz(text);
+    if (hz > 0) return std::make_unique<GeneratedInputDevice>(hz, devicePaceFromEnvironment());
+    const std::string path = kindArgument(text, "file");
+    if (!path.empty()) return std::make_unique<FileInputDevice>(path, devicePaceFromEnvironment());
+    return nullptr;
+}
+
+DeviceChoice<AudioInputDevice>& inputChoice() {
+    static DeviceChoice<AudioInputDevice> choice(kInputKinds, &makeSystemInput, &makeNamedInput);
+    return choice;
 }
 
 }  // namespace
@@ -53,68 +61,23 @@ std::string filePath(const std::string& spec) {
 bool isValidAudioInputSpec(const std::string& spec) {
     if (spec == "auto" || spec == "device" || spec == "silence" || toneHz(spec) > 0) return true;
     // A file that cannot be read is refused now rather than at every start.
-    const std::string path = filePath(spec);
+    const std::string path = kindArgument(spec, "file");
     return !path.empty() && ::access(path.c_str(), R_OK) == 0;
 }
 
-std::string selectedAudioInput() {
-    {
-        std::lock_guard<std::mutex> guard(gSelectionLock);
-        if (gSelectionSet) return gSelection;
-    }
-    const char* env = std::getenv("WAVORYX_AUDIO_IN");
-    if (env == nullptr || *env == '\0') return "auto";
-    if (!isValidAudioInputSpec(env)) {
-        WV_LOGW("WAVORYX_AUDIO_IN=%s is not an input; using auto", env);
-        return "auto";
-    }
-    return env;
-}
+std::string selectedAudioInput() { return inputChoice().selection().selected(); }
 
 void setAudioInputDeviceMaker(AudioInputDeviceMaker maker) {
-    std::lock_guard<std::mutex> guard(gSelectionLock);
-    gDeviceMaker = std::move(maker);
+    inputChoice().setTestMaker(std::move(maker));
 }
 
 int32_t openAudioInputDevice(const std::string& spec, uint32_t sampleRate, uint32_t channels,
                              AudioInputClient* client, std::unique_ptr<AudioInputDevice>* out) {
-    out->reset();
-    AudioInputDeviceMaker maker;
-    {
-        std::lock_guard<std::mutex> guard(gSelectionLock);
-        maker = gDeviceMaker;
-    }
-    if (maker) return openDevice(maker(), sampleRate, channels, client, out);
-    std::unique_ptr<AudioInputDevice> device;
-    if (spec == "device" || spec == "auto") {
-        const int32_t err = openDevice<AudioInputDevice>(std::make_unique<PortAudioInputDevice>(),
-                                                          sampleRate, channels, client, out);
-        if (err == 0) return 0;
-        if (spec == "device") {
-            WV_LOGE("the audio input device cannot be opened (%d)", err);
-            return err;
-        }
-        WV_LOGW("no audio input device; recording silence");
-        device.reset(new GeneratedInputDevice(0, devicePaceFromEnvironment()));
-    } else if (spec == "silence") {
-        device.reset(new GeneratedInputDevice(0, devicePaceFromEnvironment()));
-    } else if (toneHz(spec) > 0) {
-        device.reset(new GeneratedInputDevice(toneHz(spec), devicePaceFromEnvironment()));
-    } else if (!filePath(spec).empty()) {
-        device.reset(new FileInputDevice(filePath(spec), devicePaceFromEnvironment()));
-    } else {
-        WV_LOGE("unknown audio input %s", spec.c_str());
-        return -22;
-    }
-    return openDevice(std::move(device), sampleRate, channels, client, out);
+    return inputChoice().open(spec, sampleRate, channels, client, out);
 }
 
 }  // namespace wv
 
 extern "C" int wavoryx_set_audio_input(const char* spec) {
-    if (spec != nullptr && !wv::isValidAudioInputSpec(spec)) return -1;
-    std::lock_guard<std::mutex> guard(wv::gSelectionLock);
-    wv::gSelectionSet = spec != nullptr;
-    wv::gSelection = spec != nullptr ? spec : "";
-    return 0;
+    return wv::inputChoice().selection().set(spec);
 }

@@ -1,19 +1,14 @@
 #define WV_LOG_TAG "AudioInput"
 #include "platform/audio/FileInputDevice.h"
 
-#include <strings.h>
-
 #include <algorithm>
 #include <chrono>
-#include <cstring>
 
 #include <wavoryx/dsp.h>
 
 #include "base/Clock.h"
 #include "base/Log.h"
-#include "platform/media/AudioCodec.h"
-#include "platform/media/DataSource.h"
-#include "platform/media/MediaExtractor.h"
+#include "platform/media/AudioTrackOpener.h"
 
 namespace wv {
 namespace {
@@ -21,25 +16,11 @@ namespace {
 // The started PCM source of the file's first audio track: the track itself
 // when it is raw, else a decoder over it.
 std::shared_ptr<MediaSource> openPcmTrack(const std::string& path) {
-    DataSource::RegisterDefaultSniffers();
-    std::shared_ptr<DataSource> data = DataSource::CreateFromURI(path.c_str());
-    if (!data) return nullptr;
-    std::shared_ptr<MediaExtractor> extractor = MediaExtractor::Create(data);
-    if (!extractor) return nullptr;
-    for (size_t i = 0; i < extractor->countTracks(); ++i) {
-        std::shared_ptr<MetaData> meta = extractor->getTrackMetaData(i);
-        const char* mime = nullptr;
-        if (!meta || !meta->findCString(kKeyMIMEType, &mime) || strncasecmp(mime, "audio/", 6) != 0) {
-            continue;
-        }
-        std::shared_ptr<MediaSource> track = extractor->getTrack(i);
-        if (!track) return nullptr;
-        std::shared_ptr<MediaSource> source =
-            std::strcmp(mime, MEDIA_MIMETYPE_AUDIO_RAW) == 0 ? track : AudioCodec::Create(meta, track);
-        if (!source || source->start() != OK) return nullptr;
-        return source;
-    }
-    return nullptr;
+    const FirstAudioTrack found = findFirstAudioTrack(path.c_str());
+    if (found.status != FirstAudioTrack::kFound) return nullptr;
+    std::shared_ptr<MediaSource> source = pcmSourceOf(found.openTrack());
+    if (!source || source->start() != OK) return nullptr;
+    return source;
 }
 
 }  // namespace

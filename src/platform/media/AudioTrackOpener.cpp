@@ -1,0 +1,60 @@
+#include "platform/media/AudioTrackOpener.h"
+
+#include <strings.h>
+
+#include "platform/media/AudioCodec.h"
+#include "platform/media/DataSource.h"
+
+namespace wv {
+
+FirstAudioTrack findFirstAudioTrack(const char* path) {
+    FirstAudioTrack found;
+    DataSource::RegisterDefaultSniffers();
+    std::shared_ptr<DataSource> dataSource = DataSource::CreateFromURI(path);
+    if (!dataSource) {
+        found.status = FirstAudioTrack::kNotOpenable;
+        return found;
+    }
+    found.extractor = MediaExtractor::Create(dataSource);
+    if (!found.extractor) {
+        found.status = FirstAudioTrack::kNoParser;
+        return found;
+    }
+    for (size_t i = 0; i < found.extractor->countTracks(); ++i) {
+        std::shared_ptr<MetaData> meta =
+            found.extractor->getTrackMetaData(i, MediaExtractor::kIncludeExtensiveMetaData);
+        const char* mime = nullptr;
+        if (!meta || !meta->findCString(kKeyMIMEType, &mime)) {
+            found.sawTrackWithoutMime = true;
+            continue;
+        }
+        if (strncasecmp(mime, "audio/", 6) == 0) {
+            found.status = FirstAudioTrack::kFound;
+            found.meta = std::move(meta);
+            found.mime = mime;
+            found.index = i;
+            return found;
+        }
+    }
+    found.status = FirstAudioTrack::kNoAudioTrack;
+    return found;
+}
+
+bool isRawAudioMime(const char* mime) {
+    return mime != nullptr && strcasecmp(mime, MEDIA_MIMETYPE_AUDIO_RAW) == 0;
+}
+
+std::shared_ptr<MediaSource> pcmSourceOf(const std::shared_ptr<MediaSource>& track,
+                                         const AudioDecoderFactory& makeDecoder) {
+    if (!track) return nullptr;
+    std::shared_ptr<MetaData> format = track->getFormat();
+    const char* mime = nullptr;
+    if (format && format->findCString(kKeyMIMEType, &mime) && isRawAudioMime(mime)) return track;
+    return makeDecoder(format, track);
+}
+
+std::shared_ptr<MediaSource> pcmSourceOf(const std::shared_ptr<MediaSource>& track) {
+    return pcmSourceOf(track, &AudioCodec::Create);
+}
+
+}  // namespace wv
