@@ -71,7 +71,7 @@ class WavoryxPriv;
 
 class WAVORYX_API Wavoryx {
 public:
-    /* Starts the decoder, encoder, recorder and housekeeping workers. The
+    /* Starts the decoder, encoder and recorder workers. The
      * callback loop is not started: see startThreadLoop. */
     Wavoryx();
     /* Ends and joins the workers (the chunk in progress finishes, queued work

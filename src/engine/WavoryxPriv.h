@@ -1,6 +1,6 @@
-// The engine behind the Wavoryx facade: the registry of items, the working
-// directory, and five workers (decoder, encoder, recorder, client callback,
-// housekeeping).
+// The engine behind the Wavoryx facade: the registry of items, the job
+// context shared with the workers, and four workers (decoder, encoder,
+// recorder, client callback).
 //
 // Public operations run on the caller's thread: they check their arguments,
 // look items up and either answer at once or post a command to a worker.
