@@ -233,20 +233,17 @@ private:
     void waitForAll(const std::map<int, int>& jobs, bool (*ends)(int), const char* kind) {
         for (const auto& job : jobs) {
             const int id = job.first, started = job.second;
-            const bool ended = EventLog::instance().waitFor(
-                [&](const std::vector<Event>& events) {
-                    int n = 0;
-                    for (const Event& e : events) n += e.id == id && ends(e.code);
-                    return n >= started;
-                },
-                std::chrono::seconds(20));
+            const auto allEnded = [&](const std::vector<Event>& events) {
+                return int(countEndings(events, id, ends)) >= started;
+            };
+            const bool ended = eventLog().waitFor(allEnded, std::chrono::seconds(20));
             if (!ended) fail("%s of item %d: %d started, not all ended", kind, id, started);
         }
     }
 
     void checkExact(const std::map<int, int>& jobs, bool (*ends)(int), const char* kind) {
         for (const auto& job : jobs) {
-            const size_t n = EventLog::instance().count(job.first, ends);
+            const size_t n = countEndings(eventLog().events(), job.first, ends);
             if (n != size_t(job.second)) {
                 fail("%s of item %d: %d started, %zu ended", kind, job.first, job.second, n);
             }
@@ -263,7 +260,7 @@ private:
 
 extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
     Process& p = wvfuzz::processState<Process>();
-    EventLog::instance().clear();
+    eventLog().clear();
     Reader in(data, size);
     Sequence(p, in).run();
     p.work.empty();

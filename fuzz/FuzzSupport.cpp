@@ -64,48 +64,23 @@ bool endsLoad(int code) { return code == 0 || code == 4 || code == 5 || code == 
 bool endsRender(int code) { return code == 20 || code == 22 || code == 23 || code == 25; }
 bool endsRecording(int code) { return code == 63; }
 
-EventLog& EventLog::instance() {
-    static EventLog* log = new EventLog();  // outlives every engine thread
-    return *log;
-}
-
-void EventLog::callback(int code, int id, int value, char*, void*) {
-    EventLog& log = instance();
-    {
-        std::lock_guard<std::mutex> guard(log.mLock);
-        log.mEvents.push_back(Event{code, id, value});
-    }
-    log.mChanged.notify_all();
-}
-
-void EventLog::clear() {
-    std::lock_guard<std::mutex> guard(mLock);
-    mEvents.clear();
-}
-
-std::vector<Event> EventLog::events() const {
-    std::lock_guard<std::mutex> guard(mLock);
-    return mEvents;
-}
-
-size_t EventLog::count(int id, bool (*ends)(int)) const {
-    std::lock_guard<std::mutex> guard(mLock);
+size_t countEndings(const std::vector<Event>& events, int id, bool (*ends)(int)) {
     size_t n = 0;
-    for (const Event& e : mEvents) n += e.id == id && ends(e.code);
+    for (const Event& e : events) n += e.id == id && ends(e.code);
     return n;
 }
 
-bool EventLog::waitFor(const std::function<bool(const std::vector<Event>&)>& pred,
-                       std::chrono::milliseconds timeout) const {
-    std::unique_lock<std::mutex> guard(mLock);
-    return mChanged.wait_for(guard, timeout, [&] { return pred(mEvents); });
+wvtest::EventRecorder& eventLog() {
+    static wvtest::EventRecorder* log = new wvtest::EventRecorder();  // never destroyed
+    return *log;
 }
 
 Engine::Engine(const std::string& workingDir) : mApi(new Wavoryx()) {
     // Fuzzing meets every failure path: their log lines would only slow it.
     wavoryx_set_log_level(WAVORYX_LOG_FATAL + 1);
     mApi->setWorkingDir(workingDir.c_str());
-    mApi->setCallback(&EventLog::callback);
+    eventLog();  // made before the first callback can come
+    mApi->setCallback(&wvtest::EventRecorder::callback);
     mApi->startThreadLoop(0);
 }
 
@@ -115,15 +90,9 @@ Engine::~Engine() {
 }
 
 Event Engine::waitForEnding(int id, bool (*ends)(int), std::chrono::milliseconds timeout) {
-    EventLog& log = EventLog::instance();
-    const bool ended = log.waitFor(
-        [&](const std::vector<Event>& events) {
-            for (const Event& e : events) {
-                if (e.id == id && ends(e.code)) return true;
-            }
-            return false;
-        },
-        timeout);
+    wvtest::EventRecorder& log = eventLog();
+    const auto hasEnded = [&](const std::vector<Event>& events) { return countEndings(events, id, ends) > 0; };
+    const bool ended = log.waitFor(hasEnded, timeout);
     if (!ended) fail("the job of item %d did not end within %lld ms", id, (long long)timeout.count());
     Event ending{};
     size_t endings = 0;

@@ -6,16 +6,15 @@
 #pragma once
 
 #include <chrono>
-#include <condition_variable>
 #include <cstddef>
 #include <cstdint>
 #include <cstdlib>
-#include <functional>
-#include <mutex>
 #include <string>
 #include <vector>
 
 #include <wavoryx/Wavoryx.h>
+
+#include "EventRecorder.h"
 
 namespace wvfuzz {
 
@@ -41,36 +40,20 @@ private:
 
 bool writeBytes(const std::string& path, const uint8_t* data, size_t size);
 
-struct Event {
-    int code;
-    int id;
-    int value;
-};
+using wvtest::Event;
 
 // Which codes end a job of each kind.
 bool endsLoad(int code);    // 0, 4, 5, 7
 bool endsRender(int code);  // 20, 22, 23, 25
 bool endsRecording(int code);  // 63
 
-// The events of the callback, process-wide (the callback is a plain
-// function pointer, so there is one log).
-class EventLog {
-public:
-    static EventLog& instance();
-    static void callback(int code, int id, int value, char*, void*);
-    void clear();
-    std::vector<Event> events() const;
-    // How many events of item `id` have a code for which `ends` holds.
-    size_t count(int id, bool (*ends)(int)) const;
-    // Waits up to `timeout` for `pred` over the events so far.
-    bool waitFor(const std::function<bool(const std::vector<Event>&)>& pred,
-                 std::chrono::milliseconds timeout) const;
+// How many of `events` are of item `id` and have a code for which `ends`
+// holds.
+size_t countEndings(const std::vector<Event>& events, int id, bool (*ends)(int));
 
-private:
-    mutable std::mutex mLock;
-    mutable std::condition_variable mChanged;
-    std::vector<Event> mEvents;
-};
+// The recorder of the callback's events, process-wide: the callback is a
+// plain function pointer, so there is one, and it outlives every engine.
+wvtest::EventRecorder& eventLog();
 
 // An engine with the log's callback and its loop running, working in `dir`.
 class Engine {

@@ -25,7 +25,7 @@ struct Session {
 extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
     Session& s = wvfuzz::processState<Session>();
     Wavoryx& api = s.engine->api();
-    EventLog::instance().clear();
+    eventLog().clear();
     const std::string path = s.dir.file("in" + std::to_string(++s.inputs));
     if (!writeBytes(path, data, size)) fail("cannot write %s", path.c_str());
 

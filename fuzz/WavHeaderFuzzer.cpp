@@ -72,7 +72,7 @@ void playBriefly(Wavoryx& api, int id) {
 extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
     Session& s = wvfuzz::processState<Session>();
     Wavoryx& api = s.engine->api();
-    EventLog::instance().clear();
+    eventLog().clear();
 
     const size_t dataBytes = size > kHeaderBytes ? size - kHeaderBytes : 0;
     std::vector<uint8_t> file(kHeaderBytes + dataBytes);

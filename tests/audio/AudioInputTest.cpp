@@ -22,6 +22,7 @@ namespace {
 
 using wv::AudioInput;
 using wvtest::waitUntil;
+using namespace std::chrono_literals;
 
 constexpr uint32_t kInMono = 0x10;
 constexpr uint32_t kInStereo = 0xC;
@@ -120,7 +121,7 @@ TEST_F(AudioInputs, ToneArrivesInWholeBlocksOnTheInputsThread) {
     EXPECT_STREQ(input.deviceName(), "tone");
     EXPECT_EQ(input.latency(), 10u + 1000u);
     ASSERT_EQ(input.start(), 0);
-    ASSERT_TRUE(waitUntil([&] { return collector.sampleCount() >= 2048; }));
+    ASSERT_TRUE(waitUntil([&] { return collector.sampleCount() >= 2048; }, 10s));
     input.stop();
 
     std::lock_guard<std::mutex> guard(collector.lock);
@@ -141,7 +142,7 @@ TEST_F(AudioInputs, SilenceFillsEveryChannel) {
     EXPECT_EQ(input.channelCount(), 2u);
     EXPECT_EQ(input.frameSize(), 4u);
     input.start();
-    ASSERT_TRUE(waitUntil([&] { return collector.sampleCount() >= 4000; }));
+    ASSERT_TRUE(waitUntil([&] { return collector.sampleCount() >= 4000; }, 10s));
     input.stop();
     std::lock_guard<std::mutex> guard(collector.lock);
     EXPECT_EQ(collector.samples.size() % 2, 0u);
@@ -160,12 +161,12 @@ TEST_F(AudioInputs, FullRingLosesFramesAndReportsOneOverrun) {
     input.start();
     device->push(counting(0, 100), 1);
     // The first block is out and its callback is held; the ring has 300.
-    ASSERT_TRUE(waitUntil([&] { return collector.sampleCount() == 100; }));
+    ASSERT_TRUE(waitUntil([&] { return collector.sampleCount() == 100; }, 10s));
     device->push(counting(100, 350), 1);
     EXPECT_EQ(input.getInputFramesLost(), 50u);
     EXPECT_EQ(input.getInputFramesLost(), 0u);
     collector.release();
-    ASSERT_TRUE(waitUntil([&] { return collector.sampleCount() == 400; }));
+    ASSERT_TRUE(waitUntil([&] { return collector.sampleCount() == 400; }, 10s));
     std::lock_guard<std::mutex> guard(collector.lock);
     EXPECT_EQ(collector.events,
               (std::vector<int>{AudioInput::EVENT_MORE_DATA, AudioInput::EVENT_OVERRUN,
@@ -209,10 +210,10 @@ TEST_F(AudioInputs, InputsThatMakeTheirOwnFramesWaitForAStalledCallback) {
         AudioInput input(c.make(), 8000, 1, kInMono, 300, Collector::callback, &collector, 100);
         ASSERT_EQ(input.initCheck(), 0);
         ASSERT_EQ(input.start(), 0);
-        ASSERT_TRUE(waitUntil([&] { return collector.sampleCount() == 100; }));
+        ASSERT_TRUE(waitUntil([&] { return collector.sampleCount() == 100; }, 10s));
         std::this_thread::sleep_for(std::chrono::milliseconds(60));
         collector.release();
-        ASSERT_TRUE(waitUntil([&] { return collector.sampleCount() >= c.expected.size(); }));
+        ASSERT_TRUE(waitUntil([&] { return collector.sampleCount() >= c.expected.size(); }, 10s));
         // Held again, then stopped: the waiting device lets go.
         {
             std::lock_guard<std::mutex> guard(collector.lock);
@@ -237,7 +238,7 @@ TEST_F(AudioInputs, StopDropsLateFramesAndStartBeginsAfresh) {
                      100);
     input.start();
     device->push(counting(0, 150), 1);
-    ASSERT_TRUE(waitUntil([&] { return collector.sampleCount() == 100; }));
+    ASSERT_TRUE(waitUntil([&] { return collector.sampleCount() == 100; }, 10s));
     input.stop();
     EXPECT_TRUE(input.stopped());
     device->push(counting(150, 400), 1);
@@ -245,7 +246,7 @@ TEST_F(AudioInputs, StopDropsLateFramesAndStartBeginsAfresh) {
     input.start();
     // The 50 frames left from before are gone.
     device->push(counting(1000, 100), 1);
-    ASSERT_TRUE(waitUntil([&] { return collector.sampleCount() == 200; }));
+    ASSERT_TRUE(waitUntil([&] { return collector.sampleCount() == 200; }, 10s));
     std::lock_guard<std::mutex> guard(collector.lock);
     EXPECT_EQ(std::vector<int16_t>(collector.samples.begin() + 100, collector.samples.end()),
               counting(1000, 100));

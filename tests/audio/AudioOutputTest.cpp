@@ -13,6 +13,7 @@ using wv::AudioOutput;
 using wvtest::CountingClient;
 using wvtest::ManualDevice;
 using wvtest::waitUntil;
+using namespace std::chrono_literals;
 
 constexpr uint32_t kMono = 0x1;
 constexpr uint32_t kStereo = 0x3;
@@ -27,7 +28,7 @@ struct ManualOutput {
                                                CountingClient::callback, &client);
     }
     bool waitFull() {
-        return waitUntil([&] { return output->framesQueued() == output->frameCount(); });
+        return waitUntil([&] { return output->framesQueued() == output->frameCount(); }, 10s);
     }
     CountingClient client;
     ManualDevice* device;
@@ -75,7 +76,7 @@ TEST(AudioOutput, AsksForDataOnlyWhileStartedAndOnItsOwnThread) {
     // request of 32.
     m.device->advance(4000);
     EXPECT_EQ(m.output->framesPlayed(), 32u);
-    ASSERT_TRUE(waitUntil([&] { return m.output->framesHandedOut() == 96u; }));
+    ASSERT_TRUE(waitUntil([&] { return m.output->framesHandedOut() == 96u; }, 10s));
 }
 
 TEST(AudioOutput, PauseKeepsTheQueueAndStopsTakingFrames) {
@@ -114,7 +115,7 @@ TEST(AudioOutput, StopPlaysTheQueueOutThenStops) {
 
     // Started again, it asks for data again.
     m.output->start();
-    ASSERT_TRUE(waitUntil([&] { return m.output->framesHandedOut() > handed; }));
+    ASSERT_TRUE(waitUntil([&] { return m.output->framesHandedOut() > handed; }, 10s));
 }
 
 TEST(AudioOutput, StopWhilePausedDropsTheQueue) {
@@ -181,11 +182,11 @@ TEST(AudioOutput, WritesWholeFramesOnlyAndRetriesEmptyCallbacks) {
     ManualOutput m(8000, kStereo);
     m.client.bytesPerCall = 0;
     m.output->start();
-    ASSERT_TRUE(waitUntil([&] { return m.client.calls.load() >= 3; }));
+    ASSERT_TRUE(waitUntil([&] { return m.client.calls.load() >= 3; }, 10s));
     EXPECT_EQ(m.output->framesHandedOut(), 0u);
     m.client.bytesPerCall = 10;  // two frames and half of one
     // Requests of 32 go on while 32 frames of room are left: 17 calls.
-    ASSERT_TRUE(waitUntil([&] { return m.output->framesHandedOut() == 34u; }));
+    ASSERT_TRUE(waitUntil([&] { return m.output->framesHandedOut() == 34u; }, 10s));
     std::this_thread::sleep_for(std::chrono::milliseconds(10));
     EXPECT_EQ(m.output->framesQueued(), 34u);
 }

@@ -17,6 +17,7 @@ namespace {
 using wv::AudioOutput;
 using wvtest::CountingClient;
 using wvtest::waitUntil;
+using namespace std::chrono_literals;
 
 uint32_t le32(const std::vector<char>& b, size_t at) {
     return uint32_t(uint8_t(b[at])) | uint32_t(uint8_t(b[at + 1])) << 8 |
@@ -71,10 +72,10 @@ TEST_F(OutputDevices, FileDeviceRecordsEveryFrameHandedOut) {
         ASSERT_EQ(output.initCheck(), 0);
         EXPECT_STREQ(output.deviceName(), "file");
         output.start();
-        ASSERT_TRUE(waitUntil([&] { return output.framesPlayed() > 30000; }));
+        ASSERT_TRUE(waitUntil([&] { return output.framesPlayed() > 30000; }, 10s));
         // A rate change does not change what the file says.
         EXPECT_EQ(output.setSampleRate(44100), 0);
-        ASSERT_TRUE(waitUntil([&] { return output.framesPlayed() > 60000; }));
+        ASSERT_TRUE(waitUntil([&] { return output.framesPlayed() > 60000; }, 10s));
         output.pause();
         handed = output.framesHandedOut();
     }
@@ -157,7 +158,7 @@ TEST_F(OutputDevices, AutoFallsBackToNullWithoutAnError) {
             }
         }
         output.start();
-        ASSERT_TRUE(waitUntil([&] { return output.framesPlayed() > 1000; }));
+        ASSERT_TRUE(waitUntil([&] { return output.framesPlayed() > 1000; }, 10s));
     }
     EXPECT_EQ(testing::internal::GetCapturedStderr(), "");
 }

@@ -6,11 +6,11 @@
 #include <chrono>
 #include <cstdint>
 #include <cstring>
-#include <functional>
 #include <mutex>
 #include <set>
 #include <thread>
 
+#include "Wait.h"
 #include "base/Clock.h"
 #include "platform/audio/AudioOutput.h"
 #include "platform/audio/AudioOutputDevice.h"
@@ -78,15 +78,5 @@ private:
     const size_t mBufferFrames;
     wv::AudioOutputClient* mClient = nullptr;
 };
-
-inline bool waitUntil(const std::function<bool()>& condition,
-                      std::chrono::milliseconds timeout = std::chrono::seconds(10)) {
-    const auto end = std::chrono::steady_clock::now() + timeout;
-    while (!condition()) {
-        if (std::chrono::steady_clock::now() > end) return false;
-        std::this_thread::sleep_for(std::chrono::milliseconds(1));
-    }
-    return true;
-}
 
 }  // namespace wvtest

@@ -17,6 +17,7 @@
 
 #include "AudioFixtures.h"
 #include "TestSupport.h"
+#include "Wait.h"
 #include "engine/WavoryxPriv.h"
 
 namespace {
@@ -55,16 +56,6 @@ void raceRounds(int rounds, const std::function<void(int)>& a, const std::functi
     std::thread second(run, b);
     first.join();
     second.join();
-}
-
-// Polls until the condition holds (the registry changes without an event).
-bool eventually(const std::function<bool()>& condition) {
-    const auto end = std::chrono::steady_clock::now() + std::chrono::seconds(20);
-    while (!condition()) {
-        if (std::chrono::steady_clock::now() > end) return false;
-        std::this_thread::sleep_for(std::chrono::milliseconds(2));
-    }
-    return true;
 }
 
 bool isRenderEnd(int code) { return code == 20 || code == 22 || code == 23 || code == 25; }
@@ -138,7 +129,8 @@ TEST_F(ConcurrentCallsTest, RenderQueuedWhileItsListIsRemovedEndsOnce) {
         EXPECT_EQ(ends[static_cast<int>(lists[round])], queued[round]) << "list " << lists[round];
     }
     // Every list went with its renders; only the song is left.
-    EXPECT_TRUE(eventually([&] { return engine.infoList().size() == 1; }));
+    // The registry changes without an event: poll.
+    EXPECT_TRUE(wvtest::waitUntil([&] { return engine.infoList().size() == 1; }));
     EXPECT_EQ(engine.infoList().refCount(song, REF_LIST), 0u);
 }
 

@@ -9,6 +9,7 @@
 #include <wavoryx/platform.h>
 
 #include "TestSupport.h"
+#include "Wait.h"
 #include "engine/WavoryxPriv.h"
 #include "platform/MediaService.h"
 
@@ -204,9 +205,7 @@ TEST(Engine, ClipListsThroughThePublicOperations) {
     EXPECT_NE(engine.getPcmInfo(list, wv::REF_NONE), nullptr);
     EXPECT_EQ(engine.removePcm(list), list);
     EXPECT_EQ(engine.removePcm(file), file);
-    for (int i = 0; i < 5000 && engine.infoList().size() > 0; ++i) {
-        std::this_thread::sleep_for(std::chrono::milliseconds(1));
-    }
+    wvtest::waitUntil([&] { return engine.infoList().size() == 0; }, std::chrono::seconds(5));
     EXPECT_EQ(engine.infoList().size(), 0u);
     EXPECT_EQ(engine.newClipList(), 4);
 }

@@ -15,6 +15,7 @@
 #include "FaultRig.h"
 #include "SmallFilesystem.h"
 #include "TestSupport.h"
+#include "Wait.h"
 
 namespace {
 
@@ -52,15 +53,15 @@ protected:
     void expectOnlyTheEarlierFiles(FaultEngine& engine, const std::vector<int>& ids) {
         for (int id : ids) engine.api.removePcm(id);
         std::set<std::string> names;
-        for (int tries = 0; tries < 500; ++tries) {
+        const bool onlyEarlier = wvtest::waitUntil([&] {
             names = faulttest::namesIn(fs.path());
             for (auto it = names.begin(); it != names.end();) {
                 it = it->size() > 5 && it->compare(it->size() - 5, 5, ".wave") == 0 ? names.erase(it)
                                                                                    : std::next(it);
             }
-            if (names == std::set<std::string>{"ballast", "finished.wav"}) return;
-            usleep(10000);
-        }
+            return names == std::set<std::string>{"ballast", "finished.wav"};
+        }, std::chrono::seconds(5));
+        if (onlyEarlier) return;
         ADD_FAILURE() << "left in the working directory: " << ::testing::PrintToString(names);
     }
 

@@ -254,8 +254,9 @@ TEST(LoadLifetime, ItemRemovedDuringItsLoadGoesWithItsFileWhenTheLoadEnds) {
     }
     ASSERT_TRUE(rig.recorder().waitForCode(4, id));
     // The registry unlists the item first, then frees its file.
-    EXPECT_TRUE(loadtest::waitUntil([&] { return !rig.registered(id); }));
-    EXPECT_TRUE(loadtest::waitUntil([&] { return !wvtest::fileExists(rig.pcmPath(id)); }));
+    EXPECT_TRUE(wvtest::waitUntil([&] { return !rig.registered(id); }, std::chrono::seconds(10)));
+    EXPECT_TRUE(wvtest::waitUntil([&] { return !wvtest::fileExists(rig.pcmPath(id)); },
+                                  std::chrono::seconds(10)));
 }
 
 TEST(LoadLifetime, TwoLoadsOfOneFileTakeTurnsAndBothFinish) {

@@ -18,22 +18,13 @@
 #include <vector>
 
 #include "TestSupport.h"
+#include "Wait.h"
 #include "engine/WavoryxPriv.h"
 #include "wavoryx/platform.h"
 
 namespace loadtest {
 
 using wvtest::Event;
-
-// Polls `pred` every 5 ms for up to 10 s.
-template <typename Pred>
-bool waitUntil(Pred pred) {
-    for (int i = 0; i < 2000; ++i) {
-        if (pred()) return true;
-        std::this_thread::sleep_for(std::chrono::milliseconds(5));
-    }
-    return pred();
-}
 
 // An engine whose working directory is a fresh temporary directory (or the
 // one given), with its events recorded and its callback loop running.
@@ -79,7 +70,7 @@ public:
     // Waits until the decoder has dropped its reference on `id` (it does so
     // just after the ending event).
     bool waitForDecoderRelease(int id) {
-        return waitUntil([&] { return refs(id, wv::REF_DECODER) == 0; });
+        return wvtest::waitUntil([&] { return refs(id, wv::REF_DECODER) == 0; }, std::chrono::seconds(10));
     }
     uint32_t refs(int id, wv::pcm_ref_t ref) {
         return mEngine->infoList().refCount(static_cast<wv::pcm_id_t>(id), ref);

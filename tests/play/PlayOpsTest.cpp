@@ -141,7 +141,8 @@ TEST_F(PlayOpsTest, PauseFreezesThePositionAndRestartRewinds) {
     recordOutput("pause");
     ASSERT_EQ(engine.playStart(item->id), 0);
     ASSERT_EQ(engine.playResume(0), 0);
-    ASSERT_TRUE(wvtest::waitUntil([&] { return engine.getPlayPositionMs() > 300; }));
+    ASSERT_TRUE(wvtest::waitUntil([&] { return engine.getPlayPositionMs() > 300; },
+                                  std::chrono::seconds(10)));
     EXPECT_EQ(engine.playPause(0), 0);
     const int32_t paused = engine.getPlayPositionMs();
     std::this_thread::sleep_for(std::chrono::milliseconds(50));

@@ -5,16 +5,14 @@
 
 #include <fcntl.h>
 
-#include <chrono>
 #include <cstdint>
-#include <functional>
 #include <mutex>
 #include <string>
-#include <thread>
 #include <vector>
 
 #include "AudioFixtures.h"
 #include "TestSupport.h"
+#include "Wait.h"
 #include "engine/WavoryxPriv.h"
 #include "platform/audio/AudioOutput.h"
 #include "platform/audio/AudioOutputDevice.h"
@@ -120,16 +118,6 @@ inline wv::AudioPlayer::OutputFactory handOutput(HandDevice** device, size_t buf
         return std::unique_ptr<wv::AudioOutput>(new wv::AudioOutput(
             std::move(owned), rate, wv::AudioOutput::AUDIO_FORMAT_PCM_16_BIT, mask, 0, cb, user));
     };
-}
-
-inline bool waitUntil(const std::function<bool()>& condition,
-                      std::chrono::milliseconds timeout = std::chrono::seconds(10)) {
-    const auto end = std::chrono::steady_clock::now() + timeout;
-    while (!condition()) {
-        if (std::chrono::steady_clock::now() > end) return false;
-        std::this_thread::sleep_for(std::chrono::milliseconds(1));
-    }
-    return true;
 }
 
 }  // namespace wvtest

@@ -2,29 +2,19 @@
 // with its client callback collected; and small helpers over its events.
 #pragma once
 
-#include <chrono>
 #include <cstdlib>
-#include <functional>
 #include <string>
-#include <thread>
 #include <vector>
 
 #include <wavoryx/platform.h>
 
 #include "TestSupport.h"
+#include "Wait.h"
 #include "engine/WavoryxPriv.h"
 
 namespace rectest {
 
-inline bool waitUntil(const std::function<bool()>& condition,
-                      std::chrono::milliseconds timeout = std::chrono::seconds(20)) {
-    const auto end = std::chrono::steady_clock::now() + timeout;
-    while (!condition()) {
-        if (std::chrono::steady_clock::now() > end) return false;
-        std::this_thread::sleep_for(std::chrono::milliseconds(2));
-    }
-    return true;
-}
+using wvtest::waitUntil;
 
 // Sets the input ("file:" and `path`, or `path` itself when it is another
 // input such as "tone:440") and the pace for its lifetime.

@@ -7,14 +7,13 @@
 
 #include <chrono>
 #include <cstring>
-#include <functional>
-#include <thread>
 #include <memory>
 #include <string>
 #include <vector>
 
 #include "AudioFixtures.h"
 #include "TestSupport.h"
+#include "Wait.h"
 #include "engine/WavoryxPriv.h"
 #include "threads/ClientCallbackThread.h"
 
@@ -46,15 +45,7 @@ inline bool isEnding(int code) {
            code == wv::EVT_RENDER_CANCELLED || code == wv::EVT_RENDER_STOPPED;
 }
 
-inline bool waitUntil(const std::function<bool()>& condition,
-                      std::chrono::milliseconds timeout = std::chrono::seconds(20)) {
-    const auto until = std::chrono::steady_clock::now() + timeout;
-    while (!condition()) {
-        if (std::chrono::steady_clock::now() > until) return false;
-        std::this_thread::sleep_for(std::chrono::milliseconds(2));
-    }
-    return true;
-}
+using wvtest::waitUntil;
 
 class RenderTest : public ::testing::Test {
 protected:

@@ -9,6 +9,7 @@
 #include <wavoryx/platform.h>
 
 #include "SoakDriver.h"
+#include "Wait.h"
 
 namespace soak {
 
@@ -34,10 +35,8 @@ void Driver::startPlay() {
         const int before = mViolations;
         const int32_t r = mEngine->playStart(list);
         if (r != -14) violation("playStart of an empty list returned " + std::to_string(r));
-        const double until = mLog.now() + timeout(5);
-        while (mLog.count(list, 40) == 0 && mLog.now() < until) {
-            std::this_thread::sleep_for(std::chrono::milliseconds(5));
-        }
+        wvtest::waitUntil([&] { return mLog.count(list, 40) != 0; },
+                          std::chrono::milliseconds(long(timeout(5) * 1000)));
         std::this_thread::sleep_for(std::chrono::milliseconds(50));
         if (mLog.count(list, 40) != 1) {
             violation("play of an empty list: " + std::to_string(mLog.count(list, 40)) + " events 40");

@@ -13,14 +13,10 @@
 
 #include <algorithm>
 #include <chrono>
-#include <condition_variable>
 #include <cstdio>
 #include <cstdlib>
 #include <cstring>
-#include <functional>
-#include <mutex>
 #include <string>
-#include <thread>
 #include <vector>
 
 #include <sys/stat.h>
@@ -28,21 +24,10 @@
 #include <wavoryx/Wavoryx.h>
 #include <wavoryx/platform.h>
 
+#include "EventRecorder.h"
 #include "SoakLog.h"
 
 namespace {
-
-std::mutex gLock;
-std::condition_variable gChanged;
-std::vector<soak::Event> gEvents;  // all events; Event::value holds the value
-std::vector<int> gIds;
-
-void onEvent(int code, int id, int value, char*, void*) {
-    std::lock_guard<std::mutex> guard(gLock);
-    gEvents.push_back(soak::Event{code, value, 0});
-    gIds.push_back(id);
-    gChanged.notify_all();
-}
 
 double now() {
     timespec ts;
@@ -56,24 +41,28 @@ struct Step {
     double seconds = 0;
     long rssStartKb = 0, rssMaxKb = 0, rssEndKb = 0;
 };
-int waitFor(int id, std::vector<int> codes, double limitSeconds, Step* step) {
+int waitFor(const wvtest::EventRecorder& events, int id, std::vector<int> codes, double limitSeconds,
+            Step* step) {
     const double start = now();
     step->rssStartKb = step->rssMaxKb = soak::rssKb();
-    std::unique_lock<std::mutex> lock(gLock);
-    size_t seen = 0;
-    for (;;) {
-        for (; seen < gEvents.size(); ++seen) {
-            if (gIds[seen] == id && std::find(codes.begin(), codes.end(), gEvents[seen].code) != codes.end()) {
-                step->seconds = now() - start;
-                step->rssEndKb = soak::rssKb();
-                step->rssMaxKb = std::max(step->rssMaxKb, step->rssEndKb);
-                return gEvents[seen].code;
+    int code = -1;
+    const auto ended = [&](const std::vector<wvtest::Event>& seen) {
+        for (const wvtest::Event& e : seen) {
+            if (e.id == id && std::find(codes.begin(), codes.end(), e.code) != codes.end()) {
+                code = e.code;
+                return true;
             }
         }
-        if (now() - start > limitSeconds) return -1;
-        gChanged.wait_for(lock, std::chrono::milliseconds(50));
+        return false;
+    };
+    while (!events.waitFor(ended, std::chrono::milliseconds(50))) {
         step->rssMaxKb = std::max(step->rssMaxKb, soak::rssKb());
+        if (now() - start > limitSeconds) return -1;
     }
+    step->seconds = now() - start;
+    step->rssEndKb = soak::rssKb();
+    step->rssMaxKb = std::max(step->rssMaxKb, step->rssEndKb);
+    return code;
 }
 
 void report(const char* what, const Step& s, const std::string& extra) {
@@ -106,15 +95,16 @@ int main(int argc, char** argv) {
     mkdir(work.c_str(), 0777);
     wavoryx_set_audio_output("null");
     int failures = 0;
+    wvtest::EventRecorder events;  // outlives the engine's callbacks
     {
         Wavoryx engine;
         engine.setWorkingDir(work.c_str());
-        engine.setCallback(onEvent);
+        engine.setCallback(wvtest::EventRecorder::callback);
         engine.startThreadLoop(0);
 
         Step step;
         const int id = engine.loadFile(file.c_str());
-        if (waitFor(id, {0, 4, 5, 7}, 7200, &step) != 4) {
+        if (waitFor(events, id, {0, 4, 5, 7}, 7200, &step) != 4) {
             std::printf("load failed\n");
             return 1;
         }
@@ -131,7 +121,7 @@ int main(int argc, char** argv) {
             const std::string out = dir + "/whole." + render;
             engine.setOutputPara(list, out.c_str(), render == "mp3" ? ENCODE_MP3 : ENCODE_WAV);
             engine.process(list);
-            const int code = waitFor(list, {20, 22, 23, 25}, 7200, &step);
+            const int code = waitFor(events, list, {20, 22, 23, 25}, 7200, &step);
             struct stat st;
             const long long size = stat(out.c_str(), &st) == 0 ? (long long)st.st_size : -1;
             std::snprintf(extra, sizeof extra, "; %s %.2f GiB", out.c_str(), double(size) / (1 << 30));
@@ -144,7 +134,7 @@ int main(int argc, char** argv) {
         if (play) {
             engine.playStart(id);
             engine.playResume();
-            const int code = waitFor(id, {42}, 7200, &step);
+            const int code = waitFor(events, id, {42}, 7200, &step);
             report(code == 42 ? "play" : "play!", step, "");
             failures += code != 42;
             engine.playStop();
@@ -155,7 +145,7 @@ int main(int argc, char** argv) {
             const std::string out = dir + "/at-" + std::to_string(ms) + ".wav";
             engine.setOutputPara(list, out.c_str(), ENCODE_WAV);
             engine.process(list);
-            const int code = waitFor(list, {20, 22, 23, 25}, 600, &step);
+            const int code = waitFor(events, list, {20, 22, 23, 25}, 600, &step);
             engine.removePcm(list);
             std::remove((out + ".wave").c_str());
             // The player seeks there too and reports the position it seeked.

@@ -5,6 +5,7 @@
 #include <vector>
 
 #include "TestSupport.h"
+#include "Wait.h"
 #include "threads/ClientCallbackThread.h"
 #include "threads/PacingTimer.h"
 #include "threads/ProgressNotifier.h"
@@ -104,7 +105,7 @@ TEST(ClientCallbackThread, EndOfPlaybackStopsThePlayerFirstAndNullCallbackDrops)
     thread.launch();
     thread.notify(wv::WVThreadCmd(5, 9, -1), 0);  // no callback yet: consumed, dropped
     thread.notify(wv::WVThreadCmd(99, 0, 0), 0);
-    for (int i = 0; i < 1000 && !thread.loopRunning(); ++i) std::this_thread::sleep_for(std::chrono::milliseconds(1));
+    wvtest::waitUntil([&] { return thread.loopRunning(); }, std::chrono::seconds(1));
     std::this_thread::sleep_for(std::chrono::milliseconds(20));
     thread.setCallback(wvtest::EventRecorder::callback);
     thread.notify(wv::WVThreadCmd(42, 7, -1), 0);

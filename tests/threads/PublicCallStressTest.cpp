@@ -25,6 +25,7 @@
 
 #include "AudioFixtures.h"
 #include "TestSupport.h"
+#include "Wait.h"
 
 namespace {
 
@@ -233,10 +234,7 @@ TEST_F(PublicCallStressTest, EveryJobEndsOnceAndNothingIsLeftBehind) {
         EXPECT_FALSE(recordings.empty());
 
         // The last holder of each item lets go when its job ends: poll.
-        const auto until = std::chrono::steady_clock::now() + std::chrono::seconds(60);
-        while (!wvtest::namesIn(work.path()).empty() && std::chrono::steady_clock::now() < until) {
-            std::this_thread::sleep_for(std::chrono::milliseconds(10));
-        }
+        wvtest::waitUntil([&] { return wvtest::namesIn(work.path()).empty(); }, std::chrono::seconds(60));
         EXPECT_EQ(wvtest::namesIn(work.path()), std::set<std::string>());
         engine.stopThreadLoop();
     }

@@ -9,21 +9,14 @@
 #include <thread>
 #include <vector>
 
+#include "Wait.h"
+
 namespace {
 
 using wv::WVCMD_ANY;
 using wv::WVThreadCmd;
 
 const int32_t kAnyArg = static_cast<int32_t>(WVCMD_ANY);
-
-template <typename Pred>
-bool eventually(Pred pred) {
-    for (int i = 0; i < 5000; ++i) {
-        if (pred()) return true;
-        std::this_thread::sleep_for(std::chrono::milliseconds(1));
-    }
-    return pred();
-}
 
 // Records every hook call as "<hook>:<code>/<pcmId>" and can hold procCmd
 // until released, to post requests while a chunk "runs".
@@ -154,7 +147,7 @@ TEST(WVCmdThread, CancelRequestsMatchQueuedOrParkedCommandsOnly) {
     thread.cancelCmd(WVThreadCmd(WVCMD_ANY, 7, 4));     // other arg: no match
     thread.launch();
     ASSERT_TRUE(thread.waitForLog(2));  // the suspend, then the run of 1/7
-    ASSERT_TRUE(eventually([&] { return thread.parkedCount() == 1; }));
+    ASSERT_TRUE(wvtest::waitUntil([&] { return thread.parkedCount() == 1; }, std::chrono::seconds(5)));
     thread.cancelCmd(WVThreadCmd(2, 8, kAnyArg));  // finds the parked command
     ASSERT_TRUE(thread.waitForLog(3));
     thread.exit();
@@ -169,7 +162,7 @@ TEST(WVCmdThread, SuspendAndResumeMoveTheJobOnceOrDropIt) {
         thread.sendCmd(WVThreadCmd(2, 1, -1), 7);
         thread.suspendCmd(WVThreadCmd(2, 1, kAnyArg));
         thread.launch();
-        ASSERT_TRUE(eventually([&] { return thread.parkedCount() == 1; }));
+        ASSERT_TRUE(wvtest::waitUntil([&] { return thread.parkedCount() == 1; }, std::chrono::seconds(5)));
         thread.resumeCmd(WVThreadCmd(2, 1, kAnyArg));
         thread.resumeCmd(WVThreadCmd(2, 1, kAnyArg));  // nothing parked any more: no effect
         ASSERT_TRUE(thread.waitForLog(4));
@@ -237,7 +230,7 @@ TEST(WVCmdThread, LoopThatStoppedItselfCanBeLaunchedAgain) {
         thread.sendCmd(WVThreadCmd(98, round, -1), 7);
         thread.launch();
         ASSERT_TRUE(thread.waitForLog(static_cast<size_t>(2 * round + 1)));
-        ASSERT_TRUE(eventually([&] { return !thread.loopRunning(); }));
+        ASSERT_TRUE(wvtest::waitUntil([&] { return !thread.loopRunning(); }, std::chrono::seconds(5)));
         // Queued after the loop ended: served by the next launch.
         thread.sendCmd(WVThreadCmd(1, round, -1), 7);
         thread.launch();
@@ -264,11 +257,11 @@ TEST(WVCmdThread, LaunchAndExitFromManyThreadsAtOnce) {
     // Exit requests left over by exits that found no loop are taken by the
     // next loops; in the end one launch keeps serving.
     thread.sendCmd(WVThreadCmd(7, 0, -1), 7);
-    ASSERT_TRUE(eventually([&] {
+    ASSERT_TRUE(wvtest::waitUntil([&] {
         thread.launch();
         const std::vector<std::string> log = thread.log();
         return !log.empty() && log.back() == "run:7/0";
-    }));
+    }, std::chrono::seconds(5)));
 }
 
 TEST(WVCmdThread, PatternMatching) {
