@@ -7,6 +7,7 @@
 
 #include "codec/WorkingFile.h"
 
+#include "base/CheckSites.h"
 #include "base/Clock.h"
 #include "base/Log.h"
 
@@ -23,7 +24,7 @@ DecoderThread::~DecoderThread() = default;
 SPcmInfo* DecoderThread::itemOf(const WVThreadCmd& cmd) {
     SPcmInfo* item = mContext->getPcmInfo(cmd.pcmId, REF_NONE);
     if (item == nullptr) {
-        fatalCheck(WV_LOG_TAG, "WavoryxPriv", 24, "CHECK(%s) failed.", "info != NULL");
+        WV_FATAL_AT(Check::kDecoderJobItem, "CHECK(%s) failed.", "info != NULL");
     }
     mCurrentId.store(item->id, std::memory_order_relaxed);
     return item;

@@ -3,6 +3,7 @@
 
 #include <string>
 
+#include "base/CheckSites.h"
 #include "base/Clock.h"
 #include "base/Log.h"
 
@@ -19,7 +20,7 @@ EncoderThread::~EncoderThread() = default;
 SPcmInfo* EncoderThread::itemOf(const WVThreadCmd& cmd) {
     SPcmInfo* item = mContext->getPcmInfo(cmd.pcmId, REF_NONE);
     if (item == nullptr) {
-        fatalCheck(WV_LOG_TAG, "WavoryxPriv", 20, "CHECK(%s) failed.", "info != NULL");
+        WV_FATAL_AT(Check::kEncoderJobItem, "CHECK(%s) failed.", "info != NULL");
     }
     mCurrentId.store(item->id, std::memory_order_relaxed);
     return item;

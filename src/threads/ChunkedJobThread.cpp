@@ -1,6 +1,7 @@
 #define WV_LOG_TAG "WavoryxPriv"
 #include "threads/ChunkedJobThread.h"
 
+#include "base/CheckSites.h"
 #include "base/Log.h"
 
 namespace wv {
@@ -14,7 +15,7 @@ ChunkedJobThread::ChunkedJobThread(EventSink* events, float progressStep, uint32
 
 void ChunkedJobThread::setCurrentFrom(const WVThreadCmd& cmd) {
     if (!isRegistered(cmd.pcmId)) {
-        fatalCheck(WV_LOG_TAG, "WavoryxPriv", 19, "CHECK(%s) failed.", "info != NULL");
+        WV_FATAL_AT(Check::kChunkedJobItem, "CHECK(%s) failed.", "info != NULL");
     }
     mCurrentId.store(cmd.pcmId, std::memory_order_relaxed);
 }

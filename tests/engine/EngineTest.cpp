@@ -160,6 +160,30 @@ TEST(Engine, UnknownIdsAndWrongStatusesGiveTheExactReports) {
     EXPECT_TRUE(log.contains("error: pcm 997 doesn't exist"));
 }
 
+// The reports the case above leaves out, so that every entry of the report
+// table is pinned by some test.
+TEST(Engine, PlayAndClipSourceReportsKeepTheirLines) {
+    wvtest::LogCapture log;
+    Wavoryx engine;
+    engine.setWorkingDir("/nonexistent-dir/");
+    const int file = engine.loadFile("/nonexistent-dir/a.mp3");
+    const int list = engine.newClipList();
+    struct Case { int32_t result; int32_t expected; const char* line; };
+    const Case cases[] = {
+        {engine.playStart(998), -1, "line 604 in int32_t WavoryxPriv::playStart(pcm_id_t):"},
+        {engine.playSeekTo(10), -1, "line 689 in int32_t WavoryxPriv::playSeekTo(int32_t):"},
+        {engine.setPlaySpeed(2), -1, "line 700 in int32_t WavoryxPriv::setPlaySpeed(int32_t):"},
+        {engine.addClip(list, 997, 0, 1), -1,
+         "line 399 in int32_t WavoryxPriv::addClip(uint32_t, uint32_t, uint32_t, uint32_t):"},
+        {engine.addClipMs(file, file, 0, 1), -2,
+         "line 413 in int32_t WavoryxPriv::addClipMs(uint32_t, uint32_t, duration_t, duration_t):"},
+    };
+    for (const Case& c : cases) {
+        EXPECT_EQ(c.result, c.expected) << c.line;
+        EXPECT_TRUE(log.contains(c.line, "WavoryxPriv")) << c.line;
+    }
+}
+
 TEST(Engine, ClipListsThroughThePublicOperations) {
     wvtest::LogCapture log;
     WavoryxPriv engine;
