@@ -1,4 +1,4 @@
-#define WV_LOG_TAG "WavoryxPriv"
+#define WV_LOG_TAG "AudioEncoder"
 #include "codec/AudioEncoder.h"
 
 #include "codec/Mp3Encoder.h"

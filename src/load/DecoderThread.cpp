@@ -1,3 +1,5 @@
+// Logs under the engine's tag, not its own: clients look for a load stopped
+// for lack of space there.
 #define WV_LOG_TAG "WavoryxPriv"
 #include "load/DecoderThread.h"
 

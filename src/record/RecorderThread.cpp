@@ -1,3 +1,5 @@
+// Logs under the engine's tag, not its own: clients look for a recording
+// that got no encoder there.
 #define WV_LOG_TAG "WavoryxPriv"
 #include "record/RecorderThread.h"
 

@@ -1,4 +1,4 @@
-#define WV_LOG_TAG "WavoryxPriv"
+#define WV_LOG_TAG "EncoderThread"
 #include "render/EncoderThread.h"
 
 #include <string>

@@ -1,4 +1,4 @@
-#define WV_LOG_TAG "WavoryxPriv"
+#define WV_LOG_TAG "ChunkedJobThread"
 #include "threads/ChunkedJobThread.h"
 
 #include "base/CheckSites.h"
