@@ -117,7 +117,7 @@ int32_t AudioPlayer::initAudioDecoder() {
         if (!mSource) WV_LOGE("could not create raw source");
     } else {
         mSource = AudioCodec::Create(meta, mExtractorTrack);
-        if (!mSource) WV_LOGE("could not create OMXCodec source");
+        if (!mSource) WV_LOGE("could not create the decoded source");
     }
     if (mSource) {
         const status_t err = mSource->start();
