@@ -3,9 +3,16 @@
 #define WV_LOG_TAG "WavoryxPriv"
 #include "engine/WavoryxPriv.h"
 #include "base/Log.h"
+#include "codec/AudioEncoder.h"
 #include "render/EncoderThread.h"
 
 using namespace wv;
+
+// Items hold the client's encode_type as it came; the workers hand it on to
+// the encoder factory as an EncodeFormat, value for value.
+static_assert(static_cast<int32_t>(EncodeFormat::Wav) == ENCODE_WAV &&
+                  static_cast<int32_t>(EncodeFormat::Mp3) == ENCODE_MP3,
+              "the encoder's formats have the values of encode_type");
 
 int32_t WavoryxPriv::setOutputPara(uint32_t listId, const char* path, int32_t type) {
     int32_t result;

@@ -79,7 +79,7 @@ void RecorderThread::startRecording(const WVThreadCmd& cmd, SPcmInfo* item) {
     }
     const std::string path = item->path.get();
     std::unique_ptr<AudioEncoder> encoder(
-        AudioEncoder::createAudioEncoder(item->encodeType.load(), path.c_str()));
+        AudioEncoder::createAudioEncoder(static_cast<EncodeFormat>(item->encodeType.load()), path.c_str()));
     if (!encoder) {
         WV_LOGE("createAudioEncoder failed.");
         recorder.reset();

@@ -105,7 +105,7 @@ void EncoderThread::startRender(WVThreadCmd& cmd) {
     const int32_t channels = item->channelCount.load();
     const std::string path = item->path.get();
     std::unique_ptr<AudioEncoder> encoder(
-        AudioEncoder::createAudioEncoder(item->encodeType.load(), path.c_str()));
+        AudioEncoder::createAudioEncoder(static_cast<EncodeFormat>(item->encodeType.load()), path.c_str()));
     if (!encoder) {
         WV_LOGE("createAudioEncoder error!");
         endRender(id, EVT_RENDER_FAILED, -1);
