@@ -40,13 +40,13 @@ std::string scratchDir() {
     return mkdtemp(&templ[0]) ? templ : std::string();
 }
 
-void encodeTenMinutes(benchmark::State& state, encode_type type, uint32_t kbps) {
+void encodeTenMinutes(benchmark::State& state, wv::EncodeFormat type, uint32_t kbps) {
     const std::string dir = scratchDir();
     if (dir.empty()) {
         state.SkipWithError("no scratch directory");
         return;
     }
-    const std::string path = dir + (type == ENCODE_MP3 ? "/out.mp3" : "/out.wav");
+    const std::string path = dir + (type == wv::EncodeFormat::Mp3 ? "/out.mp3" : "/out.wav");
     const auto& second = oneSecond();
     const auto* bytes = reinterpret_cast<const char*>(second.data());
     const int secondBytes = static_cast<int>(second.size() * 2);
@@ -84,8 +84,8 @@ void encodeTenMinutes(benchmark::State& state, encode_type type, uint32_t kbps) 
     state.counters["file_MB"] = fileBytes / 1e6;
 }
 
-void BM_Mp3Encode320kTenMinutes(benchmark::State& state) { encodeTenMinutes(state, ENCODE_MP3, 320); }
-void BM_WavWriteTenMinutes(benchmark::State& state) { encodeTenMinutes(state, ENCODE_WAV, 0); }
+void BM_Mp3Encode320kTenMinutes(benchmark::State& state) { encodeTenMinutes(state, wv::EncodeFormat::Mp3, 320); }
+void BM_WavWriteTenMinutes(benchmark::State& state) { encodeTenMinutes(state, wv::EncodeFormat::Wav, 0); }
 
 BENCHMARK(BM_Mp3Encode320kTenMinutes)->Unit(benchmark::kSecond)->Iterations(1)->UseRealTime();
 BENCHMARK(BM_WavWriteTenMinutes)->Unit(benchmark::kMillisecond)->Iterations(3)->UseRealTime();

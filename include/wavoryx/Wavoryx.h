@@ -93,6 +93,7 @@ public:
     /* NULL switches delivery off: events are then taken and dropped. */
     int32_t setCallback(wavoryx_callback_t callback);
     /* Kept for compatibility: no effect, returns 0. */
+    [[deprecated("does nothing; kept for compatibility")]]
     int32_t enableWaveformCallback(int, int, int, int);
     /* Prefix of every file name the engine makes ("<dir><id>.pcm"): give it
      * with its trailing '/'. Default "/mnt/sdcard/". Set it before starting
@@ -189,8 +190,11 @@ private:
 };
 
 /* Kept for compatibility: no effect, return 0. */
+[[deprecated("does nothing; kept for compatibility")]]
 WAVORYX_API int32_t insertClip(int, int, int, unsigned int, unsigned int);
+[[deprecated("does nothing; kept for compatibility")]]
 WAVORYX_API int32_t insertClipMs(int, int, int, unsigned int, unsigned int);
+[[deprecated("does nothing; kept for compatibility")]]
 WAVORYX_API int32_t removeClip(int, unsigned int);
 
 #endif /* WAVORYX_WAVORYX_H */

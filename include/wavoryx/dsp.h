@@ -30,6 +30,7 @@ WAVORYX_API void Float2Stereo(void* buf, unsigned int count);
 WAVORYX_API unsigned int mem_copy(void* dst, unsigned int dstSize, unsigned int& dstPos,
                                   void* src, unsigned int srcSize, unsigned int& srcPos);
 /* Kept for compatibility: does nothing. */
+[[deprecated("does nothing; kept for compatibility")]]
 WAVORYX_API void ramp_up(void* buf, unsigned int count);
 
 /* Reduces `bytes` bytes of 16-bit samples to `count` 8-bit peak points in

@@ -1,4 +1,4 @@
-#define WV_LOG_TAG "WavoryxPriv"
+#define WV_LOG_TAG "AudioEncoder"
 #include "codec/AudioEncoder.h"
 
 #include "codec/Mp3Encoder.h"
@@ -7,17 +7,17 @@
 
 namespace wv {
 
-AudioEncoder* AudioEncoder::createAudioEncoder(int32_t type, const char* path) {
+AudioEncoder* AudioEncoder::createAudioEncoder(EncodeFormat format, const char* path) {
     AudioEncoder* encoder = nullptr;
-    switch (type) {
-        case ENCODE_WAV:
+    switch (format) {
+        case EncodeFormat::Wav:
             encoder = new WaveEncoder();
             break;
-        case ENCODE_MP3:
+        case EncodeFormat::Mp3:
             encoder = new Mp3Encoder();
             break;
         default:
-            WV_LOGW("Unsupported type %d", static_cast<int>(type));
+            WV_LOGW("Unsupported type %d", static_cast<int>(format));
             return nullptr;
     }
     if (encoder->openOutput(path) != 0) {

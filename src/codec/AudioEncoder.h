@@ -12,11 +12,14 @@
 
 #include <cstdint>
 
-#include <wavoryx/Wavoryx.h>
-
 #include "codec/FileWriter.h"
 
 namespace wv {
+
+// The output formats. The values are those of the public encode_type, which
+// items hold as a plain int32_t: any other value may reach the factory and
+// is refused there.
+enum class EncodeFormat : int32_t { Wav = 0, Mp3 = 1 };
 
 class AudioEncoder : public FileWriter {
 public:
@@ -27,12 +30,11 @@ public:
     static constexpr int FORMAT_PCM_8 = 2;
     static constexpr int FORMAT_PCM_32 = 3;
 
-    // `type` is an encode_type value. A WaveEncoder for ENCODE_WAV, an Mp3Encoder for ENCODE_MP3, with `path`
-    // opened as an output (FileWriter::openOutput: an existing file is only
-    // replaced by a finished one). Null for any other type (logged
-    // "Unsupported type %d") or when the file cannot be created. The caller
-    // owns the result.
-    static AudioEncoder* createAudioEncoder(int32_t type, const char* path);
+    // A WaveEncoder for Wav, an Mp3Encoder for Mp3, with `path` opened as an
+    // output (FileWriter::openOutput: an existing file is only replaced by a
+    // finished one). Null for any other value (logged "Unsupported type %d")
+    // or when the file cannot be created. The caller owns the result.
+    static AudioEncoder* createAudioEncoder(EncodeFormat format, const char* path);
 
     ~AudioEncoder() override = default;
 

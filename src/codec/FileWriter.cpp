@@ -1,3 +1,5 @@
+// Logs under the engine's tag, not its own: clients look for its removal of
+// an unfinished file there.
 #define WV_LOG_TAG "WavoryxPriv"
 #include "codec/FileWriter.h"
 

@@ -1,4 +1,4 @@
-#define WV_LOG_TAG "WavoryxPriv"
+#define WV_LOG_TAG "Mp3Encoder"
 #include "codec/Mp3Encoder.h"
 
 #include <lame/lame.h>

@@ -1,4 +1,4 @@
-#define WV_LOG_TAG "WavoryxPriv"
+#define WV_LOG_TAG "WorkingFile"
 #include "codec/WorkingFile.h"
 
 #include <fcntl.h>

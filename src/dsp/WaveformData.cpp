@@ -1,4 +1,4 @@
-#define WV_LOG_TAG "WavoryxPriv"
+#define WV_LOG_TAG "WaveformData"
 #include "dsp/WaveformData.h"
 
 #include <fcntl.h>

@@ -12,26 +12,23 @@ int32_t WavoryxPriv::newClipList() {
 }
 
 int32_t WavoryxPriv::addClip(uint32_t listId, uint32_t pcmId, uint32_t startFrame, uint32_t endFrame) {
-    static const int kLines[3] = {395, 397, 399};
-    return addClipTo(listId, pcmId, startFrame, endFrame, false, kLines,
-                     "int32_t WavoryxPriv::addClip(uint32_t, uint32_t, uint32_t, uint32_t)");
+    return addClipTo(listId, pcmId, startFrame, endFrame, false, Report::kAddClip);
 }
 
 int32_t WavoryxPriv::addClipMs(uint32_t listId, uint32_t pcmId, duration_t startMs, duration_t endMs) {
-    static const int kLines[3] = {411, 413, 415};
-    return addClipTo(listId, pcmId, startMs, endMs, true, kLines,
-                     "int32_t WavoryxPriv::addClipMs(uint32_t, uint32_t, duration_t, duration_t)");
+    return addClipTo(listId, pcmId, startMs, endMs, true, Report::kAddClipMs);
 }
 
 int32_t WavoryxPriv::addClipTo(uint32_t listId, uint32_t pcmId, uint32_t start, uint32_t end,
-                               bool inMs, const int lines[3], const char* signature) {
+                               bool inMs, Report report) {
     int32_t result;
     ItemHold hold(this, listId);
-    SPcmInfo* list = holdItemWithStatus(hold, listId, CLIP_LIST, lines[0], lines[1], signature, &result);
+    SPcmInfo* list = holdItemWithStatus(hold, listId, CLIP_LIST, report, &result);
     if (list == nullptr) return result;
     SPcmInfo* source = mInfoList.get(pcmId, REF_LIST);
     if (source == nullptr) {
-        reportMissing(lines[2], signature, pcmId);
+        const ReportSite& site = reportSite(report);
+        reportMissing(site.sourceMissingLine, site.signature, pcmId);
         return -1;
     }
     // A list inside itself would make every walk of it endless. The check

@@ -18,7 +18,7 @@ int32_t WavoryxPriv::loadFile(const char* path) {
 
 int32_t WavoryxPriv::cancelLoadFile(pcm_id_t id) {
     ItemHold hold(this, id);
-    if (holdItem(hold, id, 532, "int32_t WavoryxPriv::cancelLoadFile(pcm_id_t)") == nullptr) return -1;
+    if (holdItem(hold, id, Report::kCancelLoadFile) == nullptr) return -1;
     // The first pattern removes a load that has not started, the second
     // the next chunk of one in progress.
     mDecoder->cancelCmd(WVThreadCmd(DecoderThread::kCmdStart, id, static_cast<int32_t>(WVCMD_ANY)));

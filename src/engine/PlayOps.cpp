@@ -27,7 +27,7 @@ AudioPlayer* playerOf(SPcmInfo* item) { return static_cast<AudioPlayer*>(item->p
 int32_t WavoryxPriv::playStart(pcm_id_t id) {
     std::lock_guard<std::mutex> guard(mPlayLock);
     ItemHold hold(this, id);
-    SPcmInfo* item = holdItem(hold, id, 604, "int32_t WavoryxPriv::playStart(pcm_id_t)");
+    SPcmInfo* item = holdItem(hold, id, Report::kPlayStart);
     if (item == nullptr) return -1;
     mPlayingId = id;
     if (AudioPlayer* player = playerOf(item)) {
@@ -61,7 +61,7 @@ int32_t WavoryxPriv::playPause(pcm_id_t) {
     std::lock_guard<std::mutex> guard(mPlayLock);
     const pcm_id_t playing = mPlayingId.load();
     ItemHold hold(this, playing);
-    SPcmInfo* item = holdItem(hold, playing, 651, "int32_t WavoryxPriv::playPause(pcm_id_t)");
+    SPcmInfo* item = holdItem(hold, playing, Report::kPlayPause);
     if (item == nullptr) return -1;
     if (AudioPlayer* player = playerOf(item)) player->pause(false);
     return 0;
@@ -71,7 +71,7 @@ int32_t WavoryxPriv::playResume(pcm_id_t) {
     std::lock_guard<std::mutex> guard(mPlayLock);
     const pcm_id_t playing = mPlayingId.load();
     ItemHold hold(this, playing);
-    SPcmInfo* item = holdItem(hold, playing, 662, "int32_t WavoryxPriv::playResume(pcm_id_t)");
+    SPcmInfo* item = holdItem(hold, playing, Report::kPlayResume);
     if (item == nullptr) return -1;
     AudioPlayer* player = playerOf(item);
     if (player == nullptr) return -5;
@@ -83,7 +83,7 @@ int32_t WavoryxPriv::playStop(pcm_id_t id) {
     std::lock_guard<std::mutex> guard(mPlayLock);
     const pcm_id_t target = id != 0 ? id : mPlayingId.exchange(0);
     ItemHold hold(this, target);
-    SPcmInfo* item = holdItem(hold, target, 677, "int32_t WavoryxPriv::playStop(pcm_id_t)");
+    SPcmInfo* item = holdItem(hold, target, Report::kPlayStop);
     if (item == nullptr) return -1;
     if (AudioPlayer* player = playerOf(item)) player->pause(true);
     return 0;
@@ -93,7 +93,7 @@ int32_t WavoryxPriv::playSeekTo(int32_t ms) {
     std::lock_guard<std::mutex> guard(mPlayLock);
     const pcm_id_t playing = mPlayingId.load();
     ItemHold hold(this, playing);
-    SPcmInfo* item = holdItem(hold, playing, 689, "int32_t WavoryxPriv::playSeekTo(int32_t)");
+    SPcmInfo* item = holdItem(hold, playing, Report::kPlaySeekTo);
     if (item == nullptr) return -1;
     AudioPlayer* player = playerOf(item);
     if (player == nullptr) return -5;
@@ -105,7 +105,7 @@ int32_t WavoryxPriv::setPlaySpeed(int32_t speed) {
     std::lock_guard<std::mutex> guard(mPlayLock);
     const pcm_id_t playing = mPlayingId.load();
     ItemHold hold(this, playing);
-    SPcmInfo* item = holdItem(hold, playing, 700, "int32_t WavoryxPriv::setPlaySpeed(int32_t)");
+    SPcmInfo* item = holdItem(hold, playing, Report::kSetPlaySpeed);
     if (item == nullptr) return -1;
     AudioPlayer* player = playerOf(item);
     if (player == nullptr) return -5;
@@ -123,7 +123,7 @@ int32_t WavoryxPriv::getPlayPositionMs() {
     std::lock_guard<std::mutex> guard(mPlayLock);
     const pcm_id_t playing = mPlayingId.load();
     ItemHold hold(this, playing);
-    SPcmInfo* item = holdItem(hold, playing, 709, "int32_t WavoryxPriv::getPlayPositionMs()");
+    SPcmInfo* item = holdItem(hold, playing, Report::kGetPlayPositionMs);
     if (item == nullptr) return -1;
     AudioPlayer* player = playerOf(item);
     if (player == nullptr) return 0;

@@ -3,16 +3,21 @@
 #define WV_LOG_TAG "WavoryxPriv"
 #include "engine/WavoryxPriv.h"
 #include "base/Log.h"
+#include "codec/AudioEncoder.h"
 #include "render/EncoderThread.h"
 
 using namespace wv;
 
+// Items hold the client's encode_type as it came; the workers hand it on to
+// the encoder factory as an EncodeFormat, value for value.
+static_assert(static_cast<int32_t>(EncodeFormat::Wav) == ENCODE_WAV &&
+                  static_cast<int32_t>(EncodeFormat::Mp3) == ENCODE_MP3,
+              "the encoder's formats have the values of encode_type");
+
 int32_t WavoryxPriv::setOutputPara(uint32_t listId, const char* path, int32_t type) {
     int32_t result;
     ItemHold hold(this, listId);
-    SPcmInfo* list = holdItemWithStatus(hold, listId, CLIP_LIST, 433, 435,
-                                        "int32_t WavoryxPriv::setOutputPara(uint32_t, const char*, encode_type)",
-                                        &result);
+    SPcmInfo* list = holdItemWithStatus(hold, listId, CLIP_LIST, Report::kSetOutputPara, &result);
     if (list == nullptr) return result;
     list->path.set(path != nullptr ? path : "");
     list->encodeType = type;
@@ -23,9 +28,7 @@ int32_t WavoryxPriv::setEncodePara(uint32_t listId, int32_t sampleRate, int32_t 
                                    int32_t channelCount, int32_t forceStereo) {
     int32_t result;
     ItemHold hold(this, listId);
-    SPcmInfo* list = holdItemWithStatus(
-        hold, listId, CLIP_LIST, 446, 448,
-        "int32_t WavoryxPriv::setEncodePara(uint32_t, int32_t, int32_t, int32_t, int32_t)", &result);
+    SPcmInfo* list = holdItemWithStatus(hold, listId, CLIP_LIST, Report::kSetEncodePara, &result);
     if (list == nullptr) return result;
     list->sampleRate = sampleRate;
     list->channelCount = forceStereo != 0 ? 2 : channelCount;
@@ -36,8 +39,7 @@ int32_t WavoryxPriv::setEncodePara(uint32_t listId, int32_t sampleRate, int32_t 
 int32_t WavoryxPriv::process(uint32_t listId) {
     int32_t result;
     ItemHold hold(this, listId);
-    SPcmInfo* list = holdItemWithStatus(hold, listId, CLIP_LIST, 544, 546,
-                                        "int32_t WavoryxPriv::process(uint32_t)", &result);
+    SPcmInfo* list = holdItemWithStatus(hold, listId, CLIP_LIST, Report::kProcess, &result);
     if (list == nullptr) return result;
     // Taken while held: a removePcm racing this call cannot free the list
     // between the check and the reference, so the queued render always
@@ -49,7 +51,7 @@ int32_t WavoryxPriv::process(uint32_t listId) {
 
 int32_t WavoryxPriv::cancelProcess(uint32_t listId) {
     ItemHold hold(this, listId);
-    if (holdItem(hold, listId, 556, "int32_t WavoryxPriv::cancelProcess(uint32_t)") == nullptr) return -1;
+    if (holdItem(hold, listId, Report::kCancelProcess) == nullptr) return -1;
     mEncoder->cancelCmd(WVThreadCmd(EncoderThread::kCmdStart, listId, static_cast<int32_t>(WVCMD_ANY)));
     mEncoder->cancelCmd(WVThreadCmd(EncoderThread::kCmdContinue, listId, static_cast<int32_t>(WVCMD_ANY)));
     return 0;

@@ -21,8 +21,7 @@ constexpr uint32_t kBlockBytes = 16384;
 int32_t WavoryxPriv::getWaveformSamples(pcm_id_t id, duration_t startMs, duration_t endMs,
                                         uint32_t count, void* buffer) {
     ItemHold hold(this, id);
-    SPcmInfo* item = holdItem(
-        hold, id, 568, "int32_t WavoryxPriv::getWaveformSamples(pcm_id_t, duration_t, duration_t, uint32_t, void*)");
+    SPcmInfo* item = holdItem(hold, id, Report::kGetWaveformSamples);
     if (item == nullptr) return -1;
     uint32_t remaining = startMs;
     const uint32_t startFrame = item->duration2frame(remaining, 0, 0xFFFFFFFF);

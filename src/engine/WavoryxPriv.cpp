@@ -2,6 +2,7 @@
 #include "engine/WavoryxPriv.h"
 
 #include "load/DecoderThread.h"
+#include "base/CheckSites.h"
 #include "base/Log.h"
 #include "platform/MediaService.h"
 #include "record/RecorderThread.h"
@@ -18,7 +19,7 @@ WavoryxPriv::WavoryxPriv()
     mRecorder.reset(new RecorderThread(&mContext));
     mRecorder->launch();
     const status_t connected = MediaService::connect();
-    WV_CHECK_EQ("WavoryxPriv", 460, "mClient.connect(),(status_t)OK", connected, OK);
+    WV_CHECK_EQ_AT(Check::kEngineConnect, "mClient.connect(),(status_t)OK", connected, OK);
 }
 
 WavoryxPriv::~WavoryxPriv() {
@@ -72,8 +73,7 @@ int32_t WavoryxPriv::setWorkingDir(const char* dir) {
 
 int32_t WavoryxPriv::setThreadPriority(thread_priority_t priority) {
     const thread_priority_t previous = mContext.exchangeThreadPriority(priority);
-    WV_LOGW("%s: %d to %d", "int32_t WavoryxPriv::setThreadPriority(thread_priority_t)", previous,
-            priority);
+    WV_LOGW("%s: %d to %d", reportSite(Report::kSetThreadPriority).signature, previous, priority);
     return 0;
 }
 
@@ -103,15 +103,15 @@ void WavoryxPriv::reportStatus(int line, const char* signature, const SPcmInfo* 
 }
 
 SPcmInfo* WavoryxPriv::holdItemWithStatus(const ItemHold& hold, uint32_t id, pcm_status_t wanted,
-                                          int missingLine, int statusLine, const char* signature,
-                                          int32_t* result) {
-    SPcmInfo* item = holdItem(hold, id, missingLine, signature);
+                                          Report report, int32_t* result) {
+    SPcmInfo* item = holdItem(hold, id, report);
     if (item == nullptr) {
         *result = -1;
         return nullptr;
     }
     if (item->status.load() != wanted) {
-        reportStatus(statusLine, signature, item, wanted);
+        const ReportSite& site = reportSite(report);
+        reportStatus(site.statusLine, site.signature, item, wanted);
         *result = -2;
         return nullptr;
     }
@@ -121,25 +121,25 @@ SPcmInfo* WavoryxPriv::holdItemWithStatus(const ItemHold& hold, uint32_t id, pcm
 
 int32_t WavoryxPriv::getPcmSampleRate(uint32_t id) {
     ItemHold hold(this, id);
-    SPcmInfo* item = holdItem(hold, id, 331, "int32_t WavoryxPriv::getPcmSampleRate(uint32_t)");
+    SPcmInfo* item = holdItem(hold, id, Report::kGetPcmSampleRate);
     return item ? item->sampleRate.load() : -1;
 }
 
 int32_t WavoryxPriv::getPcmChannelCount(uint32_t id) {
     ItemHold hold(this, id);
-    SPcmInfo* item = holdItem(hold, id, 338, "int32_t WavoryxPriv::getPcmChannelCount(uint32_t)");
+    SPcmInfo* item = holdItem(hold, id, Report::kGetPcmChannelCount);
     return item ? item->channelCount.load() : -1;
 }
 
 int32_t WavoryxPriv::getPcmFrameLength(uint32_t id) {
     ItemHold hold(this, id);
-    SPcmInfo* item = holdItem(hold, id, 345, "int32_t WavoryxPriv::getPcmFrameLength(uint32_t)");
+    SPcmInfo* item = holdItem(hold, id, Report::kGetPcmFrameLength);
     return item ? static_cast<int32_t>(item->frames.load()) : -1;
 }
 
 int32_t WavoryxPriv::getPcmDuration(pcm_id_t id) {
     ItemHold hold(this, id);
-    SPcmInfo* item = holdItem(hold, id, 352, "int32_t WavoryxPriv::getPcmDuration(pcm_id_t)");
+    SPcmInfo* item = holdItem(hold, id, Report::kGetPcmDuration);
     if (item == nullptr) return -1;
     const int64_t rate = item->sampleRate.load();
     const int64_t total = item->totalFrames.load();

@@ -17,6 +17,7 @@
 
 #include <wavoryx/Wavoryx.h>
 
+#include "engine/ErrorReports.h"
 #include "items/InfoList.h"
 #include "items/JobContext.h"
 #include "items/PcmTypes.h"
@@ -100,7 +101,8 @@ public:
     wv::InfoList& infoList() { return mInfoList; }
 
     // The two-line reports of a failed item check ("line %d in %s:" then the
-    // message), at error level.
+    // message), at error level; the line and signature come from the table
+    // of ErrorReports.h.
     static void reportMissing(int line, const char* signature, uint32_t id);
     static void reportStatus(int line, const char* signature, const wv::SPcmInfo* item,
                              wv::pcm_status_t wanted);
@@ -127,21 +129,23 @@ public:
         wv::SPcmInfo* const mItem;
     };
     // The held item, or null after reporting it missing.
-    wv::SPcmInfo* holdItem(const ItemHold& hold, uint32_t id, int line, const char* signature) {
-        if (hold.get() == nullptr) reportMissing(line, signature, id);
+    wv::SPcmInfo* holdItem(const ItemHold& hold, uint32_t id, wv::Report report) {
+        if (hold.get() == nullptr) {
+            const wv::ReportSite& site = wv::reportSite(report);
+            reportMissing(site.missingLine, site.signature, id);
+        }
         return hold.get();
     }
     // The held item if it has `wanted` status; null after the report
     // otherwise, with *result set to -1 or -2.
     wv::SPcmInfo* holdItemWithStatus(const ItemHold& hold, uint32_t id, wv::pcm_status_t wanted,
-                                     int missingLine, int statusLine, const char* signature,
-                                     int32_t* result);
+                                     wv::Report report, int32_t* result);
 
     std::atomic<wv::pcm_id_t> mPlayingId{0};
 
 private:
     int32_t addClipTo(uint32_t listId, uint32_t pcmId, uint32_t start, uint32_t end, bool inMs,
-                      const int lines[3], const char* signature);
+                      wv::Report report);
 
     // Serialise the controls that change engine-wide state in several
     // steps: the current play item and its player (created on first play),

@@ -1,4 +1,4 @@
-#define WV_LOG_TAG "WavoryxPriv"
+#define WV_LOG_TAG "PcmInfoReader"
 #include "items/PcmInfoReader.h"
 
 #include <fcntl.h>

@@ -3,6 +3,7 @@
 
 #include <cstring>
 
+#include "base/CheckSites.h"
 #include "base/Clock.h"
 #include "base/Log.h"
 #include "platform/media/AudioCodec.h"
@@ -17,7 +18,7 @@ AudioDecoder::AudioDecoder(CodecFactory factory) : mCodecFactory(std::move(facto
 AudioDecoder::~AudioDecoder() {
     freeBuffer();
     if (mMediaSource) {
-        WV_CHECK_EQ("AudioDecoder", 52, "(status_t)OK,mMediaSource->stop()", (status_t)OK,
+        WV_CHECK_EQ_AT(Check::kDecoderStopOnRelease, "(status_t)OK,mMediaSource->stop()", (status_t)OK,
                     mMediaSource->stop());
         mMediaSource.reset();
     }
@@ -70,7 +71,7 @@ int32_t AudioDecoder::load(const char* path, int* sampleRate, int* format, int* 
         WV_LOGE("could not create a decoder for %s (%s)", path, mime);
         return LOAD_NOT_PARSABLE;
     }
-    WV_CHECK_EQ("AudioDecoder", 138, "(status_t)OK,mMediaSource->start()", (status_t)OK,
+    WV_CHECK_EQ_AT(Check::kDecoderStart, "(status_t)OK,mMediaSource->start()", (status_t)OK,
                 mMediaSource->start());
     return LOAD_OK;
 }
@@ -90,7 +91,7 @@ int32_t AudioDecoder::getDataBuffer(char** data, unsigned int* length) {
 }
 
 void AudioDecoder::finishStream() {
-    WV_CHECK_EQ("AudioDecoder", 162, "(status_t)OK,mMediaSource->stop()", (status_t)OK,
+    WV_CHECK_EQ_AT(Check::kDecoderStopOnEnd, "(status_t)OK,mMediaSource->stop()", (status_t)OK,
                 mMediaSource->stop());
     std::weak_ptr<MediaSource> weak = mMediaSource;
     mMediaSource.reset();

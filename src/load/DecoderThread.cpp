@@ -1,3 +1,5 @@
+// Logs under the engine's tag, not its own: clients look for a load stopped
+// for lack of space there.
 #define WV_LOG_TAG "WavoryxPriv"
 #include "load/DecoderThread.h"
 
@@ -7,20 +9,14 @@
 
 #include "codec/WorkingFile.h"
 
+#include "base/CheckSites.h"
 #include "base/Clock.h"
 #include "base/Log.h"
 
 namespace wv {
-namespace {
-
-// The line the fatal check of a command's missing item names.
-constexpr int kMissingItemLine = 24;
-
-}  // namespace
-
 DecoderThread::DecoderThread(JobContext* context)
     : ChunkedJobThread(context->events(), ChunkedJobConfig{kProgressStep, EVT_LOAD_PROGRESS, EVT_LOAD_CANCELLED,
-                                                 kStepUrgency, kMissingItemLine}),
+                                                 kStepUrgency, Check::kDecoderJobItem}),
       mContext(context) {}
 
 DecoderThread::~DecoderThread() = default;

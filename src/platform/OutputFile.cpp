@@ -1,4 +1,4 @@
-#define WV_LOG_TAG "WavoryxPriv"
+#define WV_LOG_TAG "OutputFile"
 #include "platform/OutputFile.h"
 
 #include <fcntl.h>

@@ -5,6 +5,7 @@
 
 #include <strings.h>
 
+#include "base/CheckSites.h"
 #include "base/Clock.h"
 #include "base/Log.h"
 #include "platform/media/AudioTrackOpener.h"
@@ -15,9 +16,10 @@ namespace wv {
 namespace {
 
 // Invariants of the media layer's contract and of the calling order.
-#define PLAYER_CHECK(line, cond, text) \
+// `text` is the condition as its message has always read.
+#define PLAYER_CHECK(site, cond, text) \
     do {                               \
-        if (!(cond)) fatalCheck(WV_LOG_TAG, "AudioPlayer", line, "CHECK(%s) failed.", text); \
+        if (!(cond)) WV_FATAL_AT(site, "CHECK(%s) failed.", text); \
     } while (0)
 
 // How long the release waits for other holders of the decoder, at most.
@@ -64,7 +66,7 @@ void AudioPlayer::modifyFlags(uint32_t value, FlagMode mode) {
             mFlags.store(value);
             break;
         default:
-            fatalCheck(WV_LOG_TAG, "AudioPlayer", 870, "Should not be here.");
+            WV_FATAL_AT(Check::kPlayerFlagMode, "Should not be here.");
     }
 }
 
@@ -80,7 +82,7 @@ int32_t AudioPlayer::setDataSource(const char* path) {
         WV_LOGE("could not create extractor for %s", mPath.c_str());
         return -1;
     }
-    PLAYER_CHECK(115, !found.sawTrackWithoutMime, "!(meta->findCString(kKeyMIMEType, &_mime))");
+    PLAYER_CHECK(Check::kPlayerSourceMime, !found.sawTrackWithoutMime, "!(meta->findCString(kKeyMIMEType, &_mime))");
     if (found.status == FirstAudioTrack::kFound) mExtractorTrack = found.openTrack();
     if (!mExtractorTrack) {
         WV_LOGE("could not find audio track for %s", mPath.c_str());
@@ -91,19 +93,19 @@ int32_t AudioPlayer::setDataSource(const char* path) {
         return -1;
     }
     modifyFlags(PAUSED, ASSIGN);
-    PLAYER_CHECK(137, mSource != nullptr, "!(mSource != __null)");
+    PLAYER_CHECK(Check::kPlayerSourceMade, mSource != nullptr, "!(mSource != __null)");
     return 0;
 }
 
 int32_t AudioPlayer::initAudioDecoder() {
     std::shared_ptr<MetaData> meta = mExtractorTrack->getFormat();
     const char* mime = nullptr;
-    PLAYER_CHECK(826, meta && meta->findCString(kKeyMIMEType, &mime),
+    PLAYER_CHECK(Check::kPlayerDecoderMime, meta && meta->findCString(kKeyMIMEType, &mime),
                  "!(meta->findCString(kKeyMIMEType, &mime))");
     mSource = pcmSourceOf(mExtractorTrack);
     if (!mSource) {
         WV_LOGE("%s", isRawAudioMime(mime) ? "could not create raw source"
-                                           : "could not create OMXCodec source");
+                                           : "could not create the decoded source");
     }
     if (mSource) {
         const status_t err = mSource->start();
@@ -146,20 +148,20 @@ int32_t AudioPlayer::start(bool sourceStarted) {
         WV_LOGE("%s, no media source when start()", "start");
         return -1;
     }
-    PLAYER_CHECK(153, !mStarted.load(), "!(!mStarted)");
-    PLAYER_CHECK(154, mSource != nullptr, "!(mSource != __null)");
+    PLAYER_CHECK(Check::kPlayerStartNotStarted, !mStarted.load(), "!(!mStarted)");
+    PLAYER_CHECK(Check::kPlayerStartHasSource, mSource != nullptr, "!(mSource != __null)");
     if (!sourceStarted) {
         const status_t err = mSource->start();
         if (err != OK) return err;
     }
     std::shared_ptr<MetaData> format = mSource->getFormat();
     const char* mime = nullptr;
-    PLAYER_CHECK(204, format && format->findCString(kKeyMIMEType, &mime), "!(success)");
-    PLAYER_CHECK(205, strcasecmp(mime, MEDIA_MIMETYPE_AUDIO_RAW) == 0,
+    PLAYER_CHECK(Check::kPlayerStartMime, format && format->findCString(kKeyMIMEType, &mime), "!(success)");
+    PLAYER_CHECK(Check::kPlayerStartRawFormat, strcasecmp(mime, MEDIA_MIMETYPE_AUDIO_RAW) == 0,
                  "!(!strcasecmp(mime, MEDIA_MIMETYPE_AUDIO_RAW))");
     int32_t rate = 0, channels = 0, mask = 0;
-    PLAYER_CHECK(208, format->findInt32(kKeySampleRate, &rate), "!(success)");
-    PLAYER_CHECK(212, format->findInt32(kKeyChannelCount, &channels), "!(success)");
+    PLAYER_CHECK(Check::kPlayerStartRate, format->findInt32(kKeySampleRate, &rate), "!(success)");
+    PLAYER_CHECK(Check::kPlayerStartChannels, format->findInt32(kKeyChannelCount, &channels), "!(success)");
 
     // PCM data and media file should describe the same audio; when they do
     // not, the PCM data wins, since it is what seeks and backwards play use.
@@ -214,7 +216,7 @@ int32_t AudioPlayer::pause(bool drain) {
         WV_LOGE("pause() while not playing!");
         return -1;
     }
-    PLAYER_CHECK(274, mStarted.load(), "!(mStarted)");
+    PLAYER_CHECK(Check::kPlayerPauseStarted, mStarted.load(), "!(mStarted)");
     // Either way the output stops taking frames (at once, or after what it
     // holds), and the position, which follows the frames it takes, stops too.
     if (drain) {
@@ -230,7 +232,7 @@ int32_t AudioPlayer::resume() {
     const uint32_t flags = mFlags.load();
     if (flags & PLAYING) return 0;
     if (!(flags & PAUSED)) return -1;
-    PLAYER_CHECK(308, mStarted.load(), "!(mStarted)");
+    PLAYER_CHECK(Check::kPlayerResumeStarted, mStarted.load(), "!(mStarted)");
     mOutputTrack->start();
     modifyFlags(PLAYING, ASSIGN);
     return 0;
@@ -273,7 +275,7 @@ int32_t AudioPlayer::setPlaybackRatePermille(int32_t ratePermille) {
 }
 
 void AudioPlayer::reset() {
-    PLAYER_CHECK(320, mStarted.load(), "!(mStarted)");
+    PLAYER_CHECK(Check::kPlayerResetStarted, mStarted.load(), "!(mStarted)");
     // Destroying the output joins its thread: no fill runs after this.
     mOutputTrack->stop();
     mOutputTrack.reset();

@@ -3,6 +3,7 @@
 #include <algorithm>
 #include <cstring>
 
+#include "base/CheckSites.h"
 #include "base/Log.h"
 #include "platform/media/MetaData.h"
 #include "play/AudioPlayer.h"
@@ -21,10 +22,10 @@ void AudioPlayer::rebaseClockLocked(uint64_t presentedIndex) {
 
 int64_t AudioPlayer::getRealTimeUsLocked() {
     if (!mStarted.load()) {
-        fatalCheck(WV_LOG_TAG, "AudioPlayer", 739, "CHECK(%s) failed.", "mStarted");
+        WV_FATAL_AT(Check::kPlayerFillStarted, "CHECK(%s) failed.", "mStarted");
     }
     if (mSampleRate == 0) {
-        fatalCheck(WV_LOG_TAG, "AudioPlayer", 740, "CHECK_NE( mSampleRate,0) failed: %d vs. %d",
+        WV_FATAL_AT(Check::kPlayerFillRate, "CHECK_NE( mSampleRate,0) failed: %d vs. %d",
                    mSampleRate, mSampleRate);
     }
     const uint64_t presented = mOutputTrack->framesPresented();
@@ -140,7 +141,7 @@ AudioPlayer::Step AudioPlayer::fillFromSource(uint8_t* data, size_t* done, size_
         status_t err = mSource->read(&mInputBuffer, &options);
         if (err == INFO_FORMAT_CHANGED && mInputBuffer == nullptr) return Step::MORE;
         if (!((err == OK && mInputBuffer != nullptr) || (err != OK && mInputBuffer == nullptr))) {
-            fatalCheck(WV_LOG_TAG, "AudioPlayer", 619, "CHECK(%s) failed.",
+            WV_FATAL_AT(Check::kPlayerReadResult, "CHECK(%s) failed.",
                        "!((err == OK && mInputBuffer != __null) || "
                        "(err != OK && mInputBuffer == __null))");
         }
@@ -150,7 +151,7 @@ AudioPlayer::Step AudioPlayer::fillFromSource(uint8_t* data, size_t* done, size_
             return Step::END;
         }
         if (!mInputBuffer->meta_data()->findInt64(kKeyTime, &mPositionTimeMediaUs)) {
-            fatalCheck(WV_LOG_TAG, "AudioPlayer", 674, "CHECK(%s) failed.",
+            WV_FATAL_AT(Check::kPlayerBufferTime, "CHECK(%s) failed.",
                        "!(mInputBuffer->meta_data()->findInt64( kKeyTime, "
                        "&mPositionTimeMediaUs))");
         }

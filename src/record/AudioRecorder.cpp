@@ -5,6 +5,7 @@
 #include <chrono>
 #include <cstring>
 
+#include "base/CheckSites.h"
 #include "base/Clock.h"
 #include "base/Log.h"
 
@@ -160,7 +161,7 @@ status_t AudioRecorder::read(MediaBuffer** out, const ReadOptions*) {
     buffer->setObserver(this);
 
     int64_t timeUs = 0;
-    WV_CHECK("AudioRecorder", 305, buffer->meta_data()->findInt64(kKeyTime, &timeUs));
+    WV_CHECK_AT(Check::kRecorderBufferTime, buffer->meta_data()->findInt64(kKeyTime, &timeUs));
     const int64_t elapsedUs = timeUs - mStartTimeUs;
     auto* data = static_cast<uint8_t*>(buffer->data()) + buffer->range_offset();
     if (elapsedUs < mMuteLeadUs) {
@@ -211,8 +212,8 @@ void AudioRecorder::dataCallback(const AudioInput::Buffer& block) {
     } else {
         lostBytes = int64_t(mAudioRecord->getInputFramesLost()) * int64_t(mFrameSize);
     }
-    WV_CHECK_EQ("AudioRecorder", 391, "lostBytes & 1,0u", lostBytes & 1, 0);
-    WV_CHECK_EQ("AudioRecorder", 392, "audioBuffer.size & 1,0u", block.size & 1, 0u);
+    WV_CHECK_EQ_AT(Check::kRecorderLostBytesEven, "lostBytes & 1,0u", lostBytes & 1, 0);
+    WV_CHECK_EQ_AT(Check::kRecorderBlockEven, "audioBuffer.size & 1,0u", block.size & 1, 0u);
 
     if (lostBytes > 0) {
         WV_LOGW("Lost audio record data: %d bytes", static_cast<int>(lostBytes));

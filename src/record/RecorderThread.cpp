@@ -1,3 +1,5 @@
+// Logs under the engine's tag, not its own: clients look for a recording
+// that got no encoder there.
 #define WV_LOG_TAG "WavoryxPriv"
 #include "record/RecorderThread.h"
 
@@ -79,7 +81,7 @@ void RecorderThread::startRecording(const WVThreadCmd& cmd, SPcmInfo* item) {
     }
     const std::string path = item->path.get();
     std::unique_ptr<AudioEncoder> encoder(
-        AudioEncoder::createAudioEncoder(item->encodeType.load(), path.c_str()));
+        AudioEncoder::createAudioEncoder(static_cast<EncodeFormat>(item->encodeType.load()), path.c_str()));
     if (!encoder) {
         WV_LOGE("createAudioEncoder failed.");
         recorder.reset();

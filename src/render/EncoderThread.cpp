@@ -1,22 +1,16 @@
-#define WV_LOG_TAG "WavoryxPriv"
+#define WV_LOG_TAG "EncoderThread"
 #include "render/EncoderThread.h"
 
 #include <string>
 
+#include "base/CheckSites.h"
 #include "base/Clock.h"
 #include "base/Log.h"
 
 namespace wv {
-namespace {
-
-// The line the fatal check of a command's missing item names.
-constexpr int kMissingItemLine = 20;
-
-}  // namespace
-
 EncoderThread::EncoderThread(JobContext* context)
     : ChunkedJobThread(context->events(), ChunkedJobConfig{kProgressStep, EVT_RENDER_PROGRESS,
-                                                 EVT_RENDER_CANCELLED, kStepUrgency, kMissingItemLine}),
+                                                 EVT_RENDER_CANCELLED, kStepUrgency, Check::kEncoderJobItem}),
       mContext(context) {}
 
 EncoderThread::~EncoderThread() = default;
@@ -97,7 +91,7 @@ void EncoderThread::startJob(WVThreadCmd& cmd) {
     const int32_t channels = item->channelCount.load();
     const std::string path = item->path.get();
     std::unique_ptr<AudioEncoder> encoder(
-        AudioEncoder::createAudioEncoder(item->encodeType.load(), path.c_str()));
+        AudioEncoder::createAudioEncoder(static_cast<EncodeFormat>(item->encodeType.load()), path.c_str()));
     if (!encoder) {
         WV_LOGE("createAudioEncoder error!");
         endJob(id, EVT_RENDER_FAILED, -1);

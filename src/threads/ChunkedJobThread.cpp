@@ -1,22 +1,16 @@
-#define WV_LOG_TAG "WavoryxPriv"
+#define WV_LOG_TAG "ChunkedJobThread"
 #include "threads/ChunkedJobThread.h"
 
+#include "base/CheckSites.h"
 #include "base/Log.h"
 
 namespace wv {
-namespace {
-
-// The line the fatal check of a parked command's missing item names.
-constexpr int kParkedItemLine = 19;
-
-}  // namespace
-
 ChunkedJobThread::ChunkedJobThread(EventSink* events, const ChunkedJobConfig& config)
     : ProgressNotifier(config.progressStep), mEvents(events), mConfig(config) {}
 
-void ChunkedJobThread::requireItem(const WVThreadCmd& cmd, int line) {
+void ChunkedJobThread::requireItem(const WVThreadCmd& cmd, Check site) {
     if (!isRegistered(cmd.pcmId)) {
-        fatalCheck(WV_LOG_TAG, "WavoryxPriv", line, "CHECK(%s) failed.", "info != NULL");
+        WV_FATAL_AT(site, "CHECK(%s) failed.", "info != NULL");
     }
     setCurrentId(cmd.pcmId);
 }
@@ -24,11 +18,11 @@ void ChunkedJobThread::requireItem(const WVThreadCmd& cmd, int line) {
 void ChunkedJobThread::procCmd(WVThreadCmd& cmd) {
     switch (cmd.code) {
         case kCmdStart:
-            requireItem(cmd, mConfig.missingItemLine);
+            requireItem(cmd, mConfig.missingItemCheck);
             startJob(cmd);
             break;
         case kCmdContinue:
-            requireItem(cmd, mConfig.missingItemLine);
+            requireItem(cmd, mConfig.missingItemCheck);
             runStep(cmd);
             break;
         default:
@@ -55,13 +49,13 @@ int32_t ChunkedJobThread::elapsedMs(const TimeVal& begin, const TimeVal& end) {
 
 int32_t ChunkedJobThread::onCmdSuspend(WVThreadCmd& cmd) {
     if (cmd.code != kCmdContinue) return -1;
-    requireItem(cmd, kParkedItemLine);
+    requireItem(cmd, Check::kChunkedJobItem);
     return 0;
 }
 
 void ChunkedJobThread::onCmdResume(WVThreadCmd& cmd) {
     if (cmd.code != kCmdContinue) return;
-    requireItem(cmd, kParkedItemLine);
+    requireItem(cmd, Check::kChunkedJobItem);
     sendCmd(cmd, mConfig.stepUrgency);
 }
 
@@ -71,7 +65,7 @@ void ChunkedJobThread::onCmdCancel(WVThreadCmd& cmd) {
             endJob(cmd.pcmId, mConfig.cancelledEvent, -1);
             break;
         case kCmdContinue:
-            requireItem(cmd, mConfig.missingItemLine);
+            requireItem(cmd, mConfig.missingItemCheck);
             if (cmd.data != nullptr) deleteJob(cmd.data);
             endJob(cmd.pcmId, mConfig.cancelledEvent, -1);
             break;

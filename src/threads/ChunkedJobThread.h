@@ -18,6 +18,7 @@
 #include <cstdint>
 
 #include "base/Clock.h"
+#include "base/CheckSites.h"
 #include "threads/ClientEvents.h"
 #include "threads/JobThread.h"
 #include "threads/ProgressNotifier.h"
@@ -30,7 +31,7 @@ struct ChunkedJobConfig {
     uint32_t progressEvent;   // the event of a progress report
     uint32_t cancelledEvent;  // the ending event of a cancelled job
     uint8_t stepUrgency;      // of every command 2, resumed ones included
-    int missingItemLine;      // the line a missing item's fatal check names
+    Check missingItemCheck;   // where a missing item's fatal check reports itself
 };
 
 class ChunkedJobThread : public JobThread, public ProgressNotifier {
@@ -70,7 +71,7 @@ protected:
 private:
     // Makes the command's item the current one; a missing item aborts with
     // the fatal check of `line`.
-    void requireItem(const WVThreadCmd& cmd, int line);
+    void requireItem(const WVThreadCmd& cmd, Check site);
 
     const ChunkedJobConfig mConfig;
 };

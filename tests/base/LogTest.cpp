@@ -1,6 +1,8 @@
 #define WV_LOG_TAG "LogTest"
 #include "base/Log.h"
 
+#include "base/CheckSites.h"
+
 #include <gtest/gtest.h>
 
 #include "TestSupport.h"
@@ -29,6 +31,19 @@ TEST(LogDeathTest, CheckNamesUnitLineAndCondition) {
     EXPECT_DEATH(WV_CHECK_EQ("WavoryxPriv", 460, "mClient.connect(),(status_t)OK", -5, 0),
                  "frameworks/av/tools/libwavoryx/WavoryxPriv:460 CHECK_EQ\\( "
                  "mClient.connect\\(\\),\\(status_t\\)OK\\) failed: -5 vs\\. 0");
+}
+
+// The checks that name a site of the table report it as the literal ones did.
+TEST(LogDeathTest, ChecksAtTableSitesNameTheirUnitAndLine) {
+    GTEST_FLAG_SET(death_test_style, "threadsafe");
+    const int started = 0;
+    EXPECT_DEATH(WV_CHECK_AT(wv::Check::kPlayerFillStarted, started),
+                 "F/LogTest: frameworks/av/tools/libwavoryx/AudioPlayer:739 CHECK\\(started\\) failed\\.");
+    EXPECT_DEATH(WV_CHECK_EQ_AT(wv::Check::kEngineConnect, "mClient.connect(),(status_t)OK", -5, 0),
+                 "frameworks/av/tools/libwavoryx/WavoryxPriv:460 CHECK_EQ\\( "
+                 "mClient.connect\\(\\),\\(status_t\\)OK\\) failed: -5 vs\\. 0");
+    EXPECT_DEATH(WV_FATAL_AT(wv::Check::kDecoderJobItem, "CHECK(%s) failed.", "info != NULL"),
+                 "WavoryxPriv:24 CHECK\\(info != NULL\\) failed\\.");
 }
 
 TEST(LogDeathTest, FatalIsWrittenEvenWhenLoggingIsOff) {

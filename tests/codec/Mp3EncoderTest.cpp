@@ -15,6 +15,7 @@
 namespace {
 
 using wv::AudioEncoder;
+using wv::EncodeFormat;
 using wv::Mp3Encoder;
 
 struct FrameSummary {
@@ -63,7 +64,7 @@ FrameSummary walkFrames(const std::vector<char>& file) {
 std::unique_ptr<AudioEncoder> encodeFile(const std::string& path, uint32_t rate, uint32_t channels,
                                          uint32_t kbps, const std::vector<int16_t>& pcm,
                                          int blockBytes) {
-    std::unique_ptr<AudioEncoder> encoder(AudioEncoder::createAudioEncoder(ENCODE_MP3, path.c_str()));
+    std::unique_ptr<AudioEncoder> encoder(AudioEncoder::createAudioEncoder(EncodeFormat::Mp3, path.c_str()));
     if (!encoder || encoder->initEncoder(rate, channels, kbps, 1) != 0) return nullptr;
     const auto* bytes = reinterpret_cast<const char*>(pcm.data());
     const int total = static_cast<int>(pcm.size() * 2);

@@ -9,6 +9,8 @@
 #include <string>
 #include <vector>
 
+#include <wavoryx/Wavoryx.h>
+
 #include "AudioFiles.h"
 #include "SmallFilesystem.h"
 #include "TestSupport.h"
@@ -16,6 +18,7 @@
 namespace {
 
 using wv::AudioEncoder;
+using wv::EncodeFormat;
 using wv::FileWriter;
 using wv::WaveEncoder;
 
@@ -30,7 +33,8 @@ uint16_t le16(const std::vector<char>& b, size_t at) {
 std::string tag(const std::vector<char>& b, size_t at) { return std::string(&b[at], 4); }
 
 std::unique_ptr<AudioEncoder> create(encode_type type, const std::string& path) {
-    return std::unique_ptr<AudioEncoder>(AudioEncoder::createAudioEncoder(type, path.c_str()));
+    return std::unique_ptr<AudioEncoder>(
+        AudioEncoder::createAudioEncoder(static_cast<EncodeFormat>(type), path.c_str()));
 }
 
 TEST(WaveEncoder, HeaderAndDataOfStereoFile) {

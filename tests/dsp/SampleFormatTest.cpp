@@ -26,7 +26,10 @@ TEST(SampleFormat, ChannelLayoutsConvertInPlace) {
     Mono2Stereo(untouched.data(), 0);
     Stereo2Float(untouched.data(), 0);
     Float2Stereo(untouched.data(), 0);
+#pragma GCC diagnostic push
+#pragma GCC diagnostic ignored "-Wdeprecated-declarations"
     ramp_up(untouched.data(), 2);
+#pragma GCC diagnostic pop
     EXPECT_EQ(untouched, (Samples{7, 8, 9, 10}));
 }
 

@@ -148,7 +148,7 @@ TEST(RecordControl, CommandsOfAVanishedItemAreDroppedAndTheirJobFreed) {
     rectest::RecordingEngine r(work.prefix());
     const std::string path = work.file("orphan.wav");
     auto* job = new wv::RecordJob();
-    job->encoder.reset(wv::AudioEncoder::createAudioEncoder(ENCODE_WAV, path.c_str()));
+    job->encoder.reset(wv::AudioEncoder::createAudioEncoder(wv::EncodeFormat::Wav, path.c_str()));
     ASSERT_TRUE(job->encoder);
     ASSERT_EQ(job->encoder->initEncoder(8000, 1, 320, wv::AudioEncoder::FORMAT_PCM_16), 0);
     job->waveform.reset(new wv::WaveformState(8000, 1));

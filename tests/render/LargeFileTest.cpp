@@ -189,7 +189,7 @@ TEST(LargeWaveform, PointsCompleteBeyondTwoToThe32Samples) {
 // the same 16 MiB of the file, so the disk holds no more than that.
 TEST(LargeWaveOutput, SizesBeyondFourGiBAreMarkedNotWrapped) {
     wvtest::TempDir dir;
-    std::unique_ptr<AudioEncoder> encoder(AudioEncoder::createAudioEncoder(ENCODE_WAV, dir.file("big.wav").c_str()));
+    std::unique_ptr<AudioEncoder> encoder(AudioEncoder::createAudioEncoder(wv::EncodeFormat::Wav, dir.file("big.wav").c_str()));
     ASSERT_NE(encoder, nullptr);
     ASSERT_EQ(encoder->initEncoder(44100, 2, 0, 1), 0);
     const int chunk = 16 << 20;
@@ -209,7 +209,7 @@ TEST(LargeWaveOutput, SizesBeyondFourGiBAreMarkedNotWrapped) {
     EXPECT_EQ(le32(24), 44100u);
 
     // Just below the limit the sizes are exact.
-    std::unique_ptr<AudioEncoder> small(AudioEncoder::createAudioEncoder(ENCODE_WAV, dir.file("s.wav").c_str()));
+    std::unique_ptr<AudioEncoder> small(AudioEncoder::createAudioEncoder(wv::EncodeFormat::Wav, dir.file("s.wav").c_str()));
     ASSERT_EQ(small->initEncoder(8000, 1, 0, 1), 0);
     for (int k = 0; k < 255; ++k) {  // 4080 MiB
         ASSERT_EQ(small->seek(WaveEncoder::HEADER_BYTES), int64_t(WaveEncoder::HEADER_BYTES));

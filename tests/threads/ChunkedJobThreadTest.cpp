@@ -14,7 +14,7 @@ constexpr uint32_t kProgressEvent = 50;
 constexpr uint32_t kCancelledEvent = 51;
 constexpr uint32_t kDoneEvent = 52;
 constexpr uint8_t kUrgency = 4;
-constexpr int kLine = 77;
+constexpr wv::Check kMissingItemSite = wv::Check::kDecoderJobItem;  // "WavoryxPriv:24"
 
 struct CountingJob {
     explicit CountingJob(int* freed) : freedCount(freed) {}
@@ -29,7 +29,7 @@ class FakeWorker : public wv::EventSink, public wv::ChunkedJobThread {
 public:
     static constexpr int32_t kStepMs = 5;
 
-    FakeWorker() : ChunkedJobThread(this, {0.5f, kProgressEvent, kCancelledEvent, kUrgency, kLine}) {}
+    FakeWorker() : ChunkedJobThread(this, {0.5f, kProgressEvent, kCancelledEvent, kUrgency, kMissingItemSite}) {}
 
     void notifyClient(WVThreadCmd event, int32_t) override {
         log.push_back("event " + std::to_string(event.code) + "/" + std::to_string(event.pcmId) + "/" +
@@ -143,13 +143,13 @@ TEST(ChunkedJobThreadDeathTest, ACommandOfAMissingItemAborts) {
             FakeWorker worker;
             worker.run(WVThreadCmd(wv::JobThread::kCmdContinue, 3, -1));
         },
-        "WavoryxPriv:77 CHECK\\(info != NULL\\) failed\\.");
+        "WavoryxPriv:24 CHECK\\(info != NULL\\) failed\\.");
     EXPECT_DEATH(
         {
             FakeWorker worker;
             worker.cancel(WVThreadCmd(wv::JobThread::kCmdContinue, 3, -1));
         },
-        "WavoryxPriv:77 CHECK\\(info != NULL\\) failed\\.");
+        "WavoryxPriv:24 CHECK\\(info != NULL\\) failed\\.");
 }
 
 }  // namespace
