@@ -24,6 +24,9 @@ bool loadPortAudio() { return portAudio().load(); }
 
 }  // namespace wv
 
+// The forwarders below read as a table of signatures, one a line; the
+// formatter would split them and space the pointers of macro arguments.
+// clang-format off
 #define WV_FORWARD(ret, name, params, args)                                                              \
     extern "C" ret name params {                                                                         \
         static const auto real = reinterpret_cast<decltype(&::name)>(wv::portAudio().symbolOrDie(#name)); \
@@ -48,3 +51,4 @@ WV_FORWARD(PaError, Pa_StopStream, (PaStream* stream), (stream))
 WV_FORWARD(PaError, Pa_AbortStream, (PaStream* stream), (stream))
 WV_FORWARD(PaError, Pa_CloseStream, (PaStream* stream), (stream))
 WV_FORWARD(const PaStreamInfo*, Pa_GetStreamInfo, (PaStream* stream), (stream))
+// clang-format on

@@ -75,6 +75,9 @@ void logSettingsChanged() {
 }  // namespace
 }  // namespace wv
 
+// The forwarders below read as a table of signatures, one a line; the
+// formatter would split them and space the pointers of macro arguments.
+// clang-format off
 #define WV_FORWARD(ret, name, params, args)                                                          \
     extern "C" ret name params {                                                                     \
         static const auto real = reinterpret_cast<decltype(&::name)>(wv::ffmpeg().symbolOrDie(#name)); \
@@ -164,3 +167,4 @@ WV_FORWARD(int, swr_convert, (SwrContext* s, uint8_t** out, int outCount, const 
 WV_FORWARD(void, swr_free, (SwrContext** s), (s))
 WV_FORWARD(int, swr_get_out_samples, (SwrContext* s, int inSamples), (s, inSamples))
 WV_FORWARD(int, swr_init, (SwrContext* s), (s))
+// clang-format on
