@@ -5,8 +5,7 @@
 // here, in one table, rather than as literals at every check.
 //
 // The table sits in base so that every layer, from the workers up to the
-// engine, can name its sites. Checks that simply report their own place
-// (__LINE__) need no entry.
+// engine, can name its sites.
 #pragma once
 
 #include <cstddef>
@@ -49,6 +48,11 @@ enum class Check : int {
     kPlayerFillRate,
     kPlayerReadResult,
     kPlayerBufferTime,
+    // The MP3 encoder and the lazily opened libraries.
+    kMp3EncoderOutput,
+    kMp3EncoderTag,
+    kLazyLibrarySlots,
+    kLazyLibrarySymbol,
     kCount
 };
 
@@ -86,6 +90,10 @@ inline constexpr CheckSite kCheckSites[] = {
     {Check::kPlayerFillRate, "AudioPlayer", 740},
     {Check::kPlayerReadResult, "AudioPlayer", 619},
     {Check::kPlayerBufferTime, "AudioPlayer", 674},
+    {Check::kMp3EncoderOutput, "codec/Mp3Encoder", 15},
+    {Check::kMp3EncoderTag, "codec/Mp3Encoder", 50},
+    {Check::kLazyLibrarySlots, "LazyLibraries", 20},
+    {Check::kLazyLibrarySymbol, "LazyLibraries", 60},
 };
 
 constexpr bool checkSitesInOrder() {

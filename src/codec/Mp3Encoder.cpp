@@ -6,13 +6,14 @@
 #include <algorithm>
 #include <cstdlib>
 
+#include "base/CheckSites.h"
 #include "base/Log.h"
 
 namespace wv {
 
 Mp3Encoder::Mp3Encoder() {
     mOutput = static_cast<unsigned char*>(std::malloc(OUTPUT_BYTES));
-    WV_CHECK("codec/Mp3Encoder", 15, mOutput != nullptr);
+    WV_CHECK_AT(Check::kMp3EncoderOutput, mOutput != nullptr);
 }
 
 Mp3Encoder::~Mp3Encoder() {
@@ -47,7 +48,7 @@ int Mp3Encoder::initEncoder(uint32_t sampleRate, uint32_t channels, uint32_t bit
     const size_t tagBytes = lame_get_id3v2_tag(mLame, nullptr, 0);
     if (tagBytes == 0) return 0;
     auto* tag = static_cast<unsigned char*>(std::malloc(tagBytes));
-    WV_CHECK("codec/Mp3Encoder", 50, tag != nullptr);
+    WV_CHECK_AT(Check::kMp3EncoderTag, tag != nullptr);
     mLastBytes = static_cast<int>(lame_get_id3v2_tag(mLame, tag, tagBytes));
     const int status = write(tag, static_cast<uint32_t>(mLastBytes));
     std::free(tag);

@@ -3,6 +3,7 @@
 
 #include <dlfcn.h>
 
+#include "base/CheckSites.h"
 #include "base/Log.h"
 
 namespace wv {
@@ -17,7 +18,7 @@ LazyLibraries::LazyLibraries(const char* const* sonames, void (*onLoaded)())
 bool LazyLibraries::load() {
     std::call_once(mOnce, [this] {
         for (int i = 0; mSonames[i] != nullptr; ++i) {
-            WV_CHECK("LazyLibraries", 20, i < kMaxLibraries);
+            WV_CHECK_AT(Check::kLazyLibrarySlots, i < kMaxLibraries);
             mHandles[i] = dlopen(mSonames[i], RTLD_NOW | RTLD_GLOBAL);
             if (mHandles[i] == nullptr) {
                 const char* why = dlerror();
@@ -57,7 +58,7 @@ void* LazyLibraries::lookUp(const char* name) const {
 void* LazyLibraries::symbolOrDie(const char* name) {
     void* address = symbol(name);
     if (address == nullptr) {
-        fatalCheck(WV_LOG_TAG, "LazyLibraries", 60,
+        WV_FATAL_AT(Check::kLazyLibrarySymbol,
                    "%s is missing from %s and its companions", name, mSonames[0]);
     }
     return address;
