@@ -46,9 +46,7 @@ void checkEditOptions(EditOptions& options) {
     options.type = outputEncoding(options.output, options.format);
 }
 
-uint32_t msToFrame(uint32_t ms, int rate) {
-    return uint32_t(uint64_t(ms) * uint32_t(rate) / 1000);
-}
+uint32_t msToFrame(uint32_t ms, int rate) { return uint32_t(uint64_t(ms) * uint32_t(rate) / 1000); }
 
 // Adds every range as a clip of the list; false (reported) for a range
 // that starts at or after its source's end.
@@ -139,7 +137,8 @@ void addEditCommand(CLI::App& app, CommandLine& line) {
     edit->add_option("-o,--output", options->output, "The file to write")->required()->type_name("OUT");
     edit->add_option("--format", options->format, "wav or mp3 (default: from the extension of OUT)")
         ->check(CLI::IsMember({"wav", "mp3"}));
-    edit->add_option("--rate", options->rate, "Sample rate in Hz, above a quarter of every source's (default: the highest of the sources')")
+    edit->add_option("--rate", options->rate,
+                     "Sample rate in Hz, above a quarter of every source's (default: the highest of the sources')")
         ->check(CLI::Range(1000, 192000));
     edit->add_option("--channels", options->channels, "1 or 2 (default: the sources')")->check(CLI::Range(1, 2));
     edit->add_option("--bitrate", options->bitrate, "MP3 bit rate in kbit/s (default 320)")->check(CLI::Range(8, 320));

@@ -61,8 +61,8 @@ encode_type outputEncoding(const std::string& output, const std::string& format)
     for (char& c : chosen) c = char(std::tolower(static_cast<unsigned char>(c)));
     if (chosen == "wav") return ENCODE_WAV;
     if (chosen == "mp3") return ENCODE_MP3;
-    throw CLI::ValidationError("--format", "cannot tell the format of '" + output +
-                                               "': name it .wav or .mp3, or give --format wav|mp3");
+    throw CLI::ValidationError(
+        "--format", "cannot tell the format of '" + output + "': name it .wav or .mp3, or give --format wav|mp3");
 }
 
 }  // namespace wvcli

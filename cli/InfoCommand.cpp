@@ -40,18 +40,21 @@ std::string jsonString(const std::string& text) {
 void printText(const LoadedSource& source) {
     std::printf("%s: %s, %d Hz, %s, %u frames, %s\n", source.path.c_str(), fileKind(source.path).c_str(),
                 source.sampleRate,
-                source.channels == 1 ? "mono" : source.channels == 2 ? "stereo" : "? channels", source.frames,
-                formatTimeMs(source.durationMs()).c_str());
+                source.channels == 1   ? "mono"
+                : source.channels == 2 ? "stereo"
+                                       : "? channels",
+                source.frames, formatTimeMs(source.durationMs()).c_str());
 }
 
 void printJson(const std::vector<const LoadedSource*>& loaded) {
     std::printf("[");
     for (size_t i = 0; i < loaded.size(); ++i) {
         const LoadedSource& s = *loaded[i];
-        std::printf("%s\n  {\"file\": %s, \"format\": %s, \"sampleRate\": %d, \"channels\": %d, "
-                    "\"frames\": %u, \"durationMs\": %llu}",
-                    i == 0 ? "" : ",", jsonString(s.path).c_str(), jsonString(fileKind(s.path)).c_str(),
-                    s.sampleRate, s.channels, s.frames, static_cast<unsigned long long>(s.durationMs()));
+        std::printf(
+            "%s\n  {\"file\": %s, \"format\": %s, \"sampleRate\": %d, \"channels\": %d, "
+            "\"frames\": %u, \"durationMs\": %llu}",
+            i == 0 ? "" : ",", jsonString(s.path).c_str(), jsonString(fileKind(s.path)).c_str(), s.sampleRate,
+            s.channels, s.frames, static_cast<unsigned long long>(s.durationMs()));
     }
     std::printf("%s]\n", loaded.empty() ? "" : "\n");
 }
@@ -88,9 +91,7 @@ void addInfoCommand(CLI::App& app, CommandLine& line) {
         "Examples:\n"
         "  wavoryx info song.mp3 take.wav\n"
         "  wavoryx info --json song.mp3 | python3 -m json.tool");
-    info->callback([options, &line] {
-        line.run = [options, &line] { return runInfo(*options, line.global); };
-    });
+    info->callback([options, &line] { line.run = [options, &line] { return runInfo(*options, line.global); }; });
 }
 
 }  // namespace wvcli

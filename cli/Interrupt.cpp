@@ -28,12 +28,8 @@ void installInterruptHandlers() {
     sigaction(SIGPIPE, &ignore, nullptr);
 }
 
-int interruptSignal() {
-    return gSignal;
-}
+int interruptSignal() { return gSignal; }
 
-int interruptExitStatus() {
-    return 128 + gSignal;
-}
+int interruptExitStatus() { return 128 + gSignal; }
 
 }  // namespace wvcli

@@ -22,8 +22,13 @@ constexpr int kPollMs = 100;
 constexpr auto kCancelWait = std::chrono::seconds(10);
 
 enum LoadEvent { kLoadFailed = 0, kLoadProgress = 3, kLoadDone = 4, kLoadCancelled = 5, kLoadNoSpace = 7 };
-enum RenderEvent { kRenderFailed = 20, kRenderProgress = 21, kRenderDone = 22, kRenderCancelled = 23,
-                   kRenderStopped = 25 };
+enum RenderEvent {
+    kRenderFailed = 20,
+    kRenderProgress = 21,
+    kRenderDone = 22,
+    kRenderCancelled = 23,
+    kRenderStopped = 25
+};
 
 std::string baseName(const std::string& path) {
     const size_t slash = path.find_last_of('/');
@@ -101,8 +106,8 @@ int loadSources(Session& session, const std::vector<std::string>& paths, std::ve
             failed = true;
         }
     }
-    const std::string label =
-        sources.size() == 1 ? "loading " + baseName(sources[0].path) : "loading " + std::to_string(sources.size()) + " files";
+    const std::string label = sources.size() == 1 ? "loading " + baseName(sources[0].path)
+                                                  : "loading " + std::to_string(sources.size()) + " files";
     Progress progress(label, session.options().quiet);
     std::vector<int> percent(sources.size(), 0);
     size_t pending = 0;
@@ -207,8 +212,8 @@ int renderList(Session& session, int listId, const std::string& workPath, const 
             break;
         case kRenderStopped:
             reportError(shownPath, lowOnSpace(folderOf(workPath)) ? "storage full"
-                                                                 : "the encoder does not accept this rate, channel "
-                                                                   "count or bit rate");
+                                                                  : "the encoder does not accept this rate, channel "
+                                                                    "count or bit rate");
             break;
         default: reportError(shownPath, "rendering was cancelled"); break;
     }

@@ -91,9 +91,7 @@ extern "C" void onStop(int) {
     errno = savedErrno;
 }
 
-extern "C" void restoreAtExit() {
-    restoreTerminal();
-}
+extern "C" void restoreAtExit() { restoreTerminal(); }
 
 }  // namespace
 

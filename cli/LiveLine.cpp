@@ -20,9 +20,7 @@ constexpr int kMeterWidth = 30;
 
 LiveLine::LiveLine(bool quiet) : mLive(!quiet && isatty(STDERR_FILENO) == 1) {}
 
-LiveLine::~LiveLine() {
-    clear();
-}
+LiveLine::~LiveLine() { clear(); }
 
 void LiveLine::show(const std::string& text) {
     if (!mLive) return;

@@ -163,9 +163,7 @@ bool writeInto(const Watch& watch, const std::string& done, const std::string& p
 
 }  // namespace
 
-void giveDocumentMode(const std::string& path) {
-    ::chmod(path.c_str(), 0666 & ~currentUmask());
-}
+void giveDocumentMode(const std::string& path) { ::chmod(path.c_str(), 0666 & ~currentUmask()); }
 
 bool isSameFile(const std::string& a, const std::string& b) {
     struct stat sa;
@@ -181,9 +179,7 @@ const std::string* sameFileAmong(const std::string& output, const std::vector<st
     return nullptr;
 }
 
-std::string sameFileReason(const std::string& input) {
-    return "is the same file as " + input;
-}
+std::string sameFileReason(const std::string& input) { return "is the same file as " + input; }
 
 bool examineOutput(const std::string& path, OutputTarget& target, std::string& why) {
     target = OutputTarget();

@@ -127,8 +127,7 @@ private:
             case Key::Left:
             case Key::Right:
                 mEngine.playSeekTo(int(seekTargetMs(int64_t(positionMs(mEngine)),
-                                                    key == Key::Left ? -kSeekStepMs : kSeekStepMs,
-                                                    mView.durationMs)));
+                                                    key == Key::Left ? -kSeekStepMs : kSeekStepMs, mView.durationMs)));
                 break;
             case Key::Plus:
             case Key::Minus:
@@ -202,8 +201,8 @@ int runPlay(const PlayOptions& options, const GlobalOptions& global) {
     PlayLoop loop(session, source, options.speed);
     if (!loop.live() && !global.quiet) {
         std::fprintf(stderr, "playing %s: %s from %s at %dx %s\n", source.path.c_str(),
-                     formatTimeMs(source.durationMs()).c_str(), formatTimeMs(startMs).c_str(),
-                     std::abs(options.speed), backwards ? "backwards" : "forwards");
+                     formatTimeMs(source.durationMs()).c_str(), formatTimeMs(startMs).c_str(), std::abs(options.speed),
+                     backwards ? "backwards" : "forwards");
     }
     engine.playResume();
     const Outcome outcome = loop.run();
@@ -237,11 +236,12 @@ int runPlay(const PlayOptions& options, const GlobalOptions& global) {
 
 void addPlayCommand(CLI::App& app, CommandLine& line) {
     auto options = std::make_shared<PlayOptions>();
-    CLI::App* play = app.add_subcommand("play", "Play an audio file, with keys to pause, seek, change speed and reverse");
+    CLI::App* play =
+        app.add_subcommand("play", "Play an audio file, with keys to pause, seek, change speed and reverse");
     play->add_option("FILE", options->file, "An audio file")->required();
-    play->add_option("--seek", options->seek, "Start at this time (default 0, or the end for backwards play)")->type_name("T");
-    play->add_option("--speed", options->speed,
-                     "Whole-number speed, 1 to 4; negative plays backwards (default 1)")
+    play->add_option("--seek", options->seek, "Start at this time (default 0, or the end for backwards play)")
+        ->type_name("T");
+    play->add_option("--speed", options->speed, "Whole-number speed, 1 to 4; negative plays backwards (default 1)")
         ->type_name("N");
     play->footer(
         "Keys (when standard input is a terminal): space pause/resume, left/right seek 5 s,\n"

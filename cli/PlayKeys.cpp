@@ -4,9 +4,7 @@
 
 namespace wvcli {
 
-bool isPlayableSpeed(int speed) {
-    return speed != 0 && std::abs(speed) <= kMaxPlaySpeed;
-}
+bool isPlayableSpeed(int speed) { return speed != 0 && std::abs(speed) <= kMaxPlaySpeed; }
 
 SpeedStep stepSpeed(int speed, Key key) {
     SpeedStep step;

@@ -8,12 +8,10 @@ namespace wvcli {
 namespace {
 constexpr int kBarWidth = 30;
 constexpr int kPlainStep = 25;
-}
+}  // namespace
 
 Progress::Progress(std::string label, bool quiet)
-    : mLabel(std::move(label)),
-      mQuiet(quiet),
-      mTerminal(isatty(STDERR_FILENO) == 1),
+    : mLabel(std::move(label)), mQuiet(quiet), mTerminal(isatty(STDERR_FILENO) == 1),
       mStart(std::chrono::steady_clock::now()) {}
 
 Progress::~Progress() {
@@ -45,8 +43,7 @@ void Progress::draw() {
         const int filled = mPercent * kBarWidth / 100;
         for (int i = 0; i < kBarWidth; ++i) bar[i] = i < filled ? '#' : '.';
         bar[kBarWidth] = '\0';
-        std::fprintf(stderr, "\r%s  [%s] %3d%%  %s\033[K", mLabel.c_str(), bar, mPercent,
-                     elapsedText().c_str());
+        std::fprintf(stderr, "\r%s  [%s] %3d%%  %s\033[K", mLabel.c_str(), bar, mPercent, elapsedText().c_str());
     } else {
         std::fprintf(stderr, "%s: %d%% (%s)\n", mLabel.c_str(), mPercent, elapsedText().c_str());
     }

@@ -21,8 +21,8 @@
 
 #include <cerrno>
 #include <chrono>
-#include <cstring>
 #include <cstdio>
+#include <cstring>
 #include <memory>
 #include <string>
 
@@ -54,8 +54,14 @@ constexpr auto kStopWait = std::chrono::seconds(10);
 constexpr auto kSetupWait = std::chrono::milliseconds(300);
 
 enum RecordEvent {
-    kRecordFailed = 60, kRecordStarted = 61, kRecordEnded = 63, kRecordFull = 64, kRecordResumed = 65,
-    kRecordPaused = 66, kRecordLost = 67, kRecordLevel = 80
+    kRecordFailed = 60,
+    kRecordStarted = 61,
+    kRecordEnded = 63,
+    kRecordFull = 64,
+    kRecordResumed = 65,
+    kRecordPaused = 66,
+    kRecordLost = 67,
+    kRecordLevel = 80
 };
 enum EndValue { kEndWriteError = 1, kEndNoSpace = 3 };
 
@@ -101,10 +107,10 @@ struct RecordState {
     bool stopping = false;
     bool ended = false;
     int endValue = 0;
-    bool full = false;    // paused for lack of storage space
-    int failedWith = 0;   // the value of a failure event, or 0
-    int level = 0;        // the loudest point since the last redraw
-    uint64_t lostMs = 0;  // audio the input lost, recorded as silence
+    bool full = false;      // paused for lack of storage space
+    int failedWith = 0;     // the value of a failure event, or 0
+    int level = 0;          // the loudest point since the last redraw
+    uint64_t lostMs = 0;    // audio the input lost, recorded as silence
     bool haveFile = false;  // `file` is the recording's file, seen once it started
     struct stat file = {};
 };
@@ -325,8 +331,8 @@ int runRecord(const RecordOptions& options, const GlobalOptions& global) {
         return 1;
     }
     Wavoryx& engine = session.engine();
-    const int id = engine.recordStart(place.path.c_str(), options.type, options.rate, options.channels,
-                                      options.bitrate, kMicrophoneSource, effectCode(options.effect));
+    const int id = engine.recordStart(place.path.c_str(), options.type, options.rate, options.channels, options.bitrate,
+                                      kMicrophoneSource, effectCode(options.effect));
     if (id <= 0) {
         reportError(options.output, "the engine refused to record (" + std::to_string(options.channels) +
                                         " channels at " + std::to_string(options.rate) + " Hz)");
@@ -383,10 +389,13 @@ void addRecordCommand(CLI::App& app, CommandLine& line) {
         ->check(CLI::IsMember({"wav", "mp3"}));
     record->add_option("--rate", options->rate, "Sample rate in Hz (default 44100)")->check(CLI::Range(1000, 192000));
     record->add_option("--channels", options->channels, "1 or 2 (default 1)")->check(CLI::Range(1, 2));
-    record->add_option("--bitrate", options->bitrate, "MP3 bit rate in kbit/s (default 320)")->check(CLI::Range(8, 320));
+    record->add_option("--bitrate", options->bitrate, "MP3 bit rate in kbit/s (default 320)")
+        ->check(CLI::Range(8, 320));
     record->add_option("--effect", options->effect, "Voice effect: none, male, female, female-high or robot")
         ->check(CLI::IsMember({"none", "male", "female", "female-high", "robot"}));
-    record->add_option("--duration", options->duration, "Stop after this much recorded audio, at least 0.1 s (pauses do not count)")
+    record
+        ->add_option("--duration", options->duration,
+                     "Stop after this much recorded audio, at least 0.1 s (pauses do not count)")
         ->type_name("T");
     record->footer(
         "Keys (when standard input is a terminal): space pause/resume, q stop.\n"

@@ -80,9 +80,7 @@ void logSink(int priority, const char* tag, const char* message) {
 
 }  // namespace
 
-void reportError(const std::string& subject, const std::string& reason) {
-    reportLine(subject + ": " + reason);
-}
+void reportError(const std::string& subject, const std::string& reason) { reportLine(subject + ": " + reason); }
 
 void reportLine(const std::string& text) {
     // One write, so that lines from the engine's threads do not interleave.

@@ -124,7 +124,8 @@ int runWaveform(const WaveformOptions& options, const GlobalOptions& global) {
 
 void addWaveformCommand(CLI::App& app, CommandLine& line) {
     auto options = std::make_shared<WaveformOptions>();
-    CLI::App* waveform = app.add_subcommand("waveform", "Draw the waveform of an audio file in the terminal or as a PNG");
+    CLI::App* waveform =
+        app.add_subcommand("waveform", "Draw the waveform of an audio file in the terminal or as a PNG");
     waveform->add_option("FILE", options->file, "An audio file")->required();
     waveform->add_option("--from", options->from, "Start time (default 0)")->type_name("T");
     waveform->add_option("--to", options->to, "End time (default: the end)")->type_name("T");

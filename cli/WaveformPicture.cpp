@@ -46,8 +46,8 @@ bool encodePng(FILE* file, const std::vector<uint8_t>& peaks, int height, std::v
         return false;
     }
     png_init_io(png, file);
-    png_set_IHDR(png, info, png_uint_32(peaks.size()), png_uint_32(height), 8, PNG_COLOR_TYPE_RGB,
-                 PNG_INTERLACE_NONE, PNG_COMPRESSION_TYPE_DEFAULT, PNG_FILTER_TYPE_DEFAULT);
+    png_set_IHDR(png, info, png_uint_32(peaks.size()), png_uint_32(height), 8, PNG_COLOR_TYPE_RGB, PNG_INTERLACE_NONE,
+                 PNG_COMPRESSION_TYPE_DEFAULT, PNG_FILTER_TYPE_DEFAULT);
     png_write_info(png, info);
     for (int y = 0; y < height; ++y) {
         fillRow(row, peaks, y, height);

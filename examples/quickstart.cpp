@@ -43,8 +43,9 @@ int main(int argc, char** argv) {
         std::printf("loading %s as item %d; its first 5 s are clip %d\n", argv[i], item, clip);
     }
     engine.setEncodePara(list, 44100, 128, 2, 0);
-    std::printf("list %d: %d Hz, %d channels, duration %d (-3: known once rendering starts)\n", list,
-                engine.getPcmSampleRate(list), engine.getPcmChannelCount(list), engine.getPcmDuration(list));
+    std::printf("list %d: %d Hz, %d channels, duration %d (-3: known once rendering starts)\n",
+                list, engine.getPcmSampleRate(list), engine.getPcmChannelCount(list),
+                engine.getPcmDuration(list));
 
     std::this_thread::sleep_for(std::chrono::seconds(argc > 1 ? 3 : 0));
     engine.stopThreadLoop();

@@ -80,14 +80,11 @@ struct Sources {
 };
 
 struct Process {
-    Process() : sources(files) {
-        setenv("WAVORYX_DEVICE_PACE", "50", 1);
-    }
+    Process() : sources(files) { setenv("WAVORYX_DEVICE_PACE", "50", 1); }
     ScratchDir files;
     ScratchDir work;
     Sources sources;
 };
-
 
 // Jobs started by the sequence: per item id, how many.
 struct Jobs {
@@ -155,8 +152,7 @@ private:
                 const int list = id();
                 const int type = pick(kTypes, mIn.next());
                 const std::string path = outPath(type == ENCODE_MP3 ? ".mp3" : ".wav");
-                api().setOutputPara(list, mIn.next() % 8 ? path.c_str() : nullptr,
-                                    static_cast<encode_type>(type));
+                api().setOutputPara(list, mIn.next() % 8 ? path.c_str() : nullptr, static_cast<encode_type>(type));
                 break;
             }
             case 12: {
@@ -185,22 +181,19 @@ private:
                 const std::string path = outPath(type == ENCODE_MP3 ? ".mp3" : ".wav");
                 const int rate = pick(kRates, mIn.next()), channels = pick(kChannels, mIn.next());
                 const int bits = pick(kBitRates, mIn.next());
-                const int id = api().recordStart(mIn.next() % 8 ? path.c_str() : nullptr,
-                                                 static_cast<encode_type>(type), rate, channels,
-                                                 bits, 1, mIn.next() % 6);
+                const int id =
+                    api().recordStart(mIn.next() % 8 ? path.c_str() : nullptr, static_cast<encode_type>(type), rate,
+                                      channels, bits, 1, mIn.next() % 6);
                 if (id > 0) ++mJobs.recordings[id];
                 break;
             }
             case 23: api().recordPause(); break;
             case 24: api().recordResume(); break;
             case 25: api().recordStop(); break;
-            case 26:
-                std::this_thread::sleep_for(std::chrono::milliseconds(mIn.next() % 16));
-                break;
+            case 26: std::this_thread::sleep_for(std::chrono::milliseconds(mIn.next() % 16)); break;
             case 27: api().setThreadPriority(mIn.next() % 3); break;
             case 28:
-                api().setWorkingDir(mIn.next() % 4 ? mP.work.prefix().c_str()
-                                                   : mP.work.file("missing/").c_str());
+                api().setWorkingDir(mIn.next() % 4 ? mP.work.prefix().c_str() : mP.work.file("missing/").c_str());
                 break;
             default:
                 // Events wait while no loop runs, and are delivered after.

@@ -105,8 +105,7 @@ Event Engine::waitForEnding(int id, bool (*ends)(int), std::chrono::milliseconds
     return ending;
 }
 
-int renderWhole(Engine& engine, int sourceId, const std::string& outPath, int sampleRate,
-                bool stereo) {
+int renderWhole(Engine& engine, int sourceId, const std::string& outPath, int sampleRate, bool stereo) {
     Wavoryx& api = engine.api();
     const int list = api.newClipList();
     if (list <= 0) fail("newClipList gave %d", list);

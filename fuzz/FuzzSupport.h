@@ -43,8 +43,8 @@ bool writeBytes(const std::string& path, const uint8_t* data, size_t size);
 using wvtest::Event;
 
 // Which codes end a job of each kind.
-bool endsLoad(int code);    // 0, 4, 5, 7
-bool endsRender(int code);  // 20, 22, 23, 25
+bool endsLoad(int code);       // 0, 4, 5, 7
+bool endsRender(int code);     // 20, 22, 23, 25
 bool endsRecording(int code);  // 63
 
 // How many of `events` are of item `id` and have a code for which `ends`
@@ -66,8 +66,7 @@ public:
 
     // The ending event of the one job of item `id`; fails (aborts) when none
     // comes within `timeout` or when there are more than one.
-    Event waitForEnding(int id, bool (*ends)(int),
-                        std::chrono::milliseconds timeout = std::chrono::seconds(20));
+    Event waitForEnding(int id, bool (*ends)(int), std::chrono::milliseconds timeout = std::chrono::seconds(20));
 
 private:
     Wavoryx* mApi;
@@ -76,8 +75,7 @@ private:
 // The ending of a whole-file render of a one-clip list over item `sourceId`
 // into `outPath` as WAV, at `sampleRate` (0: the source's) and in stereo
 // when asked; the list is removed again. Returns the ending code.
-int renderWhole(Engine& engine, int sourceId, const std::string& outPath, int sampleRate = 0,
-                bool stereo = false);
+int renderWhole(Engine& engine, int sourceId, const std::string& outPath, int sampleRate = 0, bool stereo = false);
 
 // The one `State` of the fuzzing process, made at the first input and
 // destroyed at exit, so its engine stops and its files go before the

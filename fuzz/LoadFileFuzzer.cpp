@@ -19,7 +19,6 @@ struct Session {
     unsigned inputs = 0;
 };
 
-
 }  // namespace
 
 extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {

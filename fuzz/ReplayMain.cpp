@@ -41,8 +41,7 @@ int main(int argc, char** argv) {
     std::sort(files.begin(), files.end());
     for (const std::string& file : files) {
         std::ifstream in(file, std::ios::binary);
-        const std::vector<uint8_t> bytes((std::istreambuf_iterator<char>(in)),
-                                         std::istreambuf_iterator<char>());
+        const std::vector<uint8_t> bytes((std::istreambuf_iterator<char>(in)), std::istreambuf_iterator<char>());
         std::printf("replaying %s (%zu bytes)\n", file.c_str(), bytes.size());
         std::fflush(stdout);
         LLVMFuzzerTestOneInput(bytes.data(), bytes.size());

@@ -47,7 +47,6 @@ struct Session {
     unsigned inputs = 0;
 };
 
-
 void sampleEdges(Wavoryx& api, int id) {
     const int32_t durationMs = api.getPcmDuration(id);
     if (durationMs <= 0) return;

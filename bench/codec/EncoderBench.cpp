@@ -52,8 +52,7 @@ void encodeTenMinutes(benchmark::State& state, wv::EncodeFormat type, uint32_t k
     const int secondBytes = static_cast<int>(second.size() * 2);
     long long fileBytes = 0;
     for (auto _ : state) {
-        std::unique_ptr<wv::AudioEncoder> encoder(
-            wv::AudioEncoder::createAudioEncoder(type, path.c_str()));
+        std::unique_ptr<wv::AudioEncoder> encoder(wv::AudioEncoder::createAudioEncoder(type, path.c_str()));
         if (!encoder || encoder->initEncoder(kRate, kChannels, kbps, 1) != 0) {
             state.SkipWithError("encoder could not start");
             break;

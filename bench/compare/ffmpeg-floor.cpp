@@ -59,9 +59,8 @@ struct Decode {
         channels = codec->ch_layout.nb_channels > 2 ? 2 : codec->ch_layout.nb_channels;
         AVChannelLayout layout;
         av_channel_layout_default(&layout, channels);
-        const bool ok = swr_alloc_set_opts2(&convert, &layout, AV_SAMPLE_FMT_S16, codec->sample_rate,
-                                            &codec->ch_layout, codec->sample_fmt, codec->sample_rate, 0,
-                                            nullptr) == 0 &&
+        const bool ok = swr_alloc_set_opts2(&convert, &layout, AV_SAMPLE_FMT_S16, codec->sample_rate, &codec->ch_layout,
+                                            codec->sample_fmt, codec->sample_rate, 0, nullptr) == 0 &&
                         swr_init(convert) == 0;
         av_channel_layout_uninit(&layout);
         return ok;

@@ -77,12 +77,15 @@ Endings gEndings;
 
 void onEvent(int code, int id, int, char*, void*) {
     switch (code) {
-        case kLoadFailed: case kLoadDone: case kLoadCancelled: case kLoadStorageFull:
-        case kRenderFailed: case kRenderDone: case kRenderCancelled: case kRenderStopped:
-            gEndings.post(code, id);
-            break;
-        default:
-            break;
+        case kLoadFailed:
+        case kLoadDone:
+        case kLoadCancelled:
+        case kLoadStorageFull:
+        case kRenderFailed:
+        case kRenderDone:
+        case kRenderCancelled:
+        case kRenderStopped: gEndings.post(code, id); break;
+        default: break;
     }
 }
 

@@ -87,8 +87,8 @@ int main(int argc, char** argv) {
     for (const char* name : {"BM_SmbPitchShift/1024", "BM_SmbPitchShift/2048"}) {
         const auto it = reporter.rates.find(name);
         if (it == reporter.rates.end()) continue;
-        std::printf("%s: %.3g samples/s, %.3fx SoundTouch (%.3g samples/s) at ratio %.2f\n", name,
-                    it->second, it->second / touch->second, touch->second, double(kRatio));
+        std::printf("%s: %.3g samples/s, %.3fx SoundTouch (%.3g samples/s) at ratio %.2f\n", name, it->second,
+                    it->second / touch->second, touch->second, double(kRatio));
     }
     return 0;
 }

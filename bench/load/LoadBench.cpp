@@ -96,8 +96,7 @@ int runChild(const char* file, const char* workDir) {
     }
     const double seconds = nowSeconds() - start;
     const long peak = statusKb("VmHWM");
-    std::printf("%.6f %ld %ld %ld %d\n", seconds, peak, peak - rssBefore, statusKb("RssAnon") - anonBefore,
-                gEndCode);
+    std::printf("%.6f %ld %ld %ld %d\n", seconds, peak, peak - rssBefore, statusKb("RssAnon") - anonBefore, gEndCode);
     engine.stopThreadLoop();
     engine.removePcm(id);
     return gEndCode == 4 ? 0 : 1;
@@ -113,10 +112,10 @@ struct Corpus {
         if (mkdtemp(templ.data()) == nullptr) return;
         dir = templ;
         // Two independent noise channels: every band busy, as in music.
-        const std::string source = "-f lavfi -i \"anoisesrc=d=" + std::to_string(kAudioSeconds) +
-                                   ":c=pink:r=44100:a=0.3:s=1\" -f lavfi -i \"anoisesrc=d=" +
-                                   std::to_string(kAudioSeconds) +
-                                   ":c=pink:r=44100:a=0.3:s=2\" -filter_complex amerge=inputs=2 ";
+        const std::string source =
+            "-f lavfi -i \"anoisesrc=d=" + std::to_string(kAudioSeconds) +
+            ":c=pink:r=44100:a=0.3:s=1\" -f lavfi -i \"anoisesrc=d=" + std::to_string(kAudioSeconds) +
+            ":c=pink:r=44100:a=0.3:s=2\" -filter_complex amerge=inputs=2 ";
         ready = wvtest::runFfmpeg(source + "-c:a libmp3lame -b:a 320k " + wvtest::shellQuote(file("mp3"))) &&
                 wvtest::runFfmpeg(source + "-c:a flac " + wvtest::shellQuote(file("flac")));
     }
@@ -165,8 +164,7 @@ void engineLoad(benchmark::State& state, const char* ext) {
         return;
     }
     const std::string command = wvtest::shellQuote(selfPath()) + " --load-child " +
-                                wvtest::shellQuote(corpus().file(ext)) + " " +
-                                wvtest::shellQuote(corpus().dir + "/");
+                                wvtest::shellQuote(corpus().file(ext)) + " " + wvtest::shellQuote(corpus().dir + "/");
     Totals& totals = gTotals[std::string("engine ") + ext];
     for (auto _ : state) {
         FILE* pipe = ::popen(command.c_str(), "r");
@@ -201,8 +199,8 @@ void ffmpegLoad(benchmark::State& state, const char* ext) {
     }
     const std::string out = corpus().dir + "/ffmpeg.raw";
     const std::string command = "ffmpeg -nostdin -hide_banner -loglevel error -i " +
-                                wvtest::shellQuote(corpus().file(ext)) + " -f s16le -y " +
-                                wvtest::shellQuote(out) + " </dev/null";
+                                wvtest::shellQuote(corpus().file(ext)) + " -f s16le -y " + wvtest::shellQuote(out) +
+                                " </dev/null";
     Totals& totals = gTotals[std::string("ffmpeg ") + ext];
     for (auto _ : state) {
         double seconds = 0;
@@ -239,11 +237,12 @@ void printSummary() {
         if (engine.runs == 0 || ffmpeg.runs == 0) continue;
         const double engineMean = engine.seconds / engine.runs;
         const double ffmpegMean = ffmpeg.seconds / ffmpeg.runs;
-        std::printf("  %-4s engine %.3f s, ffmpeg %.3f s, ratio %.2f (target <= 1.00)\n", ext, engineMean,
-                    ffmpegMean, engineMean / ffmpegMean);
-        std::printf("       peak memory: engine process %.1f MB, of it %.1f MB added by the load "
-                    "(%.1f MB heap; target < 30 MB); ffmpeg process %.1f MB\n",
-                    engine.peakMb, engine.loadPeakMb, engine.heapMb, ffmpeg.peakMb);
+        std::printf("  %-4s engine %.3f s, ffmpeg %.3f s, ratio %.2f (target <= 1.00)\n", ext, engineMean, ffmpegMean,
+                    engineMean / ffmpegMean);
+        std::printf(
+            "       peak memory: engine process %.1f MB, of it %.1f MB added by the load "
+            "(%.1f MB heap; target < 30 MB); ffmpeg process %.1f MB\n",
+            engine.peakMb, engine.loadPeakMb, engine.heapMb, ffmpeg.peakMb);
     }
 }
 

@@ -69,8 +69,8 @@ void decodeWhole(benchmark::State& state, const char* name) {
         }
     }
     state.SetBytesProcessed(bytes);
-    state.counters["x_realtime"] = benchmark::Counter(kSeconds * double(state.iterations()),
-                                                      benchmark::Counter::kIsRate);
+    state.counters["x_realtime"] =
+        benchmark::Counter(kSeconds * double(state.iterations()), benchmark::Counter::kIsRate);
 }
 
 void BM_DecodeMp3(benchmark::State& state) { decodeWhole(state, "tone.mp3"); }
@@ -93,8 +93,8 @@ void BM_ReadWavInPlace(benchmark::State& state) {
         track->stop();
     }
     state.SetBytesProcessed(bytes);
-    state.counters["x_realtime"] = benchmark::Counter(kSeconds * double(state.iterations()),
-                                                      benchmark::Counter::kIsRate);
+    state.counters["x_realtime"] =
+        benchmark::Counter(kSeconds * double(state.iterations()), benchmark::Counter::kIsRate);
 }
 
 // Seek to a point and get the first buffer there, as a player does.

@@ -17,8 +17,8 @@
 #include <wavoryx/platform.h>
 
 #include "AudioFixtures.h"
-#include "engine/WavoryxPriv.h"
 #include "base/Clock.h"
+#include "engine/WavoryxPriv.h"
 #include "platform/MediaService.h"
 #include "play/AudioPlayer.h"
 
@@ -39,8 +39,8 @@ public:
     const char* name() const override { return "idle"; }
 };
 
-std::unique_ptr<wv::AudioOutput> idleOutput(uint32_t rate, uint32_t mask,
-                                            wv::AudioOutput::callback_t callback, void* user) {
+std::unique_ptr<wv::AudioOutput> idleOutput(uint32_t rate, uint32_t mask, wv::AudioOutput::callback_t callback,
+                                            void* user) {
     return std::unique_ptr<wv::AudioOutput>(
         new wv::AudioOutput(std::unique_ptr<wv::AudioOutputDevice>(new IdleDevice()), rate,
                             wv::AudioOutput::AUDIO_FORMAT_PCM_16_BIT, mask, 0, callback, user));
@@ -50,14 +50,12 @@ struct Corpus {
     std::string dir;
     bool ready = false;
     Corpus() {
-        std::string templ =
-            (std::filesystem::temp_directory_path() / "wavoryx-play-bench-XXXXXX").string();
+        std::string templ = (std::filesystem::temp_directory_path() / "wavoryx-play-bench-XXXXXX").string();
         if (mkdtemp(templ.data()) == nullptr) return;
         dir = templ;
         const std::vector<int16_t> tone = wvtest::makeTone(kRate, 2, kSeconds, 440.0);
         ready = wvtest::writeWav(dir + "/tone.wav", tone, kRate, 2) &&
-                wvtest::encodeWithFfmpeg(dir + "/tone.wav", dir + "/tone.mp3",
-                                         "-c:a libmp3lame -b:a 192k");
+                wvtest::encodeWithFfmpeg(dir + "/tone.wav", dir + "/tone.mp3", "-c:a libmp3lame -b:a 192k");
         wv::MediaService::connect();
     }
     ~Corpus() {
@@ -101,8 +99,7 @@ void fillCost(benchmark::State& state, bool pcmPresent) {
         state.SkipWithError("no source");
         return;
     }
-    player.setReader(item.get(), std::unique_ptr<wv::PcmInfoReader>(
-                                     new wv::PcmInfoReader(item.get())));
+    player.setReader(item.get(), std::unique_ptr<wv::PcmInfoReader>(new wv::PcmInfoReader(item.get())));
     if (player.start(true) != 0 || player.usingReader() != pcmPresent) {
         state.SkipWithError("player did not start on the expected input");
         return;

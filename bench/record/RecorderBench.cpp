@@ -29,8 +29,8 @@
 
 #include <wavoryx/platform.h>
 
-#include "engine/WavoryxPriv.h"
 #include "base/Clock.h"
+#include "engine/WavoryxPriv.h"
 #include "record/RecorderThread.h"
 
 namespace {
@@ -56,9 +56,9 @@ bool writeInput(const std::string& path, int seconds) {
     auto put32 = [](uint8_t* p, uint32_t v) {
         for (int i = 0; i < 4; ++i) p[i] = uint8_t(v >> (8 * i));
     };
-    uint8_t header[44] = {'R', 'I', 'F', 'F', 0, 0, 0, 0, 'W', 'A', 'V', 'E', 'f', 'm', 't', ' ',
-                          16, 0, 0, 0, 1, 0, kChannels, 0, 0, 0, 0, 0, 0, 0, 0, 0,
-                          kChannels * 2, 0, 16, 0, 'd', 'a', 't', 'a', 0, 0, 0, 0};
+    uint8_t header[44] = {
+        'R',       'I', 'F', 'F', 0, 0, 0, 0, 'W', 'A', 'V',           'E', 'f', 'm', 't', ' ', 16,  0,   0, 0, 1, 0,
+        kChannels, 0,   0,   0,   0, 0, 0, 0, 0,   0,   kChannels * 2, 0,   16,  0,   'd', 'a', 't', 'a', 0, 0, 0, 0};
     put32(header + 4, 36 + bytes);
     put32(header + 24, kRate);
     put32(header + 28, kRate * kChannels * 2);

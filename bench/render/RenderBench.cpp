@@ -41,9 +41,7 @@ constexpr uint32_t kOneHour = 3600 * kRate;
 
 using Clock = std::chrono::steady_clock;
 
-double secondsSince(Clock::time_point start) {
-    return std::chrono::duration<double>(Clock::now() - start).count();
-}
+double secondsSince(Clock::time_point start) { return std::chrono::duration<double>(Clock::now() - start).count(); }
 
 // Resident-set figures of this process, in kB.
 long statusKb(const char* field) {
@@ -201,8 +199,8 @@ void BM_RenderTenMinutesToMp3VsLame(benchmark::State& state) {
         state.counters["lame_s"] = theirs;
         state.counters["ratio"] = ours / theirs;
         state.counters["peak_MB"] = peakMb;
-        std::printf("MP3 render %.2f s, lame %.2f s, ratio %.3f (target <= 1.05), peak +%.1f MB (target < 30)\n",
-                    ours, theirs, ours / theirs, peakMb);
+        std::printf("MP3 render %.2f s, lame %.2f s, ratio %.3f (target <= 1.05), peak +%.1f MB (target < 30)\n", ours,
+                    theirs, ours / theirs, peakMb);
     }
 }
 
@@ -231,9 +229,10 @@ void BM_RenderTenMinutesToWavVsCp(benchmark::State& state) {
         state.counters["dd16k_MB_per_s"] = ddMbs;
         state.counters["of_cp"] = oursMbs / cpMbs;
         state.counters["peak_MB"] = peakMb;
-        std::printf("WAV render %.0f MB/s, cp %.0f MB/s, %.2f of cp (target >= 0.5); dd bs=16384 %.0f MB/s "
-                    "(%.2f of cp); peak +%.1f MB (target < 30)\n",
-                    oursMbs, cpMbs, oursMbs / cpMbs, ddMbs, ddMbs / cpMbs, peakMb);
+        std::printf(
+            "WAV render %.0f MB/s, cp %.0f MB/s, %.2f of cp (target >= 0.5); dd bs=16384 %.0f MB/s "
+            "(%.2f of cp); peak +%.1f MB (target < 30)\n",
+            oursMbs, cpMbs, oursMbs / cpMbs, ddMbs, ddMbs / cpMbs, peakMb);
     }
 }
 

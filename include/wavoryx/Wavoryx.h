@@ -93,8 +93,8 @@ public:
     /* NULL switches delivery off: events are then taken and dropped. */
     int32_t setCallback(wavoryx_callback_t callback);
     /* Kept for compatibility: no effect, returns 0. */
-    [[deprecated("does nothing; kept for compatibility")]]
-    int32_t enableWaveformCallback(int, int, int, int);
+    [[deprecated("does nothing; kept for compatibility")]] int32_t enableWaveformCallback(int, int,
+                                                                                          int, int);
     /* Prefix of every file name the engine makes ("<dir><id>.pcm"): give it
      * with its trailing '/'. Default "/mnt/sdcard/". Set it before starting
      * work. A NULL text counts as "". Returns 0.
@@ -126,8 +126,8 @@ public:
     /* Expected duration in ms, -3 while unknown. */
     int32_t getPcmDuration(int id);
     /* `count` 8-bit peaks of [startMs, endMs) into `buffer`. */
-    int32_t getWaveformSamples(int id, unsigned int startMs, unsigned int endMs,
-                               unsigned int count, void* buffer);
+    int32_t getWaveformSamples(int id, unsigned int startMs, unsigned int endMs, unsigned int count,
+                               void* buffer);
 
     /* A new empty clip list; returns its id. */
     int32_t newClipList();
@@ -190,11 +190,12 @@ private:
 };
 
 /* Kept for compatibility: no effect, return 0. */
-[[deprecated("does nothing; kept for compatibility")]]
-WAVORYX_API int32_t insertClip(int, int, int, unsigned int, unsigned int);
-[[deprecated("does nothing; kept for compatibility")]]
-WAVORYX_API int32_t insertClipMs(int, int, int, unsigned int, unsigned int);
-[[deprecated("does nothing; kept for compatibility")]]
-WAVORYX_API int32_t removeClip(int, unsigned int);
+[[deprecated("does nothing; kept for compatibility")]] WAVORYX_API int32_t insertClip(int, int, int,
+                                                                                      unsigned int,
+                                                                                      unsigned int);
+[[deprecated("does nothing; kept for compatibility")]] WAVORYX_API int32_t
+insertClipMs(int, int, int, unsigned int, unsigned int);
+[[deprecated("does nothing; kept for compatibility")]] WAVORYX_API int32_t removeClip(int,
+                                                                                      unsigned int);
 
 #endif /* WAVORYX_WAVORYX_H */

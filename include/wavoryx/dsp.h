@@ -27,11 +27,11 @@ WAVORYX_API void Stereo2Float(void* buf, unsigned int frames);
 WAVORYX_API void Float2Stereo(void* buf, unsigned int count);
 /* Copies min(srcSize - srcPos, dstSize - dstPos) bytes from src + srcPos to
  * dst + dstPos, advances both positions, and returns the new dstPos. */
-WAVORYX_API unsigned int mem_copy(void* dst, unsigned int dstSize, unsigned int& dstPos,
-                                  void* src, unsigned int srcSize, unsigned int& srcPos);
+WAVORYX_API unsigned int mem_copy(void* dst, unsigned int dstSize, unsigned int& dstPos, void* src,
+                                  unsigned int srcSize, unsigned int& srcPos);
 /* Kept for compatibility: does nothing. */
-[[deprecated("does nothing; kept for compatibility")]]
-WAVORYX_API void ramp_up(void* buf, unsigned int count);
+[[deprecated("does nothing; kept for compatibility")]] WAVORYX_API void ramp_up(void* buf,
+                                                                                unsigned int count);
 
 /* Reduces `bytes` bytes of 16-bit samples to `count` 8-bit peak points in
  * `out` (peaks above 16383 saturate at 255). Returns 0. */

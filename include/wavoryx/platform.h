@@ -24,8 +24,14 @@
 extern "C" {
 #endif
 
-enum { WAVORYX_LOG_VERBOSE = 2, WAVORYX_LOG_DEBUG = 3, WAVORYX_LOG_INFO = 4,
-       WAVORYX_LOG_WARN = 5, WAVORYX_LOG_ERROR = 6, WAVORYX_LOG_FATAL = 7 };
+enum {
+    WAVORYX_LOG_VERBOSE = 2,
+    WAVORYX_LOG_DEBUG = 3,
+    WAVORYX_LOG_INFO = 4,
+    WAVORYX_LOG_WARN = 5,
+    WAVORYX_LOG_ERROR = 6,
+    WAVORYX_LOG_FATAL = 7
+};
 
 /* Receives each message that passes the level, whole, one call per message;
  * it may be called from any of the engine's threads at once. */

@@ -118,5 +118,6 @@ constexpr const CheckSite& checkSite(Check check) { return kCheckSites[static_ca
 #define WV_CHECK_EQ_AT(site, text, a, b) \
     WV_CHECK_EQ(::wv::checkSite(site).unit, ::wv::checkSite(site).line, text, a, b)
 // fatalCheck at a site of the table, for messages of their own form.
-#define WV_FATAL_AT(site, ...) \
-    ::wv::fatalCheck(WV_LOG_TAG, ::wv::checkSite(site).unit, ::wv::checkSite(site).line, __VA_ARGS__)
+#define WV_FATAL_AT(site, ...)                                                           \
+    ::wv::fatalCheck(WV_LOG_TAG, ::wv::checkSite(site).unit, ::wv::checkSite(site).line, \
+                     __VA_ARGS__)

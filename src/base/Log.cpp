@@ -33,7 +33,10 @@ void stderrSink(int priority, const char* tag, const char* message) {
 int levelFromEnvironment() {
     const char* text = std::getenv("WAVORYX_LOG");
     if (text == nullptr) return WAVORYX_LOG_WARN;
-    static const struct { const char* name; int level; } kNames[] = {
+    static const struct {
+        const char* name;
+        int level;
+    } kNames[] = {
         {"verbose", WAVORYX_LOG_VERBOSE}, {"debug", WAVORYX_LOG_DEBUG}, {"info", WAVORYX_LOG_INFO},
         {"warn", WAVORYX_LOG_WARN},       {"error", WAVORYX_LOG_ERROR}, {"off", kLevelOff},
     };

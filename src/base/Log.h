@@ -36,20 +36,20 @@ bool logEnabled(int priority);
 #define WV_LOGE(...) ::wv::logPrint(WAVORYX_LOG_ERROR, WV_LOG_TAG, __VA_ARGS__)
 
 // CHECK(cond) at a fixed unit and line: "<unit>:<line> CHECK(<text>) failed."
-#define WV_CHECK(unit, line, cond)                                                  \
-    do {                                                                            \
+#define WV_CHECK(unit, line, cond)                                                         \
+    do {                                                                                   \
         if (!(cond)) ::wv::fatalCheck(WV_LOG_TAG, unit, line, "CHECK(%s) failed.", #cond); \
     } while (0)
 
 // Comparison checks log both values: "CHECK_EQ( <a>,<b>) failed: <a> vs. <b>".
 // `text` is the condition as it should read in the message.
-#define WV_CHECK_OP(unit, line, name, op, text, a, b)                                \
-    do {                                                                            \
-        const long long wv_a_ = static_cast<long long>(a);                          \
-        const long long wv_b_ = static_cast<long long>(b);                          \
-        if (!(wv_a_ op wv_b_))                                                      \
+#define WV_CHECK_OP(unit, line, name, op, text, a, b)                                          \
+    do {                                                                                       \
+        const long long wv_a_ = static_cast<long long>(a);                                     \
+        const long long wv_b_ = static_cast<long long>(b);                                     \
+        if (!(wv_a_ op wv_b_))                                                                 \
             ::wv::fatalCheck(WV_LOG_TAG, unit, line, name "( %s) failed: %lld vs. %lld", text, \
-                             wv_a_, wv_b_);                                         \
+                             wv_a_, wv_b_);                                                    \
     } while (0)
 #define WV_CHECK_EQ(unit, line, text, a, b) WV_CHECK_OP(unit, line, "CHECK_EQ", ==, text, a, b)
 #define WV_CHECK_NE(unit, line, text, a, b) WV_CHECK_OP(unit, line, "CHECK_NE", !=, text, a, b)

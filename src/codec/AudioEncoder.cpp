@@ -1,9 +1,9 @@
 #define WV_LOG_TAG "AudioEncoder"
 #include "codec/AudioEncoder.h"
 
+#include "base/Log.h"
 #include "codec/Mp3Encoder.h"
 #include "codec/WaveEncoder.h"
-#include "base/Log.h"
 
 namespace wv {
 

@@ -12,8 +12,8 @@
 #include <cstdlib>
 #include <cstring>
 
-#include "codec/WorkingFile.h"
 #include "base/Log.h"
+#include "codec/WorkingFile.h"
 #include "platform/OutputFile.h"
 
 static_assert(sizeof(off_t) == 8, "the library is built with 64-bit file offsets");
@@ -46,7 +46,8 @@ FileWriter::~FileWriter() {
 int FileWriter::openFile(const char* path) {
     closeCurrent();
     mPath = path != nullptr ? path : "";
-    const int fd = ::open(mPath.c_str(), O_WRONLY | O_CREAT | O_EXCL | O_NOFOLLOW | O_CLOEXEC, 0666);
+    const int fd =
+        ::open(mPath.c_str(), O_WRONLY | O_CREAT | O_EXCL | O_NOFOLLOW | O_CLOEXEC, 0666);
     if (fd < 0) {
         WV_LOGE("file %s open failed error: %s", mPath.c_str(), std::strerror(errno));
         return OPEN_FAILED;

@@ -48,8 +48,8 @@ public:
 
     // Closes the current file (keeping it) if one is open, drops any held
     // remainder, then creates `path` new, write-only, with mode 0666 less
-    // the umask: an existing name (a symlink included) is refused. 0 on success; OPEN_FAILED, logged
-    // "file %s open failed error: %s", otherwise.
+    // the umask: an existing name (a symlink included) is refused. 0 on success; OPEN_FAILED,
+    // logged "file %s open failed error: %s", otherwise.
     int openFile(const char* path);
     // Opens a client's output (see OutputFile). 0, or OPEN_FAILED (logged);
     // nothing is created or changed then.
@@ -113,10 +113,10 @@ private:
 
     uint8_t* mHeld = nullptr;  // malloc'd tail of the last short write
     uint32_t mHeldLength = 0;
-    std::string mPath;         // empty until a file is opened
-    int mFd = -1;              // -1 when no file is open
-    bool mFinished = false;    // set by finishWrite, cleared by openFile
-    bool mAdopted = false;     // the file came from adopt()
+    std::string mPath;                    // empty until a file is opened
+    int mFd = -1;                         // -1 when no file is open
+    bool mFinished = false;               // set by finishWrite, cleared by openFile
+    bool mAdopted = false;                // the file came from adopt()
     std::unique_ptr<OutputFile> mOutput;  // set by openOutput; owns mFd then
 };
 

@@ -21,16 +21,22 @@ Mp3Encoder::~Mp3Encoder() {
     if (mLame != nullptr) lame_close(mLame);
 }
 
-int Mp3Encoder::initEncoder(uint32_t sampleRate, uint32_t channels, uint32_t bitrate,
-                            int format) {
+int Mp3Encoder::initEncoder(uint32_t sampleRate, uint32_t channels, uint32_t bitrate, int format) {
     mSampleRate = sampleRate;
     mChannels = channels;
     mBitrate = bitrate;
     switch (format) {
-        case FORMAT_PCM_8: mFrameBytes = channels; break;
-        case FORMAT_PCM_16: mFrameBytes = channels * 2; break;
-        case FORMAT_PCM_32: mFrameBytes = channels * 4; break;
-        default: return INIT_FAILED;
+        case FORMAT_PCM_8:
+            mFrameBytes = channels;
+            break;
+        case FORMAT_PCM_16:
+            mFrameBytes = channels * 2;
+            break;
+        case FORMAT_PCM_32:
+            mFrameBytes = channels * 4;
+            break;
+        default:
+            return INIT_FAILED;
     }
     if (channels != 1 && channels != 2) return INIT_FAILED;
 
@@ -66,8 +72,8 @@ int Mp3Encoder::encoding(const int16_t* pcm, int bytes) {
             mLastBytes = lame_encode_buffer_interleaved(mLame, reinterpret_cast<short*>(input),
                                                         chunk, mOutput, OUTPUT_BYTES);
         } else {
-            mLastBytes = lame_encode_buffer(mLame, reinterpret_cast<short*>(input), nullptr,
-                                            chunk, mOutput, OUTPUT_BYTES);
+            mLastBytes = lame_encode_buffer(mLame, reinterpret_cast<short*>(input), nullptr, chunk,
+                                            mOutput, OUTPUT_BYTES);
         }
         if (mLastBytes < 0) return WRITE_ERROR;
         const int status = write(mOutput, static_cast<uint32_t>(mLastBytes));

@@ -35,8 +35,7 @@ public:
 
     // INIT_FAILED for a channel count other than 1 or 2, an unknown format
     // code, parameters LAME rejects, or a failed tag write.
-    int initEncoder(uint32_t sampleRate, uint32_t channels, uint32_t bitrate,
-                    int format) override;
+    int initEncoder(uint32_t sampleRate, uint32_t channels, uint32_t bitrate, int format) override;
     // WRITE_ERROR when LAME fails; otherwise the status of writing what it
     // produced (no output gives WRITE_OK).
     int encoding(const int16_t* pcm, int bytes) override;

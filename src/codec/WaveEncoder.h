@@ -33,8 +33,7 @@ public:
 
     // Stores rate and channels and writes the provisional header.
     // `bitrate` and `format` are ignored.
-    int initEncoder(uint32_t sampleRate, uint32_t channels, uint32_t bitrate,
-                    int format) override;
+    int initEncoder(uint32_t sampleRate, uint32_t channels, uint32_t bitrate, int format) override;
     // Writes the samples straight from `pcm`.
     int encoding(const int16_t* pcm, int bytes) override;
     // Retries a held remainder (WRITE_STORAGE_FULL when it still does not

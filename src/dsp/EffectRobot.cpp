@@ -36,8 +36,8 @@ EffectRobot::EffectRobot(int decayDb, int intervalMs, int sampleRate, int channe
     WV_LOGD("EffectRobot construct decay %f, interval %d, mBufferSize %d", double(mDecay),
             mInterval, int(mBufferSize));
     if (mBuffer == nullptr) {
-        WV_LOGE("EffectRobot: no delay line for %d ms at %d Hz, passing audio through",
-                intervalMs, sampleRate);
+        WV_LOGE("EffectRobot: no delay line for %d ms at %d Hz, passing audio through", intervalMs,
+                sampleRate);
         mInterval = 0;
         mBufferSize = 0;
     }

@@ -149,8 +149,7 @@ void PhaseVocoder::synthesise(double freqPerBin, double expected) {
 void PhaseVocoder::overlapAdd() {
     const double scale = double(mFrameSize / 2) * double(mOsamp);
     for (long k = 0; k < mFrameSize; ++k) {
-        mOutputAccum[k] =
-            float(mOutputAccum[k] + 2.0 * mWindow[k] * mFftWorkspace[2 * k] / scale);
+        mOutputAccum[k] = float(mOutputAccum[k] + 2.0 * mWindow[k] * mFftWorkspace[2 * k] / scale);
     }
     std::memcpy(mOutputFifo, mOutputAccum, sizeof(float) * size_t(mStepSize));
     std::memmove(mOutputAccum, mOutputAccum + mStepSize, sizeof(float) * size_t(mFrameSize));

@@ -64,8 +64,8 @@ private:
     float mSynthesisFreq[kMaxFrameSize] = {};
     float mSynthesisMagn[kMaxFrameSize] = {};
     double mWindow[kMaxFrameSize] = {};  // Hann window of the current frame size
-    long mRover = 0;      // write position in mInputFifo
-    long mFrameSize = 0;  // parameters of the current stream; 0 before the first
+    long mRover = 0;                     // write position in mInputFifo
+    long mFrameSize = 0;                 // parameters of the current stream; 0 before the first
     long mOsamp = 0;
     long mStepSize = 0;
     long mFifoLatency = 0;

@@ -29,12 +29,12 @@ WAVORYX_API void smbPitchShift(float pitchShift, long numSampsToProcess, long ff
     auto* out = static_cast<int16_t*>(outdata);
     const bool valid = wv::PhaseVocoder::validFrame(fftFrameSize, osamp) &&
                        std::isfinite(sampleRate) && sampleRate > 0.0f &&
-                       std::isfinite(pitchShift) &&
-                       (numSampsToProcess == 0 || indata != nullptr);
+                       std::isfinite(pitchShift) && (numSampsToProcess == 0 || indata != nullptr);
     if (!valid) {
-        WV_LOGE("smbPitchShift: unusable arguments (frame size %ld, overlap %ld, rate %f, "
-                "shift %f); writing silence",
-                fftFrameSize, osamp, double(sampleRate), double(pitchShift));
+        WV_LOGE(
+            "smbPitchShift: unusable arguments (frame size %ld, overlap %ld, rate %f, "
+            "shift %f); writing silence",
+            fftFrameSize, osamp, double(sampleRate), double(pitchShift));
         // The stream's state stays as it was; the caller still gets defined
         // output instead of whatever its buffer held.
         if (out != nullptr && numSampsToProcess > 0) {

@@ -69,8 +69,8 @@ WAVORYX_API void Float2Stereo(void* buf, unsigned int count) {
     }
 }
 
-WAVORYX_API unsigned int mem_copy(void* dst, unsigned int dstSize, unsigned int& dstPos,
-                                  void* src, unsigned int srcSize, unsigned int& srcPos) {
+WAVORYX_API unsigned int mem_copy(void* dst, unsigned int dstSize, unsigned int& dstPos, void* src,
+                                  unsigned int srcSize, unsigned int& srcPos) {
     // A position already past its end has nothing left rather than wrapping.
     const unsigned int srcLeft = srcPos < srcSize ? srcSize - srcPos : 0;
     const unsigned int dstLeft = dstPos < dstSize ? dstSize - dstPos : 0;

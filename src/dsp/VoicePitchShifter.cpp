@@ -18,8 +18,7 @@ int16_t toSample(float value) {
 }  // namespace
 
 VoicePitchShifter::VoicePitchShifter(uint32_t sampleRate, uint32_t channels, float semitones)
-    : mSoundTouch(new soundtouch::SoundTouch()),
-      mChannels(channels),
+    : mSoundTouch(new soundtouch::SoundTouch()), mChannels(channels),
       mScratch(size_t(kScratchFrames) * channels) {
     mSoundTouch->setSampleRate(sampleRate);
     mSoundTouch->setChannels(channels);

@@ -14,7 +14,9 @@
 namespace wv {
 
 namespace {
-uint32_t magnitude(int16_t sample) { return sample < 0 ? uint32_t(-int32_t(sample)) : uint32_t(sample); }
+uint32_t magnitude(int16_t sample) {
+    return sample < 0 ? uint32_t(-int32_t(sample)) : uint32_t(sample);
+}
 // The largest magnitude of n samples (32768 for -32768). Kept to plain
 // 16-bit minimum and maximum so that the compiler can use vector
 // instructions: renders feed every sample through here.
@@ -30,7 +32,9 @@ __attribute__((optimize("O3"))) uint32_t peakMagnitude(const int16_t* samples, u
     return below > above ? below : above;
 }
 // Points are bytes: a peak above 16383 saturates instead of wrapping.
-uint8_t pointFromPeak(uint32_t peak) { return peak >> 6 > 255 ? 255 : static_cast<uint8_t>(peak >> 6); }
+uint8_t pointFromPeak(uint32_t peak) {
+    return peak >> 6 > 255 ? 255 : static_cast<uint8_t>(peak >> 6);
+}
 }  // namespace
 
 WaveformState::~WaveformState() {
@@ -71,7 +75,8 @@ bool takeSamples(WaveformState* state, const int16_t** data, uint32_t* bytes, ui
         // The point completes at the first sample that brings samplesSeen to
         // its due count (the very next one when it is already there), so the
         // samples up to it are taken as one run.
-        const uint64_t due = uint64_t(state->nextPoint) * state->msPerPoint * state->samplesPerSecond / 1000;
+        const uint64_t due =
+            uint64_t(state->nextPoint) * state->msPerPoint * state->samplesPerSecond / 1000;
         const uint64_t need = due > state->samplesSeen ? due - state->samplesSeen : 1;
         const uint32_t available = *bytes / 2;
         const uint32_t take = need < available ? static_cast<uint32_t>(need) : available;
@@ -116,7 +121,8 @@ void storePoints(WaveformState* state, const uint8_t* points, uint32_t count) {
 }
 }  // namespace
 
-int addWaveformSamples(WaveformState* state, const int16_t** data, uint32_t* bytes, uint8_t* point) {
+int addWaveformSamples(WaveformState* state, const int16_t** data, uint32_t* bytes,
+                       uint8_t* point) {
     if (!takeSamples(state, data, bytes, point)) return 0;
     storePoints(state, point, 1);
     return 1;

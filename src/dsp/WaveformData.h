@@ -19,20 +19,21 @@
 namespace wv {
 
 struct WaveformState {
-    uint32_t nextPoint = 1;        // 1-based number of the point being built
+    uint32_t nextPoint = 1;  // 1-based number of the point being built
     uint32_t msPerPoint = 20;
     uint32_t samplesPerSecond = 0;  // channels x rate
-    uint64_t samplesSeen = 0;      // 64-bit: a 32-bit count wraps after 13.5 h of stereo
+    uint64_t samplesSeen = 0;       // 64-bit: a 32-bit count wraps after 13.5 h of stereo
     uint32_t peak = 0;
-    uint32_t fullScale = 32768;    // the peak that maps to 255
-    uint32_t previous = 0;         // the previous point before any flicker
-    int32_t fd = 0;                // 0: no file; negative: the open failed
-    bool writeFailed = false;      // a write did not reach the file whole
-    bool storageFull = false;      // ... for lack of space
+    uint32_t fullScale = 32768;        // the peak that maps to 255
+    uint32_t previous = 0;             // the previous point before any flicker
+    int32_t fd = 0;                    // 0: no file; negative: the open failed
+    bool writeFailed = false;          // a write did not reach the file whole
+    bool storageFull = false;          // ... for lack of space
     std::unique_ptr<OutputFile> file;  // the output behind fd
 
     WaveformState() = default;
-    WaveformState(uint32_t sampleRate, uint32_t channels) : samplesPerSecond(sampleRate * channels) {}
+    WaveformState(uint32_t sampleRate, uint32_t channels)
+        : samplesPerSecond(sampleRate * channels) {}
     // An unfinished file is discarded (the target stays as it was).
     ~WaveformState();
     WaveformState(const WaveformState&) = delete;

@@ -1,7 +1,7 @@
 // Clip-list edits of the engine: creating lists and appending clips.
 #define WV_LOG_TAG "WavoryxPriv"
-#include "engine/WavoryxPriv.h"
 #include "base/Log.h"
+#include "engine/WavoryxPriv.h"
 
 using namespace wv;
 
@@ -11,11 +11,13 @@ int32_t WavoryxPriv::newClipList() {
     return static_cast<int32_t>(mInfoList.add(item));
 }
 
-int32_t WavoryxPriv::addClip(uint32_t listId, uint32_t pcmId, uint32_t startFrame, uint32_t endFrame) {
+int32_t WavoryxPriv::addClip(uint32_t listId, uint32_t pcmId, uint32_t startFrame,
+                             uint32_t endFrame) {
     return addClipTo(listId, pcmId, startFrame, endFrame, false, Report::kAddClip);
 }
 
-int32_t WavoryxPriv::addClipMs(uint32_t listId, uint32_t pcmId, duration_t startMs, duration_t endMs) {
+int32_t WavoryxPriv::addClipMs(uint32_t listId, uint32_t pcmId, duration_t startMs,
+                               duration_t endMs) {
     return addClipTo(listId, pcmId, startMs, endMs, true, Report::kAddClipMs);
 }
 

@@ -70,7 +70,8 @@ inline constexpr ReportSite kReportSites[] = {
     {Report::kSetPlaySpeed, 700, 0, 0, "int32_t WavoryxPriv::setPlaySpeed(int32_t)"},
     {Report::kGetPlayPositionMs, 709, 0, 0, "int32_t WavoryxPriv::getPlayPositionMs()"},
     // Names itself in its warning only.
-    {Report::kSetThreadPriority, 0, 0, 0, "int32_t WavoryxPriv::setThreadPriority(thread_priority_t)"},
+    {Report::kSetThreadPriority, 0, 0, 0,
+     "int32_t WavoryxPriv::setThreadPriority(thread_priority_t)"},
 };
 
 constexpr bool reportSitesInOrder() {
@@ -79,7 +80,8 @@ constexpr bool reportSitesInOrder() {
     }
     return true;
 }
-static_assert(sizeof kReportSites / sizeof kReportSites[0] == static_cast<std::size_t>(Report::kCount),
+static_assert(sizeof kReportSites / sizeof kReportSites[0] ==
+                  static_cast<std::size_t>(Report::kCount),
               "one site per report");
 static_assert(reportSitesInOrder(), "the sites follow the order of Report");
 

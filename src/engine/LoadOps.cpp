@@ -22,6 +22,7 @@ int32_t WavoryxPriv::cancelLoadFile(pcm_id_t id) {
     // The first pattern removes a load that has not started, the second
     // the next chunk of one in progress.
     mDecoder->cancelCmd(WVThreadCmd(DecoderThread::kCmdStart, id, static_cast<int32_t>(WVCMD_ANY)));
-    mDecoder->cancelCmd(WVThreadCmd(DecoderThread::kCmdContinue, id, static_cast<int32_t>(WVCMD_ANY)));
+    mDecoder->cancelCmd(
+        WVThreadCmd(DecoderThread::kCmdContinue, id, static_cast<int32_t>(WVCMD_ANY)));
     return 0;
 }

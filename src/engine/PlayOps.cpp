@@ -10,10 +10,10 @@
 #define WV_LOG_TAG "WavoryxPriv"
 #include <memory>
 
-#include "engine/WavoryxPriv.h"
 #include "base/Log.h"
-#include "play/AudioPlayer.h"
+#include "engine/WavoryxPriv.h"
 #include "items/PcmInfoReader.h"
+#include "play/AudioPlayer.h"
 
 using namespace wv;
 

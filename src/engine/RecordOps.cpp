@@ -9,9 +9,9 @@
 #include <cstdlib>
 #include <string>
 
-#include "engine/WavoryxPriv.h"
 #include "base/Log.h"
 #include "base/Properties.h"
+#include "engine/WavoryxPriv.h"
 #include "record/RecorderThread.h"
 
 using namespace wv;
@@ -81,7 +81,8 @@ int32_t WavoryxPriv::recordStart(const char* path, int32_t type, int32_t sampleR
         item->path.set(workingDir() + name);
     }
     mContext.setCurrentRecording(id);
-    mRecorder->sendCmd(WVThreadCmd(RecorderThread::kCmdStart, id, -1), RecorderThread::kStartUrgency);
+    mRecorder->sendCmd(WVThreadCmd(RecorderThread::kCmdStart, id, -1),
+                       RecorderThread::kStartUrgency);
     return static_cast<int32_t>(id);
 }
 
@@ -107,7 +108,8 @@ int32_t WavoryxPriv::recordStop() {
     if (id == 0) return -5;
     // The first request ends a recording whose set-up has not run yet, the
     // second one in progress or paused.
-    mRecorder->cancelCmd(WVThreadCmd(RecorderThread::kCmdStart, id, static_cast<int32_t>(WVCMD_ANY)));
+    mRecorder->cancelCmd(
+        WVThreadCmd(RecorderThread::kCmdStart, id, static_cast<int32_t>(WVCMD_ANY)));
     mRecorder->cancelCmd(recordPattern(id));
     mContext.recordingEnded(id);
     return 0;

@@ -1,9 +1,9 @@
 // The engine's rendering requests: output settings of clip lists, and
 // posting renders to the encoder worker.
 #define WV_LOG_TAG "WavoryxPriv"
-#include "engine/WavoryxPriv.h"
 #include "base/Log.h"
 #include "codec/AudioEncoder.h"
+#include "engine/WavoryxPriv.h"
 #include "render/EncoderThread.h"
 
 using namespace wv;
@@ -52,7 +52,9 @@ int32_t WavoryxPriv::process(uint32_t listId) {
 int32_t WavoryxPriv::cancelProcess(uint32_t listId) {
     ItemHold hold(this, listId);
     if (holdItem(hold, listId, Report::kCancelProcess) == nullptr) return -1;
-    mEncoder->cancelCmd(WVThreadCmd(EncoderThread::kCmdStart, listId, static_cast<int32_t>(WVCMD_ANY)));
-    mEncoder->cancelCmd(WVThreadCmd(EncoderThread::kCmdContinue, listId, static_cast<int32_t>(WVCMD_ANY)));
+    mEncoder->cancelCmd(
+        WVThreadCmd(EncoderThread::kCmdStart, listId, static_cast<int32_t>(WVCMD_ANY)));
+    mEncoder->cancelCmd(
+        WVThreadCmd(EncoderThread::kCmdContinue, listId, static_cast<int32_t>(WVCMD_ANY)));
     return 0;
 }

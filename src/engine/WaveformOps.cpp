@@ -6,9 +6,9 @@
 #include <memory>
 #include <new>
 
+#include "dsp/WaveformData.h"
 #include "engine/WavoryxPriv.h"
 #include "items/PcmInfoReader.h"
-#include "dsp/WaveformData.h"
 
 using namespace wv;
 
@@ -44,7 +44,8 @@ int32_t WavoryxPriv::getWaveformSamples(pcm_id_t id, duration_t startMs, duratio
     uint64_t got = 0;
     bool done = false;
     while (fed < wholeBytes && !done) {
-        const uint32_t bytes = static_cast<uint32_t>(std::min<uint64_t>(blockBytes, wholeBytes - fed));
+        const uint32_t bytes =
+            static_cast<uint32_t>(std::min<uint64_t>(blockBytes, wholeBytes - fed));
         reader.readPiece(block.get(), bytes, wholeBytes, &got, &done);
         reducer.feed(reinterpret_cast<const int16_t*>(block.get()), bytes / 2);
         fed += bytes;

@@ -1,9 +1,9 @@
 #define WV_LOG_TAG "WavoryxPriv"
 #include "engine/WavoryxPriv.h"
 
-#include "load/DecoderThread.h"
 #include "base/CheckSites.h"
 #include "base/Log.h"
+#include "load/DecoderThread.h"
 #include "platform/MediaService.h"
 #include "record/RecorderThread.h"
 #include "render/EncoderThread.h"

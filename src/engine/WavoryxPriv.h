@@ -21,8 +21,8 @@
 #include "items/InfoList.h"
 #include "items/JobContext.h"
 #include "items/PcmTypes.h"
-#include "threads/EngineHooks.h"
 #include "threads/ClientCallbackThread.h"
+#include "threads/EngineHooks.h"
 #include "threads/WVCmdThread.h"
 
 namespace wv {
@@ -56,7 +56,8 @@ public:
     // Clip lists.
     int32_t newClipList();
     int32_t addClip(uint32_t listId, uint32_t pcmId, uint32_t startFrame, uint32_t endFrame);
-    int32_t addClipMs(uint32_t listId, uint32_t pcmId, wv::duration_t startMs, wv::duration_t endMs);
+    int32_t addClipMs(uint32_t listId, uint32_t pcmId, wv::duration_t startMs,
+                      wv::duration_t endMs);
 
     // Loading (src/load).
     int32_t loadFile(const char* path);
@@ -65,8 +66,8 @@ public:
     // Rendering (src/render).
     // `type` is an encode_type's value, any int32_t.
     int32_t setOutputPara(uint32_t listId, const char* path, int32_t type);
-    int32_t setEncodePara(uint32_t listId, int32_t sampleRate, int32_t bitRate, int32_t channelCount,
-                          int32_t forceStereo);
+    int32_t setEncodePara(uint32_t listId, int32_t sampleRate, int32_t bitRate,
+                          int32_t channelCount, int32_t forceStereo);
     int32_t process(uint32_t listId);
     int32_t cancelProcess(uint32_t listId);
     int32_t getWaveformSamples(wv::pcm_id_t id, wv::duration_t startMs, wv::duration_t endMs,
@@ -89,8 +90,12 @@ public:
     int32_t recordStop();
 
     // What the workers share with the engine (registry, events, settings).
-    void notifyClient(wv::WVThreadCmd event, int32_t delayMs) { mContext.notifyClient(event, delayMs); }
-    wv::SPcmInfo* getPcmInfo(wv::pcm_id_t id, wv::pcm_ref_t ref) { return mContext.getPcmInfo(id, ref); }
+    void notifyClient(wv::WVThreadCmd event, int32_t delayMs) {
+        mContext.notifyClient(event, delayMs);
+    }
+    wv::SPcmInfo* getPcmInfo(wv::pcm_id_t id, wv::pcm_ref_t ref) {
+        return mContext.getPcmInfo(id, ref);
+    }
     wv::pcm_id_t releasePcm(wv::pcm_id_t id, wv::pcm_ref_t ref, bool all) {
         return mContext.releasePcm(id, ref, all);
     }

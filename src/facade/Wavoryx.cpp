@@ -25,41 +25,57 @@ Wavoryx::~Wavoryx() {
     mPriv = nullptr;
 }
 
-int32_t Wavoryx::startThreadLoop(int inCallerThread) { return mPriv->startThreadLoop(inCallerThread); }
+int32_t Wavoryx::startThreadLoop(int inCallerThread) {
+    return mPriv->startThreadLoop(inCallerThread);
+}
 int32_t Wavoryx::stopThreadLoop() { return mPriv->stopThreadLoop(); }
 int32_t Wavoryx::setCallback(wavoryx_callback_t callback) { return mPriv->setCallback(callback); }
 int32_t Wavoryx::enableWaveformCallback(int, int, int, int) { return 0; }
 int32_t Wavoryx::setWorkingDir(char const* dir) { return mPriv->setWorkingDir(dir); }
-int32_t Wavoryx::setThreadPriority(thread_priority_t priority) { return mPriv->setThreadPriority(priority); }
+int32_t Wavoryx::setThreadPriority(thread_priority_t priority) {
+    return mPriv->setThreadPriority(priority);
+}
 int32_t Wavoryx::dump() { return mPriv->dump(); }
 int32_t Wavoryx::removePcm(int id) { return mPriv->removePcm(static_cast<uint32_t>(id)); }
 
 int32_t Wavoryx::loadFile(char const* path) { return mPriv->loadFile(path); }
 int32_t Wavoryx::cancelLoadFile(int id) { return mPriv->cancelLoadFile(static_cast<uint32_t>(id)); }
-int32_t Wavoryx::getPcmSampleRate(int id) { return mPriv->getPcmSampleRate(static_cast<uint32_t>(id)); }
-int32_t Wavoryx::getPcmChannelCount(int id) { return mPriv->getPcmChannelCount(static_cast<uint32_t>(id)); }
-int32_t Wavoryx::getPcmFrameLength(int id) { return mPriv->getPcmFrameLength(static_cast<uint32_t>(id)); }
+int32_t Wavoryx::getPcmSampleRate(int id) {
+    return mPriv->getPcmSampleRate(static_cast<uint32_t>(id));
+}
+int32_t Wavoryx::getPcmChannelCount(int id) {
+    return mPriv->getPcmChannelCount(static_cast<uint32_t>(id));
+}
+int32_t Wavoryx::getPcmFrameLength(int id) {
+    return mPriv->getPcmFrameLength(static_cast<uint32_t>(id));
+}
 int32_t Wavoryx::getPcmDuration(int id) { return mPriv->getPcmDuration(static_cast<uint32_t>(id)); }
-int32_t Wavoryx::getWaveformSamples(int id, unsigned int startMs, unsigned int endMs, unsigned int count,
-                                    void* buffer) {
+int32_t Wavoryx::getWaveformSamples(int id, unsigned int startMs, unsigned int endMs,
+                                    unsigned int count, void* buffer) {
     return mPriv->getWaveformSamples(static_cast<uint32_t>(id), startMs, endMs, count, buffer);
 }
 
 int32_t Wavoryx::newClipList() { return mPriv->newClipList(); }
 int32_t Wavoryx::addClip(int listId, int pcmId, unsigned int startFrame, unsigned int endFrame) {
-    return mPriv->addClip(static_cast<uint32_t>(listId), static_cast<uint32_t>(pcmId), startFrame, endFrame);
+    return mPriv->addClip(static_cast<uint32_t>(listId), static_cast<uint32_t>(pcmId), startFrame,
+                          endFrame);
 }
 int32_t Wavoryx::addClipMs(int listId, int pcmId, unsigned int startMs, unsigned int endMs) {
-    return mPriv->addClipMs(static_cast<uint32_t>(listId), static_cast<uint32_t>(pcmId), startMs, endMs);
+    return mPriv->addClipMs(static_cast<uint32_t>(listId), static_cast<uint32_t>(pcmId), startMs,
+                            endMs);
 }
 int32_t Wavoryx::setOutputPara(int listId, char const* path, encode_type type) {
     return mPriv->setOutputPara(static_cast<uint32_t>(listId), path, encodeTypeBits(type));
 }
-int32_t Wavoryx::setEncodePara(int listId, int sampleRate, int bitRate, int channelCount, int forceStereo) {
-    return mPriv->setEncodePara(static_cast<uint32_t>(listId), sampleRate, bitRate, channelCount, forceStereo);
+int32_t Wavoryx::setEncodePara(int listId, int sampleRate, int bitRate, int channelCount,
+                               int forceStereo) {
+    return mPriv->setEncodePara(static_cast<uint32_t>(listId), sampleRate, bitRate, channelCount,
+                                forceStereo);
 }
 int32_t Wavoryx::process(int listId) { return mPriv->process(static_cast<uint32_t>(listId)); }
-int32_t Wavoryx::cancelProcess(int listId) { return mPriv->cancelProcess(static_cast<uint32_t>(listId)); }
+int32_t Wavoryx::cancelProcess(int listId) {
+    return mPriv->cancelProcess(static_cast<uint32_t>(listId));
+}
 
 int32_t Wavoryx::playStart(int id) { return mPriv->playStart(static_cast<uint32_t>(id)); }
 int32_t Wavoryx::playPause() { return mPriv->playPause(0); }
@@ -71,7 +87,8 @@ int32_t Wavoryx::getPlayPositionMs() { return mPriv->getPlayPositionMs(); }
 
 int32_t Wavoryx::recordStart(char const* path, encode_type type, int sampleRate, int channelCount,
                              int bitRate, int audioSource, int effect) {
-    return mPriv->recordStart(path, encodeTypeBits(type), sampleRate, channelCount, bitRate, audioSource, effect);
+    return mPriv->recordStart(path, encodeTypeBits(type), sampleRate, channelCount, bitRate,
+                              audioSource, effect);
 }
 int32_t Wavoryx::recordPause() { return mPriv->recordPause(); }
 int32_t Wavoryx::recordResume() { return mPriv->recordResume(); }

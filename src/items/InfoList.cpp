@@ -47,7 +47,8 @@ pcm_id_t InfoList::release(pcm_id_t id, pcm_ref_t ref, bool all) {
     // A list's player reads its clips' items: it stops before they may go.
     item->player.reset();
     if (item->status.load() == CLIP_LIST && item->clipList) {
-        for (const PcmClip& clip : item->clipList->clips()) release(clip.source->id, REF_LIST, false);
+        for (const PcmClip& clip : item->clipList->clips())
+            release(clip.source->id, REF_LIST, false);
     }
     item->release();
     delete item;

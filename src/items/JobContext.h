@@ -51,7 +51,9 @@ public:
     }
     // WV_PRIORITY_LOW asks the chunked workers to leave the CPU idle as long
     // as each chunk took.
-    thread_priority_t threadPriority() const { return mThreadPriority.load(std::memory_order_relaxed); }
+    thread_priority_t threadPriority() const {
+        return mThreadPriority.load(std::memory_order_relaxed);
+    }
     // Sets the priority; returns the previous one.
     thread_priority_t exchangeThreadPriority(thread_priority_t priority) {
         return mThreadPriority.exchange(priority);

@@ -93,7 +93,8 @@ uint32_t PcmClipList::getListBetweenFrame(PcmClipList& out, uint32_t& frameCount
     bool started = false;
     for (const PcmClip& clip : mClips) {
         uint32_t length = 0;
-        const int32_t growing = clip.source->availableFrames(length, clip.start, clip.end, useTotal);
+        const int32_t growing =
+            clip.source->availableFrames(length, clip.start, clip.end, useTotal);
         if (e < length) {
             // The range ends inside this clip.
             PcmClip cut = clip;

@@ -13,9 +13,7 @@
 
 namespace wv {
 
-PcmInfoReader::PcmInfoReader(SPcmInfo* info) : mInfo(info) {
-    initPosition();
-}
+PcmInfoReader::PcmInfoReader(SPcmInfo* info) : mInfo(info) { initPosition(); }
 
 PcmInfoReader::~PcmInfoReader() {
     mResampler.reset();
@@ -43,7 +41,8 @@ void PcmInfoReader::reseek() {
 }
 
 void PcmInfoReader::seekMs(uint32_t ms) {
-    mPosition = static_cast<uint32_t>(uint64_t(ms) * static_cast<uint32_t>(mInfo->sampleRate.load()) / 1000);
+    mPosition = static_cast<uint32_t>(uint64_t(ms) *
+                                      static_cast<uint32_t>(mInfo->sampleRate.load()) / 1000);
     // The sub-reader sits at the old place; the next read starts afresh.
     reseek();
 }
@@ -74,7 +73,8 @@ int PcmInfoReader::openFile() {
 }
 
 off_t PcmInfoReader::seekFile(uint64_t byteOffset) {
-    return ::lseek(mFd, static_cast<off_t>(byteOffset + (mHasHeader ? kWavHeaderBytes : 0)), SEEK_SET);
+    return ::lseek(mFd, static_cast<off_t>(byteOffset + (mHasHeader ? kWavHeaderBytes : 0)),
+                   SEEK_SET);
 }
 
 bool PcmInfoReader::ensureOpen() {
@@ -130,8 +130,8 @@ int32_t PcmInfoReader::read(char* buffer, uint32_t bytes) {
     }
 }
 
-int32_t PcmInfoReader::readPiece(char* buffer, uint32_t bytes, uint64_t wholeBytes, uint64_t* gotSoFar,
-                                 bool* done) {
+int32_t PcmInfoReader::readPiece(char* buffer, uint32_t bytes, uint64_t wholeBytes,
+                                 uint64_t* gotSoFar, bool* done) {
     const uint32_t frames = beginRead(buffer, bytes);
     *done = true;
     if (mOutSampleRate == 0 || mOutChannels == 0) return 0;
@@ -230,8 +230,8 @@ void PcmInfoReader::releaseBuffer(Buffer* buffer) {
     mResamplerHolds = false;
 }
 
-int32_t PcmInfoReader::readClipList(char* buffer, uint32_t frames, uint64_t gotBefore, uint64_t fetchLimit,
-                                    bool* halted) {
+int32_t PcmInfoReader::readClipList(char* buffer, uint32_t frames, uint64_t gotBefore,
+                                    uint64_t fetchLimit, bool* halted) {
     const uint32_t outFrameBytes = 2 * static_cast<uint32_t>(mOutChannels);
     uint32_t got = 0;
     // A clip reader that hands out all it is asked for is read on until the
@@ -247,7 +247,8 @@ int32_t PcmInfoReader::readClipList(char* buffer, uint32_t frames, uint64_t gotB
         if (!mClipReader) {
             PcmClipList clips;
             uint32_t count = 0;
-            const uint32_t more = mInfo->clipList->getListBetweenFrame(clips, count, mPosition, mEndFrame, false);
+            const uint32_t more =
+                mInfo->clipList->getListBetweenFrame(clips, count, mPosition, mEndFrame, false);
             if (clips.size() == 0) {
                 mEndState = more ? WAIT : END;
                 return static_cast<int32_t>(got);
@@ -264,7 +265,8 @@ int32_t PcmInfoReader::readClipList(char* buffer, uint32_t frames, uint64_t gotB
         mPosition += moved;
         if (n > 0) got += static_cast<uint32_t>(n);
         const int32_t clipState = mClipReader->endState();
-        if (clipState == MORE && n > 0 && static_cast<uint32_t>(n) < asked && gotBefore + got >= fetchLimit) {
+        if (clipState == MORE && n > 0 && static_cast<uint32_t>(n) < asked &&
+            gotBefore + got >= fetchLimit) {
             if (halted != nullptr) *halted = true;
             break;
         }
@@ -278,7 +280,8 @@ int32_t PcmInfoReader::readClipList(char* buffer, uint32_t frames, uint64_t gotB
             // A source whose file cannot be opened: its frames are skipped
             // rather than stalling the list.
             uint32_t left = 0;
-            mClipReader->mInfo->availableFrames(left, mClipReader->position(), mClipReader->endFrame(), false);
+            mClipReader->mInfo->availableFrames(left, mClipReader->position(),
+                                                mClipReader->endFrame(), false);
             mClipReader.reset();
             if (left == 0) {
                 mEndState = WAIT;

@@ -23,10 +23,9 @@
 #include <cstdint>
 #include <memory>
 
+#include "items/SPcmInfo.h"
 #include "platform/resample/AudioBufferProvider.h"
 #include "platform/resample/AudioResampler.h"
-#include "items/SPcmInfo.h"
-
 
 namespace wv {
 
@@ -53,12 +52,12 @@ public:
     int32_t outSampleRate() const { return mOutSampleRate; }
     int32_t outChannels() const { return mOutChannels; }
 
-    void initPosition();                         // the whole item, from 0
+    void initPosition();                             // the whole item, from 0
     void setPosition(uint32_t start, uint32_t end);  // [start, end)
-    void resetPosition();                        // back to the start
+    void resetPosition();                            // back to the start
     void reseek();
-    void seekMs(uint32_t ms);                    // also drops a clip sub-reader
-    uint64_t getTimeMs() const;                  // 0 while the item has no rate
+    void seekMs(uint32_t ms);    // also drops a clip sub-reader
+    uint64_t getTimeMs() const;  // 0 while the item has no rate
     uint64_t getAvailableTimeMs() const;
     uint32_t position() const { return mPosition; }
     uint32_t endFrame() const { return mEndFrame; }
@@ -74,7 +73,8 @@ public:
     // frames delivered by earlier pieces (0 before the first); *done becomes
     // true once that single read would have returned: the rest of its
     // buffer would be silence.
-    int32_t readPiece(char* buffer, uint32_t bytes, uint64_t wholeBytes, uint64_t* gotSoFar, bool* done);
+    int32_t readPiece(char* buffer, uint32_t bytes, uint64_t wholeBytes, uint64_t* gotSoFar,
+                      bool* done);
     // The frames just before the position, last first, in the item's own
     // format, moving the position back over them; silence beyond frame 0.
     // Returns the frames filled (bytes / item frame size), -1 on an open

@@ -10,8 +10,8 @@ namespace wv {
 
 const char* const SPcmInfo::status_name[kStatusCount] = {"ENCODED_FILE", "DECODING", "RECORDING",
                                                          "CLIP_LIST", "PCM_READY"};
-const char* const SPcmInfo::ref_name[kRefCount] = {"REF_NONE",     "REF_CLIENT",  "REF_LIST",
-                                                   "REF_ENCODER",  "REF_RECORDER", "REF_DECODER",
+const char* const SPcmInfo::ref_name[kRefCount] = {"REF_NONE",    "REF_CLIENT",   "REF_LIST",
+                                                   "REF_ENCODER", "REF_RECORDER", "REF_DECODER",
                                                    "REF_PLAYER"};
 
 const char* SPcmInfo::statusName(int32_t value) {
@@ -85,7 +85,8 @@ uint32_t SPcmInfo::frame2duration(uint32_t s, uint32_t e) const {
     }
 }
 
-int32_t SPcmInfo::availableFrames(uint32_t& frameCount, uint32_t s, uint32_t e, bool useTotal) const {
+int32_t SPcmInfo::availableFrames(uint32_t& frameCount, uint32_t s, uint32_t e,
+                                  bool useTotal) const {
     frameCount = 0;
     if (s >= e) return 0;
     const int32_t current = status.load();
@@ -107,7 +108,8 @@ int32_t SPcmInfo::availableFrames(uint32_t& frameCount, uint32_t s, uint32_t e, 
         case CLIP_LIST: {
             if (!clipList) return 0;
             PcmClipList scratch;
-            return static_cast<int32_t>(clipList->getListBetweenFrame(scratch, frameCount, s, e, useTotal));
+            return static_cast<int32_t>(
+                clipList->getListBetweenFrame(scratch, frameCount, s, e, useTotal));
         }
         default:
             return 0;
@@ -127,8 +129,6 @@ void SPcmInfo::release() {
     dropPcmFile();
 }
 
-void SPcmInfo::dropPcmFile() {
-    working_file::removeAndClose(pcmPath.get(), pcmFd.exchange(-1));
-}
+void SPcmInfo::dropPcmFile() { working_file::removeAndClose(pcmPath.get(), pcmFd.exchange(-1)); }
 
 }  // namespace wv

@@ -96,10 +96,10 @@ struct SPcmInfo {
     std::atomic<int> pcmFd{-1};            // holds pcmPath's lock while the item lives
     std::atomic<bool> loadFailed{false};   // the load failed or was cancelled: no data will come
     std::atomic<int32_t> encodeType{0};
-    std::atomic<int32_t> bitRate{0};       // kbit/s; 0 = not set
+    std::atomic<int32_t> bitRate{0};  // kbit/s; 0 = not set
     std::atomic<float> pitch{0.0f};
     std::atomic<int32_t> robot{0};
-    LockedString path;                     // source file, or output file of a list/recording
+    LockedString path;  // source file, or output file of a list/recording
     // While a render or recording replaces an existing file at `path`, the
     // name its output is written under until it is complete; else empty.
     LockedString writingPath;

@@ -18,8 +18,8 @@ AudioDecoder::AudioDecoder(CodecFactory factory) : mCodecFactory(std::move(facto
 AudioDecoder::~AudioDecoder() {
     freeBuffer();
     if (mMediaSource) {
-        WV_CHECK_EQ_AT(Check::kDecoderStopOnRelease, "(status_t)OK,mMediaSource->stop()", (status_t)OK,
-                    mMediaSource->stop());
+        WV_CHECK_EQ_AT(Check::kDecoderStopOnRelease, "(status_t)OK,mMediaSource->stop()",
+                       (status_t)OK, mMediaSource->stop());
         mMediaSource.reset();
     }
 }
@@ -72,7 +72,7 @@ int32_t AudioDecoder::load(const char* path, int* sampleRate, int* format, int* 
         return LOAD_NOT_PARSABLE;
     }
     WV_CHECK_EQ_AT(Check::kDecoderStart, "(status_t)OK,mMediaSource->start()", (status_t)OK,
-                mMediaSource->start());
+                   mMediaSource->start());
     return LOAD_OK;
 }
 
@@ -92,7 +92,7 @@ int32_t AudioDecoder::getDataBuffer(char** data, unsigned int* length) {
 
 void AudioDecoder::finishStream() {
     WV_CHECK_EQ_AT(Check::kDecoderStopOnEnd, "(status_t)OK,mMediaSource->stop()", (status_t)OK,
-                mMediaSource->stop());
+                   mMediaSource->stop());
     std::weak_ptr<MediaSource> weak = mMediaSource;
     mMediaSource.reset();
     // The codec's resources are gone only when its last holder lets go.

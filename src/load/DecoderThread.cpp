@@ -15,15 +15,20 @@
 
 namespace wv {
 DecoderThread::DecoderThread(JobContext* context)
-    : ChunkedJobThread(context->events(), ChunkedJobConfig{kProgressStep, EVT_LOAD_PROGRESS, EVT_LOAD_CANCELLED,
-                                                 kStepUrgency, Check::kDecoderJobItem}),
+    : ChunkedJobThread(context->events(),
+                       ChunkedJobConfig{kProgressStep, EVT_LOAD_PROGRESS, EVT_LOAD_CANCELLED,
+                                        kStepUrgency, Check::kDecoderJobItem}),
       mContext(context) {}
 
 DecoderThread::~DecoderThread() = default;
 
-bool DecoderThread::isRegistered(uint32_t id) { return mContext->getPcmInfo(id, REF_NONE) != nullptr; }
+bool DecoderThread::isRegistered(uint32_t id) {
+    return mContext->getPcmInfo(id, REF_NONE) != nullptr;
+}
 
-SPcmInfo* DecoderThread::itemOf(const WVThreadCmd& cmd) { return mContext->getPcmInfo(cmd.pcmId, REF_NONE); }
+SPcmInfo* DecoderThread::itemOf(const WVThreadCmd& cmd) {
+    return mContext->getPcmInfo(cmd.pcmId, REF_NONE);
+}
 
 bool DecoderThread::lowPriority() { return mContext->threadPriority() == WV_PRIORITY_LOW; }
 
@@ -55,7 +60,8 @@ void DecoderThread::startJob(WVThreadCmd& cmd) {
     int64_t durationUs = 0;
     bool isRaw = false;
     const std::string path = item->path.get();
-    const int32_t loaded = decoder->load(path.c_str(), &rate, &format, &channels, &durationUs, &isRaw);
+    const int32_t loaded =
+        decoder->load(path.c_str(), &rate, &format, &channels, &durationUs, &isRaw);
     if (loaded != AudioDecoder::LOAD_OK) {
         decoder.reset();
         endJob(id, EVT_LOAD_FAILED, loaded == AudioDecoder::LOAD_NOT_OPENABLE ? 2 : 1);
@@ -139,7 +145,8 @@ void DecoderThread::runStep(WVThreadCmd& cmd) {
     // The bytes are in the file before readers may see them counted.
     const uint32_t frames = item->frames.load() + length / item->frameSize();
     item->frames.store(frames);
-    const float progress = static_cast<float>(frames) / static_cast<float>(item->totalFrames.load());
+    const float progress =
+        static_cast<float>(frames) / static_cast<float>(item->totalFrames.load());
     update(progress, &job->lastProgress);
 
     postNextStep(cmd, elapsedMs(begin, end));

@@ -33,8 +33,8 @@
 #include "codec/FileWriter.h"
 #include "items/JobContext.h"
 #include "items/SPcmInfo.h"
-#include "threads/ChunkedJobThread.h"
 #include "load/AudioDecoder.h"
+#include "threads/ChunkedJobThread.h"
 
 namespace wv {
 

@@ -58,8 +58,8 @@ void* LazyLibraries::lookUp(const char* name) const {
 void* LazyLibraries::symbolOrDie(const char* name) {
     void* address = symbol(name);
     if (address == nullptr) {
-        WV_FATAL_AT(Check::kLazyLibrarySymbol,
-                   "%s is missing from %s and its companions", name, mSonames[0]);
+        WV_FATAL_AT(Check::kLazyLibrarySymbol, "%s is missing from %s and its companions", name,
+                    mSonames[0]);
     }
     return address;
 }

@@ -51,7 +51,7 @@ private:
     void (*mOnLoaded)();
     std::once_flag mOnce;
     std::atomic<bool> mLoaded{false};
-    bool mFailed = false;   // written inside mOnce only
+    bool mFailed = false;  // written inside mOnce only
     void* mHandles[8] = {};
 };
 

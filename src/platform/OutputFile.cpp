@@ -50,7 +50,8 @@ int OutputFile::open(const std::string& target) {
 }
 
 int OutputFile::openNew(const std::string& target) {
-    const int fd = ::open(target.c_str(), O_WRONLY | O_CREAT | O_EXCL | O_CLOEXEC | O_NOFOLLOW, 0666);
+    const int fd =
+        ::open(target.c_str(), O_WRONLY | O_CREAT | O_EXCL | O_CLOEXEC | O_NOFOLLOW, 0666);
     if (fd < 0) return errno == EEXIST ? -EAGAIN : -errno;
     struct stat st;
     ::fstat(fd, &st);
@@ -70,7 +71,8 @@ int OutputFile::openExisting(const std::string& target) {
         // link points, so it is refused.
         const int error = errno;
         struct stat link;
-        if (error == ENOENT && ::lstat(target.c_str(), &link) != 0) return -EAGAIN;  // gone meanwhile
+        if (error == ENOENT && ::lstat(target.c_str(), &link) != 0)
+            return -EAGAIN;  // gone meanwhile
         return -error;
     }
     if (S_ISREG(st.st_mode)) {
@@ -105,7 +107,8 @@ int OutputFile::openReplacing(const std::string& file, const struct stat& old) {
     for (int attempt = 0; attempt < kAttempts; ++attempt) {
         const std::string part = file + "." + std::to_string(::getpid()) + "." +
                                  std::to_string(gPartCounter.fetch_add(1)) + ".part";
-        const int fd = ::open(part.c_str(), O_WRONLY | O_CREAT | O_EXCL | O_CLOEXEC | O_NOFOLLOW, 0600);
+        const int fd =
+            ::open(part.c_str(), O_WRONLY | O_CREAT | O_EXCL | O_CLOEXEC | O_NOFOLLOW, 0600);
         if (fd < 0) {
             if (errno == EEXIST) continue;
             return -errno;
@@ -147,7 +150,8 @@ int OutputFile::commit() {
     }
     if (mKind == Kind::Temporary && ::rename(mWriting.c_str(), mReplace.c_str()) != 0) {
         const int error = errno;
-        WV_LOGE("output %s cannot replace %s: %s", mWriting.c_str(), mReplace.c_str(), std::strerror(error));
+        WV_LOGE("output %s cannot replace %s: %s", mWriting.c_str(), mReplace.c_str(),
+                std::strerror(error));
         removeMade();
         mKind = Kind::None;
         return -error;

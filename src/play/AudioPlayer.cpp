@@ -17,8 +17,8 @@ namespace {
 
 // Invariants of the media layer's contract and of the calling order.
 // `text` is the condition as its message has always read.
-#define PLAYER_CHECK(site, cond, text) \
-    do {                               \
+#define PLAYER_CHECK(site, cond, text)                             \
+    do {                                                           \
         if (!(cond)) WV_FATAL_AT(site, "CHECK(%s) failed.", text); \
     } while (0)
 
@@ -27,14 +27,13 @@ constexpr int kDecoderReleaseWaitMs = 2000;
 
 std::unique_ptr<AudioOutput> openSelectedOutput(uint32_t rate, uint32_t mask,
                                                 AudioOutput::callback_t callback, void* user) {
-    return std::unique_ptr<AudioOutput>(new AudioOutput(
-        rate, AudioOutput::AUDIO_FORMAT_PCM_16_BIT, mask, 0, callback, user, 0));
+    return std::unique_ptr<AudioOutput>(
+        new AudioOutput(rate, AudioOutput::AUDIO_FORMAT_PCM_16_BIT, mask, 0, callback, user, 0));
 }
 
 }  // namespace
 
-AudioPlayer::AudioPlayer(EventSink* events)
-    : mEvents(events), mOutputFactory(&openSelectedOutput) {
+AudioPlayer::AudioPlayer(EventSink* events) : mEvents(events), mOutputFactory(&openSelectedOutput) {
     DataSource::RegisterDefaultSniffers();
 }
 
@@ -82,7 +81,8 @@ int32_t AudioPlayer::setDataSource(const char* path) {
         WV_LOGE("could not create extractor for %s", mPath.c_str());
         return -1;
     }
-    PLAYER_CHECK(Check::kPlayerSourceMime, !found.sawTrackWithoutMime, "!(meta->findCString(kKeyMIMEType, &_mime))");
+    PLAYER_CHECK(Check::kPlayerSourceMime, !found.sawTrackWithoutMime,
+                 "!(meta->findCString(kKeyMIMEType, &_mime))");
     if (found.status == FirstAudioTrack::kFound) mExtractorTrack = found.openTrack();
     if (!mExtractorTrack) {
         WV_LOGE("could not find audio track for %s", mPath.c_str());
@@ -156,12 +156,14 @@ int32_t AudioPlayer::start(bool sourceStarted) {
     }
     std::shared_ptr<MetaData> format = mSource->getFormat();
     const char* mime = nullptr;
-    PLAYER_CHECK(Check::kPlayerStartMime, format && format->findCString(kKeyMIMEType, &mime), "!(success)");
+    PLAYER_CHECK(Check::kPlayerStartMime, format && format->findCString(kKeyMIMEType, &mime),
+                 "!(success)");
     PLAYER_CHECK(Check::kPlayerStartRawFormat, strcasecmp(mime, MEDIA_MIMETYPE_AUDIO_RAW) == 0,
                  "!(!strcasecmp(mime, MEDIA_MIMETYPE_AUDIO_RAW))");
     int32_t rate = 0, channels = 0, mask = 0;
     PLAYER_CHECK(Check::kPlayerStartRate, format->findInt32(kKeySampleRate, &rate), "!(success)");
-    PLAYER_CHECK(Check::kPlayerStartChannels, format->findInt32(kKeyChannelCount, &channels), "!(success)");
+    PLAYER_CHECK(Check::kPlayerStartChannels, format->findInt32(kKeyChannelCount, &channels),
+                 "!(success)");
 
     // PCM data and media file should describe the same audio; when they do
     // not, the PCM data wins, since it is what seeks and backwards play use.

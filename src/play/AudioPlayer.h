@@ -51,12 +51,12 @@
 #include <mutex>
 #include <string>
 
+#include "items/PcmInfoReader.h"
 #include "items/SPcmInfo.h"
-#include "threads/ClientEvents.h"
 #include "platform/audio/AudioOutput.h"
 #include "platform/media/MediaBuffer.h"
 #include "platform/media/MediaSource.h"
-#include "items/PcmInfoReader.h"
+#include "threads/ClientEvents.h"
 
 namespace wv {
 
@@ -158,9 +158,9 @@ private:
     bool mReaderOnly = false;  // formats disagree: the media file is not played
 
     std::mutex mLock;
-    int64_t mFramesWritten = 0;      // frames handed since the clock base
-    uint64_t mHandedFrames = 0;      // frames handed to the output, silence included
-    uint64_t mClockBaseFrame = 0;    // presented index of the clock base
+    int64_t mFramesWritten = 0;    // frames handed since the clock base
+    uint64_t mHandedFrames = 0;    // frames handed to the output, silence included
+    uint64_t mClockBaseFrame = 0;  // presented index of the clock base
     int64_t mPositionTimeMediaUs = -1;
     int64_t mPositionTimeOutputUs = -1;
     bool mSeekPending = false;

@@ -26,7 +26,7 @@ int64_t AudioPlayer::getRealTimeUsLocked() {
     }
     if (mSampleRate == 0) {
         WV_FATAL_AT(Check::kPlayerFillRate, "CHECK_NE( mSampleRate,0) failed: %d vs. %d",
-                   mSampleRate, mSampleRate);
+                    mSampleRate, mSampleRate);
     }
     const uint64_t presented = mOutputTrack->framesPresented();
     const int64_t played = presented > mClockBaseFrame ? int64_t(presented - mClockBaseFrame) : 0;
@@ -90,8 +90,8 @@ void AudioPlayer::AudioCallback(int event, void* info) {
 
 void AudioPlayer::applySeekLocked(MediaSource::ReadOptions* options) {
     const int64_t targetMs = mSeekTargetUs / 1000;
-    mUseReader = mReaderOnly ||
-                 (readerCanServe() && int64_t(mReader->getAvailableTimeMs()) >= targetMs);
+    mUseReader =
+        mReaderOnly || (readerCanServe() && int64_t(mReader->getAvailableTimeMs()) >= targetMs);
     if (mUseReader) mReader->seekMs(uint32_t(targetMs));
     options->setSeekTo(mSeekTargetUs, MediaSource::ReadOptions::SEEK_CLOSEST_SYNC);
     if (mInputBuffer != nullptr) {
@@ -142,8 +142,8 @@ AudioPlayer::Step AudioPlayer::fillFromSource(uint8_t* data, size_t* done, size_
         if (err == INFO_FORMAT_CHANGED && mInputBuffer == nullptr) return Step::MORE;
         if (!((err == OK && mInputBuffer != nullptr) || (err != OK && mInputBuffer == nullptr))) {
             WV_FATAL_AT(Check::kPlayerReadResult, "CHECK(%s) failed.",
-                       "!((err == OK && mInputBuffer != __null) || "
-                       "(err != OK && mInputBuffer == __null))");
+                        "!((err == OK && mInputBuffer != __null) || "
+                        "(err != OK && mInputBuffer == __null))");
         }
         std::lock_guard<std::mutex> guard(mLock);
         if (err != OK) {
@@ -152,8 +152,8 @@ AudioPlayer::Step AudioPlayer::fillFromSource(uint8_t* data, size_t* done, size_
         }
         if (!mInputBuffer->meta_data()->findInt64(kKeyTime, &mPositionTimeMediaUs)) {
             WV_FATAL_AT(Check::kPlayerBufferTime, "CHECK(%s) failed.",
-                       "!(mInputBuffer->meta_data()->findInt64( kKeyTime, "
-                       "&mPositionTimeMediaUs))");
+                        "!(mInputBuffer->meta_data()->findInt64( kKeyTime, "
+                        "&mPositionTimeMediaUs))");
         }
         mPositionTimeOutputUs = outputTimeUsLocked(*done);
     }
@@ -170,8 +170,8 @@ AudioPlayer::Step AudioPlayer::fillFromSource(uint8_t* data, size_t* done, size_
         mInputBuffer = nullptr;
         return Step::MORE;
     }
-    const uint8_t* from = static_cast<const uint8_t*>(mInputBuffer->data()) +
-                          mInputBuffer->range_offset();
+    const uint8_t* from =
+        static_cast<const uint8_t*>(mInputBuffer->data()) + mInputBuffer->range_offset();
     std::memcpy(data + *done, from, copy);
     mInputBuffer->set_range(mInputBuffer->range_offset() + copy,
                             mInputBuffer->range_length() - copy);

@@ -57,15 +57,13 @@ void AudioRecorder::open(std::unique_ptr<AudioInputDevice> device, int32_t input
     size_t frameCount = 2 * notificationFrames;
     while (frameCount < minFrames) frameCount += notificationFrames;
     if (device) {
-        mAudioRecord.reset(new AudioInput(std::move(device), mSampleRate,
-                                          AudioInput::AUDIO_FORMAT_PCM_16_BIT, mask, frameCount,
-                                          &AudioRecorder::inputCallback, this,
-                                          uint32_t(notificationFrames)));
+        mAudioRecord.reset(new AudioInput(
+            std::move(device), mSampleRate, AudioInput::AUDIO_FORMAT_PCM_16_BIT, mask, frameCount,
+            &AudioRecorder::inputCallback, this, uint32_t(notificationFrames)));
     } else {
-        mAudioRecord.reset(new AudioInput(inputSource, mSampleRate,
-                                          AudioInput::AUDIO_FORMAT_PCM_16_BIT, mask, frameCount,
-                                          &AudioRecorder::inputCallback, this,
-                                          uint32_t(notificationFrames)));
+        mAudioRecord.reset(new AudioInput(
+            inputSource, mSampleRate, AudioInput::AUDIO_FORMAT_PCM_16_BIT, mask, frameCount,
+            &AudioRecorder::inputCallback, this, uint32_t(notificationFrames)));
     }
     mInitStatus = mAudioRecord->initCheck();
     if (mInitStatus != 0) {
@@ -147,7 +145,8 @@ status_t AudioRecorder::read(MediaBuffer** out, const ReadOptions*) {
     std::unique_lock<std::mutex> lock(mLock);
     *out = nullptr;
     if (mInitStatus != 0) return NO_INIT;
-    const auto deadline = std::chrono::steady_clock::now() + std::chrono::microseconds(kReadTimeoutUs);
+    const auto deadline =
+        std::chrono::steady_clock::now() + std::chrono::microseconds(kReadTimeoutUs);
     while (mStarted && mQueue.empty()) {
         if (mDataReady.wait_until(lock, deadline) == std::cv_status::timeout && mQueue.empty()) {
             return mStarted ? TIMED_OUT : 0;

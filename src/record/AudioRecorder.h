@@ -49,8 +49,8 @@ namespace wv {
 
 // Buffer keys written by the capture source (int64 microseconds).
 enum : uint32_t {
-    kKeyAnchorTime = fourcc('a', 'n', 'c', 'T'),  // startTimeUs, first buffer only
-    kKeyDriftTime = fourcc('d', 'f', 't', 'T'),   // callback clock minus the first callback's
+    kKeyAnchorTime = fourcc('a', 'n', 'c', 'T'),    // startTimeUs, first buffer only
+    kKeyDriftTime = fourcc('d', 'f', 't', 'T'),     // callback clock minus the first callback's
     kKeyMaxInputSize = fourcc('i', 'n', 'p', 'S'),  // int32, format only
     kKeyFilledFrames = fourcc('f', 'i', 'l', 'F'),  // int32, silence for lost frames
 };

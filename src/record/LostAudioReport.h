@@ -30,8 +30,8 @@ private:
     int32_t take(int64_t nowUs);
 
     const uint32_t mSampleRate;
-    uint64_t mFrames = 0;      // lost since the recording began
-    int64_t mReportedMs = 0;   // sum of the values posted so far
+    uint64_t mFrames = 0;     // lost since the recording began
+    int64_t mReportedMs = 0;  // sum of the values posted so far
     int64_t mLastPostUs = 0;
     bool mPosted = false;
 };

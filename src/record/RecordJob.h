@@ -14,10 +14,10 @@
 #include "codec/AudioEncoder.h"
 #include "codec/WaveEncoder.h"
 #include "dsp/EffectRobot.h"
-#include "record/AudioRecorder.h"
-#include "record/LostAudioReport.h"
 #include "dsp/VoicePitchShifter.h"
 #include "dsp/WaveformData.h"
+#include "record/AudioRecorder.h"
+#include "record/LostAudioReport.h"
 #include "threads/PacingTimer.h"
 
 namespace wv {
@@ -34,20 +34,20 @@ struct RecordJob {
     // Stops and frees the capture source, if any (while paused there is none).
     void dropRecorder();
 
-    std::unique_ptr<AudioRecorder> recorder;       // null while paused
-    std::unique_ptr<AudioEncoder> encoder;         // also the file writer
-    WaveEncoder* wave = nullptr;   // the encoder when it writes WAV, for header refreshes
-    uint32_t headerPeriod = 0;     // frames between header refreshes (one second)
-    uint32_t sinceHeader = 0;      // frames encoded since the last refresh
-    std::unique_ptr<WaveformState> waveform;       // its ".wave" file beside the output
-    std::unique_ptr<PacingTimer> pacer;            // spaces events 80 by 20 ms
+    std::unique_ptr<AudioRecorder> recorder;  // null while paused
+    std::unique_ptr<AudioEncoder> encoder;    // also the file writer
+    WaveEncoder* wave = nullptr;  // the encoder when it writes WAV, for header refreshes
+    uint32_t headerPeriod = 0;    // frames between header refreshes (one second)
+    uint32_t sinceHeader = 0;     // frames encoded since the last refresh
+    std::unique_ptr<WaveformState> waveform;          // its ".wave" file beside the output
+    std::unique_ptr<PacingTimer> pacer;               // spaces events 80 by 20 ms
     std::unique_ptr<VoicePitchShifter> pitchShifter;  // male and female voices, or null
-    std::unique_ptr<EffectRobot> robotEffect;      // robot voice, or null
-    std::unique_ptr<LostAudioReport> lostAudio;    // events 67
-    int32_t resumeRetries = 1;  // retries left in the resume being handled
-    int32_t fadeCount = 0;      // frames faded so far
-    int32_t fadeLength = 0;     // frames
-    uint32_t frameSize = 2;     // bytes per frame of the recording
+    std::unique_ptr<EffectRobot> robotEffect;         // robot voice, or null
+    std::unique_ptr<LostAudioReport> lostAudio;       // events 67
+    int32_t resumeRetries = 1;                        // retries left in the resume being handled
+    int32_t fadeCount = 0;                            // frames faded so far
+    int32_t fadeLength = 0;                           // frames
+    uint32_t frameSize = 2;                           // bytes per frame of the recording
 };
 
 // Fades `frames` frames of `channels` interleaved samples in place while

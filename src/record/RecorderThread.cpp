@@ -23,7 +23,9 @@ RecorderThread::RecorderThread(JobContext* context) : mContext(context) {}
 
 RecorderThread::~RecorderThread() = default;
 
-bool RecorderThread::isRegistered(uint32_t id) { return mContext->getPcmInfo(id, REF_NONE) != nullptr; }
+bool RecorderThread::isRegistered(uint32_t id) {
+    return mContext->getPcmInfo(id, REF_NONE) != nullptr;
+}
 
 void RecorderThread::deleteJob(void* job) { finishJob(static_cast<RecordJob*>(job)); }
 
@@ -80,8 +82,8 @@ void RecorderThread::startRecording(const WVThreadCmd& cmd, SPcmInfo* item) {
         return;
     }
     const std::string path = item->path.get();
-    std::unique_ptr<AudioEncoder> encoder(
-        AudioEncoder::createAudioEncoder(static_cast<EncodeFormat>(item->encodeType.load()), path.c_str()));
+    std::unique_ptr<AudioEncoder> encoder(AudioEncoder::createAudioEncoder(
+        static_cast<EncodeFormat>(item->encodeType.load()), path.c_str()));
     if (!encoder) {
         WV_LOGE("createAudioEncoder failed.");
         recorder.reset();
@@ -113,7 +115,9 @@ void RecorderThread::startRecording(const WVThreadCmd& cmd, SPcmInfo* item) {
     auto* job = new RecordJob();
     job->recorder = std::move(recorder);
     job->encoder = std::move(encoder);
-    job->wave = item->encodeType.load() == ENCODE_MP3 ? nullptr : static_cast<WaveEncoder*>(job->encoder.get());
+    job->wave = item->encodeType.load() == ENCODE_MP3
+                    ? nullptr
+                    : static_cast<WaveEncoder*>(job->encoder.get());
     job->headerPeriod = uint32_t(sampleRate);
     job->waveform.reset(new WaveformState(uint32_t(sampleRate), uint32_t(channels)));
     openWaveformFile(job->waveform.get(), (path + ".wave").c_str());
@@ -123,7 +127,8 @@ void RecorderThread::startRecording(const WVThreadCmd& cmd, SPcmInfo* item) {
     job->lostAudio.reset(new LostAudioReport(uint32_t(sampleRate)));
     const float pitch = item->pitch.load();
     if (pitch != 0.0f) {
-        job->pitchShifter.reset(new VoicePitchShifter(uint32_t(sampleRate), uint32_t(channels), pitch));
+        job->pitchShifter.reset(
+            new VoicePitchShifter(uint32_t(sampleRate), uint32_t(channels), pitch));
     } else if (item->robot.load() == 1) {
         job->robotEffect.reset(new EffectRobot(2, 10, sampleRate, channels));
     }
@@ -181,15 +186,16 @@ void RecorderThread::reportLostAudio(pcm_id_t id, RecordJob* job, const MediaBuf
                                      bool flush) {
     if (!job->lostAudio) return;
     int32_t filled = 0;
-    if (buffer != nullptr && buffer->meta_data()->findInt32(kKeyFilledFrames, &filled) && filled > 0) {
+    if (buffer != nullptr && buffer->meta_data()->findInt32(kKeyFilledFrames, &filled) &&
+        filled > 0) {
         job->lostAudio->add(uint32_t(filled));
     }
     const int32_t ms = flush ? job->lostAudio->flush() : job->lostAudio->due(monotonicUs());
     if (ms > 0) notify(EVT_RECORD_LOST_AUDIO, id, ms);
 }
 
-void RecorderThread::encodeBuffer(WVThreadCmd& cmd, SPcmInfo* item, RecordJob* job,
-                                  int16_t* data, uint32_t frames, uint32_t bytes) {
+void RecorderThread::encodeBuffer(WVThreadCmd& cmd, SPcmInfo* item, RecordJob* job, int16_t* data,
+                                  uint32_t frames, uint32_t bytes) {
     const pcm_id_t id = cmd.pcmId;
     if (job->pitchShifter) {
         // The shifter hands back at most `frames` frames per call, so its

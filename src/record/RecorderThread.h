@@ -50,7 +50,6 @@
 #include "items/PcmTypes.h"
 #include "threads/JobThread.h"
 
-
 namespace wv {
 
 class MediaBuffer;

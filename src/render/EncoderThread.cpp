@@ -9,15 +9,20 @@
 
 namespace wv {
 EncoderThread::EncoderThread(JobContext* context)
-    : ChunkedJobThread(context->events(), ChunkedJobConfig{kProgressStep, EVT_RENDER_PROGRESS,
-                                                 EVT_RENDER_CANCELLED, kStepUrgency, Check::kEncoderJobItem}),
+    : ChunkedJobThread(context->events(),
+                       ChunkedJobConfig{kProgressStep, EVT_RENDER_PROGRESS, EVT_RENDER_CANCELLED,
+                                        kStepUrgency, Check::kEncoderJobItem}),
       mContext(context) {}
 
 EncoderThread::~EncoderThread() = default;
 
-bool EncoderThread::isRegistered(uint32_t id) { return mContext->getPcmInfo(id, REF_NONE) != nullptr; }
+bool EncoderThread::isRegistered(uint32_t id) {
+    return mContext->getPcmInfo(id, REF_NONE) != nullptr;
+}
 
-SPcmInfo* EncoderThread::itemOf(const WVThreadCmd& cmd) { return mContext->getPcmInfo(cmd.pcmId, REF_NONE); }
+SPcmInfo* EncoderThread::itemOf(const WVThreadCmd& cmd) {
+    return mContext->getPcmInfo(cmd.pcmId, REF_NONE);
+}
 
 bool EncoderThread::lowPriority() { return mContext->threadPriority() == WV_PRIORITY_LOW; }
 
@@ -63,7 +68,8 @@ void EncoderThread::settleOutput(SPcmInfo* item) {
     const double seconds = static_cast<double>(item->frame2duration(0, 0xFFFFFFFF)) / 1000.0;
     item->totalFrames.store(static_cast<uint32_t>(seconds * item->sampleRate.load()));
 
-    if (static_cast<uint32_t>(item->encodeType.load()) > ENCODE_MP3) item->encodeType.store(ENCODE_WAV);
+    if (static_cast<uint32_t>(item->encodeType.load()) > ENCODE_MP3)
+        item->encodeType.store(ENCODE_WAV);
     if (item->bitRate.load() <= 0) item->bitRate.store(kDefaultBitRate);
 
     if (item->path.empty()) {
@@ -90,15 +96,16 @@ void EncoderThread::startJob(WVThreadCmd& cmd) {
     const int32_t rate = item->sampleRate.load();
     const int32_t channels = item->channelCount.load();
     const std::string path = item->path.get();
-    std::unique_ptr<AudioEncoder> encoder(
-        AudioEncoder::createAudioEncoder(static_cast<EncodeFormat>(item->encodeType.load()), path.c_str()));
+    std::unique_ptr<AudioEncoder> encoder(AudioEncoder::createAudioEncoder(
+        static_cast<EncodeFormat>(item->encodeType.load()), path.c_str()));
     if (!encoder) {
         WV_LOGE("createAudioEncoder error!");
         endJob(id, EVT_RENDER_FAILED, -1);
         return;
     }
     if (encoder->initEncoder(static_cast<uint32_t>(rate), static_cast<uint32_t>(channels),
-                             static_cast<uint32_t>(item->bitRate.load()), AudioEncoder::FORMAT_PCM_16) != 0) {
+                             static_cast<uint32_t>(item->bitRate.load()),
+                             AudioEncoder::FORMAT_PCM_16) != 0) {
         encoder.reset();
         WV_LOGW("Init encoder error!");
         endJob(id, EVT_RENDER_STOPPED, -1);
@@ -143,8 +150,9 @@ void EncoderThread::runStep(WVThreadCmd& cmd) {
 
         addWaveformBlock(job->waveform.get(), reinterpret_cast<const int16_t*>(mWorkBuffer), bytes);
         if (job->waveform->writeFailed) {
-            failRender(id, job, job->waveform->storageFull ? FileWriter::WRITE_STORAGE_FULL
-                                                           : FileWriter::WRITE_ERROR);
+            failRender(id, job,
+                       job->waveform->storageFull ? FileWriter::WRITE_STORAGE_FULL
+                                                  : FileWriter::WRITE_ERROR);
             return;
         }
 
@@ -156,7 +164,8 @@ void EncoderThread::runStep(WVThreadCmd& cmd) {
             return;
         }
         elapsed = elapsedMs(begin, end);
-        const float progress = static_cast<float>(frames) / static_cast<float>(item->totalFrames.load());
+        const float progress =
+            static_cast<float>(frames) / static_cast<float>(item->totalFrames.load());
         update(progress, &job->lastProgress);
     }
 

@@ -42,11 +42,11 @@
 #include <memory>
 
 #include "codec/AudioEncoder.h"
+#include "dsp/WaveformData.h"
 #include "items/JobContext.h"
+#include "items/PcmInfoReader.h"
 #include "items/SPcmInfo.h"
 #include "threads/ChunkedJobThread.h"
-#include "items/PcmInfoReader.h"
-#include "dsp/WaveformData.h"
 
 namespace wv {
 

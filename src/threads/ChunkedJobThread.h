@@ -17,8 +17,8 @@
 
 #include <cstdint>
 
-#include "base/Clock.h"
 #include "base/CheckSites.h"
+#include "base/Clock.h"
 #include "threads/ClientEvents.h"
 #include "threads/JobThread.h"
 #include "threads/ProgressNotifier.h"

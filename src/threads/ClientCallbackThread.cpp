@@ -3,9 +3,8 @@
 namespace wv {
 
 void ClientCallbackThread::notify(const WVThreadCmd& event, int32_t delayMs) {
-    const WVThreadCmdContainer entry = delayMs != 0
-        ? delayedEntry(event, static_cast<uint32_t>(delayMs))
-        : runEntry(event, 7);
+    const WVThreadCmdContainer entry =
+        delayMs != 0 ? delayedEntry(event, static_cast<uint32_t>(delayMs)) : runEntry(event, 7);
     std::lock_guard<std::mutex> guard(mLock);
     // Waveform levels are only worth anything live: don't let them pile up
     // while nobody listens.

@@ -18,7 +18,9 @@ public:
     ~ClientCallbackThread() override = default;
 
     // Null switches delivery off: events are then taken and dropped.
-    void setCallback(ClientCallback callback) { mCallback.store(callback, std::memory_order_release); }
+    void setCallback(ClientCallback callback) {
+        mCallback.store(callback, std::memory_order_release);
+    }
     ClientCallback callback() const { return mCallback.load(std::memory_order_acquire); }
 
     // Posts an event: dropped when it is a waveform level and no loop runs,

@@ -39,7 +39,8 @@ int32_t WVCmdThread::discardAll() {
         std::lock_guard<std::mutex> guard(mLock);
         for (auto* part : {&mQueue, &mDelayed}) {
             for (const auto& entry : *part) {
-                if (entry.kind == WVCMD_RUN || entry.kind == WVCMD_DELAYED) dropped.push_back(entry.cmd);
+                if (entry.kind == WVCMD_RUN || entry.kind == WVCMD_DELAYED)
+                    dropped.push_back(entry.cmd);
             }
             part->clear();
         }
@@ -88,7 +89,9 @@ WVThreadCmdContainer WVCmdThread::delayedEntry(const WVThreadCmd& cmd, uint32_t 
     return entry;
 }
 
-int32_t WVCmdThread::sendCmd(WVThreadCmd cmd, uint8_t urgency) { return enqueue(runEntry(cmd, urgency)); }
+int32_t WVCmdThread::sendCmd(WVThreadCmd cmd, uint8_t urgency) {
+    return enqueue(runEntry(cmd, urgency));
+}
 
 int32_t WVCmdThread::sendDelayedCmd(WVThreadCmd cmd, uint32_t delayMs) {
     return enqueue(delayedEntry(cmd, delayMs));
@@ -173,7 +176,8 @@ void WVCmdThread::runLoop(bool launched) {
                 lock.lock();
                 break;
             case WVCMD_DELAYED: {
-                const int64_t waitMs = std::max<int64_t>(0, diffUs(mDelayed.front().due, timeOfDay()) / 1000);
+                const int64_t waitMs =
+                    std::max<int64_t>(0, diffUs(mDelayed.front().due, timeOfDay()) / 1000);
                 ++mWaiting;
                 mCond.wait_for(lock, std::chrono::milliseconds(waitMs));
                 --mWaiting;

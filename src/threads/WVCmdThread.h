@@ -29,9 +29,9 @@ namespace wv {
 
 // The command (and event) record, copied by value everywhere.
 struct WVThreadCmd {
-    uint32_t code = 0;   // meaning belongs to the receiving worker
-    uint32_t pcmId = 0;  // the item concerned, or 0xFFFFFFFF
-    int32_t arg = -1;    // argument or event value; -1 when unused
+    uint32_t code = 0;     // meaning belongs to the receiving worker
+    uint32_t pcmId = 0;    // the item concerned, or 0xFFFFFFFF
+    int32_t arg = -1;      // argument or event value; -1 when unused
     void* data = nullptr;  // job context handed from chunk to chunk; never matched
 
     WVThreadCmd() = default;

@@ -105,8 +105,7 @@ TEST_F(AudioInputs, MinimumFrameCountAndRefusedFormats) {
     EXPECT_EQ(AudioInput::getMinFrameCount(&frames, 8000, 1, 0), AudioInput::BAD_VALUE);
 
     Collector collector;
-    AudioInput input(std::make_unique<ManualInputDevice>(), 8000, 1, 0x1FF0, 0,
-                     Collector::callback, &collector);
+    AudioInput input(std::make_unique<ManualInputDevice>(), 8000, 1, 0x1FF0, 0, Collector::callback, &collector);
     EXPECT_EQ(input.initCheck(), AudioInput::BAD_VALUE);
     EXPECT_EQ(input.start(), AudioInput::NO_INIT);
 }
@@ -115,8 +114,8 @@ TEST_F(AudioInputs, ToneArrivesInWholeBlocksOnTheInputsThread) {
     // The generated input waits for a slow callback, so the sine is whole
     // whatever the load of the machine.
     Collector collector;
-    AudioInput input(std::make_unique<wv::GeneratedInputDevice>(1000, 1), 8000, 1, kInMono,
-                     8000, Collector::callback, &collector, 256);
+    AudioInput input(std::make_unique<wv::GeneratedInputDevice>(1000, 1), 8000, 1, kInMono, 8000, Collector::callback,
+                     &collector, 256);
     ASSERT_EQ(input.initCheck(), 0);
     EXPECT_STREQ(input.deviceName(), "tone");
     EXPECT_EQ(input.latency(), 10u + 1000u);
@@ -136,8 +135,8 @@ TEST_F(AudioInputs, ToneArrivesInWholeBlocksOnTheInputsThread) {
 
 TEST_F(AudioInputs, SilenceFillsEveryChannel) {
     Collector collector;
-    AudioInput input(std::make_unique<wv::GeneratedInputDevice>(0, 20), 16000, 1, kInStereo, 0,
-                     Collector::callback, &collector);
+    AudioInput input(std::make_unique<wv::GeneratedInputDevice>(0, 20), 16000, 1, kInStereo, 0, Collector::callback,
+                     &collector);
     ASSERT_EQ(input.initCheck(), 0);
     EXPECT_EQ(input.channelCount(), 2u);
     EXPECT_EQ(input.frameSize(), 4u);
@@ -154,8 +153,7 @@ TEST_F(AudioInputs, FullRingLosesFramesAndReportsOneOverrun) {
     ManualInputDevice* device = owned.get();
     Collector collector;
     collector.hold = true;
-    AudioInput input(std::move(owned), 8000, 1, kInMono, 300, Collector::callback, &collector,
-                     100);
+    AudioInput input(std::move(owned), 8000, 1, kInMono, 300, Collector::callback, &collector, 100);
     ASSERT_EQ(input.initCheck(), 0);
     EXPECT_EQ(input.frameCount(), 300u);
     input.start();
@@ -169,9 +167,8 @@ TEST_F(AudioInputs, FullRingLosesFramesAndReportsOneOverrun) {
     ASSERT_TRUE(waitUntil([&] { return collector.sampleCount() == 400; }, 10s));
     std::lock_guard<std::mutex> guard(collector.lock);
     EXPECT_EQ(collector.events,
-              (std::vector<int>{AudioInput::EVENT_MORE_DATA, AudioInput::EVENT_OVERRUN,
-                                AudioInput::EVENT_MORE_DATA, AudioInput::EVENT_MORE_DATA,
-                                AudioInput::EVENT_MORE_DATA}));
+              (std::vector<int>{AudioInput::EVENT_MORE_DATA, AudioInput::EVENT_OVERRUN, AudioInput::EVENT_MORE_DATA,
+                                AudioInput::EVENT_MORE_DATA, AudioInput::EVENT_MORE_DATA}));
     EXPECT_EQ(collector.samples, counting(0, 400));
 }
 
@@ -234,8 +231,7 @@ TEST_F(AudioInputs, StopDropsLateFramesAndStartBeginsAfresh) {
     auto owned = std::make_unique<ManualInputDevice>();
     ManualInputDevice* device = owned.get();
     Collector collector;
-    AudioInput input(std::move(owned), 8000, 1, kInMono, 300, Collector::callback, &collector,
-                     100);
+    AudioInput input(std::move(owned), 8000, 1, kInMono, 300, Collector::callback, &collector, 100);
     input.start();
     device->push(counting(0, 150), 1);
     ASSERT_TRUE(waitUntil([&] { return collector.sampleCount() == 100; }, 10s));
@@ -248,8 +244,7 @@ TEST_F(AudioInputs, StopDropsLateFramesAndStartBeginsAfresh) {
     device->push(counting(1000, 100), 1);
     ASSERT_TRUE(waitUntil([&] { return collector.sampleCount() == 200; }, 10s));
     std::lock_guard<std::mutex> guard(collector.lock);
-    EXPECT_EQ(std::vector<int16_t>(collector.samples.begin() + 100, collector.samples.end()),
-              counting(1000, 100));
+    EXPECT_EQ(std::vector<int16_t>(collector.samples.begin() + 100, collector.samples.end()), counting(1000, 100));
 }
 
 TEST_F(AudioInputs, SelectionAndFallback) {

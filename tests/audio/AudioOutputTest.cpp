@@ -23,9 +23,8 @@ struct ManualOutput {
         : client(__builtin_popcount(mask)) {
         auto owned = std::make_unique<ManualDevice>(deviceRate);
         device = owned.get();
-        output = std::make_unique<AudioOutput>(std::move(owned), rate,
-                                               AudioOutput::AUDIO_FORMAT_PCM_16_BIT, mask, frames,
-                                               CountingClient::callback, &client);
+        output = std::make_unique<AudioOutput>(std::move(owned), rate, AudioOutput::AUDIO_FORMAT_PCM_16_BIT, mask,
+                                               frames, CountingClient::callback, &client);
     }
     bool waitFull() {
         return waitUntil([&] { return output->framesQueued() == output->frameCount(); }, 10s);
@@ -43,8 +42,8 @@ TEST(AudioOutput, RefusesFormatsItCannotPlay) {
         uint32_t rate;
     } bad[] = {{3, kStereo, 44100}, {1, 0, 44100}, {1, 0x1FF, 44100}, {1, kStereo, 0}};
     for (const auto& b : bad) {
-        AudioOutput output(std::make_unique<ManualDevice>(), b.rate, b.format, b.mask, 0,
-                           CountingClient::callback, &client);
+        AudioOutput output(std::make_unique<ManualDevice>(), b.rate, b.format, b.mask, 0, CountingClient::callback,
+                           &client);
         EXPECT_EQ(output.initCheck(), AudioOutput::BAD_VALUE);
         EXPECT_EQ(output.start(), AudioOutput::NO_INIT);
         EXPECT_EQ(output.setSampleRate(8000), AudioOutput::NO_INIT);
@@ -205,8 +204,7 @@ TEST(AudioOutput, FixedRateDeviceResamplesTheQueue) {
 
     ASSERT_EQ(m.output->setSampleRate(16000), 0);
     m.device->render(out.data(), 4);
-    EXPECT_EQ((std::vector<int16_t>(out.begin(), out.begin() + 8)),
-              (std::vector<int16_t>{3, 3, 4, 4, 5, 5, 6, 6}));
+    EXPECT_EQ((std::vector<int16_t>(out.begin(), out.begin() + 8)), (std::vector<int16_t>{3, 3, 4, 4, 5, 5, 6, 6}));
 
     m.output->pause();
     m.device->render(out.data(), 4);

@@ -23,9 +23,7 @@ struct FakeDevice {
 
 int32_t gSystemStatus = 0;
 
-std::unique_ptr<FakeDevice> makeSystem() {
-    return std::make_unique<FakeDevice>("system", gSystemStatus);
-}
+std::unique_ptr<FakeDevice> makeSystem() { return std::make_unique<FakeDevice>("system", gSystemStatus); }
 std::unique_ptr<FakeDevice> makeNamed(const std::string& text) {
     if (text == "quiet") return std::make_unique<FakeDevice>("quiet", 0);
     const std::string path = wv::kindArgument(text, "file");
@@ -36,8 +34,8 @@ bool isValid(const std::string& text) {
 }
 
 const wv::DeviceKinds kKinds = {
-    "FakeTag", "gadget", "WAVORYX_TEST_GADGET", "is not a gadget", &isValid,
-    "quiet",   WAVORYX_LOG_WARN, "no gadget; going quiet",
+    "FakeTag", "gadget", "WAVORYX_TEST_GADGET", "is not a gadget",
+    &isValid,  "quiet",  WAVORYX_LOG_WARN,      "no gadget; going quiet",
 };
 
 class DeviceSelection : public ::testing::Test {

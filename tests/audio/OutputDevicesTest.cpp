@@ -20,8 +20,8 @@ using wvtest::waitUntil;
 using namespace std::chrono_literals;
 
 uint32_t le32(const std::vector<char>& b, size_t at) {
-    return uint32_t(uint8_t(b[at])) | uint32_t(uint8_t(b[at + 1])) << 8 |
-           uint32_t(uint8_t(b[at + 2])) << 16 | uint32_t(uint8_t(b[at + 3])) << 24;
+    return uint32_t(uint8_t(b[at])) | uint32_t(uint8_t(b[at + 1])) << 8 | uint32_t(uint8_t(b[at + 2])) << 16 |
+           uint32_t(uint8_t(b[at + 3])) << 24;
 }
 
 // Restores the process-wide selection after each case.
@@ -67,8 +67,7 @@ TEST_F(OutputDevices, FileDeviceRecordsEveryFrameHandedOut) {
     CountingClient client(2);
     uint64_t handed = 0;
     {
-        AudioOutput output(22050, AudioOutput::AUDIO_FORMAT_PCM_16_BIT, 0x3, 0,
-                           CountingClient::callback, &client);
+        AudioOutput output(22050, AudioOutput::AUDIO_FORMAT_PCM_16_BIT, 0x3, 0, CountingClient::callback, &client);
         ASSERT_EQ(output.initCheck(), 0);
         EXPECT_STREQ(output.deviceName(), "file");
         output.start();
@@ -98,8 +97,7 @@ TEST_F(OutputDevices, FileDeviceThatCannotCreateItsFileFails) {
     wvtest::TempDir dir;
     ASSERT_EQ(wavoryx_set_audio_output(("file:" + dir.file("no/such/dir.wav")).c_str()), 0);
     CountingClient client(1);
-    AudioOutput output(8000, AudioOutput::AUDIO_FORMAT_PCM_16_BIT, 0x1, 0,
-                       CountingClient::callback, &client);
+    AudioOutput output(8000, AudioOutput::AUDIO_FORMAT_PCM_16_BIT, 0x1, 0, CountingClient::callback, &client);
     EXPECT_NE(output.initCheck(), 0);
     EXPECT_EQ(output.start(), AudioOutput::NO_INIT);
 }
@@ -109,9 +107,8 @@ TEST_F(OutputDevices, FileDeviceThatCannotCreateItsFileFails) {
 TEST_F(OutputDevices, NullDeviceIsPacedByItsClock) {
     CountingClient client(2);
     const double pace = 10;
-    AudioOutput output(std::make_unique<wv::ClockOutputDevice>(pace), 44100,
-                       AudioOutput::AUDIO_FORMAT_PCM_16_BIT, 0x3, 0, CountingClient::callback,
-                       &client);
+    AudioOutput output(std::make_unique<wv::ClockOutputDevice>(pace), 44100, AudioOutput::AUDIO_FORMAT_PCM_16_BIT, 0x3,
+                       0, CountingClient::callback, &client);
     ASSERT_EQ(output.initCheck(), 0);
     EXPECT_STREQ(output.deviceName(), "null");
     const int64_t begin = wv::monotonicUs();
@@ -131,8 +128,7 @@ TEST_F(OutputDevices, DeviceFailsCleanlyOrPlays) {
     ASSERT_EQ(wavoryx_set_audio_output("device"), 0);
     testing::internal::CaptureStderr();
     {
-        AudioOutput output(44100, AudioOutput::AUDIO_FORMAT_PCM_16_BIT, 0x3, 0,
-                           CountingClient::callback, &client);
+        AudioOutput output(44100, AudioOutput::AUDIO_FORMAT_PCM_16_BIT, 0x3, 0, CountingClient::callback, &client);
         if (output.initCheck() == 0) {
             EXPECT_STREQ(output.deviceName(), "device");
         } else {
@@ -149,8 +145,7 @@ TEST_F(OutputDevices, AutoFallsBackToNullWithoutAnError) {
     setenv("WAVORYX_DEVICE_PACE", "20", 1);
     testing::internal::CaptureStderr();
     {
-        AudioOutput output(44100, AudioOutput::AUDIO_FORMAT_PCM_16_BIT, 0x3, 0,
-                           CountingClient::callback, &client);
+        AudioOutput output(44100, AudioOutput::AUDIO_FORMAT_PCM_16_BIT, 0x3, 0, CountingClient::callback, &client);
         ASSERT_EQ(output.initCheck(), 0);
         if (std::string(output.deviceName()) == "null") {
             for (const auto& line : log.lines()) {

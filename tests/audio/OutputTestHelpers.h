@@ -59,8 +59,7 @@ struct CountingClient {
 // device (advance), otherwise a fixed-rate one (render).
 class ManualDevice : public wv::AudioOutputDevice {
 public:
-    explicit ManualDevice(uint32_t rate = 0, size_t bufferFrames = 64)
-        : mRate(rate), mBufferFrames(bufferFrames) {}
+    explicit ManualDevice(uint32_t rate = 0, size_t bufferFrames = 64) : mRate(rate), mBufferFrames(bufferFrames) {}
     int32_t open(uint32_t, uint32_t, wv::AudioOutputClient* client) override {
         mClient = client;
         return 0;

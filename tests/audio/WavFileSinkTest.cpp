@@ -28,7 +28,7 @@ TEST(WavFileSink, AnExistingFileIsReplacedOnlyByAFinishedWav) {
         ASSERT_EQ(sink.open(path, 8000, 2), 0);
         ASSERT_EQ(sink.write(frames.data(), 3), 0);
         EXPECT_EQ(wvtest::fileSize(path), 7);  // still the old file
-        sink.discard();                         // a write failed later on
+        sink.discard();                        // a write failed later on
     }
     EXPECT_EQ(wvtest::fileSize(path), 7);
     {

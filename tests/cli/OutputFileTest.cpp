@@ -23,9 +23,7 @@ using wvtest::TempDir;
 
 namespace {
 
-void writeText(const std::string& path, const std::string& text) {
-    wvtest::writeFile(path, text.data(), text.size());
-}
+void writeText(const std::string& path, const std::string& text) { wvtest::writeFile(path, text.data(), text.size()); }
 
 std::string readText(const std::string& path) {
     const std::vector<char> bytes = wvtest::readFile(path);

@@ -169,8 +169,7 @@ TEST_F(FifoWriter, ShortWriteHoldsTheTailAndRetryDeliversItInOrder) {
     const uint32_t held = mWriter.heldLength();
     ASSERT_GT(held, 0u);
     ASSERT_LT(held, block.size());
-    EXPECT_TRUE(log.contains("pcm should write 12288 but write return " +
-                             std::to_string(block.size() - held)));
+    EXPECT_TRUE(log.contains("pcm should write 12288 but write return " + std::to_string(block.size() - held)));
 
     auto received = drain();
     EXPECT_EQ(received.size(), head.size() + block.size() - held);

@@ -29,9 +29,8 @@ struct FrameSummary {
 // Walks the MPEG audio frames of an MP3 file (after an ID3v2 tag, if any).
 FrameSummary walkFrames(const std::vector<char>& file) {
     static const int kRates[2][3] = {{22050, 24000, 16000}, {44100, 48000, 32000}};
-    static const int kKbps[2][15] = {
-        {0, 8, 16, 24, 32, 40, 48, 56, 64, 80, 96, 112, 128, 144, 160},
-        {0, 32, 40, 48, 56, 64, 80, 96, 112, 128, 160, 192, 224, 256, 320}};
+    static const int kKbps[2][15] = {{0, 8, 16, 24, 32, 40, 48, 56, 64, 80, 96, 112, 128, 144, 160},
+                                     {0, 32, 40, 48, 56, 64, 80, 96, 112, 128, 160, 192, 224, 256, 320}};
     FrameSummary s;
     size_t at = 0;
     if (file.size() >= 10 && file[0] == 'I' && file[1] == 'D' && file[2] == '3') {
@@ -61,9 +60,8 @@ FrameSummary walkFrames(const std::vector<char>& file) {
     return s;
 }
 
-std::unique_ptr<AudioEncoder> encodeFile(const std::string& path, uint32_t rate, uint32_t channels,
-                                         uint32_t kbps, const std::vector<int16_t>& pcm,
-                                         int blockBytes) {
+std::unique_ptr<AudioEncoder> encodeFile(const std::string& path, uint32_t rate, uint32_t channels, uint32_t kbps,
+                                         const std::vector<int16_t>& pcm, int blockBytes) {
     std::unique_ptr<AudioEncoder> encoder(AudioEncoder::createAudioEncoder(EncodeFormat::Mp3, path.c_str()));
     if (!encoder || encoder->initEncoder(rate, channels, kbps, 1) != 0) return nullptr;
     const auto* bytes = reinterpret_cast<const char*>(pcm.data());
@@ -131,10 +129,10 @@ TEST_F(Mp3Output, EveryFrameCarriesTheBitRateAndChannelMode) {
         uint32_t rate, channels, kbps;
         int headerMode;  // 2 dual channel, 3 mono
     };
-    for (const Case& c : {Case{44100, 2, 320, 2}, Case{44100, 2, 160, 2}, Case{44100, 1, 128, 3},
-                          Case{22050, 1, 32, 3}, Case{48000, 2, 192, 2}}) {
-        SCOPED_TRACE(std::to_string(c.rate) + " Hz, " + std::to_string(c.channels) + " ch, " +
-                     std::to_string(c.kbps) + " kbit/s");
+    for (const Case& c : {Case{44100, 2, 320, 2}, Case{44100, 2, 160, 2}, Case{44100, 1, 128, 3}, Case{22050, 1, 32, 3},
+                          Case{48000, 2, 192, 2}}) {
+        SCOPED_TRACE(std::to_string(c.rate) + " Hz, " + std::to_string(c.channels) + " ch, " + std::to_string(c.kbps) +
+                     " kbit/s");
         const std::string path = mDir.file("cbr.mp3");
         const uint32_t frames = c.rate * 3 / 2;
         std::vector<double> tones(c.channels, 440.0);

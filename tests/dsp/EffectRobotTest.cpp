@@ -48,8 +48,7 @@ TEST(EffectRobot, ImpulseEchoesEveryTenMillisecondsTruncatedTowardZero) {
     wv::EffectRobot robot(2, 10, 8000);
     EXPECT_FLOAT_EQ(robot.decay(), 0.7943282f);
     EXPECT_EQ(wv::EffectRobot(2, 10, 44100).interval(), 441);
-    EXPECT_TRUE(log.contains("EffectRobot construct decay 0.794328, interval 80, mBufferSize 160",
-                             "EffectRobot"));
+    EXPECT_TRUE(log.contains("EffectRobot construct decay 0.794328, interval 80, mBufferSize 160", "EffectRobot"));
 
     Samples data(400, 0);
     data[0] = 10000;
@@ -73,16 +72,15 @@ TEST(EffectRobot, MatchesTheCombFilterWhateverTheBlockSizes) {
     const Samples input = noise(5000, 7);
     const Samples expected = combReference(input, 80, 0.7943282f);
     // Blocks below, at and above the 80-sample delay, and empty ones.
-    for (const auto& plan : std::vector<std::vector<uint32_t>>{
-             {5000}, {7, 100, 893}, {1}, {79}, {80}, {81}, {160, 0, 3, 250, 79, 1}}) {
+    for (const auto& plan :
+         std::vector<std::vector<uint32_t>>{{5000}, {7, 100, 893}, {1}, {79}, {80}, {81}, {160, 0, 3, 250, 79, 1}}) {
         EXPECT_EQ(runInBlocks(input, plan), expected) << "first block " << plan[0];
     }
 }
 
 TEST(EffectRobot, StereoIsFilteredPerChannelWithTheDelayInFrames) {
     const Samples input = noise(6000, 3);  // 3000 interleaved frames
-    const Samples expected =
-        combReference(combReference(input, 80, 0.7943282f, 2, 0), 80, 0.7943282f, 2, 1);
+    const Samples expected = combReference(combReference(input, 80, 0.7943282f, 2, 0), 80, 0.7943282f, 2, 1);
     for (const auto& plan : std::vector<std::vector<uint32_t>>{{3000}, {7, 100, 893}, {50}}) {
         EXPECT_EQ(runInBlocks(input, plan, 2), expected) << "first block " << plan[0];
     }

@@ -40,8 +40,7 @@ void restartExportedStream() { smbPitchShift(1.0f, 0, 2, 1, kRate, nullptr, null
 
 Samples shiftExported(float ratio, const Samples& in, long frameSize, long osamp) {
     Samples out(in.size());
-    smbPitchShift(ratio, long(in.size()), frameSize, osamp, kRate,
-                  const_cast<int16_t*>(in.data()), out.data());
+    smbPitchShift(ratio, long(in.size()), frameSize, osamp, kRate, const_cast<int16_t*>(in.data()), out.data());
     return out;
 }
 
@@ -178,8 +177,7 @@ TEST(PitchShifter, UnusableArgumentsWriteSilenceAndLeaveTheStreamAlone) {
     EXPECT_TRUE(writesSilence(1024, 4, kRate, NAN));
     size_t errors = 0;
     for (const auto& line : log.lines()) {
-        errors += line.priority == WAVORYX_LOG_ERROR &&
-                  line.message.rfind("smbPitchShift: unusable arguments", 0) == 0;
+        errors += line.priority == WAVORYX_LOG_ERROR && line.message.rfind("smbPitchShift: unusable arguments", 0) == 0;
     }
     EXPECT_EQ(errors, 12u);
 

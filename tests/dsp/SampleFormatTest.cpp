@@ -46,8 +46,7 @@ TEST(SampleFormat, FloatConversionsScaleClampAndTruncate) {
     Samples out(12);
     std::memcpy(out.data(), in, sizeof in);
     Float2Stereo(out.data(), 6);
-    EXPECT_EQ(out, (Samples{32767, 32767, -32767, -32767, 32766, 32766, -32766, -32766, 16383,
-                            16383, -32767, -32767}));
+    EXPECT_EQ(out, (Samples{32767, 32767, -32767, -32767, 32766, 32766, -32766, -32766, 16383, 16383, -32767, -32767}));
 
     // Round trip: dual mono of the left channel, scaled by 32767/32768.
     Samples trip = {-32768, 1, 32767, 2, 1000, 3};

@@ -108,7 +108,8 @@ class WaveformSamplesTest : public ::testing::Test {
 protected:
     SPcmInfo* pcmItem(int rate, int channels, uint32_t frames) {
         std::vector<int16_t> samples(size_t(frames) * channels);
-        for (size_t i = 0; i < samples.size(); ++i) samples[i] = static_cast<int16_t>((i * 37) % 30000 - 15000 + i / 50);
+        for (size_t i = 0; i < samples.size(); ++i)
+            samples[i] = static_cast<int16_t>((i * 37) % 30000 - 15000 + i / 50);
         const int list = engine.newClipList();  // an id to borrow; made a file item below
         SPcmInfo* item = engine.getPcmInfo(list, REF_NONE);
         item->clipList.reset();
@@ -130,7 +131,8 @@ protected:
         std::vector<char> block(size_t(end - start) * 4);
         reader.read(block.data(), static_cast<uint32_t>(block.size()));
         std::vector<uint8_t> out(count);
-        Pcm16toWaveform8(reinterpret_cast<int16_t*>(block.data()), static_cast<uint32_t>(block.size()), out.data(), count);
+        Pcm16toWaveform8(reinterpret_cast<int16_t*>(block.data()), static_cast<uint32_t>(block.size()), out.data(),
+                         count);
         return out;
     }
     wvtest::TempDir dir;

@@ -1,5 +1,5 @@
-#include <gtest/gtest.h>
 #include <dirent.h>
+#include <gtest/gtest.h>
 
 #include <atomic>
 #include <string>
@@ -122,7 +122,10 @@ TEST(Engine, UnknownIdsAndWrongStatusesGiveTheExactReports) {
     EXPECT_TRUE(log.contains("error: pcm 999 doesn't exist", "WavoryxPriv"));
     EXPECT_EQ(log.lines().back().priority, WAVORYX_LOG_ERROR);
 
-    struct Case { int32_t result; const char* line; };
+    struct Case {
+        int32_t result;
+        const char* line;
+    };
     const int file = engine.loadFile("/nonexistent-dir/a.mp3");
     const Case cases[] = {
         {engine.getPcmChannelCount(998), "line 338 in int32_t WavoryxPriv::getPcmChannelCount(uint32_t):"},
@@ -135,7 +138,8 @@ TEST(Engine, UnknownIdsAndWrongStatusesGiveTheExactReports) {
         {engine.cancelLoadFile(998), "line 532 in int32_t WavoryxPriv::cancelLoadFile(pcm_id_t):"},
         {engine.process(998), "line 544 in int32_t WavoryxPriv::process(uint32_t):"},
         {engine.cancelProcess(998), "line 556 in int32_t WavoryxPriv::cancelProcess(uint32_t):"},
-        {engine.addClip(998, file, 0, 1), "line 395 in int32_t WavoryxPriv::addClip(uint32_t, uint32_t, uint32_t, uint32_t):"},
+        {engine.addClip(998, file, 0, 1),
+         "line 395 in int32_t WavoryxPriv::addClip(uint32_t, uint32_t, uint32_t, uint32_t):"},
         {engine.addClipMs(998, file, 0, 1),
          "line 411 in int32_t WavoryxPriv::addClipMs(uint32_t, uint32_t, duration_t, duration_t):"},
         {engine.playPause(), "line 651 in int32_t WavoryxPriv::playPause(pcm_id_t):"},
@@ -156,12 +160,14 @@ TEST(Engine, UnknownIdsAndWrongStatusesGiveTheExactReports) {
     EXPECT_EQ(engine.setOutputPara(file, "x", ENCODE_MP3), -2);
     EXPECT_TRUE(log.contains("line 435 in int32_t WavoryxPriv::setOutputPara(uint32_t, const char*, encode_type):"));
     EXPECT_EQ(engine.setEncodePara(file, 1, 1, 1, 1), -2);
-    EXPECT_TRUE(log.contains("line 448 in int32_t WavoryxPriv::setEncodePara(uint32_t, int32_t, int32_t, int32_t, int32_t):"));
+    EXPECT_TRUE(
+        log.contains("line 448 in int32_t WavoryxPriv::setEncodePara(uint32_t, int32_t, int32_t, int32_t, int32_t):"));
     EXPECT_EQ(engine.addClip(file, file, 0, 1), -2);
     EXPECT_TRUE(log.contains("line 397 in int32_t WavoryxPriv::addClip(uint32_t, uint32_t, uint32_t, uint32_t):"));
     const int list = engine.newClipList();
     EXPECT_EQ(engine.addClipMs(list, 997, 0, 1), -1);
-    EXPECT_TRUE(log.contains("line 415 in int32_t WavoryxPriv::addClipMs(uint32_t, uint32_t, duration_t, duration_t):"));
+    EXPECT_TRUE(
+        log.contains("line 415 in int32_t WavoryxPriv::addClipMs(uint32_t, uint32_t, duration_t, duration_t):"));
     EXPECT_TRUE(log.contains("error: pcm 997 doesn't exist"));
 }
 
@@ -173,7 +179,11 @@ TEST(Engine, PlayAndClipSourceReportsKeepTheirLines) {
     engine.setWorkingDir("/nonexistent-dir/");
     const int file = engine.loadFile("/nonexistent-dir/a.mp3");
     const int list = engine.newClipList();
-    struct Case { int32_t result; int32_t expected; const char* line; };
+    struct Case {
+        int32_t result;
+        int32_t expected;
+        const char* line;
+    };
     const Case cases[] = {
         {engine.playStart(998), -1, "line 604 in int32_t WavoryxPriv::playStart(pcm_id_t):"},
         {engine.playSeekTo(10), -1, "line 689 in int32_t WavoryxPriv::playSeekTo(int32_t):"},

@@ -85,8 +85,8 @@ TEST_F(BadArguments, EveryOperationGivesItsDocumentedResult) {
         rows.push_back({"getPcmChannelCount" + n, [=] { return api.getPcmChannelCount(id); }, -1});
         rows.push_back({"getPcmFrameLength" + n, [=] { return api.getPcmFrameLength(id); }, -1});
         rows.push_back({"getPcmDuration" + n, [=] { return api.getPcmDuration(id); }, -1});
-        rows.push_back({"getWaveformSamples" + n,
-                        [&, id] { return api.getWaveformSamples(id, 0, 100, 4, points); }, -1});
+        rows.push_back(
+            {"getWaveformSamples" + n, [&, id] { return api.getWaveformSamples(id, 0, 100, 4, points); }, -1});
         rows.push_back({"addClip list" + n, [=] { return api.addClip(id, file, 0, 10); }, -1});
         rows.push_back({"addClip source" + n, [=] { return api.addClip(list, id, 0, 10); }, -1});
         rows.push_back({"addClipMs list" + n, [=] { return api.addClipMs(id, file, 0, 10); }, -1});
@@ -121,12 +121,16 @@ TEST_F(BadArguments, EveryOperationGivesItsDocumentedResult) {
     rows.push_back({"cancelLoadFile of a list", [&] { return api.cancelLoadFile(list); }, 0});
     rows.push_back({"cancelProcess of a file", [&] { return api.cancelProcess(file); }, 0});
     // Ranges and counts.
-    rows.push_back({"waveform of an empty range", [&] { return api.getWaveformSamples(file, 100, 100, 4, points); }, -4});
-    rows.push_back({"waveform of a reversed range", [&] { return api.getWaveformSamples(file, 200, 100, 4, points); }, -4});
+    rows.push_back(
+        {"waveform of an empty range", [&] { return api.getWaveformSamples(file, 100, 100, 4, points); }, -4});
+    rows.push_back(
+        {"waveform of a reversed range", [&] { return api.getWaveformSamples(file, 200, 100, 4, points); }, -4});
     rows.push_back({"waveform of no points", [&] { return api.getWaveformSamples(file, 0, 100, 0, points); }, -4});
     rows.push_back({"waveform into no buffer", [&] { return api.getWaveformSamples(file, 0, 100, 4, nullptr); }, -4});
-    rows.push_back({"waveform beyond the end", [&] { return api.getWaveformSamples(file, 0, UINT_MAX, 16, points); }, 16});
-    rows.push_back({"waveform wholly after the end", [&] { return api.getWaveformSamples(file, 5000, UINT_MAX, 16, points); }, -4});
+    rows.push_back(
+        {"waveform beyond the end", [&] { return api.getWaveformSamples(file, 0, UINT_MAX, 16, points); }, 16});
+    rows.push_back({"waveform wholly after the end",
+                    [&] { return api.getWaveformSamples(file, 5000, UINT_MAX, 16, points); }, -4});
     rows.push_back({"addClip of huge frames", [&] { return api.addClip(list, file, UINT_MAX - 1, UINT_MAX); }, 2});
     rows.push_back({"addClipMs of huge times", [&] { return api.addClipMs(list, file, 0, UINT_MAX); }, 3});
     rows.push_back({"setEncodePara negative", [&] { return api.setEncodePara(list, -1, INT_MIN, -1, 0); }, 0});
@@ -136,7 +140,8 @@ TEST_F(BadArguments, EveryOperationGivesItsDocumentedResult) {
     rows.push_back({"recordStart type 2", [&] { return api.recordStart("", encode_type(2), 8000, 1, 0, 0, 0); }, -4});
     rows.push_back({"recordStart type -1", [&] { return api.recordStart("", encode_type(-1), 8000, 1, 0, 0, 0); }, -4});
     rows.push_back({"recordStart 3 channels", [&] { return api.recordStart("", ENCODE_WAV, 8000, 3, 0, 0, 0); }, -4});
-    rows.push_back({"recordStart huge channels", [&] { return api.recordStart("", ENCODE_WAV, 8000, INT_MAX, 0, 0, 0); }, -4});
+    rows.push_back(
+        {"recordStart huge channels", [&] { return api.recordStart("", ENCODE_WAV, 8000, INT_MAX, 0, 0, 0); }, -4});
     // Null pointers and empty texts.
     rows.push_back({"setOutputPara null path", [&] { return api.setOutputPara(list, nullptr, ENCODE_WAV); }, 0});
     rows.push_back({"setOutputPara empty path", [&] { return api.setOutputPara(list, "", encode_type(7)); }, 0});
@@ -144,11 +149,13 @@ TEST_F(BadArguments, EveryOperationGivesItsDocumentedResult) {
     rows.push_back({"loadFile empty path", [&] { return api.loadFile(""); }, kNewId});
 #pragma GCC diagnostic push
 #pragma GCC diagnostic ignored "-Wdeprecated-declarations"
-    rows.push_back({"compatibility stubs", [&] {
+    rows.push_back({"compatibility stubs",
+                    [&] {
                         return api.enableWaveformCallback(-1, INT_MAX, 0, INT_MIN) +
-                               insertClip(INT_MIN, -1, 0, UINT_MAX, 0) +
-                               insertClipMs(-1, INT_MAX, -1, 0, UINT_MAX) + removeClip(INT_MIN, UINT_MAX);
-                    }, 0});
+                               insertClip(INT_MIN, -1, 0, UINT_MAX, 0) + insertClipMs(-1, INT_MAX, -1, 0, UINT_MAX) +
+                               removeClip(INT_MIN, UINT_MAX);
+                    },
+                    0});
 #pragma GCC diagnostic pop
     check(rows);
 

@@ -14,9 +14,9 @@
 #include <thread>
 #include <vector>
 
+#include "../record/RecordTestHelpers.h"
 #include "AudioFixtures.h"
 #include "FaultRig.h"
-#include "../record/RecordTestHelpers.h"
 #include "TestSupport.h"
 #include "platform/audio/AudioInputDevice.h"
 #include "platform/audio/AudioOutputDevice.h"
@@ -178,10 +178,12 @@ protected:
         wv::setAudioInputDeviceMaker(nullptr);
     }
     static void scriptOutput(Script script) {
-        wv::setAudioOutputDeviceMaker([script] { return std::unique_ptr<wv::AudioOutputDevice>(new ScriptedOutput(script)); });
+        wv::setAudioOutputDeviceMaker(
+            [script] { return std::unique_ptr<wv::AudioOutputDevice>(new ScriptedOutput(script)); });
     }
     static void scriptInput(Script script) {
-        wv::setAudioInputDeviceMaker([script] { return std::unique_ptr<wv::AudioInputDevice>(new ScriptedInput(script)); });
+        wv::setAudioInputDeviceMaker(
+            [script] { return std::unique_ptr<wv::AudioInputDevice>(new ScriptedInput(script)); });
     }
     // With the devices back to the selection, a play of a new item (an
     // item's player keeps its device) and a recording both run to their

@@ -37,8 +37,7 @@ inline bool isOneOf(int code, const std::vector<int>& codes) {
 }
 
 // The events of item `id` whose code is one of `codes`.
-inline std::vector<Event> eventsOf(const std::vector<Event>& events, int id,
-                                   const std::vector<int>& codes) {
+inline std::vector<Event> eventsOf(const std::vector<Event>& events, int id, const std::vector<int>& codes) {
     std::vector<Event> out;
     for (const Event& e : events) {
         if (e.id == id && isOneOf(e.code, codes)) out.push_back(e);

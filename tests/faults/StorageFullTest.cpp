@@ -53,14 +53,16 @@ protected:
     void expectOnlyTheEarlierFiles(FaultEngine& engine, const std::vector<int>& ids) {
         for (int id : ids) engine.api.removePcm(id);
         std::set<std::string> names;
-        const bool onlyEarlier = wvtest::waitUntil([&] {
-            names = faulttest::namesIn(fs.path());
-            for (auto it = names.begin(); it != names.end();) {
-                it = it->size() > 5 && it->compare(it->size() - 5, 5, ".wave") == 0 ? names.erase(it)
-                                                                                   : std::next(it);
-            }
-            return names == std::set<std::string>{"ballast", "finished.wav"};
-        }, std::chrono::seconds(5));
+        const bool onlyEarlier = wvtest::waitUntil(
+            [&] {
+                names = faulttest::namesIn(fs.path());
+                for (auto it = names.begin(); it != names.end();) {
+                    it = it->size() > 5 && it->compare(it->size() - 5, 5, ".wave") == 0 ? names.erase(it)
+                                                                                        : std::next(it);
+                }
+                return names == std::set<std::string>{"ballast", "finished.wav"};
+            },
+            std::chrono::seconds(5));
         if (onlyEarlier) return;
         ADD_FAILURE() << "left in the working directory: " << ::testing::PrintToString(names);
     }
@@ -137,8 +139,7 @@ std::string caseName(const ::testing::TestParamInfo<std::tuple<Job, Space>>& inf
 }
 
 INSTANTIATE_TEST_SUITE_P(EveryStage, StorageFull,
-                         ::testing::Combine(::testing::Values(Job::Load, Job::RenderWav, Job::RenderMp3,
-                                                              Job::Record),
+                         ::testing::Combine(::testing::Values(Job::Load, Job::RenderWav, Job::RenderMp3, Job::Record),
                                             ::testing::Values(Space::None, Space::Little)),
                          caseName);
 

@@ -144,7 +144,7 @@ TEST_F(PcmInfoReaderTest, ClipListFetchesNextClipOnlyBeforeHalfTheBuffer) {
     list->clipList->add(clip);
 
     PcmInfoReader reader(list);
-    std::vector<char> buffer(2048);  // 1024 mono frames, half = 512
+    std::vector<char> buffer(2048);                     // 1024 mono frames, half = 512
     EXPECT_EQ(reader.read(buffer.data(), 2048), 1024);  // 300 of A, then B until full
     auto out = samples(buffer, 1024);
     EXPECT_EQ(out[0], 200);

@@ -143,8 +143,15 @@ TEST_F(AudioDecoderTest, FilesThatCannotBeLoadedGiveTheirResultAndMessage) {
 
 TEST_F(AudioDecoderTest, BrokenTrackFormatsFailTheLoadInsteadOfTheProcess) {
     // WAV headers stating no rate, no channels, or a codec nobody decodes.
-    struct Case { const char* name; uint16_t tag; uint16_t channels; uint32_t rate; } cases[] = {
-        {"norate.wav", 1, 2, 0}, {"nochannels.wav", 1, 0, 44100}, {"unknown.wav", 0x7777, 2, 44100},
+    struct Case {
+        const char* name;
+        uint16_t tag;
+        uint16_t channels;
+        uint32_t rate;
+    } cases[] = {
+        {"norate.wav", 1, 2, 0},
+        {"nochannels.wav", 1, 0, 44100},
+        {"unknown.wav", 0x7777, 2, 44100},
     };
     for (const auto& c : cases) {
         SCOPED_TRACE(c.name);
@@ -221,8 +228,7 @@ TEST_F(AudioDecoderTest, OneFormatChangeIsReadOverButTwoEndTheStream) {
 }
 
 TEST_F(AudioDecoderTest, AnEmptyBufferIsStillABuffer) {
-    auto decoder = scripted(std::make_shared<CodecProbe>(),
-                            [](ScriptedCodec& c) { c.emptyFirstBuffer = true; });
+    auto decoder = scripted(std::make_shared<CodecProbe>(), [](ScriptedCodec& c) { c.emptyFirstBuffer = true; });
     ASSERT_EQ(load(*decoder, file("tone.flac")).result, 0);
     char* data = nullptr;
     unsigned length = 99;

@@ -35,8 +35,8 @@ public:
     // empty on failure.
     std::string encoded(int rate, int channels, const std::string& ffmpegArgs, const std::string& ext,
                         double seconds = kSeconds) {
-        const std::string key = std::to_string(rate) + "-" + std::to_string(channels) + "-" +
-                                std::to_string(seconds) + ffmpegArgs + ext;
+        const std::string key =
+            std::to_string(rate) + "-" + std::to_string(channels) + "-" + std::to_string(seconds) + ffmpegArgs + ext;
         auto found = mMade.find(key);
         if (found != mMade.end()) return found->second;
         const std::string base = mDir.file("src" + std::to_string(mMade.size()));
@@ -111,16 +111,15 @@ TEST_P(LosslessLoad, PcmFileHoldsTheSourceSamplesExactly) {
     EXPECT_FALSE(wvtest::fileExists(rig.pcmPath(id)));
 }
 
-INSTANTIATE_TEST_SUITE_P(
-    Formats, LosslessLoad,
-    ::testing::Values(Format{"FlacStereo44100", "-c:a flac", ".flac", 44100, 2, 0},
-                      Format{"FlacMono48000", "-c:a flac", ".flac", 48000, 1, 0},
-                      Format{"Wav24Bit", "-c:a pcm_s24le", ".wav", 44100, 2, 0},
-                      Format{"Wav32BitFloat", "-c:a pcm_f32le", ".wav", 22050, 1, 0},
-                      // A LIST chunk before the samples: not readable in place.
-                      Format{"Wav16BitWithExtraChunk", "-c:a pcm_s16le -metadata title=tone", ".wav",
-                             16000, 2, 0}),
-    [](const ::testing::TestParamInfo<Format>& info) { return std::string(info.param.name); });
+INSTANTIATE_TEST_SUITE_P(Formats, LosslessLoad,
+                         ::testing::Values(Format{"FlacStereo44100", "-c:a flac", ".flac", 44100, 2, 0},
+                                           Format{"FlacMono48000", "-c:a flac", ".flac", 48000, 1, 0},
+                                           Format{"Wav24Bit", "-c:a pcm_s24le", ".wav", 44100, 2, 0},
+                                           Format{"Wav32BitFloat", "-c:a pcm_f32le", ".wav", 22050, 1, 0},
+                                           // A LIST chunk before the samples: not readable in place.
+                                           Format{"Wav16BitWithExtraChunk", "-c:a pcm_s16le -metadata title=tone",
+                                                  ".wav", 16000, 2, 0}),
+                         [](const ::testing::TestParamInfo<Format>& info) { return std::string(info.param.name); });
 
 class LossyLoad : public ::testing::TestWithParam<Format> {};
 
@@ -148,26 +147,25 @@ TEST_P(LossyLoad, DecodesToTheSourceLengthAndPitch) {
     const size_t first = static_cast<size_t>(frames / 4);
     const size_t count = static_cast<size_t>(frames / 2);
     for (int c = 0; c < f.channels; ++c) {
-        EXPECT_NEAR(wvtest::estimateFrequency(pcm.data() + first * f.channels, count, f.channels, c, f.rate),
-                    kToneHz, 2.0)
+        EXPECT_NEAR(wvtest::estimateFrequency(pcm.data() + first * f.channels, count, f.channels, c, f.rate), kToneHz,
+                    2.0)
             << "channel " << c;
         // Channel c of the source has amplitude 0.5 * (1 - c / 8): the order holds.
         const double expectedRms = 0.5 * (1.0 - c / 8.0) / std::sqrt(2.0);
-        EXPECT_NEAR(wvtest::channelRms(pcm.data() + first * f.channels, count, f.channels, c),
-                    expectedRms, 0.02)
+        EXPECT_NEAR(wvtest::channelRms(pcm.data() + first * f.channels, count, f.channels, c), expectedRms, 0.02)
             << "channel " << c;
     }
 }
 
-INSTANTIATE_TEST_SUITE_P(
-    Formats, LossyLoad,
-    ::testing::Values(Format{"Mp3Stereo44100", "-c:a libmp3lame -b:a 192k", ".mp3", 44100, 2, 1152},
-                      Format{"Mp3Mono22050", "-c:a libmp3lame -b:a 64k", ".mp3", 22050, 1, 576},
-                      Format{"AacInM4a", "-c:a aac -b:a 128k", ".m4a", 44100, 2, 1024},
-                      Format{"AacInMp4Mono", "-c:a aac -b:a 64k", ".mp4", 32000, 1, 1024},
-                      Format{"OggVorbis", "-c:a libvorbis -q:a 4", ".ogg", 44100, 2, 2048},
-                      Format{"Opus", "-c:a libopus -b:a 96k", ".opus", 48000, 2, 960}),
-    [](const ::testing::TestParamInfo<Format>& info) { return std::string(info.param.name); });
+INSTANTIATE_TEST_SUITE_P(Formats, LossyLoad,
+                         ::testing::Values(Format{"Mp3Stereo44100", "-c:a libmp3lame -b:a 192k", ".mp3", 44100, 2,
+                                                  1152},
+                                           Format{"Mp3Mono22050", "-c:a libmp3lame -b:a 64k", ".mp3", 22050, 1, 576},
+                                           Format{"AacInM4a", "-c:a aac -b:a 128k", ".m4a", 44100, 2, 1024},
+                                           Format{"AacInMp4Mono", "-c:a aac -b:a 64k", ".mp4", 32000, 1, 1024},
+                                           Format{"OggVorbis", "-c:a libvorbis -q:a 4", ".ogg", 44100, 2, 2048},
+                                           Format{"Opus", "-c:a libopus -b:a 96k", ".opus", 48000, 2, 960}),
+                         [](const ::testing::TestParamInfo<Format>& info) { return std::string(info.param.name); });
 
 TEST(AmrLoad, RawAmrAndAmrIn3gpLoadAtEightKilohertzMono) {
     const std::string amr = SourceFiles::get().scratch("noise.amr");

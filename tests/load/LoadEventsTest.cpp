@@ -1,8 +1,8 @@
 // How loads end: the events each ending sends, what becomes of the item and
 // its PCM file, and how loads meet cancel requests, each other, the client's
 // release, a full storage and the engine's destruction.
-#include <gtest/gtest.h>
 #include <dirent.h>
+#include <gtest/gtest.h>
 #include <unistd.h>
 
 #include <algorithm>
@@ -235,8 +235,7 @@ TEST_P(LoadCancelMidway, RemovesThePartialFileAndSendsFive) {
     EXPECT_LT(rig.engine().getPcmFrameLength(id), kLongSeconds * 44100);
 }
 
-INSTANTIATE_TEST_SUITE_P(Priorities, LoadCancelMidway,
-                         ::testing::Values(WV_PRIORITY_NORMAL, WV_PRIORITY_LOW),
+INSTANTIATE_TEST_SUITE_P(Priorities, LoadCancelMidway, ::testing::Values(WV_PRIORITY_NORMAL, WV_PRIORITY_LOW),
                          [](const ::testing::TestParamInfo<thread_priority_t>& info) {
                              return info.param == WV_PRIORITY_LOW ? "Low" : "Normal";
                          });
@@ -255,8 +254,7 @@ TEST(LoadLifetime, ItemRemovedDuringItsLoadGoesWithItsFileWhenTheLoadEnds) {
     ASSERT_TRUE(rig.recorder().waitForCode(4, id));
     // The registry unlists the item first, then frees its file.
     EXPECT_TRUE(wvtest::waitUntil([&] { return !rig.registered(id); }, std::chrono::seconds(10)));
-    EXPECT_TRUE(wvtest::waitUntil([&] { return !wvtest::fileExists(rig.pcmPath(id)); },
-                                  std::chrono::seconds(10)));
+    EXPECT_TRUE(wvtest::waitUntil([&] { return !wvtest::fileExists(rig.pcmPath(id)); }, std::chrono::seconds(10)));
 }
 
 TEST(LoadLifetime, TwoLoadsOfOneFileTakeTurnsAndBothFinish) {

@@ -76,9 +76,7 @@ public:
         return mEngine->infoList().refCount(static_cast<wv::pcm_id_t>(id), ref);
     }
     // Whether the id is still registered (safe without holding a reference).
-    bool registered(int id) {
-        return mEngine->getPcmInfo(static_cast<wv::pcm_id_t>(id), wv::REF_NONE) != nullptr;
-    }
+    bool registered(int id) { return mEngine->getPcmInfo(static_cast<wv::pcm_id_t>(id), wv::REF_NONE) != nullptr; }
     // The item's status, or -1 when it is no longer registered. Only for an
     // item some holder keeps alive meanwhile.
     int status(int id) {

@@ -158,8 +158,7 @@ TEST(WorkingFile, TwoLiveEnginesOnOnePrefixDoNotShareFiles) {
     EXPECT_EQ(wvtest::readFile(first.pcmPath(kept)), audio);
     // Released by its engine, the name is free for the next one.
     first.engine().removePcm(kept);
-    ASSERT_TRUE(wvtest::waitUntil([&] { return !wvtest::fileExists(first.pcmPath(kept)); },
-                                  std::chrono::seconds(10)));
+    ASSERT_TRUE(wvtest::waitUntil([&] { return !wvtest::fileExists(first.pcmPath(kept)); }, std::chrono::seconds(10)));
     LoadRig third(first.workingDir());
     const int again = third.engine().loadFile(source.path().c_str());
     ASSERT_TRUE(third.waitForEnd(again));

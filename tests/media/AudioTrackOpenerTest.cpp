@@ -37,19 +37,16 @@ struct CountingFactory {
 };
 
 TEST_F(AudioTrackOpener, EachKindOfBadFileHasItsOwnStatus) {
-    EXPECT_EQ(wv::findFirstAudioTrack(dir->file("missing.mp3").c_str()).status,
-              wv::FirstAudioTrack::kNotOpenable);
-    EXPECT_EQ(wv::findFirstAudioTrack(dir->path().c_str()).status,
-              wv::FirstAudioTrack::kNotOpenable);
+    EXPECT_EQ(wv::findFirstAudioTrack(dir->file("missing.mp3").c_str()).status, wv::FirstAudioTrack::kNotOpenable);
+    EXPECT_EQ(wv::findFirstAudioTrack(dir->path().c_str()).status, wv::FirstAudioTrack::kNotOpenable);
     EXPECT_EQ(wv::findFirstAudioTrack(nullptr).status, wv::FirstAudioTrack::kNotOpenable);
 
     wvtest::writeFile(dir->file("empty.m4a"), "", 0);
-    EXPECT_EQ(wv::findFirstAudioTrack(dir->file("empty.m4a").c_str()).status,
-              wv::FirstAudioTrack::kNoParser);
+    EXPECT_EQ(wv::findFirstAudioTrack(dir->file("empty.m4a").c_str()).status, wv::FirstAudioTrack::kNoParser);
 
     const std::string still = dir->file("still.mp4");
-    ASSERT_TRUE(wvtest::runFfmpeg("-f lavfi -i testsrc=size=64x48:rate=5:duration=1 -c:v mpeg4 " +
-                                  wvtest::shellQuote(still)));
+    ASSERT_TRUE(
+        wvtest::runFfmpeg("-f lavfi -i testsrc=size=64x48:rate=5:duration=1 -c:v mpeg4 " + wvtest::shellQuote(still)));
     const wv::FirstAudioTrack none = wv::findFirstAudioTrack(still.c_str());
     EXPECT_EQ(none.status, wv::FirstAudioTrack::kNoAudioTrack);
     EXPECT_FALSE(none.meta);
@@ -60,8 +57,7 @@ TEST_F(AudioTrackOpener, TheFirstAudioTrackIsTakenPastOtherTracks) {
     const std::string movie = dir->file("movie.mp4");
     ASSERT_TRUE(wvtest::runFfmpeg("-f lavfi -i testsrc=size=64x48:rate=5:duration=1 -i " +
                                   wvtest::shellQuote(dir->file("tone.wav")) +
-                                  " -map 0:v -map 1:a -c:v mpeg4 -c:a aac " +
-                                  wvtest::shellQuote(movie)));
+                                  " -map 0:v -map 1:a -c:v mpeg4 -c:a aac " + wvtest::shellQuote(movie)));
     const wv::FirstAudioTrack found = wv::findFirstAudioTrack(movie.c_str());
     ASSERT_EQ(found.status, wv::FirstAudioTrack::kFound);
     EXPECT_EQ(found.index, 1u);

@@ -37,7 +37,10 @@ protected:
         ASSERT_TRUE(wvtest::ffmpegAvailable());
         source = wvtest::makeTone(kRate, 2, kSeconds, kFreq);
         ASSERT_TRUE(wvtest::writeWav(path("src.wav"), source, kRate, 2));
-        struct Encoding { const char* out; const char* args; } encodings[] = {
+        struct Encoding {
+            const char* out;
+            const char* args;
+        } encodings[] = {
             {"tone.flac", "-c:a flac"},
             {"tone24.wav", "-c:a pcm_s24le"},
             {"tonef32.wav", "-c:a pcm_f32le"},
@@ -82,8 +85,10 @@ TEST_F(DecodedContent, LosslessFilesGiveBackTheSourceSamples) {
 
 TEST_F(DecodedContent, LossyFilesKeepLengthToneAndChannelLevels) {
     const LossyCase cases[] = {
-        {"tone.mp3", kRate, 1152}, {"tone.m4a", kRate, 1024},
-        {"tone.ogg", kRate, 2048}, {"tone.opus", 48000, 960},
+        {"tone.mp3", kRate, 1152},
+        {"tone.m4a", kRate, 1024},
+        {"tone.ogg", kRate, 2048},
+        {"tone.opus", 48000, 960},
     };
     for (const auto& c : cases) {
         SCOPED_TRACE(c.file);
@@ -117,8 +122,7 @@ TEST_F(DecodedContent, OtherRatesAndChannelCounts) {
     EXPECT_EQ(mono.rate, 22050);
     ASSERT_EQ(mono.channels, 1);
     EXPECT_LE(absDiff(mono.frames(), 44100), 1152u);
-    EXPECT_NEAR(wvtest::estimateFrequency(mono.samples.data() + 4410, mono.frames() - 8820, 1, 0, 22050),
-                1000.0, 3.0);
+    EXPECT_NEAR(wvtest::estimateFrequency(mono.samples.data() + 4410, mono.frames() - 8820, 1, 0, 22050), 1000.0, 3.0);
 
     ASSERT_TRUE(wvtest::writeToneWav(path("six.wav"), 48000, 6, 2.0, 300.0));
     ASSERT_TRUE(wvtest::encodeWithFfmpeg(path("six.wav"), path("six.flac"), "-c:a flac"));
@@ -143,8 +147,7 @@ TEST_F(DecodedContent, TimeStampsFollowTheDeliveredFrames) {
         int64_t framesBefore = 0;
         for (size_t i = 0; i < audio.bufferTimesUs.size(); ++i) {
             const int64_t expectedUs = framesBefore * 1000000 / audio.rate;
-            ASSERT_LT(std::llabs(audio.bufferTimesUs[i] - expectedUs - audio.bufferTimesUs[0]), 2000)
-                << "buffer " << i;
+            ASSERT_LT(std::llabs(audio.bufferTimesUs[i] - expectedUs - audio.bufferTimesUs[0]), 2000) << "buffer " << i;
             framesBefore += int64_t(audio.bufferFrames[i]);
         }
     }

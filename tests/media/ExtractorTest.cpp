@@ -50,12 +50,9 @@ TEST_F(Extractor, EachFormatReportsItsMimeTypeRateChannelsAndDuration) {
         const char* mime;
         int rate;
     } cases[] = {
-        {"a.mp3", "-c:a libmp3lame", "audio/mpeg", 32000},
-        {"a.m4a", "-c:a aac", "audio/mp4a-latm", 32000},
-        {"a.aac", "-c:a aac -f adts", "audio/mp4a-latm", 32000},
-        {"a.ogg", "-c:a libvorbis", "audio/vorbis", 32000},
-        {"a.opus", "-c:a libopus", "audio/opus", 48000},
-        {"a.flac", "-c:a flac", "audio/flac", 32000},
+        {"a.mp3", "-c:a libmp3lame", "audio/mpeg", 32000},       {"a.m4a", "-c:a aac", "audio/mp4a-latm", 32000},
+        {"a.aac", "-c:a aac -f adts", "audio/mp4a-latm", 32000}, {"a.ogg", "-c:a libvorbis", "audio/vorbis", 32000},
+        {"a.opus", "-c:a libopus", "audio/opus", 48000},         {"a.flac", "-c:a flac", "audio/flac", 32000},
         {"a16.wav", "-c:a pcm_s16le", "audio/x-wav", 32000},  // ffmpeg adds a LIST chunk
         {"a32.wav", "-c:a pcm_s32le", "audio/x-wav", 32000},
     };
@@ -82,8 +79,8 @@ TEST_F(Extractor, EachFormatReportsItsMimeTypeRateChannelsAndDuration) {
 TEST_F(Extractor, TracksKeepTheirContainerOrder) {
     const std::string movie = dir->file("movie.mp4");
     ASSERT_TRUE(wvtest::runFfmpeg("-f lavfi -i testsrc=size=64x48:rate=5:duration=2 -i " +
-                                  wvtest::shellQuote(dir->file("src.wav")) +
-                                  " -map 0:v -map 1:a -c:v mpeg4 -c:a aac " + wvtest::shellQuote(movie)));
+                                  wvtest::shellQuote(dir->file("src.wav")) + " -map 0:v -map 1:a -c:v mpeg4 -c:a aac " +
+                                  wvtest::shellQuote(movie)));
     auto extractor = open(movie);
     ASSERT_TRUE(extractor);
     ASSERT_EQ(extractor->countTracks(), 2u);

@@ -178,12 +178,10 @@ TEST_F(WavInPlace, DataLengthComesFromTheHeaderWhenItFitsTheFile) {
         size_t cut;  // bytes removed from the end of the file
         int64_t frames;
     } cases[] = {
-        {"exact.wav", -1, false, 0, 8000},
-        {"streamed.wav", 0xFFFFFFFF, false, 0, 8000},  // size never filled in
-        {"zero.wav", 0, false, 0, 8000},
-        {"short.wav", 16000, false, 0, 4000},           // header says less: believe it
-        {"trailer.wav", -1, true, 0, 8000},             // chunk after the data
-        {"truncated.wav", -1, false, 4002, 6999},       // cut mid-frame
+        {"exact.wav", -1, false, 0, 8000},        {"streamed.wav", 0xFFFFFFFF, false, 0, 8000},  // size never filled in
+        {"zero.wav", 0, false, 0, 8000},          {"short.wav", 16000, false, 0, 4000},  // header says less: believe it
+        {"trailer.wav", -1, true, 0, 8000},                                              // chunk after the data
+        {"truncated.wav", -1, false, 4002, 6999},                                        // cut mid-frame
     };
     for (const auto& c : cases) {
         SCOPED_TRACE(c.name);

@@ -77,8 +77,8 @@ std::vector<int16_t> makeSignal(size_t samples, uint32_t seed) {
 // The conversion as the output positions define it: output n sits at
 // n x increment on the input's 2.30 time line and interpolates between the
 // frames on both sides (frame -1 being silence).
-std::vector<int16_t> expectedStereo(const std::vector<int16_t>& in, int channels, uint32_t increment,
-                                    size_t frames, int32_t vl, int32_t vr) {
+std::vector<int16_t> expectedStereo(const std::vector<int16_t>& in, int channels, uint32_t increment, size_t frames,
+                                    int32_t vl, int32_t vr) {
     std::vector<int16_t> out;
     const size_t inFrames = in.size() / channels;
     for (size_t n = 0; n < frames; ++n) {
@@ -97,10 +97,9 @@ std::vector<int16_t> expectedStereo(const std::vector<int16_t>& in, int channels
     return out;
 }
 
-std::unique_ptr<AudioResampler> makeResampler(int channels, int32_t inRate, int32_t outRate,
-                                              int16_t vl = 1, int16_t vr = 1) {
-    std::unique_ptr<AudioResampler> r(
-        AudioResampler::create(16, channels, outRate, AudioResampler::SRC_LOW));
+std::unique_ptr<AudioResampler> makeResampler(int channels, int32_t inRate, int32_t outRate, int16_t vl = 1,
+                                              int16_t vr = 1) {
+    std::unique_ptr<AudioResampler> r(AudioResampler::create(16, channels, outRate, AudioResampler::SRC_LOW));
     r->init();
     r->setVolume(vl, vr);
     r->setSampleRate(inRate);
@@ -109,8 +108,7 @@ std::unique_ptr<AudioResampler> makeResampler(int channels, int32_t inRate, int3
 
 // Runs the whole signal through calls of the given output sizes (cycled)
 // until the provider is dry; returns every frame made.
-std::vector<int16_t> runAll(AudioResampler& r, AudioBufferProvider& provider,
-                            const std::vector<size_t>& callSizes) {
+std::vector<int16_t> runAll(AudioResampler& r, AudioBufferProvider& provider, const std::vector<size_t>& callSizes) {
     std::vector<int16_t> all;
     for (size_t call = 0;; ++call) {
         const size_t want = callSizes[call % callSizes.size()];
@@ -170,8 +168,7 @@ TEST_P(ResamplerConversion, FollowsTheInterpolationRule) {
     ChunkedProvider provider(in, c.channels, c.chunks);
     auto r = makeResampler(c.channels, c.inRate, c.outRate, 3, -2);
     const std::vector<int16_t> got = runAll(*r, provider, c.calls);
-    const std::vector<int16_t> want =
-        expectedStereo(in, c.channels, r->phaseIncrement(), got.size() / 2 + 4, 3, -2);
+    const std::vector<int16_t> want = expectedStereo(in, c.channels, r->phaseIncrement(), got.size() / 2 + 4, 3, -2);
     ASSERT_EQ(got.size(), want.size());
     for (size_t i = 0; i < got.size(); ++i) {
         ASSERT_EQ(got[i], want[i]) << "sample " << i;
@@ -182,12 +179,9 @@ TEST_P(ResamplerConversion, FollowsTheInterpolationRule) {
 INSTANTIATE_TEST_SUITE_P(
     Rates, ResamplerConversion,
     ::testing::Values(Conversion{2, 22050, 44100, {1, 3, 7, 64}, {5, 1, 17}},
-                      Conversion{1, 22050, 44100, {5, 2}, {3, 101}},
-                      Conversion{2, 48000, 44100, {13, 1, 1}, {7, 256}},
-                      Conversion{1, 8000, 44100, {11}, {1, 2, 3}},
-                      Conversion{2, 44100, 16000, {1, 1, 2}, {9}},
-                      Conversion{1, 44100, 12000, {1}, {4, 33}},
-                      Conversion{2, 44100, 44100, {9, 4}, {6, 10}}));
+                      Conversion{1, 22050, 44100, {5, 2}, {3, 101}}, Conversion{2, 48000, 44100, {13, 1, 1}, {7, 256}},
+                      Conversion{1, 8000, 44100, {11}, {1, 2, 3}}, Conversion{2, 44100, 16000, {1, 1, 2}, {9}},
+                      Conversion{1, 44100, 12000, {1}, {4, 33}}, Conversion{2, 44100, 44100, {9, 4}, {6, 10}}));
 
 TEST(AudioResampler, MonoFeedsBothChannelsWithTheirGains) {
     const std::vector<int16_t> in = {400, 800, -1200};
@@ -216,8 +210,7 @@ TEST(AudioResampler, AddsToTheOutputAndWrapsInsteadOfSaturating) {
 TEST(AudioResampler, DefaultGainsAreSilent) {
     const std::vector<int16_t> in = makeSignal(64, 3);
     ChunkedProvider provider(in, 2, {32});
-    std::unique_ptr<AudioResampler> r(
-        AudioResampler::create(16, 2, 44100, AudioResampler::SRC_DEFAULT));
+    std::unique_ptr<AudioResampler> r(AudioResampler::create(16, 2, 44100, AudioResampler::SRC_DEFAULT));
     r->setSampleRate(44100);
     std::vector<int16_t> out(40, 0);
     r->resample(out.data(), 20, &provider);
@@ -306,8 +299,7 @@ TEST(AudioResampler, ResetRewindsButKeepsTheSavedFrame) {
 
 TEST(AudioResampler, UnsupportedFormatsAreLoggedAndProduceNothing) {
     wvtest::LogCapture log;
-    std::unique_ptr<AudioResampler> r(
-        AudioResampler::create(16, 3, 44100, AudioResampler::SRC_LOW));
+    std::unique_ptr<AudioResampler> r(AudioResampler::create(16, 3, 44100, AudioResampler::SRC_LOW));
     EXPECT_TRUE(log.contains("Unsupported sample format, 16 bits, 3 channels", "AudioResampler"));
     r->setVolume(1, 1);
     r->setSampleRate(44100);
@@ -317,8 +309,7 @@ TEST(AudioResampler, UnsupportedFormatsAreLoggedAndProduceNothing) {
     EXPECT_EQ(out, std::vector<int16_t>(8, 9));
     EXPECT_TRUE(provider.requests.empty());
 
-    std::unique_ptr<AudioResampler> zero(
-        AudioResampler::create(16, 2, 0, AudioResampler::SRC_LOW));
+    std::unique_ptr<AudioResampler> zero(AudioResampler::create(16, 2, 0, AudioResampler::SRC_LOW));
     EXPECT_TRUE(log.contains("Unsupported sample rate 0 Hz", "AudioResampler"));
     zero->setSampleRate(44100);
     EXPECT_EQ(zero->phaseIncrement(), 0u);
@@ -328,9 +319,8 @@ TEST(AudioResamplerLoad, ExplicitQualitiesAreChargedAndRefunded) {
     const uint32_t base = AudioResampler::loadMHz();
     {
         std::vector<std::unique_ptr<AudioResampler>> all;
-        for (auto q : {AudioResampler::SRC_LOW, AudioResampler::SRC_MEDIUM,
-                       AudioResampler::SRC_HIGH, AudioResampler::SRC_VERY_HIGH,
-                       AudioResampler::SRC_VERY_HIGH, AudioResampler::SRC_VERY_HIGH,
+        for (auto q : {AudioResampler::SRC_LOW, AudioResampler::SRC_MEDIUM, AudioResampler::SRC_HIGH,
+                       AudioResampler::SRC_VERY_HIGH, AudioResampler::SRC_VERY_HIGH, AudioResampler::SRC_VERY_HIGH,
                        AudioResampler::SRC_VERY_HIGH}) {
             all.emplace_back(AudioResampler::create(16, 2, 44100, q));
             EXPECT_EQ(all.back()->quality(), AudioResampler::SRC_LOW);
@@ -348,8 +338,7 @@ protected:
         AudioResampler::resetDefaultQualityForTesting();
     }
     uint32_t defaultCharge() {
-        std::unique_ptr<AudioResampler> r(
-            AudioResampler::create(16, 1, 8000, AudioResampler::SRC_DEFAULT));
+        std::unique_ptr<AudioResampler> r(AudioResampler::create(16, 1, 8000, AudioResampler::SRC_DEFAULT));
         return r->chargedMHz();
     }
     void TearDown() override { set(nullptr); }
@@ -383,8 +372,7 @@ TEST_F(QualityProperty, DefaultStepsDownToFitTheBudget) {
     set("4");
     const uint32_t base = AudioResampler::loadMHz();
     std::vector<std::unique_ptr<AudioResampler>> all;
-    for (int i = 0; i < 3; ++i)
-        all.emplace_back(AudioResampler::create(16, 2, 44100, AudioResampler::SRC_VERY_HIGH));
+    for (int i = 0; i < 3; ++i) all.emplace_back(AudioResampler::create(16, 2, 44100, AudioResampler::SRC_VERY_HIGH));
     ASSERT_EQ(AudioResampler::loadMHz(), base + 102);
     std::vector<uint32_t> charges;
     for (int i = 0; i < 3; ++i) {
@@ -421,9 +409,8 @@ TEST(AudioResamplerOrder1, UnrolledLoopsInterpolateAt16BitsAndAccumulate) {
     size_t outputIndex = 0;
     size_t inputIndex = 1;
     uint32_t fraction = 0;
-    wv::AudioResamplerOrder1::AsmStereo16Loop(in.data(), out.data(), out.data() + 8, 3,
-                                              outputIndex, inputIndex, fraction, 2, 1,
-                                              1u << 29);
+    wv::AudioResamplerOrder1::AsmStereo16Loop(in.data(), out.data(), out.data() + 8, 3, outputIndex, inputIndex,
+                                              fraction, 2, 1, 1u << 29);
     // Steps of one half from frame 0: 0, 500, 1000, 1500 on the left.
     EXPECT_EQ(out, (std::vector<int32_t>{10, 10, 1010, -490, 2010, -990, 3010, -1490}));
     EXPECT_EQ(outputIndex, 8u);
@@ -437,8 +424,8 @@ TEST(AudioResamplerOrder1, UnrolledLoopsInterpolateAt16BitsAndAccumulate) {
     fraction = 0;
     // The input limit is tested after each pair: the pass that reaches index
     // 3 is the last even though output room remains.
-    wv::AudioResamplerOrder1::AsmMono16Loop(mono.data(), monoOut.data(), monoOut.data() + 8, 3,
-                                            outputIndex, inputIndex, fraction, 1, 3, 1u << 30);
+    wv::AudioResamplerOrder1::AsmMono16Loop(mono.data(), monoOut.data(), monoOut.data() + 8, 3, outputIndex, inputIndex,
+                                            fraction, 1, 3, 1u << 30);
     EXPECT_EQ(outputIndex, 4u);
     EXPECT_EQ(inputIndex, 3u);
     EXPECT_EQ(monoOut, (std::vector<int32_t>{0, 0, 400, 1200, 0, 0, 0, 0}));

@@ -41,10 +41,9 @@ protected:
         device->advance(us);
         AudioOutput* out = player->output();
         if (player->flags() != AudioPlayer::PLAYING) return;
-        wvtest::waitUntil([&] {
-            return out->stopped() ||
-                   out->framesQueued() + out->notificationFrames() > out->frameCount();
-        }, std::chrono::milliseconds(500));
+        wvtest::waitUntil(
+            [&] { return out->stopped() || out->framesQueued() + out->notificationFrames() > out->frameCount(); },
+            std::chrono::milliseconds(500));
     }
     // The media time of the next frame the device takes, in ms.
     double truthMs(AudioPlayer* player) {
@@ -80,7 +79,7 @@ TEST_F(AudioPlayerTest, ControlCallsOutsideTheirStatesAreRefused) {
     AudioPlayer prepared(engine.events());
     ASSERT_EQ(prepared.setDataSource(item->path.get().c_str()), 0);
     EXPECT_EQ(prepared.setDataSource(item->path.get().c_str()), -1);  // one source per life
-    EXPECT_EQ(prepared.pause(false), 0);  // Prepared counts as paused
+    EXPECT_EQ(prepared.pause(false), 0);                              // Prepared counts as paused
 
     AudioPlayer* player = playerFor(item);
     EXPECT_EQ(player->pause(false), 0);
@@ -180,9 +179,7 @@ TEST_F(AudioPlayerTest, EndOfTheReaderPinsThePositionPostsOneEventThenSilence) {
     for (int i = 0; i < 5; ++i) play(player, 100000);
     const std::vector<int64_t> marks = wvtest::marksOf(device->handed());
     EXPECT_EQ(std::vector<int64_t>(marks.begin() + 4000, marks.end()), wvtest::range(2000, 4000));
-    ASSERT_TRUE(events.waitFor([&](const std::vector<wvtest::Event>& seen) {
-        return endEvents(seen, item->id) == 2;
-    }));
+    ASSERT_TRUE(events.waitFor([&](const std::vector<wvtest::Event>& seen) { return endEvents(seen, item->id) == 2; }));
 }
 
 TEST_F(AudioPlayerTest, BackwardsPlayEndsAtTheFirstFrame) {

@@ -67,27 +67,27 @@ protected:
 TEST_F(PlayOpsTest, PlaysTheItemsFramesInOrderWholeSoughtFastAndBackwards) {
     const uint32_t frames = kRate;
     SPcmInfo* whole = wvtest::addMarkedItem(engine, dir, kRate, frames);
-    EXPECT_EQ(playToEnd(whole, [&] { EXPECT_EQ(engine.getPlayPositionMs(), 0); }),
-              wvtest::range(0, frames));
+    EXPECT_EQ(playToEnd(whole, [&] { EXPECT_EQ(engine.getPlayPositionMs(), 0); }), wvtest::range(0, frames));
 
     SPcmInfo* sought = wvtest::addMarkedItem(engine, dir, kRate, frames);
-    EXPECT_EQ(playToEnd(sought, [&] {
-                  EXPECT_EQ(engine.playSeekTo(250), 0);
-                  EXPECT_EQ(engine.getPlayPositionMs(), 250);
-              }),
+    EXPECT_EQ(playToEnd(sought,
+                        [&] {
+                            EXPECT_EQ(engine.playSeekTo(250), 0);
+                            EXPECT_EQ(engine.getPlayPositionMs(), 250);
+                        }),
               wvtest::range(2000, frames));
 
     SPcmInfo* fast = wvtest::addMarkedItem(engine, dir, kRate, frames);
-    EXPECT_EQ(playToEnd(fast, [&] { EXPECT_EQ(engine.setPlaySpeed(2), 0); }),
-              wvtest::range(0, frames));
+    EXPECT_EQ(playToEnd(fast, [&] { EXPECT_EQ(engine.setPlaySpeed(2), 0); }), wvtest::range(0, frames));
 
     SPcmInfo* backwards = wvtest::addMarkedItem(engine, dir, kRate, frames);
     std::vector<int64_t> reversed = wvtest::range(0, 4000);
     std::reverse(reversed.begin(), reversed.end());
-    EXPECT_EQ(playToEnd(backwards, [&] {
-                  EXPECT_EQ(engine.setPlaySpeed(-1), 0);
-                  EXPECT_EQ(engine.playSeekTo(500), 0);
-              }),
+    EXPECT_EQ(playToEnd(backwards,
+                        [&] {
+                            EXPECT_EQ(engine.setPlaySpeed(-1), 0);
+                            EXPECT_EQ(engine.playSeekTo(500), 0);
+                        }),
               reversed);
 }
 
@@ -141,8 +141,7 @@ TEST_F(PlayOpsTest, PauseFreezesThePositionAndRestartRewinds) {
     recordOutput("pause");
     ASSERT_EQ(engine.playStart(item->id), 0);
     ASSERT_EQ(engine.playResume(0), 0);
-    ASSERT_TRUE(wvtest::waitUntil([&] { return engine.getPlayPositionMs() > 300; },
-                                  std::chrono::seconds(10)));
+    ASSERT_TRUE(wvtest::waitUntil([&] { return engine.getPlayPositionMs() > 300; }, std::chrono::seconds(10)));
     EXPECT_EQ(engine.playPause(0), 0);
     const int32_t paused = engine.getPlayPositionMs();
     std::this_thread::sleep_for(std::chrono::milliseconds(50));

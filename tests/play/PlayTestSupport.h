@@ -53,9 +53,8 @@ inline std::vector<int64_t> range(int64_t first, int64_t end) {
 // A stereo item of `frames` marked frames at `rate` in the engine's
 // registry: its PCM file, and a canonical WAV of the same audio at path.
 // `present` frames are readable now (all of them by default).
-inline wv::SPcmInfo* addMarkedItem(WavoryxPriv& engine, const TempDir& dir, int rate,
-                                   uint32_t frames, wv::pcm_status_t status = wv::PCM_READY,
-                                   int64_t present = -1) {
+inline wv::SPcmInfo* addMarkedItem(WavoryxPriv& engine, const TempDir& dir, int rate, uint32_t frames,
+                                   wv::pcm_status_t status = wv::PCM_READY, int64_t present = -1) {
     const std::vector<int16_t> samples = markedFrames(frames);
     auto* item = new wv::SPcmInfo(status);
     item->refs[wv::REF_CLIENT] = 1;
@@ -111,12 +110,11 @@ private:
 // An output factory for a player that opens on a HandDevice, which it
 // reports through `device`.
 inline wv::AudioPlayer::OutputFactory handOutput(HandDevice** device, size_t bufferFrames) {
-    return [device, bufferFrames](uint32_t rate, uint32_t mask, wv::AudioOutput::callback_t cb,
-                                  void* user) {
+    return [device, bufferFrames](uint32_t rate, uint32_t mask, wv::AudioOutput::callback_t cb, void* user) {
         auto owned = std::unique_ptr<HandDevice>(new HandDevice(bufferFrames));
         *device = owned.get();
-        return std::unique_ptr<wv::AudioOutput>(new wv::AudioOutput(
-            std::move(owned), rate, wv::AudioOutput::AUDIO_FORMAT_PCM_16_BIT, mask, 0, cb, user));
+        return std::unique_ptr<wv::AudioOutput>(
+            new wv::AudioOutput(std::move(owned), rate, wv::AudioOutput::AUDIO_FORMAT_PCM_16_BIT, mask, 0, cb, user));
     };
 }
 

@@ -77,7 +77,7 @@ TEST_F(RemoveWhilePlayingTest, AListAndItsSourcesRemovedMidPlay) {
         EXPECT_EQ(engine.removePcm(a->id), a->id);
         EXPECT_EQ(engine.removePcm(b->id), b->id);  // the list still holds both
         pause(5);
-        EXPECT_EQ(engine.removePcm(list), list);      // and now lets them go
+        EXPECT_EQ(engine.removePcm(list), list);  // and now lets them go
         EXPECT_EQ(engine.infoList().size(), 0u);
         EXPECT_EQ(engine.playStop(0), -1);
     }

@@ -56,8 +56,8 @@ ReadBuffer readOne(AudioRecorder& recorder) {
     MediaBuffer* buffer = nullptr;
     EXPECT_EQ(recorder.read(&buffer), 0);
     if (buffer == nullptr) return out;
-    const auto* data = reinterpret_cast<const int16_t*>(static_cast<const uint8_t*>(buffer->data()) +
-                                                        buffer->range_offset());
+    const auto* data =
+        reinterpret_cast<const int16_t*>(static_cast<const uint8_t*>(buffer->data()) + buffer->range_offset());
     out.samples.assign(data, data + buffer->range_length() / 2);
     buffer->meta_data()->findInt64(wv::kKeyTime, &out.timeUs);
     buffer->meta_data()->findInt64(wv::kKeyAnchorTime, &out.anchorUs);
@@ -197,7 +197,7 @@ TEST(AudioRecorder, LostFramesBecomeSilenceOfTheSameLength) {
     ASSERT_EQ(buffers.size(), 5u);
     EXPECT_EQ(buffers[1].samples.size(), 1024u);  // 2048 bytes
     EXPECT_EQ(buffers[2].samples.size(), 1024u);
-    EXPECT_EQ(buffers[3].samples.size(), 904u);   // 1808 bytes
+    EXPECT_EQ(buffers[3].samples.size(), 904u);  // 1808 bytes
     for (int i = 1; i <= 3; ++i) EXPECT_EQ(buffers[i].samples, constant(buffers[i].samples.size(), 0));
     // Each filler says how much of it stands for lost frames (what event 67
     // is made of); real blocks say nothing.

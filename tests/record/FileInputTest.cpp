@@ -10,8 +10,8 @@
 #include <wavoryx/platform.h>
 
 #include "AudioFixtures.h"
-#include "TestSupport.h"
 #include "RecordTestHelpers.h"
+#include "TestSupport.h"
 #include "platform/audio/AudioInput.h"
 
 namespace {

@@ -20,9 +20,7 @@ using rectest::controlCodes;
 using wvtest::Event;
 
 struct ToneInput {
-    ToneInput() : path(dir.file("in.wav")) {
-        ok = wvtest::writeToneWav(path, 8000, 1, 2.0, 500.0);
-    }
+    ToneInput() : path(dir.file("in.wav")) { ok = wvtest::writeToneWav(path, 8000, 1, 2.0, 500.0); }
     wvtest::TempDir dir;
     std::string path;
     bool ok = false;
@@ -96,8 +94,8 @@ TEST(RecordControl, StopRightAfterStartEndsTheRecordingEitherWay) {
         ASSERT_GT(id, 0);
         ASSERT_EQ(r.engine.recordStop(), 0);
         ASSERT_TRUE(r.waitForCode(63, id));
-        EXPECT_TRUE(rectest::waitUntil(
-            [&] { return r.engine.infoList().refCount(uint32_t(id), wv::REF_RECORDER) == 0; }));
+        EXPECT_TRUE(
+            rectest::waitUntil([&] { return r.engine.infoList().refCount(uint32_t(id), wv::REF_RECORDER) == 0; }));
         for (const Event& e : r.events.events()) {
             if (e.id == id && e.code == 63) {
                 EXPECT_EQ(e.value, 0);

@@ -5,8 +5,8 @@
 #include <vector>
 
 #include "AudioFixtures.h"
-#include "record/RecordJob.h"
 #include "dsp/VoicePitchShifter.h"
+#include "record/RecordJob.h"
 
 namespace {
 
@@ -56,8 +56,7 @@ TEST(FadeIn, StereoFramesShareOneGainAndOneStep) {
 
 // Feeds the shifter in captured-size blocks, as the recorder does, and
 // returns everything it produced (drained at the end).
-std::vector<int16_t> shift(const std::vector<int16_t>& input, uint32_t rate, uint32_t channels,
-                           float semitones) {
+std::vector<int16_t> shift(const std::vector<int16_t>& input, uint32_t rate, uint32_t channels, float semitones) {
     wv::VoicePitchShifter shifter(rate, channels, semitones);
     std::vector<int16_t> out;
     const uint32_t block = 1024 / channels;

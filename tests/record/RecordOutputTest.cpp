@@ -31,8 +31,8 @@ using wvtest::namesIn;
 constexpr int kRate = 8000;
 
 uint32_t le32(const std::vector<char>& b, size_t at) {
-    return uint32_t(uint8_t(b[at])) | uint32_t(uint8_t(b[at + 1])) << 8 |
-           uint32_t(uint8_t(b[at + 2])) << 16 | uint32_t(uint8_t(b[at + 3])) << 24;
+    return uint32_t(uint8_t(b[at])) | uint32_t(uint8_t(b[at + 1])) << 8 | uint32_t(uint8_t(b[at + 2])) << 16 |
+           uint32_t(uint8_t(b[at + 3])) << 24;
 }
 
 // A tone recorded eight times faster than real time, for the life of the
@@ -130,8 +130,7 @@ TEST(RecordOutput, ARecordingIntoAMissingFolderCreatesAndChangesNothing) {
         // The folder does not exist.
         ToneInput tone;
         rectest::RecordingEngine r(work.prefix());
-        const int32_t id =
-            r.engine.recordStart(outputs.file("nowhere/x.wav").c_str(), ENCODE_WAV, kRate, 1, 0, 0, 0);
+        const int32_t id = r.engine.recordStart(outputs.file("nowhere/x.wav").c_str(), ENCODE_WAV, kRate, 1, 0, 0, 0);
         ASSERT_TRUE(r.waitForCode(63, id));
     }
     EXPECT_EQ(wvtest::readFile(out), old);

@@ -12,8 +12,8 @@
 #include "MediaDecode.h"
 #include "RecordTestHelpers.h"
 #include "TestSupport.h"
-#include "engine/WavoryxPriv.h"
 #include "base/Properties.h"
+#include "engine/WavoryxPriv.h"
 #include "platform/audio/AudioInputDevice.h"
 
 namespace {
@@ -38,8 +38,8 @@ struct Recorded {
 // Records `input` (a WAV file of `channels` channels at kRate, or an input
 // such as "tone:440") into `out` until at least `frames` frames are in,
 // then stops.
-Recorded record(const std::string& input, const std::string& out, int channels, int32_t frames,
-                int effect = 0, int rate = kRate, const char* pace = kPace) {
+Recorded record(const std::string& input, const std::string& out, int channels, int32_t frames, int effect = 0,
+                int rate = kRate, const char* pace = kPace) {
     Recorded result;
     rectest::FileInput source(input, pace);
     EXPECT_TRUE(source.selected());
@@ -69,8 +69,8 @@ Recorded record(const std::string& input, const std::string& out, int channels, 
     return result;
 }
 
-void expectMutedRampedFadedThenEqual(const std::vector<int16_t>& in, const std::vector<int16_t>& out,
-                                     size_t outStart, int channels, size_t firstBlockFrames) {
+void expectMutedRampedFadedThenEqual(const std::vector<int16_t>& in, const std::vector<int16_t>& out, size_t outStart,
+                                     int channels, size_t firstBlockFrames) {
     const size_t inFrames = in.size() / size_t(channels);
     const size_t outFrames = out.size() / size_t(channels);
     for (size_t i = 0; i < firstBlockFrames * channels; ++i) ASSERT_EQ(out[outStart * channels + i], 0) << i;

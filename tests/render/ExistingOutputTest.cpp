@@ -208,7 +208,8 @@ TEST_F(ExistingOutput, AListRenderingOverAnExistingFilePlaysFromTheNewOne) {
 uint32_t framesWhoseFlushNeedsAPage(const std::string& scratch) {
     for (uint32_t frames = 20000; frames < 120000; frames += 577) {
         const auto samples = patternSamples(frames, 2, 9);
-        std::unique_ptr<wv::AudioEncoder> encoder(wv::AudioEncoder::createAudioEncoder(wv::EncodeFormat::Mp3, scratch.c_str()));
+        std::unique_ptr<wv::AudioEncoder> encoder(
+            wv::AudioEncoder::createAudioEncoder(wv::EncodeFormat::Mp3, scratch.c_str()));
         if (!encoder || encoder->initEncoder(44100, 2, 320, 1) != 0) return 0;
         // In the render's blocks of 4096 frames.
         for (uint32_t at = 0; at < frames; at += 4096) {

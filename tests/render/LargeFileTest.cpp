@@ -10,19 +10,19 @@
 #include <memory>
 #include <vector>
 
-#include "codec/WaveEncoder.h"
-#include "items/PcmInfoReader.h"
-#include "dsp/WaveformData.h"
 #include "TestSupport.h"
+#include "codec/WaveEncoder.h"
+#include "dsp/WaveformData.h"
+#include "items/PcmInfoReader.h"
 
 namespace {
 
 using namespace wv;
 
 constexpr uint32_t kRate = 44100;
-constexpr uint32_t kFourGiBFrame = 1u << 30;          // stereo frame at byte 4 GiB
+constexpr uint32_t kFourGiBFrame = 1u << 30;              // stereo frame at byte 4 GiB
 constexpr uint32_t kFrames = kFourGiBFrame + (1u << 28);  // 5 GiB of stereo frames
-constexpr uint32_t kLateFrame = 1200000000;            // about 7 h 33 min in
+constexpr uint32_t kLateFrame = 1200000000;               // about 7 h 33 min in
 
 // Frame n of the test files: left the low 16 bits of n, right the next 16.
 int16_t leftOf(uint32_t n) { return static_cast<int16_t>(n & 0xFFFF); }
@@ -189,7 +189,8 @@ TEST(LargeWaveform, PointsCompleteBeyondTwoToThe32Samples) {
 // the same 16 MiB of the file, so the disk holds no more than that.
 TEST(LargeWaveOutput, SizesBeyondFourGiBAreMarkedNotWrapped) {
     wvtest::TempDir dir;
-    std::unique_ptr<AudioEncoder> encoder(AudioEncoder::createAudioEncoder(wv::EncodeFormat::Wav, dir.file("big.wav").c_str()));
+    std::unique_ptr<AudioEncoder> encoder(
+        AudioEncoder::createAudioEncoder(wv::EncodeFormat::Wav, dir.file("big.wav").c_str()));
     ASSERT_NE(encoder, nullptr);
     ASSERT_EQ(encoder->initEncoder(44100, 2, 0, 1), 0);
     const int chunk = 16 << 20;
@@ -209,7 +210,8 @@ TEST(LargeWaveOutput, SizesBeyondFourGiBAreMarkedNotWrapped) {
     EXPECT_EQ(le32(24), 44100u);
 
     // Just below the limit the sizes are exact.
-    std::unique_ptr<AudioEncoder> small(AudioEncoder::createAudioEncoder(wv::EncodeFormat::Wav, dir.file("s.wav").c_str()));
+    std::unique_ptr<AudioEncoder> small(
+        AudioEncoder::createAudioEncoder(wv::EncodeFormat::Wav, dir.file("s.wav").c_str()));
     ASSERT_EQ(small->initEncoder(8000, 1, 0, 1), 0);
     for (int k = 0; k < 255; ++k) {  // 4080 MiB
         ASSERT_EQ(small->seek(WaveEncoder::HEADER_BYTES), int64_t(WaveEncoder::HEADER_BYTES));

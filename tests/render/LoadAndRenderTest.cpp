@@ -131,12 +131,14 @@ TEST_F(LoadAndRender, RenderWaitingForALoadThatIsCancelledFails) {
     ASSERT_EQ(engine->process(list), 0);
     ASSERT_TRUE(waitUntil([&] { return engine->getPcmFrameLength(list) > 0; }));
     ASSERT_EQ(engine->cancelLoadFile(loading), 0);
-    ASSERT_TRUE(recorder.waitFor([&](const std::vector<Event>& events) {
-        for (const Event& e : events) {
-            if (e.id == loading && (e.code == wv::EVT_LOAD_CANCELLED || e.code == wv::EVT_LOAD_DONE)) return true;
-        }
-        return false;
-    }, std::chrono::seconds(60)));
+    ASSERT_TRUE(recorder.waitFor(
+        [&](const std::vector<Event>& events) {
+            for (const Event& e : events) {
+                if (e.id == loading && (e.code == wv::EVT_LOAD_CANCELLED || e.code == wv::EVT_LOAD_DONE)) return true;
+            }
+            return false;
+        },
+        std::chrono::seconds(60)));
     // A starved test thread may let the whole load finish before its cancel.
     if (recorder.waitForCode(wv::EVT_LOAD_DONE, loading, std::chrono::milliseconds(0))) {
         GTEST_SKIP() << "the load finished before it could be cancelled";

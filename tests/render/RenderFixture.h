@@ -41,8 +41,8 @@ inline std::vector<int16_t> asSamples(const std::vector<char>& bytes, size_t fro
 }
 
 inline bool isEnding(int code) {
-    return code == wv::EVT_RENDER_DONE || code == wv::EVT_RENDER_FAILED ||
-           code == wv::EVT_RENDER_CANCELLED || code == wv::EVT_RENDER_STOPPED;
+    return code == wv::EVT_RENDER_DONE || code == wv::EVT_RENDER_FAILED || code == wv::EVT_RENDER_CANCELLED ||
+           code == wv::EVT_RENDER_STOPPED;
 }
 
 using wvtest::waitUntil;
@@ -140,9 +140,7 @@ protected:
     }
     // Whether the render's reference on the list has been given back (just
     // after its ending event is posted).
-    bool encoderReleased(uint32_t id) const {
-        return engine->infoList().refCount(id, wv::REF_ENCODER) == 0;
-    }
+    bool encoderReleased(uint32_t id) const { return engine->infoList().refCount(id, wv::REF_ENCODER) == 0; }
 
     wvtest::TempDir dir;
     wvtest::EventRecorder recorder;

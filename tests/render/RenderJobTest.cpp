@@ -235,8 +235,7 @@ TEST_F(RenderJob, LowThreadPriorityPacesStepsWithoutChangingOutput) {
     ASSERT_EQ(engine->process(second), 0);
     EXPECT_EQ(waitForEnding(first).code, wv::EVT_RENDER_DONE);
     EXPECT_EQ(waitForEnding(second).code, wv::EVT_RENDER_DONE);
-    EXPECT_EQ(asSamples(wvtest::readFile(dir.file("b.wav")), 44),
-              std::vector<int16_t>(src.begin() + 60000, src.end()));
+    EXPECT_EQ(asSamples(wvtest::readFile(dir.file("b.wav")), 44), std::vector<int16_t>(src.begin() + 60000, src.end()));
 }
 
 }  // namespace

@@ -10,9 +10,9 @@
 #include "AudioFiles.h"
 #include "MediaDecode.h"
 #include "RenderFixture.h"
-#include "render/EncoderThread.h"
-#include "items/PcmInfoReader.h"
 #include "dsp/WaveformData.h"
+#include "items/PcmInfoReader.h"
+#include "render/EncoderThread.h"
 
 namespace {
 
@@ -217,8 +217,8 @@ TEST_F(RenderOutput, Mp3OutputDecodesToTheSameToneAndLength) {
 
 // The duration ffprobe reports for the file, in seconds; -1 on failure.
 double probeDuration(const std::string& path) {
-    const std::string command = "ffprobe -v error -show_entries format=duration -of csv=p=0 " +
-                                wvtest::shellQuote(path) + " 2>/dev/null";
+    const std::string command =
+        "ffprobe -v error -show_entries format=duration -of csv=p=0 " + wvtest::shellQuote(path) + " 2>/dev/null";
     FILE* pipe = popen(command.c_str(), "r");
     if (pipe == nullptr) return -1;
     double seconds = -1;

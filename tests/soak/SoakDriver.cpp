@@ -42,8 +42,7 @@ Driver::Driver(const Options& options)
         const std::string path = mOptions.sources + "/" + name;
         mSources.push_back(Source{path, startsWith(name, "bad"), startsWith(name, "inplace")});
     }
-    std::sort(mSources.begin(), mSources.end(),
-              [](const Source& a, const Source& b) { return a.path < b.path; });
+    std::sort(mSources.begin(), mSources.end(), [](const Source& a, const Source& b) { return a.path < b.path; });
     // A file that is not there at all.
     mSources.push_back(Source{mOptions.sources + "/missing.mp3", true, false});
     wavoryx_set_audio_output("null");
@@ -62,9 +61,7 @@ int Driver::randInt(int lo, int hi) { return std::uniform_int_distribution<int>(
 
 bool Driver::chance(double p) { return std::uniform_real_distribution<double>(0, 1)(mRandom) < p; }
 
-std::string Driver::workFile(int id, const char* ext) const {
-    return mWorkDir + std::to_string(id) + ext;
-}
+std::string Driver::workFile(int id, const char* ext) const { return mWorkDir + std::to_string(id) + ext; }
 
 void Driver::violation(const std::string& text) {
     ++mViolations;
@@ -125,13 +122,15 @@ void Driver::drain() {
     mDraining = true;
     const double now = mLog.now();
     for (LoadJob& job : mLoads) {
-        if (!job.acted) { job.action = 1; job.actAt = now; }
+        if (!job.acted) {
+            job.action = 1;
+            job.actAt = now;
+        }
     }
     for (RenderJob& job : mRenders) job.cancelAt = std::min(job.cancelAt, now);
     if (mRecord.id != 0) mRecord.stopAt = now;
     const double giveUp = now + timeout(300);
-    while ((!mLoads.empty() || !mRenders.empty() || mPlay.id != 0 || mRecord.id != 0) &&
-           mLog.now() < giveUp) {
+    while ((!mLoads.empty() || !mRenders.empty() || mPlay.id != 0 || mRecord.id != 0) && mLog.now() < giveUp) {
         if (mPlay.id != 0 && mPlay.phase == 0) mPlay.endBy = 0;
         pollLoads();
         pollRenders();
@@ -247,7 +246,8 @@ void Driver::sampleWaveform() {
     const unsigned start = unsigned(randInt(0, 15000));
     const unsigned wanted = unsigned(randInt(1, 400));
     std::vector<uint8_t> points(wanted + 16, 0xAB);
-    const int32_t r = mEngine->getWaveformSamples(id, start, start + unsigned(randInt(1, 20000)), wanted, points.data());
+    const int32_t r =
+        mEngine->getWaveformSamples(id, start, start + unsigned(randInt(1, 20000)), wanted, points.data());
     if (r != int32_t(wanted) && r != -4) {
         violation("getWaveformSamples of item " + std::to_string(id) + " returned " + std::to_string(r));
     }
@@ -272,8 +272,7 @@ int Driver::pickReadyItem(bool includeLists) {
 
 void Driver::printSummary() const {
     std::printf("wavoryx-soak: seed %llu, %.0f s, %d rounds, device pace %g\n",
-                static_cast<unsigned long long>(mOptions.seed), mOptions.seconds, mRounds,
-                mOptions.pace);
+                static_cast<unsigned long long>(mOptions.seed), mOptions.seconds, mRounds, mOptions.pace);
     std::map<std::string, long> perKind;
     for (const auto& [what, n] : mCounters.jobs) perKind[what.substr(0, what.find(' '))] += n;
     for (const auto& [kind, total] : perKind) {
@@ -285,12 +284,11 @@ void Driver::printSummary() const {
         }
         std::printf("\n");
     }
-    std::printf("  waveform level events: %ld; ends of playback after the item went: %ld\n",
-                mLog.levelEvents(), mLog.lateEnds());
-    std::printf("  faults injected %ld, survived %ld\n", mCounters.faultsInjected,
-                mCounters.faultsSurvived);
-    std::printf("  rss: start %ld KiB, after warm-up %ld KiB, end %ld KiB, peak %ld KiB\n",
-                mRssStartKb, mRssBaseKb, mRssEndKb, mRssPeakKb);
+    std::printf("  waveform level events: %ld; ends of playback after the item went: %ld\n", mLog.levelEvents(),
+                mLog.lateEnds());
+    std::printf("  faults injected %ld, survived %ld\n", mCounters.faultsInjected, mCounters.faultsSurvived);
+    std::printf("  rss: start %ld KiB, after warm-up %ld KiB, end %ld KiB, peak %ld KiB\n", mRssStartKb, mRssBaseKb,
+                mRssEndKb, mRssPeakKb);
     std::printf("  violations: %d\n", mViolations);
 }
 

@@ -30,7 +30,7 @@ struct Options {
 };
 
 struct Counters {
-    std::map<std::string, long> jobs;    // "load ok", "render cancelled", ...
+    std::map<std::string, long> jobs;  // "load ok", "render cancelled", ...
     long faultsInjected = 0;
     long faultsSurvived = 0;
 };
@@ -44,39 +44,74 @@ public:
     void printSummary() const;
 
 private:
-    struct Source { std::string path; bool bad; bool inPlace; };
+    struct Source {
+        std::string path;
+        bool bad;
+        bool inPlace;
+    };
     // Every item the driver made and has not yet removed.
     struct Item {
         enum Type { LOADED, LIST, RECORDING } type = LOADED;
-        bool inPlace = false;      // read in place: no working file
-        bool bad = false;          // a source the engine must refuse
-        bool loadEnded = false;    // the load job has its ending
-        bool ready = false;        // ended with 4: playable, usable in lists
-        bool busy = false;         // a job still runs on it
-        bool removed = false;      // removePcm done, waits for its jobs
-        int listUses = 0;          // live lists with a clip of it
-        std::vector<int> sources;  // lists: the items clipped
+        bool inPlace = false;              // read in place: no working file
+        bool bad = false;                  // a source the engine must refuse
+        bool loadEnded = false;            // the load job has its ending
+        bool ready = false;                // ended with 4: playable, usable in lists
+        bool busy = false;                 // a job still runs on it
+        bool removed = false;              // removePcm done, waits for its jobs
+        int listUses = 0;                  // live lists with a clip of it
+        std::vector<int> sources;          // lists: the items clipped
         std::vector<std::string> outputs;  // files the driver deletes with it
     };
     struct LoadJob {
-        int id; bool bad; bool missing; int action; double actAt; bool acted; double start;
-        bool hangCancelled; int faults;
+        int id;
+        bool bad;
+        bool missing;
+        int action;
+        double actAt;
+        bool acted;
+        double start;
+        bool hangCancelled;
+        int faults;
     };
     struct RenderJob {
-        int id; double cancelAt; bool cancelled; double start; std::string output; int type;
+        int id;
+        double cancelAt;
+        bool cancelled;
+        double start;
+        std::string output;
+        int type;
         int faults;
     };
     struct PlayJob {
-        int id = 0; int mode = 0; int phase = 0; double nextAt = 0; double endBy = 0;
-        int rearms = 0; int endsBefore = 0; int endsAtStart = 0; int durationMs = 0;
-        bool itemGone = false; int faults = 0;
+        int id = 0;
+        int mode = 0;
+        int phase = 0;
+        double nextAt = 0;
+        double endBy = 0;
+        int rearms = 0;
+        int endsBefore = 0;
+        int endsAtStart = 0;
+        int durationMs = 0;
+        bool itemGone = false;
+        int faults = 0;
     };
     struct RecordJob {
-        int id = 0; int phase = 0; double stopAt = 0; double nextAt = 0; double start = 0;
-        std::string output; int type = 0; int effect = 0; bool earlyStop = false; int faults = 0;
+        int id = 0;
+        int phase = 0;
+        double stopAt = 0;
+        double nextAt = 0;
+        double start = 0;
+        std::string output;
+        int type = 0;
+        int effect = 0;
+        bool earlyStop = false;
+        int faults = 0;
         bool paused = false;
     };
-    struct Gone { std::string path; double deadline; };
+    struct Gone {
+        std::string path;
+        double deadline;
+    };
 
     // Driver.cpp: the round loop and the bookkeeping of items and files.
     bool runRound(double until);

@@ -178,7 +178,8 @@ void Driver::startRender() {
         const unsigned length = unsigned(randInt(100, 6000));
         const int32_t r = chance(0.5) ? mEngine->addClipMs(list, source, start, start + length)
                                       : mEngine->addClip(list, source, start * 44, (start + length) * 44);
-        if (r != k) violation("clip " + std::to_string(k) + " of list " + std::to_string(list) + " got " + std::to_string(r));
+        if (r != k)
+            violation("clip " + std::to_string(k) + " of list " + std::to_string(list) + " got " + std::to_string(r));
         entry.sources.push_back(source);
         ++mItems[source].listUses;
     }
@@ -191,8 +192,8 @@ void Driver::startRender() {
     if (chance(0.3)) {
         static const int rates[] = {0, 8000, 22050, 44100, 48000};
         static const int bitRates[] = {0, 64, 128};
-        if (mEngine->setEncodePara(list, rates[randInt(0, 4)], bitRates[randInt(0, 2)], randInt(0, 2),
-                                   randInt(0, 1)) != 0) {
+        if (mEngine->setEncodePara(list, rates[randInt(0, 4)], bitRates[randInt(0, 2)], randInt(0, 2), randInt(0, 1)) !=
+            0) {
             violation("setEncodePara failed");
         }
     }

@@ -25,17 +25,42 @@ bool isProgress(int code) { return code == 3 || code == 21; }
 
 Kind kindOfCode(int code) {
     switch (code) {
-        case 0: case 3: case 4: case 5: case 6: case 7: return Kind::Load;
-        case 20: case 21: case 22: case 23: case 25: return Kind::Render;
-        case 40: case 42: return Kind::Play;
-        case 60: case 61: case 63: case 64: case 65: case 66: case 67: case 80: return Kind::Record;
+        case 0:
+        case 3:
+        case 4:
+        case 5:
+        case 6:
+        case 7: return Kind::Load;
+        case 20:
+        case 21:
+        case 22:
+        case 23:
+        case 25: return Kind::Render;
+        case 40:
+        case 42: return Kind::Play;
+        case 60:
+        case 61:
+        case 63:
+        case 64:
+        case 65:
+        case 66:
+        case 67:
+        case 80: return Kind::Record;
         default: return Kind::Unknown;
     }
 }
 
 bool isFinalCode(int code) {
     switch (code) {
-        case 0: case 4: case 5: case 7: case 20: case 22: case 23: case 25: case 63: return true;
+        case 0:
+        case 4:
+        case 5:
+        case 7:
+        case 20:
+        case 22:
+        case 23:
+        case 25:
+        case 63: return true;
         default: return false;
     }
 }
@@ -50,9 +75,7 @@ const char* kindName(Kind kind) {
     }
 }
 
-EventLog::EventLog(double endGraceSeconds) : mEndGrace(endGraceSeconds), mOrigin(monotonicSeconds()) {
-    gLog = this;
-}
+EventLog::EventLog(double endGraceSeconds) : mEndGrace(endGraceSeconds), mOrigin(monotonicSeconds()) { gLog = this; }
 
 void EventLog::callback(int code, int id, int value, char*, void*) {
     if (gLog != nullptr) gLog->add(code, id, value);

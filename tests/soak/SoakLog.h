@@ -57,7 +57,10 @@ public:
 private:
     mutable std::mutex mLock;
     std::unordered_map<int, std::vector<Event>> mById;
-    struct Retired { double at; bool lateEnd; };
+    struct Retired {
+        double at;
+        bool lateEnd;
+    };
     std::unordered_map<int, Retired> mRetired;
     std::vector<std::string> mLate;
     long mLevels = 0;

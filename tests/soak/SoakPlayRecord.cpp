@@ -175,8 +175,8 @@ void Driver::pollPlay() {
         } else if (now > mPlay.endBy) {
             auto entry = mItems.find(id);
             const std::string state = entry == mItems.end() ? "untracked"
-                                      : "type " + std::to_string(entry->second.type) + ", load " +
-                                            (entry->second.loadEnded ? "ended" : "running");
+                                                            : "type " + std::to_string(entry->second.type) + ", load " +
+                                                                  (entry->second.loadEnded ? "ended" : "running");
             violation("playback of " + item(id) + " (" + state + ", " + std::to_string(mPlay.durationMs) +
                       " ms) did not end");
             finishPlay(false);

@@ -41,8 +41,7 @@ struct Step {
     double seconds = 0;
     long rssStartKb = 0, rssMaxKb = 0, rssEndKb = 0;
 };
-int waitFor(const wvtest::EventRecorder& events, int id, std::vector<int> codes, double limitSeconds,
-            Step* step) {
+int waitFor(const wvtest::EventRecorder& events, int id, std::vector<int> codes, double limitSeconds, Step* step) {
     const double start = now();
     step->rssStartKb = step->rssMaxKb = soak::rssKb();
     int code = -1;
@@ -86,10 +85,14 @@ int main(int argc, char** argv) {
     std::vector<unsigned> positions;
     for (int i = 3; i < argc; ++i) {
         const std::string arg = argv[i];
-        if (arg == "--render" && i + 1 < argc) render = argv[++i];
-        else if (arg == "--play") play = true;
-        else if (arg == "--at" && i + 1 < argc) positions.push_back(unsigned(std::strtoul(argv[++i], nullptr, 10)));
-        else return 2;
+        if (arg == "--render" && i + 1 < argc)
+            render = argv[++i];
+        else if (arg == "--play")
+            play = true;
+        else if (arg == "--at" && i + 1 < argc)
+            positions.push_back(unsigned(std::strtoul(argv[++i], nullptr, 10)));
+        else
+            return 2;
     }
     const std::string work = dir + "/pcm/";
     mkdir(work.c_str(), 0777);

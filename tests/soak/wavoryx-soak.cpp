@@ -59,8 +59,8 @@ int main(int argc, char** argv) {
             return usage();
         }
     }
-    if (!haveSeconds || options.sources.empty() || options.dir.empty() || options.seconds <= 0 ||
-        options.slow <= 0 || options.roundSeconds <= 0) {
+    if (!haveSeconds || options.sources.empty() || options.dir.empty() || options.seconds <= 0 || options.slow <= 0 ||
+        options.roundSeconds <= 0) {
         return usage();
     }
     if (std::getenv("WAVORYX_DEVICE_PACE") == nullptr) setenv("WAVORYX_DEVICE_PACE", "8", 1);
@@ -69,8 +69,7 @@ int main(int argc, char** argv) {
     // The engine's own error lines would drown the report: the soak provokes
     // failures on purpose and checks them through events.
     if (std::getenv("WAVORYX_LOG") == nullptr) wavoryx_set_log_level(WAVORYX_LOG_FATAL);
-    std::printf("wavoryx-soak: seed %llu, %g s\n", static_cast<unsigned long long>(options.seed),
-                options.seconds);
+    std::printf("wavoryx-soak: seed %llu, %g s\n", static_cast<unsigned long long>(options.seed), options.seconds);
     std::fflush(stdout);
     int violations;
     {

@@ -24,8 +24,8 @@ bool runCapture(const std::string& command, std::string* output) {
 
 }  // namespace
 
-std::vector<int16_t> makeTones(uint32_t frames, uint32_t sampleRate,
-                               const std::vector<double>& frequencies, double amplitude) {
+std::vector<int16_t> makeTones(uint32_t frames, uint32_t sampleRate, const std::vector<double>& frequencies,
+                               double amplitude) {
     const size_t channels = frequencies.size();
     std::vector<int16_t> pcm(static_cast<size_t>(frames) * channels);
     for (uint32_t i = 0; i < frames; ++i) {
@@ -37,8 +37,8 @@ std::vector<int16_t> makeTones(uint32_t frames, uint32_t sampleRate,
     return pcm;
 }
 
-double tonePower(const std::vector<int16_t>& pcm, uint32_t channels, uint32_t channel,
-                 size_t first, size_t count, uint32_t sampleRate, double frequency) {
+double tonePower(const std::vector<int16_t>& pcm, uint32_t channels, uint32_t channel, size_t first, size_t count,
+                 uint32_t sampleRate, double frequency) {
     const double coeff = 2.0 * std::cos(2.0 * M_PI * frequency / sampleRate);
     double s1 = 0.0, s2 = 0.0;
     for (size_t i = first; i < first + count && (i * channels + channel) < pcm.size(); ++i) {
@@ -51,8 +51,7 @@ double tonePower(const std::vector<int16_t>& pcm, uint32_t channels, uint32_t ch
 }
 
 bool haveFfmpeg() {
-    return std::system("ffmpeg -version >/dev/null 2>&1") == 0 &&
-           std::system("ffprobe -version >/dev/null 2>&1") == 0;
+    return std::system("ffmpeg -version >/dev/null 2>&1") == 0 && std::system("ffprobe -version >/dev/null 2>&1") == 0;
 }
 
 bool probeAudio(const std::string& path, StreamInfo* info) {
@@ -82,11 +81,10 @@ bool probeAudio(const std::string& path, StreamInfo* info) {
     return info->sampleRate > 0 && info->channels > 0;
 }
 
-bool decodeToPcm16(const std::string& path, const std::string& scratchDir,
-                   std::vector<int16_t>* pcm) {
+bool decodeToPcm16(const std::string& path, const std::string& scratchDir, std::vector<int16_t>* pcm) {
     const std::string raw = scratchDir + "/decoded.s16le";
-    const std::string command = "ffmpeg -v error -nostdin -y -i " + quoted(path) +
-                                " -f s16le -acodec pcm_s16le " + quoted(raw);
+    const std::string command =
+        "ffmpeg -v error -nostdin -y -i " + quoted(path) + " -f s16le -acodec pcm_s16le " + quoted(raw);
     if (std::system(command.c_str()) != 0) return false;
     const std::vector<char> bytes = readFile(raw);
     std::remove(raw.c_str());

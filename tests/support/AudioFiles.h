@@ -11,13 +11,13 @@ namespace wvtest {
 
 // Interleaved 16-bit sine tones, one frequency per channel (Hz), at
 // `amplitude` of full scale (0..1).
-std::vector<int16_t> makeTones(uint32_t frames, uint32_t sampleRate,
-                               const std::vector<double>& frequencies, double amplitude = 0.5);
+std::vector<int16_t> makeTones(uint32_t frames, uint32_t sampleRate, const std::vector<double>& frequencies,
+                               double amplitude = 0.5);
 
 // Power of `frequency` (Hz) in channel `channel` of interleaved `pcm`, over
 // frames [first, first + count): Goertzel, normalised by count.
-double tonePower(const std::vector<int16_t>& pcm, uint32_t channels, uint32_t channel,
-                 size_t first, size_t count, uint32_t sampleRate, double frequency);
+double tonePower(const std::vector<int16_t>& pcm, uint32_t channels, uint32_t channel, size_t first, size_t count,
+                 uint32_t sampleRate, double frequency);
 
 // Whether the ffmpeg and ffprobe commands can be run.
 bool haveFfmpeg();
@@ -35,7 +35,6 @@ bool probeAudio(const std::string& path, StreamInfo* info);
 // Decodes `path` with ffmpeg into interleaved 16-bit samples at the file's
 // own rate and channel count, using `scratchDir` for the raw file. False on
 // failure.
-bool decodeToPcm16(const std::string& path, const std::string& scratchDir,
-                   std::vector<int16_t>* pcm);
+bool decodeToPcm16(const std::string& path, const std::string& scratchDir, std::vector<int16_t>* pcm);
 
 }  // namespace wvtest

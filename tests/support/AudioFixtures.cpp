@@ -73,8 +73,7 @@ bool writeToneWav(const std::string& path, int rate, int channels, double second
 bool readWavSamples(const std::string& path, std::vector<int16_t>* samples, int* rate, int* channels) {
     std::ifstream in(path, std::ios::binary);
     const std::vector<uint8_t> file((std::istreambuf_iterator<char>(in)), std::istreambuf_iterator<char>());
-    if (file.size() < 12 || std::memcmp(file.data(), "RIFF", 4) != 0 ||
-        std::memcmp(file.data() + 8, "WAVE", 4) != 0) {
+    if (file.size() < 12 || std::memcmp(file.data(), "RIFF", 4) != 0 || std::memcmp(file.data() + 8, "WAVE", 4) != 0) {
         return false;
     }
     int fileRate = 0, fileChannels = 0, bits = 0;

@@ -16,8 +16,7 @@ namespace wvtest {
 // Interleaved 16-bit samples of a sine tone of `freq` Hz. Every channel
 // carries the same tone; channel c has amplitude `amplitude` * (1 - c / 8)
 // (full scale = 1.0), so a swap or mix of channels shows in the levels.
-std::vector<int16_t> makeTone(int rate, int channels, double seconds, double freq,
-                              double amplitude = 0.5);
+std::vector<int16_t> makeTone(int rate, int channels, double seconds, double freq, double amplitude = 0.5);
 
 // A canonical WAV file: 44-byte header, then the samples little-endian.
 bool writeWav(const std::string& path, const std::vector<int16_t>& samples, int rate, int channels);
@@ -33,8 +32,7 @@ std::vector<uint8_t> canonicalWavHeader(int rate, int channels, uint32_t dataByt
 
 // Runs `ffmpeg -i in <extraArgs> out` quietly, overwriting `out`.
 // `extraArgs` is passed to the shell as is (e.g. "-c:a flac").
-bool encodeWithFfmpeg(const std::string& inPath, const std::string& outPath,
-                      const std::string& extraArgs = "");
+bool encodeWithFfmpeg(const std::string& inPath, const std::string& outPath, const std::string& extraArgs = "");
 // Runs ffmpeg with arbitrary arguments (after -y), e.g. to mux several inputs.
 bool runFfmpeg(const std::string& args);
 bool ffmpegAvailable();

@@ -31,8 +31,7 @@ public:
     bool waitFor(const std::function<bool(const std::vector<Event>&)>& pred,
                  std::chrono::milliseconds timeout = std::chrono::seconds(20)) const;
     // Waits for an event with this code (and id when id >= 0).
-    bool waitForCode(int code, int id = -1,
-                     std::chrono::milliseconds timeout = std::chrono::seconds(20)) const;
+    bool waitForCode(int code, int id = -1, std::chrono::milliseconds timeout = std::chrono::seconds(20)) const;
     // Thread ids of the calls, in order.
     std::vector<std::thread::id> threads() const;
     void clear();

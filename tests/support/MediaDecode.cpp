@@ -22,8 +22,7 @@ std::shared_ptr<wv::MediaSource> openPcmSource(const std::string& path, std::str
         if (mime) *mime = type;
         auto track = extractor->getTrack(i);
         std::shared_ptr<wv::MediaSource> source =
-            std::strcmp(type, wv::MEDIA_MIMETYPE_AUDIO_RAW) == 0 ? track
-                                                                 : wv::AudioCodec::Create(meta, track);
+            std::strcmp(type, wv::MEDIA_MIMETYPE_AUDIO_RAW) == 0 ? track : wv::AudioCodec::Create(meta, track);
         if (!source || source->start() != wv::OK) return nullptr;
         return source;
     }

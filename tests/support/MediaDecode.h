@@ -14,10 +14,10 @@ class MediaSource;
 namespace wvtest {
 
 struct DecodedAudio {
-    std::string mime;                  // of the track
-    int rate = 0;                      // of the decoded format
+    std::string mime;  // of the track
+    int rate = 0;      // of the decoded format
     int channels = 0;
-    std::vector<int16_t> samples;      // interleaved
+    std::vector<int16_t> samples;        // interleaved
     std::vector<int64_t> bufferTimesUs;  // kKeyTime of each buffer
     std::vector<size_t> bufferFrames;    // frames of each buffer
     size_t frames() const { return channels ? samples.size() / size_t(channels) : 0; }
@@ -31,8 +31,7 @@ std::shared_ptr<wv::MediaSource> openPcmSource(const std::string& path, std::str
 // Appends buffers of `source` to `out` until the stream ends or `maxBuffers`
 // were read; the first read seeks to `seekUs` when that is not negative.
 // Returns the status that ended the reading.
-int readAll(wv::MediaSource& source, DecodedAudio* out, int64_t seekUs = -1,
-            size_t maxBuffers = SIZE_MAX);
+int readAll(wv::MediaSource& source, DecodedAudio* out, int64_t seekUs = -1, size_t maxBuffers = SIZE_MAX);
 
 // openPcmSource + readAll from the start; false when the file cannot be opened.
 bool decodeWithMediaLayer(const std::string& path, DecodedAudio* out);

@@ -18,8 +18,7 @@ SmallFilesystem::SmallFilesystem(size_t bytes) {
     }
     const std::string options = "size=" + std::to_string(bytes) + ",mode=0755";
     if (::mount("tmpfs", mDir.path().c_str(), "tmpfs", MS_NOSUID | MS_NODEV, options.c_str()) != 0) {
-        mSkipReason = std::string("cannot mount a tmpfs (") + std::strerror(errno) +
-                      "); storage-full test skipped";
+        mSkipReason = std::string("cannot mount a tmpfs (") + std::strerror(errno) + "); storage-full test skipped";
         return;
     }
     mMounted = true;

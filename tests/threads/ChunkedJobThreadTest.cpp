@@ -95,8 +95,7 @@ TEST(ChunkedJobThread, AJobRunsItsStepsAtTheStepUrgencyAndEndsOnce) {
     WVThreadCmd none;
     EXPECT_EQ(worker.queuedOnly(&none), -1);
     EXPECT_EQ(worker.freed, 1);
-    EXPECT_EQ(worker.log, (std::vector<std::string>{"event 50/7/50", "event 50/7/100", "event 52/7/-1",
-                                                    "release 7"}));
+    EXPECT_EQ(worker.log, (std::vector<std::string>{"event 50/7/50", "event 50/7/100", "event 52/7/-1", "release 7"}));
 }
 
 TEST(ChunkedJobThread, AtLowPriorityTheNextStepWaitsAsADelayedCommand) {
@@ -118,8 +117,8 @@ TEST(ChunkedJobThread, CancelEndsWithTheCancelEventAndDiscardOnlyFreesTheJob) {
     worker.cancel(WVThreadCmd(wv::JobThread::kCmdContinue, 7, -1, new CountingJob(&worker.freed)));
     EXPECT_EQ(worker.freed, 1);
     worker.cancel(WVThreadCmd(9, 8, -1));  // not part of a job: the reference only
-    EXPECT_EQ(worker.log, (std::vector<std::string>{"event 51/7/-1", "release 7", "event 51/7/-1",
-                                                    "release 7", "release 8"}));
+    EXPECT_EQ(worker.log,
+              (std::vector<std::string>{"event 51/7/-1", "release 7", "event 51/7/-1", "release 7", "release 8"}));
 
     worker.log.clear();
     worker.discard(WVThreadCmd(wv::JobThread::kCmdStart, 7, -1));

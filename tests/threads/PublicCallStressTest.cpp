@@ -6,8 +6,8 @@
 // job must end with exactly one ending event, and once every item is removed
 // the working folder must be empty. Run in the plain, ThreadSanitizer and
 // AddressSanitizer suites, where a race or a freed item shows as a report.
-#include <gtest/gtest.h>
 #include <dirent.h>
+#include <gtest/gtest.h>
 
 #include <atomic>
 #include <chrono>

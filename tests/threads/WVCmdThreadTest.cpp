@@ -100,13 +100,13 @@ private:
 TEST(WVCmdThread, QueueOrderPrioritiesFifoAndDelayedEntries) {
     RecordingThread thread;
     for (uint32_t i = 10; i < 20; ++i) thread.sendCmd(WVThreadCmd(i, 0, -1), 7);
-    thread.sendCmd(WVThreadCmd(1, 0, -1), 2);   // urgency 2: ahead of the 7s
-    thread.sendCmd(WVThreadCmd(2, 0, -1), 1);   // urgency 1: ahead of that
+    thread.sendCmd(WVThreadCmd(1, 0, -1), 2);  // urgency 2: ahead of the 7s
+    thread.sendCmd(WVThreadCmd(2, 0, -1), 1);  // urgency 1: ahead of that
     thread.sendDelayedCmd(WVThreadCmd(50, 0, -1), 5000);
-    thread.sendDelayedCmd(WVThreadCmd(51, 0, -1), 10);   // due first
-    thread.sendDelayedCmd(WVThreadCmd(52, 0, -1), 10);   // same due time: posting order
-    thread.sendCmd(WVThreadCmd(3, 0, -1), 253);   // priority 0 after the modulo: at the very front
-    thread.cancelCmd(WVThreadCmd(77, 0, -1));     // control requests go ahead of ordinary ones
+    thread.sendDelayedCmd(WVThreadCmd(51, 0, -1), 10);  // due first
+    thread.sendDelayedCmd(WVThreadCmd(52, 0, -1), 10);  // same due time: posting order
+    thread.sendCmd(WVThreadCmd(3, 0, -1), 253);         // priority 0 after the modulo: at the very front
+    thread.cancelCmd(WVThreadCmd(77, 0, -1));           // control requests go ahead of ordinary ones
     EXPECT_EQ(thread.queuedCodes(),
               (std::vector<int32_t>{3, 77, 2, 1, 10, 11, 12, 13, 14, 15, 16, 17, 18, 19, 51, 52, 50}));
 }
@@ -143,8 +143,8 @@ TEST(WVCmdThread, CancelRequestsMatchQueuedOrParkedCommandsOnly) {
     thread.sendCmd(WVThreadCmd(1, 7, 3), 7);
     thread.sendCmd(WVThreadCmd(2, 8, 3), 7);
     thread.suspendCmd(WVThreadCmd(2, 8, kAnyArg));
-    thread.cancelCmd(WVThreadCmd(1, 9, kAnyArg));       // other item: no match
-    thread.cancelCmd(WVThreadCmd(WVCMD_ANY, 7, 4));     // other arg: no match
+    thread.cancelCmd(WVThreadCmd(1, 9, kAnyArg));    // other item: no match
+    thread.cancelCmd(WVThreadCmd(WVCMD_ANY, 7, 4));  // other arg: no match
     thread.launch();
     ASSERT_TRUE(thread.waitForLog(2));  // the suspend, then the run of 1/7
     ASSERT_TRUE(wvtest::waitUntil([&] { return thread.parkedCount() == 1; }, std::chrono::seconds(5)));
@@ -168,8 +168,7 @@ TEST(WVCmdThread, SuspendAndResumeMoveTheJobOnceOrDropIt) {
         ASSERT_TRUE(thread.waitForLog(4));
         std::this_thread::sleep_for(std::chrono::milliseconds(20));
         thread.exit();
-        EXPECT_EQ(thread.log(),
-                  (std::vector<std::string>{"suspend:2/1", "resume:2/1", "run:2/1", "run:2/1"}));
+        EXPECT_EQ(thread.log(), (std::vector<std::string>{"suspend:2/1", "resume:2/1", "run:2/1", "run:2/1"}));
     }
     {
         // A hook that refuses parking drops the command; a resume hook that
@@ -237,8 +236,8 @@ TEST(WVCmdThread, LoopThatStoppedItselfCanBeLaunchedAgain) {
         ASSERT_TRUE(thread.waitForLog(static_cast<size_t>(2 * round + 2)));
         thread.exit();
     }
-    EXPECT_EQ(thread.log(), (std::vector<std::string>{"run:98/0", "run:1/0", "run:98/1", "run:1/1",
-                                                      "run:98/2", "run:1/2"}));
+    EXPECT_EQ(thread.log(),
+              (std::vector<std::string>{"run:98/0", "run:1/0", "run:98/1", "run:1/1", "run:98/2", "run:1/2"}));
 }
 
 TEST(WVCmdThread, LaunchAndExitFromManyThreadsAtOnce) {
@@ -257,11 +256,13 @@ TEST(WVCmdThread, LaunchAndExitFromManyThreadsAtOnce) {
     // Exit requests left over by exits that found no loop are taken by the
     // next loops; in the end one launch keeps serving.
     thread.sendCmd(WVThreadCmd(7, 0, -1), 7);
-    ASSERT_TRUE(wvtest::waitUntil([&] {
-        thread.launch();
-        const std::vector<std::string> log = thread.log();
-        return !log.empty() && log.back() == "run:7/0";
-    }, std::chrono::seconds(5)));
+    ASSERT_TRUE(wvtest::waitUntil(
+        [&] {
+            thread.launch();
+            const std::vector<std::string> log = thread.log();
+            return !log.empty() && log.back() == "run:7/0";
+        },
+        std::chrono::seconds(5)));
 }
 
 TEST(WVCmdThread, PatternMatching) {

@@ -69,8 +69,8 @@ AudioInput::AudioInput(int32_t inputSource, uint32_t sampleRate, int32_t format,
 }
 
 AudioInput::AudioInput(std::unique_ptr<AudioInputDevice> device, uint32_t sampleRate,
-                       int32_t format, uint32_t channelMask, size_t frameCount,
-                       callback_t callback, void* user, uint32_t notificationFrames)
+                       int32_t format, uint32_t channelMask, size_t frameCount, callback_t callback,
+                       void* user, uint32_t notificationFrames)
     : mSampleRate(sampleRate), mCallback(callback), mUser(user) {
     mChannels = channelsOfMask(channelMask);
     if (!usable(sampleRate, format, mChannels) || callback == nullptr || device == nullptr) {
@@ -82,8 +82,8 @@ AudioInput::AudioInput(std::unique_ptr<AudioInputDevice> device, uint32_t sample
     open(std::move(device), false, frameCount, notificationFrames);
 }
 
-void AudioInput::open(std::unique_ptr<AudioInputDevice> device, bool selected,
-                      size_t frameCount, uint32_t notificationFrames) {
+void AudioInput::open(std::unique_ptr<AudioInputDevice> device, bool selected, size_t frameCount,
+                      uint32_t notificationFrames) {
     size_t minimum = 0;
     getMinFrameCount(&minimum, mSampleRate, AUDIO_FORMAT_PCM_16_BIT, (1u << mChannels) - 1);
     mFrameCount = std::max(frameCount, minimum);
@@ -94,9 +94,9 @@ void AudioInput::open(std::unique_ptr<AudioInputDevice> device, bool selected,
     mScratch.resize(size_t(mNotificationFrames) * mChannels);
     mQueue.reset(new FrameQueue(mFrameCount, mChannels));
 
-    const int32_t err = selected
-        ? openAudioInputDevice(selectedAudioInput(), mSampleRate, mChannels, this, &device)
-        : device->open(mSampleRate, mChannels, this);
+    const int32_t err =
+        selected ? openAudioInputDevice(selectedAudioInput(), mSampleRate, mChannels, this, &device)
+                 : device->open(mSampleRate, mChannels, this);
     if (err != 0) {
         mStatus = err;
         return;

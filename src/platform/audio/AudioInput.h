@@ -61,8 +61,7 @@ public:
     // `inputSource` is accepted for the caller's sake and not used.
     // notificationFrames 0 means half the ring.
     AudioInput(int32_t inputSource, uint32_t sampleRate, int32_t format, uint32_t channelMask,
-               size_t frameCount, callback_t callback, void* user,
-               uint32_t notificationFrames = 0);
+               size_t frameCount, callback_t callback, void* user, uint32_t notificationFrames = 0);
     // Opens `device`, which it then owns.
     AudioInput(std::unique_ptr<AudioInputDevice> device, uint32_t sampleRate, int32_t format,
                uint32_t channelMask, size_t frameCount, callback_t callback, void* user,

@@ -31,8 +31,14 @@ double toneHz(const std::string& spec) {
 }
 
 const DeviceKinds kInputKinds = {
-    WV_LOG_TAG, "input", "WAVORYX_AUDIO_IN", "is not an input", &isValidAudioInputSpec,
-    "silence",  WAVORYX_LOG_WARN, "no audio input device; recording silence",
+    WV_LOG_TAG,
+    "input",
+    "WAVORYX_AUDIO_IN",
+    "is not an input",
+    &isValidAudioInputSpec,
+    "silence",
+    WAVORYX_LOG_WARN,
+    "no audio input device; recording silence",
 };
 
 std::unique_ptr<AudioInputDevice> makeSystemInput() {

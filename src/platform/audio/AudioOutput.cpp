@@ -51,8 +51,8 @@ AudioOutput::AudioOutput(std::unique_ptr<AudioOutputDevice> device, uint32_t sam
     open(std::move(device), false, frameCount, notificationFrames);
 }
 
-void AudioOutput::open(std::unique_ptr<AudioOutputDevice> device, bool selected,
-                       size_t frameCount, uint32_t notificationFrames) {
+void AudioOutput::open(std::unique_ptr<AudioOutputDevice> device, bool selected, size_t frameCount,
+                       uint32_t notificationFrames) {
     int32_t err;
     if (selected) {
         err = openAudioOutputDevice(selectedAudioOutput(), mOpenRate, mChannels, this, &device);
@@ -88,8 +88,8 @@ void AudioOutput::open(std::unique_ptr<AudioOutputDevice> device, bool selected,
     mScratch.resize(size_t(mNotificationFrames) * mChannels);
     mQueue.reset(new FrameQueue(mFrameCount, mChannels));
     mDevice = std::move(device);
-    WV_LOGV("opened on %s: %u Hz, %u channels, %zu frames", mDevice->name(), mOpenRate,
-            mChannels, mFrameCount);
+    WV_LOGV("opened on %s: %u Hz, %u channels, %zu frames", mDevice->name(), mOpenRate, mChannels,
+            mFrameCount);
     mThread = std::thread(&AudioOutput::feedLoop, this);
 }
 

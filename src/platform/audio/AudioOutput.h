@@ -38,9 +38,9 @@
 #include <thread>
 #include <vector>
 
-#include "platform/resample/AudioResampler.h"
 #include "platform/audio/AudioOutputDevice.h"
 #include "platform/audio/FrameQueue.h"
+#include "platform/resample/AudioResampler.h"
 
 namespace wv {
 

@@ -16,8 +16,14 @@ namespace wv {
 namespace {
 
 const DeviceKinds kOutputKinds = {
-    WV_LOG_TAG, "output", "WAVORYX_AUDIO_OUT", "is not a device", &isValidAudioOutputSpec,
-    "null",     WAVORYX_LOG_INFO, "no audio output device; playing to the null device",
+    WV_LOG_TAG,
+    "output",
+    "WAVORYX_AUDIO_OUT",
+    "is not a device",
+    &isValidAudioOutputSpec,
+    "null",
+    WAVORYX_LOG_INFO,
+    "no audio output device; playing to the null device",
 };
 
 std::unique_ptr<AudioOutputDevice> makeSystemOutput() {
@@ -29,12 +35,14 @@ std::unique_ptr<AudioOutputDevice> makeSystemOutput() {
 std::unique_ptr<AudioOutputDevice> makeNamedOutput(const std::string& text) {
     if (text == "null") return std::make_unique<ClockOutputDevice>(devicePaceFromEnvironment());
     const std::string path = kindArgument(text, "file");
-    if (!path.empty()) return std::make_unique<ClockOutputDevice>(devicePaceFromEnvironment(), path);
+    if (!path.empty())
+        return std::make_unique<ClockOutputDevice>(devicePaceFromEnvironment(), path);
     return nullptr;
 }
 
 DeviceChoice<AudioOutputDevice>& outputChoice() {
-    static DeviceChoice<AudioOutputDevice> choice(kOutputKinds, &makeSystemOutput, &makeNamedOutput);
+    static DeviceChoice<AudioOutputDevice> choice(kOutputKinds, &makeSystemOutput,
+                                                  &makeNamedOutput);
     return choice;
 }
 

@@ -22,8 +22,7 @@ ClockOutputDevice::ClockOutputDevice(double pace, std::string wavPath)
 
 ClockOutputDevice::~ClockOutputDevice() { close(); }
 
-int32_t ClockOutputDevice::open(uint32_t sampleRate, uint32_t channels,
-                                AudioOutputClient* client) {
+int32_t ClockOutputDevice::open(uint32_t sampleRate, uint32_t channels, AudioOutputClient* client) {
     if (!mWavPath.empty()) {
         const int32_t err = mWav.open(mWavPath, sampleRate, channels);
         if (err != 0) return err;

@@ -53,7 +53,8 @@ int32_t FileInputDevice::open(uint32_t sampleRate, uint32_t channels, AudioInput
     mBlock.assign(kMaxPieceFrames * channels, 0);
     if (uint32_t(mSourceRate) != sampleRate) {
         mLent.assign(kMaxPieceFrames * 2, 0);
-        mResampler.reset(AudioResampler::create(16, 2, int32_t(sampleRate), AudioResampler::SRC_DEFAULT));
+        mResampler.reset(
+            AudioResampler::create(16, 2, int32_t(sampleRate), AudioResampler::SRC_DEFAULT));
         mResampler->init();
         mResampler->setSampleRate(mSourceRate);
         mResampler->setVolume(1, 1);
@@ -110,9 +111,9 @@ size_t FileInputDevice::readStereo(int16_t* out, size_t frames) {
             if (!nextMediaBuffer()) break;
             continue;
         }
-        const auto* in = reinterpret_cast<const int16_t*>(
-            static_cast<const uint8_t*>(mMediaBuffer->data()) + mMediaBuffer->range_offset() +
-            mMediaOffset);
+        const auto* in =
+            reinterpret_cast<const int16_t*>(static_cast<const uint8_t*>(mMediaBuffer->data()) +
+                                             mMediaBuffer->range_offset() + mMediaOffset);
         const size_t available = (mMediaBuffer->range_length() - mMediaOffset) / frameBytes;
         const size_t n = std::min(available, frames - done);
         for (size_t f = 0; f < n; ++f) {
@@ -128,7 +129,8 @@ size_t FileInputDevice::readStereo(int16_t* out, size_t frames) {
 }
 
 int32_t FileInputDevice::getNextBuffer(AudioBufferProvider::Buffer* buffer, int64_t) {
-    const size_t want = std::min<size_t>(buffer->frameCount == 0 ? 1 : buffer->frameCount, kMaxPieceFrames);
+    const size_t want =
+        std::min<size_t>(buffer->frameCount == 0 ? 1 : buffer->frameCount, kMaxPieceFrames);
     const size_t got = readStereo(mLent.data(), want);
     if (got == 0) {
         buffer->raw = nullptr;
@@ -162,7 +164,8 @@ const int16_t* FileInputDevice::produce(size_t frames) {
         std::copy_n(mStereo.begin(), frames, mBlock.begin());
     } else {
         for (size_t f = 0; f < frames; ++f) {
-            for (uint32_t c = 0; c < mChannels; ++c) mBlock[f * mChannels + c] = mStereo[2 * f + c % 2];
+            for (uint32_t c = 0; c < mChannels; ++c)
+                mBlock[f * mChannels + c] = mStereo[2 * f + c % 2];
         }
     }
     return mBlock.data();

@@ -29,9 +29,9 @@
 #include <thread>
 #include <vector>
 
+#include "platform/audio/AudioInputDevice.h"
 #include "platform/resample/AudioBufferProvider.h"
 #include "platform/resample/AudioResampler.h"
-#include "platform/audio/AudioInputDevice.h"
 
 namespace wv {
 

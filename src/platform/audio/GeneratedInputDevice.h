@@ -39,8 +39,8 @@ private:
     uint32_t mSampleRate = 0;
     uint32_t mChannels = 0;
     AudioInputClient* mClient = nullptr;
-    double mPhase = 0;                // radians, device thread only
-    std::vector<int16_t> mBlock;      // device thread only
+    double mPhase = 0;            // radians, device thread only
+    std::vector<int16_t> mBlock;  // device thread only
     std::mutex mLock;
     std::condition_variable mWake;
     bool mRunning = false;

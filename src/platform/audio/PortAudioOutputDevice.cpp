@@ -15,8 +15,7 @@ constexpr int32_t kNoInit = -19;
 constexpr int32_t kBadValue = -22;
 
 int paCallback(const void* input, void* output, unsigned long frames,
-               const PaStreamCallbackTimeInfo* timeInfo, PaStreamCallbackFlags flags,
-               void* self) {
+               const PaStreamCallbackTimeInfo* timeInfo, PaStreamCallbackFlags flags, void* self) {
     (void)input;
     (void)timeInfo;
     (void)flags;

@@ -59,10 +59,7 @@ std::shared_ptr<MediaSource> AudioCodec::Create(const std::shared_ptr<MetaData>&
 
 AudioCodec::AudioCodec(std::shared_ptr<AvPacketTrack> track, AVCodecContext* context, int rate,
                        int channels, std::shared_ptr<MetaData> format)
-    : mTrack(std::move(track)),
-      mContext(context),
-      mRate(rate),
-      mFormat(std::move(format)),
+    : mTrack(std::move(track)), mContext(context), mRate(rate), mFormat(std::move(format)),
       mConverter(rate, channels) {}
 
 AudioCodec::~AudioCodec() {
@@ -109,7 +106,8 @@ status_t AudioCodec::stop() {
 void AudioCodec::seekLocked(int64_t timeUs, ReadOptions::SeekMode mode) {
     if (timeUs < 0) timeUs = 0;
     // Land before the time so that dropping decoded audio can reach it.
-    mTrack->seek(timeUs, mode == ReadOptions::SEEK_NEXT_SYNC ? mode : ReadOptions::SEEK_PREVIOUS_SYNC);
+    mTrack->seek(timeUs,
+                 mode == ReadOptions::SEEK_NEXT_SYNC ? mode : ReadOptions::SEEK_PREVIOUS_SYNC);
     mSkipUntilUs = timeUs;
     mDropFrames = 0;
     avcodec_flush_buffers(mContext);
@@ -210,14 +208,16 @@ status_t AudioCodec::read(MediaBuffer** out, const ReadOptions* options) {
         } else if (ret == AVERROR(EAGAIN) && !mInputEnded) {
             const status_t status = mTrack->readPacket(mPacket, nullptr);
             if (status != OK) {
-                if (status != ERROR_END_OF_STREAM) WV_LOGW("track read failed (%d); draining", status);
+                if (status != ERROR_END_OF_STREAM)
+                    WV_LOGW("track read failed (%d); draining", status);
                 mInputEnded = true;
                 avcodec_send_packet(mContext, nullptr);  // drain
                 continue;
             }
             ret = avcodec_send_packet(mContext, mPacket);
             av_packet_unref(mPacket);
-            if (ret < 0 && ret != AVERROR(EAGAIN)) endStreamLocked("packet refused by the decoder", ret);
+            if (ret < 0 && ret != AVERROR(EAGAIN))
+                endStreamLocked("packet refused by the decoder", ret);
         } else {
             endStreamLocked("decode error", ret);
         }

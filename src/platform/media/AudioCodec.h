@@ -46,8 +46,8 @@ public:
     status_t read(MediaBuffer** buffer, const ReadOptions* options = nullptr) override;
 
 private:
-    AudioCodec(std::shared_ptr<AvPacketTrack> track, AVCodecContext* context, int rate, int channels,
-               std::shared_ptr<MetaData> format);
+    AudioCodec(std::shared_ptr<AvPacketTrack> track, AVCodecContext* context, int rate,
+               int channels, std::shared_ptr<MetaData> format);
     void seekLocked(int64_t timeUs, ReadOptions::SeekMode mode);
     // Converts mFrame (or drains, for null) into a buffer; null when no
     // samples came out. Sets mFailed when the frame cannot be converted.

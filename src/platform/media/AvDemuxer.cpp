@@ -42,10 +42,17 @@ int64_t AvDemuxer::ioSeek(void* opaque, int64_t offset, int whence) {
     }
     int64_t target;
     switch (how) {
-        case SEEK_SET: target = offset; break;
-        case SEEK_CUR: target = self->mIoPosition + offset; break;
-        case SEEK_END: target = size + offset; break;
-        default: return AVERROR(EINVAL);
+        case SEEK_SET:
+            target = offset;
+            break;
+        case SEEK_CUR:
+            target = self->mIoPosition + offset;
+            break;
+        case SEEK_END:
+            target = size + offset;
+            break;
+        default:
+            return AVERROR(EINVAL);
     }
     if (target < 0) return AVERROR(EINVAL);
     self->mIoPosition = target;
@@ -117,7 +124,8 @@ status_t AvDemuxer::readPacket(int index, AVPacket* packet) {
 }
 
 int64_t AvDemuxer::toMediaUs(int index, int64_t pts) const {
-    return av_rescale_q(pts - mOriginPts[index], mFormat->streams[index]->time_base, AV_TIME_BASE_Q);
+    return av_rescale_q(pts - mOriginPts[index], mFormat->streams[index]->time_base,
+                        AV_TIME_BASE_Q);
 }
 
 int64_t AvDemuxer::fromMediaUs(int index, int64_t timeUs) const {

@@ -11,7 +11,8 @@ extern "C" {
 
 namespace wv {
 
-std::shared_ptr<AvFormatExtractor> AvFormatExtractor::Create(const std::shared_ptr<DataSource>& source) {
+std::shared_ptr<AvFormatExtractor> AvFormatExtractor::Create(
+    const std::shared_ptr<DataSource>& source) {
     std::shared_ptr<AvDemuxer> demuxer = AvDemuxer::open(source);
     if (!demuxer) return nullptr;
     WV_LOGV("%s: container %s, %d streams", source->path().c_str(), demuxer->containerName(),

@@ -25,7 +25,8 @@ public:
     // Null when it cannot be opened or is not a regular file (a FIFO, a
     // device or a socket is refused without blocking). `headers` is for
     // network sources and is ignored.
-    static std::shared_ptr<DataSource> CreateFromURI(const char* uri, const void* headers = nullptr);
+    static std::shared_ptr<DataSource> CreateFromURI(const char* uri,
+                                                     const void* headers = nullptr);
 
     ~DataSource();
     DataSource(const DataSource&) = delete;

@@ -33,9 +33,10 @@ namespace {
 #define WV_STRINGIFY(x) WV_STRINGIFY2(x)
 #define WV_STRINGIFY2(x) #x
 
-const char* const kSonames[] = {
-    WV_SONAME(avformat, LIBAVFORMAT_VERSION_MAJOR), WV_SONAME(avcodec, LIBAVCODEC_VERSION_MAJOR),
-    WV_SONAME(swresample, LIBSWRESAMPLE_VERSION_MAJOR), WV_SONAME(avutil, LIBAVUTIL_VERSION_MAJOR), nullptr};
+const char* const kSonames[] = {WV_SONAME(avformat, LIBAVFORMAT_VERSION_MAJOR),
+                                WV_SONAME(avcodec, LIBAVCODEC_VERSION_MAJOR),
+                                WV_SONAME(swresample, LIBSWRESAMPLE_VERSION_MAJOR),
+                                WV_SONAME(avutil, LIBAVUTIL_VERSION_MAJOR), nullptr};
 
 using LogCallback = void (*)(void*, int, const char*, va_list);
 
@@ -51,7 +52,8 @@ LazyLibraries& ffmpeg();
 // lookUp) and whenever a setting changes after that.
 void applyLogSettings() {
     std::lock_guard<std::mutex> guard(gLogLock);
-    auto setLevel = reinterpret_cast<decltype(&::av_log_set_level)>(ffmpeg().lookUp("av_log_set_level"));
+    auto setLevel =
+        reinterpret_cast<decltype(&::av_log_set_level)>(ffmpeg().lookUp("av_log_set_level"));
     auto setCallback =
         reinterpret_cast<decltype(&::av_log_set_callback)>(ffmpeg().lookUp("av_log_set_callback"));
     if (gHasLevel && setLevel != nullptr) setLevel(gLevel);

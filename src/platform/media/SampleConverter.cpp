@@ -39,8 +39,8 @@ bool SampleConverter::configureFor(const AVFrame& frame) {
     AVChannelLayout outLayout{};
     av_channel_layout_default(&outLayout, mOutChannels);
     const int ret = swr_alloc_set_opts2(&mSwr, &outLayout, AV_SAMPLE_FMT_S16, mOutRate, &mInLayout,
-                                        static_cast<AVSampleFormat>(frame.format), frame.sample_rate,
-                                        0, nullptr);
+                                        static_cast<AVSampleFormat>(frame.format),
+                                        frame.sample_rate, 0, nullptr);
     av_channel_layout_uninit(&outLayout);
     if (ret < 0 || swr_init(mSwr) < 0) {
         WV_LOGE("cannot convert %d channels of format %d at %d Hz", mInLayout.nb_channels,

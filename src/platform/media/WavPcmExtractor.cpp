@@ -60,8 +60,9 @@ public:
         if (frames > kFramesPerBuffer) frames = kFramesPerBuffer;
 
         MediaBuffer* buffer = mGroup->acquire(static_cast<size_t>(frames * frameBytes));
-        const ssize_t got = mSource->readAt(mLayout.dataOffset + mNextFrame * frameBytes,
-                                            buffer->data(), static_cast<size_t>(frames * frameBytes));
+        const ssize_t got =
+            mSource->readAt(mLayout.dataOffset + mNextFrame * frameBytes, buffer->data(),
+                            static_cast<size_t>(frames * frameBytes));
         // A file cut short after it was opened ends the stream where it ends.
         const int64_t gotFrames = got > 0 ? got / frameBytes : 0;
         if (gotFrames == 0) {
@@ -127,7 +128,8 @@ bool WavPcmExtractor::parseLayout(DataSource& source, WavPcmLayout* layout) {
     return true;
 }
 
-std::shared_ptr<WavPcmExtractor> WavPcmExtractor::Create(const std::shared_ptr<DataSource>& source) {
+std::shared_ptr<WavPcmExtractor> WavPcmExtractor::Create(
+    const std::shared_ptr<DataSource>& source) {
     WavPcmLayout layout;
     if (!parseLayout(*source, &layout)) return nullptr;
     return std::shared_ptr<WavPcmExtractor>(new WavPcmExtractor(source, layout));

@@ -9,9 +9,9 @@
 #include <cstdlib>
 #include <mutex>
 
-#include "platform/resample/AudioResamplerOrder1.h"
 #include "base/Log.h"
 #include "base/Properties.h"
+#include "platform/resample/AudioResamplerOrder1.h"
 
 namespace wv {
 namespace {
@@ -110,16 +110,9 @@ AudioResampler* AudioResampler::create(int bitDepth, int inChannelCount, int32_t
 
 AudioResampler::AudioResampler(int bitDepth, int inChannelCount, int32_t sampleRate,
                                src_quality quality)
-    : mBitDepth(bitDepth),
-      mChannelCount(inChannelCount),
-      mSampleRate(sampleRate),
-      mInSampleRate(sampleRate),
-      mInputIndex(0),
-      mOutputFrames(0),
-      mPhaseIncrement(0),
-      mPhaseFraction(0),
-      mLocalTimeFreq(0),
-      mPTS(AudioBufferProvider::kInvalidPts),
+    : mBitDepth(bitDepth), mChannelCount(inChannelCount), mSampleRate(sampleRate),
+      mInSampleRate(sampleRate), mInputIndex(0), mOutputFrames(0), mPhaseIncrement(0),
+      mPhaseFraction(0), mLocalTimeFreq(0), mPTS(AudioBufferProvider::kInvalidPts),
       mQuality(quality) {
     mBuffer.raw = nullptr;
     mBuffer.frameCount = 0;
@@ -145,8 +138,7 @@ AudioResampler::~AudioResampler() {
 
 void AudioResampler::setSampleRate(int32_t inSampleRate) {
     mInSampleRate = inSampleRate;
-    const double increment =
-        mSampleRate > 0 ? inSampleRate * 1073741824.0 / mSampleRate : 0.0;
+    const double increment = mSampleRate > 0 ? inSampleRate * 1073741824.0 / mSampleRate : 0.0;
     if (!(increment >= 0.0)) {
         WV_LOGE("Unsupported input rate %d Hz", inSampleRate);
         mPhaseIncrement = 0;
@@ -180,9 +172,10 @@ size_t AudioResampler::getOutputFrames() const { return mOutputFrames; }
 
 int64_t AudioResampler::calculateOutputPTS(int outputFrameIndex) {
     if (mPTS == AudioBufferProvider::kInvalidPts || mSampleRate <= 0) return mPTS;
-    const int64_t ticks = static_cast<int64_t>(outputFrameIndex) * static_cast<int64_t>(mLocalTimeFreq);
-    return mPTS + static_cast<int64_t>(static_cast<uint64_t>(ticks) /
-                                       static_cast<uint64_t>(mSampleRate));
+    const int64_t ticks =
+        static_cast<int64_t>(outputFrameIndex) * static_cast<int64_t>(mLocalTimeFreq);
+    return mPTS +
+           static_cast<int64_t>(static_cast<uint64_t>(ticks) / static_cast<uint64_t>(mSampleRate));
 }
 
 }  // namespace wv

@@ -149,9 +149,9 @@ void AudioResamplerOrder1::resample16(int16_t* out, size_t outFrameCount,
 }
 
 void AudioResamplerOrder1::AsmMono16Loop(const int16_t* in, int32_t* out, const int32_t* outEnd,
-                                         uint32_t maxInIdx, size_t& outputIndex,
-                                         size_t& inputIndex, uint32_t& phaseFraction, int32_t vl,
-                                         int32_t vr, uint32_t phaseIncrement) {
+                                         uint32_t maxInIdx, size_t& outputIndex, size_t& inputIndex,
+                                         uint32_t& phaseFraction, int32_t vl, int32_t vr,
+                                         uint32_t phaseIncrement) {
     int32_t* o = out + outputIndex;
     size_t index = inputIndex;
     uint32_t fraction = phaseFraction & kPhaseMask;
@@ -169,11 +169,10 @@ void AudioResamplerOrder1::AsmMono16Loop(const int16_t* in, int32_t* out, const 
     phaseFraction = fraction;
 }
 
-void AudioResamplerOrder1::AsmStereo16Loop(const int16_t* in, int32_t* out,
-                                           const int32_t* outEnd, uint32_t maxInIdx,
-                                           size_t& outputIndex, size_t& inputIndex,
-                                           uint32_t& phaseFraction, int32_t vl, int32_t vr,
-                                           uint32_t phaseIncrement) {
+void AudioResamplerOrder1::AsmStereo16Loop(const int16_t* in, int32_t* out, const int32_t* outEnd,
+                                           uint32_t maxInIdx, size_t& outputIndex,
+                                           size_t& inputIndex, uint32_t& phaseFraction, int32_t vl,
+                                           int32_t vr, uint32_t phaseIncrement) {
     int32_t* o = out + outputIndex;
     size_t index = inputIndex;
     uint32_t fraction = phaseFraction & kPhaseMask;

@@ -12,8 +12,7 @@ namespace wv {
 
 class AudioResamplerOrder1 : public AudioResampler {
 public:
-    AudioResamplerOrder1(int bitDepth, int inChannelCount, int32_t sampleRate,
-                         src_quality quality);
+    AudioResamplerOrder1(int bitDepth, int inChannelCount, int32_t sampleRate, src_quality quality);
 
     void init() override {}
     void resample(int16_t* out, size_t outFrameCount, AudioBufferProvider* provider) override;

@@ -17,9 +17,9 @@ int main() {
     engine.setCallback(onEvent);
     engine.startThreadLoop(0);
     const int list = engine.newClipList();
-    const bool ok = list == 1 && engine.addClip(list, 42, 0, 100) == -1 &&
-                    engine.getPcmDuration(list) == -3 && engine.setEncodePara(list, 44100, 128, 1, 1) == 0 &&
-                    engine.getPcmChannelCount(list) == 2 && engine.removePcm(list) == list;
+    const bool ok = list == 1 && engine.addClip(list, 42, 0, 100) == -1 && engine.getPcmDuration(list) == -3 &&
+                    engine.setEncodePara(list, 44100, 128, 1, 1) == 0 && engine.getPcmChannelCount(list) == 2 &&
+                    engine.removePcm(list) == list;
     engine.stopThreadLoop();
     std::printf("consumer: %s\n", ok ? "ok" : "FAILED");
     return ok ? 0 : 1;
