@@ -46,7 +46,7 @@ public:
     int queuedOnly(WVThreadCmd* out) {
         std::lock_guard<std::mutex> guard(mLock);
         if (mQueue.size() + mDelayed.size() != 1) return -1;
-        const auto& entry = mQueue.empty() ? mDelayed.front() : mQueue.front();
+        const auto entry = mQueue.empty() ? mDelayed.front() : mQueue.front();
         *out = entry.cmd;
         mQueue.clear();
         mDelayed.clear();
