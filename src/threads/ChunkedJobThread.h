@@ -70,7 +70,7 @@ protected:
 
 private:
     // Makes the command's item the current one; a missing item aborts with
-    // the fatal check of `line`.
+    // the fatal check of `site`.
     void requireItem(const WVThreadCmd& cmd, Check site);
 
     const ChunkedJobConfig mConfig;

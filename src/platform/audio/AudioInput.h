@@ -33,7 +33,7 @@
 
 namespace wv {
 
-class AudioInput : private AudioInputClient {
+class AudioInput final : private AudioInputClient {
 public:
     static constexpr int32_t AUDIO_FORMAT_PCM_16_BIT = 1;
     static constexpr int32_t NO_INIT = -19;

@@ -44,7 +44,7 @@
 
 namespace wv {
 
-class AudioOutput : private AudioOutputClient {
+class AudioOutput final : private AudioOutputClient {
 public:
     static constexpr int32_t AUDIO_FORMAT_PCM_16_BIT = 1;
     static constexpr int32_t NO_INIT = -19;
