@@ -59,11 +59,11 @@ public:
     int32_t addClipMs(uint32_t listId, uint32_t pcmId, wv::duration_t startMs,
                       wv::duration_t endMs);
 
-    // Loading (src/load).
+    // Loading (LoadOps.cpp; the work runs in src/load).
     int32_t loadFile(const char* path);
     int32_t cancelLoadFile(wv::pcm_id_t id);
 
-    // Rendering (src/render).
+    // Rendering (RenderOps.cpp, WaveformOps.cpp; the work runs in src/render).
     // `type` is an encode_type's value, any int32_t.
     int32_t setOutputPara(uint32_t listId, const char* path, int32_t type);
     int32_t setEncodePara(uint32_t listId, int32_t sampleRate, int32_t bitRate,
@@ -73,7 +73,7 @@ public:
     int32_t getWaveformSamples(wv::pcm_id_t id, wv::duration_t startMs, wv::duration_t endMs,
                                uint32_t count, void* buffer);
 
-    // Playback (src/play).
+    // Playback (PlayOps.cpp; the player is in src/play).
     int32_t playStart(wv::pcm_id_t id);
     int32_t playPause(wv::pcm_id_t id);
     int32_t playResume(wv::pcm_id_t id);
@@ -82,7 +82,7 @@ public:
     int32_t setPlaySpeed(int32_t speed);
     int32_t getPlayPositionMs();
 
-    // Recording (src/record).
+    // Recording (RecordOps.cpp; the work runs in src/record).
     int32_t recordStart(const char* path, int32_t type, int32_t sampleRate, int32_t channelCount,
                         int32_t bitRate, int32_t audioSource, int32_t effect);
     int32_t recordPause();
