@@ -27,7 +27,7 @@ bool DecoderThread::isRegistered(uint32_t id) {
 }
 
 SPcmInfo* DecoderThread::itemOf(const WVThreadCmd& cmd) {
-    return mContext->getPcmInfo(cmd.pcmId, REF_NONE);
+    return takeItem(cmd, mContext->getPcmInfo(cmd.pcmId, REF_NONE));
 }
 
 bool DecoderThread::lowPriority() { return mContext->threadPriority() == WV_PRIORITY_LOW; }

@@ -79,7 +79,8 @@ protected:
     bool lowPriority() override;
 
 private:
-    // The command's item; it is registered (see ChunkedJobThread).
+    // The command's item, made the current one: the one look-up of a
+    // command (see ChunkedJobThread::takeItem).
     SPcmInfo* itemOf(const WVThreadCmd& cmd);
 
     JobContext* const mContext;

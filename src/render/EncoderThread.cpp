@@ -21,7 +21,7 @@ bool EncoderThread::isRegistered(uint32_t id) {
 }
 
 SPcmInfo* EncoderThread::itemOf(const WVThreadCmd& cmd) {
-    return mContext->getPcmInfo(cmd.pcmId, REF_NONE);
+    return takeItem(cmd, mContext->getPcmInfo(cmd.pcmId, REF_NONE));
 }
 
 bool EncoderThread::lowPriority() { return mContext->threadPriority() == WV_PRIORITY_LOW; }

@@ -105,8 +105,9 @@ private:
     // Fills in what the client left unset: format, encoding, bit rate,
     // output path; resets the progress counters.
     void settleOutput(SPcmInfo* item);
-    // The command's item; it is registered (the render's reference keeps
-    // the list registered while its commands exist).
+    // The command's item, made the current one: the one look-up of a
+    // command (the render's reference keeps the list registered while its
+    // commands exist; see ChunkedJobThread::takeItem).
     SPcmInfo* itemOf(const WVThreadCmd& cmd);
     // Deletes the job and ends the render for a writer or encoder status
     // (1 storage full, anything else an error).

@@ -8,8 +8,8 @@ namespace wv {
 ChunkedJobThread::ChunkedJobThread(EventSink* events, const ChunkedJobConfig& config)
     : ProgressNotifier(config.progressStep), mEvents(events), mConfig(config) {}
 
-void ChunkedJobThread::requireItem(const WVThreadCmd& cmd, Check site) {
-    if (!isRegistered(cmd.pcmId)) {
+void ChunkedJobThread::markCurrent(const WVThreadCmd& cmd, bool present, Check site) {
+    if (!present) {
         WV_FATAL_AT(site, "CHECK(%s) failed.", "info != NULL");
     }
     setCurrentId(cmd.pcmId);
@@ -18,11 +18,9 @@ void ChunkedJobThread::requireItem(const WVThreadCmd& cmd, Check site) {
 void ChunkedJobThread::procCmd(WVThreadCmd& cmd) {
     switch (cmd.code) {
         case kCmdStart:
-            requireItem(cmd, mConfig.missingItemCheck);
             startJob(cmd);
             break;
         case kCmdContinue:
-            requireItem(cmd, mConfig.missingItemCheck);
             runStep(cmd);
             break;
         default:

@@ -3,10 +3,10 @@
 //
 // {1, id} starts a job (startJob); {2, id, -1, job} runs its next chunk
 // (runStep), which posts the following one through postNextStep or ends the
-// job through endJob. Both run only for a registered item: the worker's
-// reference keeps its item registered while a command of its job exists, so
-// a missing one is a broken invariant and aborts. The current item is the
-// one last served and stays so between commands.
+// job through endJob. Each begins with takeItem, the one registry look-up of
+// the chunk: the worker's reference keeps its item registered while a command
+// of its job exists, so a missing one is a broken invariant and aborts. The
+// current item is the one last served and stays so between commands.
 //
 // Control requests: suspend parks a command 2 (a command of any other code
 // cannot be parked: the request drops it) and resume queues it again at the
@@ -46,7 +46,8 @@ protected:
     void onCmdCancel(WVThreadCmd& cmd) override;
     void onProgress(float progress) override;
 
-    // Command 1 and command 2, for an item that is registered and current.
+    // Command 1 and command 2. Each first passes its look-up of the
+    // command's item through takeItem.
     virtual void startJob(WVThreadCmd& cmd) = 0;
     virtual void runStep(WVThreadCmd& cmd) = 0;
     // Ends the job of item `id`: sends `event` (value) and drops the
@@ -63,6 +64,13 @@ protected:
     void postFirstStep(uint32_t id, void* job);
     // Posts the next chunk at once, or `elapsedMs` later at low priority.
     void postNextStep(const WVThreadCmd& cmd, int32_t elapsedMs);
+    // `item`, the worker's look-up of the command's item, made the current
+    // one; null aborts with the worker's missing-item check.
+    template <class Item>
+    Item* takeItem(const WVThreadCmd& cmd, Item* item) {
+        markCurrent(cmd, item != nullptr, mConfig.missingItemCheck);
+        return item;
+    }
     // Whole milliseconds from `begin` to `end`, never negative.
     static int32_t elapsedMs(const TimeVal& begin, const TimeVal& end);
 
@@ -70,8 +78,12 @@ protected:
 
 private:
     // Makes the command's item the current one; a missing item aborts with
-    // the fatal check of `site`.
-    void requireItem(const WVThreadCmd& cmd, Check site);
+    // the fatal check of `site`. The control requests look the item up here;
+    // the job's own commands in takeItem.
+    void requireItem(const WVThreadCmd& cmd, Check site) {
+        markCurrent(cmd, isRegistered(cmd.pcmId), site);
+    }
+    void markCurrent(const WVThreadCmd& cmd, bool present, Check site);
 
     const ChunkedJobConfig mConfig;
 };

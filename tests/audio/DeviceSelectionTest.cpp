@@ -1,6 +1,7 @@
 // The choice shared by audio inputs and outputs, over made-up kinds of
-// device: where the selected text comes from, what is refused and how it is
-// logged, and which device each text opens.
+// device: what no real device can show here (a system device that fails,
+// the test maker). Which texts are accepted and where they come from is
+// tested through the real inputs and outputs (tests/audio).
 #include <cstdlib>
 #include <string>
 
@@ -62,43 +63,6 @@ TEST_F(DeviceSelection, KindAndArgumentSplitOnlyAtTheKindsColon) {
     EXPECT_EQ(wv::kindArgument("filex:/a.wav", "file"), "");
     EXPECT_EQ(wv::kindArgument("tone:440", "file"), "");
     EXPECT_EQ(wv::kindArgument("", "file"), "");
-}
-
-TEST_F(DeviceSelection, SetterOverridesTheEnvironmentWhichOverridesAuto) {
-    wv::DeviceSelection selection(kKinds);
-    EXPECT_EQ(selection.selected(), "auto");
-    setenv(kKinds.environmentVariable, "", 1);
-    EXPECT_EQ(selection.selected(), "auto");
-    setenv(kKinds.environmentVariable, "quiet", 1);
-    EXPECT_EQ(selection.selected(), "quiet");
-
-    EXPECT_EQ(selection.set("device"), 0);
-    EXPECT_EQ(selection.selected(), "device");
-    // A refused text leaves the choice as it was.
-    EXPECT_EQ(selection.set("loud"), -1);
-    EXPECT_EQ(selection.selected(), "device");
-    EXPECT_EQ(selection.set(nullptr), 0);
-    EXPECT_EQ(selection.selected(), "quiet");
-
-    wvtest::LogCapture log;
-    setenv(kKinds.environmentVariable, "loud", 1);
-    EXPECT_EQ(selection.selected(), "auto");
-    EXPECT_TRUE(log.contains("WAVORYX_TEST_GADGET=loud is not a gadget; using auto", "FakeTag"));
-}
-
-TEST_F(DeviceSelection, EachTextOpensItsDevice) {
-    std::unique_ptr<FakeDevice> out;
-    ASSERT_EQ(open("device", &out), 0);
-    EXPECT_EQ(out->name, "system");
-    ASSERT_EQ(open("auto", &out), 0);
-    EXPECT_EQ(out->name, "system");
-    ASSERT_EQ(open("file:take.wav", &out), 0);
-    EXPECT_EQ(out->name, "file take.wav");
-
-    wvtest::LogCapture log;
-    EXPECT_EQ(open("broken", &out), -22);
-    EXPECT_FALSE(out);
-    EXPECT_TRUE(log.contains("unknown audio gadget broken", "FakeTag"));
 }
 
 TEST_F(DeviceSelection, OnlyAutoFallsBackWhenTheSystemDeviceFails) {

@@ -60,8 +60,16 @@ public:
 
 protected:
     bool isRegistered(uint32_t id) override { return registered.count(id) != 0; }
-    void startJob(WVThreadCmd& cmd) override { postFirstStep(cmd.pcmId, new CountingJob(&freed)); }
+    const uint32_t* itemOf(const WVThreadCmd& cmd) const {
+        auto found = registered.find(cmd.pcmId);
+        return found == registered.end() ? nullptr : &*found;
+    }
+    void startJob(WVThreadCmd& cmd) override {
+        takeItem(cmd, itemOf(cmd));
+        postFirstStep(cmd.pcmId, new CountingJob(&freed));
+    }
     void runStep(WVThreadCmd& cmd) override {
+        takeItem(cmd, itemOf(cmd));
         auto* job = static_cast<CountingJob*>(cmd.data);
         update(job->stepsLeft == 2 ? 0.5f : 1.0f);
         if (--job->stepsLeft > 0) {

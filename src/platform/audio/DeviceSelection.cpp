@@ -8,7 +8,7 @@ namespace wv {
 std::string DeviceSelection::selected() const {
     {
         std::lock_guard<std::mutex> guard(mLock);
-        if (mSet) return mChosen;
+        if (!mChosen.empty()) return mChosen;
     }
     const char* env = std::getenv(mKinds.environmentVariable);
     if (env == nullptr || *env == '\0') return "auto";
@@ -24,7 +24,6 @@ int DeviceSelection::set(const char* text) {
     // Checked outside the lock: a file: text looks at the file system.
     if (text != nullptr && !mKinds.isValid(text)) return -1;
     std::lock_guard<std::mutex> guard(mLock);
-    mSet = text != nullptr;
     mChosen = text != nullptr ? text : "";
     return 0;
 }

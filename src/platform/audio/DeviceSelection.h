@@ -47,8 +47,7 @@ public:
 private:
     const DeviceKinds& mKinds;
     mutable std::mutex mLock;
-    bool mSet = false;
-    std::string mChosen;
+    std::string mChosen;  // empty: nothing set (no kind accepts "")
 };
 
 // ARGUMENT of "KIND:ARGUMENT" (`kind` without its colon); "" when `text` is
