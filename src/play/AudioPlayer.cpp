@@ -278,8 +278,10 @@ int32_t AudioPlayer::setPlaybackRatePermille(int32_t ratePermille) {
 
 void AudioPlayer::reset() {
     PLAYER_CHECK(Check::kPlayerResetStarted, mStarted.load(), "!(mStarted)");
-    // Destroying the output joins its thread: no fill runs after this.
+    // A fill in progress reads mOutputTrack: the output's thread is joined
+    // while the pointer still holds, and no fill runs after this.
     mOutputTrack->stop();
+    mOutputTrack->close();
     mOutputTrack.reset();
     if (mInputBuffer != nullptr) {
         mInputBuffer->release();

@@ -59,23 +59,44 @@ bool EncoderThread::failMissingSource(SPcmInfo* item, EncodeJob* job) {
     return true;
 }
 
-void EncoderThread::settleOutput(SPcmInfo* item) {
+EncoderThread::OutputFormat EncoderThread::settleOutput(SPcmInfo* item) {
+    // Each setting is read once: the client may change them while the
+    // render starts, and a render goes on with what it started with.
     PcmClipList& list = *item->clipList;
-    if (item->sampleRate.load() < 1) item->sampleRate.store(list.getSamplerate());
-    if (item->channelCount.load() < 1) item->channelCount.store(list.getChannelCount());
+    OutputFormat format;
+    format.rate = item->sampleRate.load();
+    if (format.rate < 1) {
+        format.rate = list.getSamplerate();
+        item->sampleRate.store(format.rate);
+    }
+    format.channels = item->channelCount.load();
+    if (format.channels < 1) {
+        format.channels = list.getChannelCount();
+        item->channelCount.store(format.channels);
+    }
 
     item->frames.store(0);
     const double seconds = static_cast<double>(item->frame2duration(0, 0xFFFFFFFF)) / 1000.0;
-    item->totalFrames.store(static_cast<uint32_t>(seconds * item->sampleRate.load()));
+    item->totalFrames.store(static_cast<uint32_t>(seconds * format.rate));
 
-    if (static_cast<uint32_t>(item->encodeType.load()) > ENCODE_MP3)
-        item->encodeType.store(ENCODE_WAV);
-    if (item->bitRate.load() <= 0) item->bitRate.store(kDefaultBitRate);
-
-    if (item->path.empty()) {
-        const char* suffix = item->encodeType.load() == ENCODE_MP3 ? ".mp3" : ".wav";
-        item->path.set(mContext->workingDir() + std::to_string(item->id) + suffix);
+    format.type = item->encodeType.load();
+    if (static_cast<uint32_t>(format.type) > ENCODE_MP3) {
+        format.type = ENCODE_WAV;
+        item->encodeType.store(format.type);
     }
+    format.bitRate = item->bitRate.load();
+    if (format.bitRate <= 0) {
+        format.bitRate = kDefaultBitRate;
+        item->bitRate.store(format.bitRate);
+    }
+
+    format.path = item->path.get();
+    if (format.path.empty()) {
+        const char* suffix = format.type == ENCODE_MP3 ? ".mp3" : ".wav";
+        format.path = mContext->workingDir() + std::to_string(item->id) + suffix;
+        item->path.set(format.path);
+    }
+    return format;
 }
 
 void EncoderThread::startJob(WVThreadCmd& cmd) {
@@ -92,19 +113,19 @@ void EncoderThread::startJob(WVThreadCmd& cmd) {
         return;
     }
 
-    settleOutput(item);
-    const int32_t rate = item->sampleRate.load();
-    const int32_t channels = item->channelCount.load();
-    const std::string path = item->path.get();
-    std::unique_ptr<AudioEncoder> encoder(AudioEncoder::createAudioEncoder(
-        static_cast<EncodeFormat>(item->encodeType.load()), path.c_str()));
+    const OutputFormat format = settleOutput(item);
+    const int32_t rate = format.rate;
+    const int32_t channels = format.channels;
+    const std::string& path = format.path;
+    std::unique_ptr<AudioEncoder> encoder(
+        AudioEncoder::createAudioEncoder(static_cast<EncodeFormat>(format.type), path.c_str()));
     if (!encoder) {
         WV_LOGE("createAudioEncoder error!");
         endJob(id, EVT_RENDER_FAILED, -1);
         return;
     }
     if (encoder->initEncoder(static_cast<uint32_t>(rate), static_cast<uint32_t>(channels),
-                             static_cast<uint32_t>(item->bitRate.load()),
+                             static_cast<uint32_t>(format.bitRate),
                              AudioEncoder::FORMAT_PCM_16) != 0) {
         encoder.reset();
         WV_LOGW("Init encoder error!");

@@ -40,6 +40,7 @@
 #pragma once
 
 #include <memory>
+#include <string>
 
 #include "codec/AudioEncoder.h"
 #include "dsp/WaveformData.h"
@@ -102,9 +103,18 @@ protected:
     bool lowPriority() override;
 
 private:
-    // Fills in what the client left unset: format, encoding, bit rate,
-    // output path; resets the progress counters.
-    void settleOutput(SPcmInfo* item);
+    // What a render writes, fixed when it starts.
+    struct OutputFormat {
+        int32_t rate = 0;      // Hz, at least 1
+        int32_t channels = 0;  // at least 1
+        int32_t type = 0;      // an encode_type value
+        int32_t bitRate = 0;   // kbit/s
+        std::string path;
+    };
+    // Fills in what the client left unset (format, encoding, bit rate,
+    // output path) and resets the progress counters. Returns the settings
+    // as read once here: the client may change the item's meanwhile.
+    OutputFormat settleOutput(SPcmInfo* item);
     // The command's item, made the current one: the one look-up of a
     // command (the render's reference keeps the list registered while its
     // commands exist; see ChunkedJobThread::takeItem).

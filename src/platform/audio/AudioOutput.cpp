@@ -93,7 +93,11 @@ void AudioOutput::open(std::unique_ptr<AudioOutputDevice> device, bool selected,
     mThread = std::thread(&AudioOutput::feedLoop, this);
 }
 
-AudioOutput::~AudioOutput() {
+AudioOutput::~AudioOutput() { close(); }
+
+void AudioOutput::close() {
+    if (mClosed) return;
+    mClosed = true;
     if (mThread.joinable()) {
         {
             std::lock_guard<std::mutex> guard(mLock);

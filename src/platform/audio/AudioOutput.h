@@ -74,6 +74,7 @@ public:
     AudioOutput(std::unique_ptr<AudioOutputDevice> device, uint32_t sampleRate, int32_t format,
                 uint32_t channelMask, size_t frameCount, callback_t callback, void* user,
                 uint32_t notificationFrames = 0);
+    // Closes (see close()).
     ~AudioOutput();
     AudioOutput(const AudioOutput&) = delete;
     AudioOutput& operator=(const AudioOutput&) = delete;
@@ -90,6 +91,12 @@ public:
     void pause();
     void stop();
     void flush();
+    // Ends the output's thread, waiting for a callback in progress to
+    // return, and closes the device: no callback runs after this. An owner
+    // whose callback reads the owner's pointer to this output closes it
+    // before it lets go of the pointer. Idempotent; the calls above are
+    // then no-ops as far as the device is concerned.
+    void close();
     // True when stopped and any queued frames have played out.
     bool stopped() const;
     int32_t setSampleRate(int32_t sampleRate);
@@ -124,6 +131,7 @@ private:
     void* const mUser;
     uint32_t mChannels = 0;
     int32_t mStatus = 0;
+    bool mClosed = false;  // the owner's thread only
     size_t mFrameCount = 0;
     uint32_t mNotificationFrames = 0;
     std::unique_ptr<AudioOutputDevice> mDevice;
