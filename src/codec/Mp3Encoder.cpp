@@ -41,24 +41,71 @@ int Mp3Encoder::initEncoder(uint32_t sampleRate, uint32_t channels, uint32_t bit
     if (channels != 1 && channels != 2) return INIT_FAILED;
 
     if (mLame != nullptr) lame_close(mLame);
-    mLame = lame_init();
-    if (mLame == nullptr) return INIT_FAILED;
+    mLame = nullptr;
     mMode = channels == 2 ? MODE_DUAL_CHANNEL : MODE_MONO;
-    lame_set_num_channels(mLame, static_cast<int>(channels));
-    lame_set_in_samplerate(mLame, static_cast<int>(sampleRate));
-    lame_set_brate(mLame, static_cast<int>(bitrate));
-    lame_set_mode(mLame, static_cast<MPEG_mode>(mMode));
-    lame_set_quality(mLame, QUALITY);
-    if (lame_init_params(mLame) < 0) return INIT_FAILED;
+    // The info frame is written in place at the end: an output that cannot
+    // seek gets none, rather than an empty frame that decodes as silence.
+    const bool infoFrame = isSeekable();
+    // LAME settles its output rate and bit rate only when it starts, and
+    // starts only once: a first start tells whether the info frame fits.
+    lame_global_struct* probe = startLame(false, infoFrame);
+    if (probe == nullptr) return INIT_FAILED;
+    const bool fits = !infoFrame || infoFrameFits(probe);
+    lame_close(probe);
+    mLame = startLame(!fits, infoFrame);
+    if (mLame == nullptr) return INIT_FAILED;
 
     const size_t tagBytes = lame_get_id3v2_tag(mLame, nullptr, 0);
+    mInfoFrameOffset = 0;
     if (tagBytes == 0) return 0;
     auto* tag = static_cast<unsigned char*>(std::malloc(tagBytes));
     WV_CHECK_AT(Check::kMp3EncoderTag, tag != nullptr);
     mLastBytes = static_cast<int>(lame_get_id3v2_tag(mLame, tag, tagBytes));
     const int status = write(tag, static_cast<uint32_t>(mLastBytes));
     std::free(tag);
-    return status == WRITE_OK ? 0 : INIT_FAILED;
+    if (status != WRITE_OK) return INIT_FAILED;
+    mInfoFrameOffset = static_cast<int64_t>(mLastBytes);
+    return 0;
+}
+
+lame_global_struct* Mp3Encoder::startLame(bool averageRate, bool infoFrame) const {
+    lame_global_struct* lame = lame_init();
+    if (lame == nullptr) return nullptr;
+    lame_set_num_channels(lame, static_cast<int>(mChannels));
+    lame_set_in_samplerate(lame, static_cast<int>(mSampleRate));
+    lame_set_brate(lame, static_cast<int>(mBitrate));
+    lame_set_mode(lame, static_cast<MPEG_mode>(mMode));
+    lame_set_quality(lame, QUALITY);
+    lame_set_bWriteVbrTag(lame, infoFrame ? 1 : 0);
+    if (averageRate) {
+        // At low bit rates a constant-rate frame is too small for the info
+        // frame and LAME would leave it out. Every audio frame still gets
+        // the asked bit rate (its minimum and its maximum), while LAME gives
+        // the info frame one of a size that holds it.
+        const int kbps = static_cast<int>(mBitrate);
+        lame_set_VBR(lame, vbr_abr);
+        lame_set_VBR_mean_bitrate_kbps(lame, kbps);
+        lame_set_VBR_min_bitrate_kbps(lame, kbps);
+        lame_set_VBR_max_bitrate_kbps(lame, kbps);
+        lame_set_VBR_hard_min(lame, 1);
+    }
+    if (lame_init_params(lame) < 0) {
+        lame_close(lame);
+        return nullptr;
+    }
+    return lame;
+}
+
+bool Mp3Encoder::infoFrameFits(lame_global_struct* lame) const {
+    // LAME's rule: the frame holds the side information and LAME's 156
+    // bytes of tag. MPEG-1 (32 kHz and up) frames are 1152 samples, the
+    // others 576.
+    const int rate = lame_get_out_samplerate(lame);
+    const bool mpeg1 = rate >= 32000;
+    const bool mono = mChannels == 1;
+    const int sideInfo = 4 + (mpeg1 ? (mono ? 17 : 32) : (mono ? 9 : 17));
+    const int frameBytes = (mpeg1 ? 144000 : 72000) * lame_get_brate(lame) / rate;
+    return frameBytes >= sideInfo + 156;
 }
 
 int Mp3Encoder::encoding(const int16_t* pcm, int bytes) {
@@ -93,14 +140,29 @@ int Mp3Encoder::flushEncoding() {
         WV_LOGE("finishMp3encoding mp3 internal error:  error code=%i\n", mLastBytes);
         return WRITE_ERROR;
     }
-    if (mLastBytes <= 0) return 0;
-    const int status = write(mOutput, static_cast<uint32_t>(mLastBytes));
-    if (status != WRITE_OK) {
-        // The last frames are part of the file: without them it is not done.
-        WV_LOGE("finishMp3encoding mp3 write file error");
-        return status;
+    if (mLastBytes > 0) {
+        const int status = write(mOutput, static_cast<uint32_t>(mLastBytes));
+        if (status != WRITE_OK) {
+            // The last frames are part of the file: without them it is not done.
+            WV_LOGE("finishMp3encoding mp3 write file error");
+            return status;
+        }
     }
-    return 0;
+    return writeInfoFrame();
+}
+
+int Mp3Encoder::writeInfoFrame() {
+    // LAME began the stream with an empty frame of the info frame's size;
+    // now that the delay, padding and length are known, the real one takes
+    // its place. Decoders use it to drop the encoder's delay and padding, so
+    // the file decodes to exactly the frames encoded.
+    unsigned char frame[kMaxInfoFrameBytes];
+    const size_t bytes = lame_get_lametag_frame(mLame, frame, sizeof frame);
+    if (bytes == 0) return 0;  // LAME wrote no room for one
+    if (bytes > sizeof frame) return WRITE_ERROR;
+    const int status = writeAt(mInfoFrameOffset, frame, static_cast<uint32_t>(bytes));
+    if (status != WRITE_OK) WV_LOGE("mp3 info frame write error");
+    return status;
 }
 
 }  // namespace wv

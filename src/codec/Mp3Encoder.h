@@ -3,7 +3,10 @@
 // LAME is set up with the input rate and channel count, the constant bit
 // rate in kbit/s, mode 2 (dual channel, not joint stereo) for two channels
 // or mode 3 (mono) for one, and quality 5. The file starts with the ID3v2
-// tag LAME produces, if any; finishEncoding() flushes LAME's last frames.
+// tag LAME produces, if any, followed by LAME's info frame (written in its
+// final form by flushEncoding(), which also flushes LAME's last frames):
+// decoders that read it (ffmpeg, mpg123, this engine's loadFile) drop the
+// encoder's delay and padding and decode exactly the frames encoded.
 //
 // Encoded data goes through one owned output buffer of OUTPUT_BYTES. Each
 // encoding() call passes LAME at most MAX_FRAMES_PER_CALL frames so that
@@ -49,7 +52,21 @@ public:
     int lastBytes() const { return mLastBytes; }
 
 private:
+    // The largest MPEG audio frame (320 kbit/s at 32 kHz, padded).
+    static constexpr size_t kMaxInfoFrameBytes = 2881;
+
+    // Puts LAME's info frame (encoder delay, padding, frame count) in the
+    // room LAME left for it at mInfoFrameOffset: WRITE_OK or the write's
+    // status.
+    int writeInfoFrame();
+    // A started LAME for the settings in the members, at an average rate
+    // bounded to the asked one when `averageRate`; null when LAME refuses.
+    lame_global_struct* startLame(bool averageRate, bool infoFrame) const;
+    // Whether LAME's info frame fits in a frame of `lame`'s bit rate.
+    bool infoFrameFits(lame_global_struct* lame) const;
+
     lame_global_struct* mLame = nullptr;
+    int64_t mInfoFrameOffset = 0;  // just after the ID3v2 tag
     uint32_t mSampleRate = 0;
     uint32_t mChannels = 0;
     uint32_t mBitrate = 0;     // kbit/s

@@ -1,6 +1,6 @@
-// MP3 output: a real decoder gets back the length, the channels, the rate and
-// the tones that went in, and every frame carries the chosen bit rate and
-// channel mode.
+// MP3 output: real decoders get back exactly the frames that went in, at
+// lag 0, with the channels, the rate and the tones, and every frame carries
+// the chosen bit rate and channel mode.
 #include "codec/Mp3Encoder.h"
 
 #include <gtest/gtest.h>
@@ -24,9 +24,11 @@ struct FrameSummary {
     int bitrateKbps = -1;  // -1: differs between frames
     int mode = -1;         // header channel-mode bits; -1: differs
     int sampleRate = 0;
+    bool infoFrame = false;  // the first frame is an "Info" or "Xing" frame
 };
 
-// Walks the MPEG audio frames of an MP3 file (after an ID3v2 tag, if any).
+// Walks the MPEG audio frames of an MP3 file (after an ID3v2 tag, if any);
+// the info frame, if any, is noted apart.
 FrameSummary walkFrames(const std::vector<char>& file) {
     static const int kRates[2][3] = {{22050, 24000, 16000}, {44100, 48000, 32000}};
     static const int kKbps[2][15] = {{0, 8, 16, 24, 32, 40, 48, 56, 64, 80, 96, 112, 128, 144, 160},
@@ -46,6 +48,15 @@ FrameSummary walkFrames(const std::vector<char>& file) {
         const int padding = (b(2) >> 1) & 1;
         const int mode = b(3) >> 6;
         const size_t length = (mpeg1 ? 144 : 72) * kbps * 1000 / rate + padding;
+        if (s.frames == 0 && !s.infoFrame && at + length <= file.size()) {
+            // Its bit rate is the one its tag needs: only audio frames count.
+            const std::string frame(file.data() + at, length);
+            if (frame.find("Info") != std::string::npos || frame.find("Xing") != std::string::npos) {
+                s.infoFrame = true;
+                at += length;
+                continue;
+            }
+        }
         if (s.frames == 0) {
             s.bitrateKbps = kbps;
             s.mode = mode;
@@ -83,9 +94,18 @@ protected:
     wvtest::TempDir mDir;
 };
 
-// Encoder delay, padding and LAME's leading tag frame add at most this many
-// frames to the decoded length.
-constexpr size_t kSlackFrames = 3 * 1152;
+// Broadband noise, the same in every channel but for its sign: a signal
+// whose cross-correlation has one clear peak.
+std::vector<int16_t> makeNoise(uint32_t frames, uint32_t channels) {
+    std::vector<int16_t> pcm(size_t(frames) * channels);
+    uint32_t state = 12345;
+    for (uint32_t i = 0; i < frames; ++i) {
+        state = state * 1664525u + 1013904223u;
+        const int16_t v = static_cast<int16_t>(static_cast<int32_t>(state >> 16) / 4 - 8192);
+        for (uint32_t c = 0; c < channels; ++c) pcm[size_t(i) * channels + c] = c == 0 ? v : int16_t(-v);
+    }
+    return pcm;
+}
 
 TEST_F(Mp3Output, StereoToneKeepsLengthChannelsAndPitch) {
     const std::string path = mDir.file("stereo.mp3");
@@ -105,9 +125,7 @@ TEST_F(Mp3Output, StereoToneKeepsLengthChannelsAndPitch) {
 
     std::vector<int16_t> decoded;
     ASSERT_TRUE(wvtest::decodeToPcm16(path, mDir.path(), &decoded));
-    const size_t decodedFrames = decoded.size() / 2;
-    EXPECT_GE(decodedFrames, frames);
-    EXPECT_LE(decodedFrames, frames + kSlackFrames);
+    EXPECT_EQ(decoded.size() / 2, frames);
 
     // Left stays at 1 kHz and right at 2.5 kHz: the channels are neither
     // swapped nor mixed.
@@ -142,6 +160,7 @@ TEST_F(Mp3Output, EveryFrameCarriesTheBitRateAndChannelMode) {
         const auto file = wvtest::readFile(path);
         const FrameSummary s = walkFrames(file);
         EXPECT_GT(s.frames, 0) << "frames do not tile the file";
+        EXPECT_TRUE(s.infoFrame);
         EXPECT_EQ(s.bitrateKbps, static_cast<int>(c.kbps));
         EXPECT_EQ(s.mode, c.headerMode);
         EXPECT_EQ(s.sampleRate, static_cast<int>(c.rate));
@@ -151,8 +170,7 @@ TEST_F(Mp3Output, EveryFrameCarriesTheBitRateAndChannelMode) {
         EXPECT_EQ(info.channels, static_cast<int>(c.channels));
         std::vector<int16_t> decoded;
         ASSERT_TRUE(wvtest::decodeToPcm16(path, mDir.path(), &decoded));
-        EXPECT_GE(decoded.size() / c.channels, frames);
-        EXPECT_LE(decoded.size() / c.channels, frames + kSlackFrames);
+        EXPECT_EQ(decoded.size() / c.channels, frames);
     }
 }
 
@@ -167,8 +185,30 @@ TEST_F(Mp3Output, OneHugeBlockEncodesLikeManySmallOnes) {
     EXPECT_EQ(wvtest::readFile(big), wvtest::readFile(small));
     std::vector<int16_t> decoded;
     ASSERT_TRUE(wvtest::decodeToPcm16(big, mDir.path(), &decoded));
-    EXPECT_GE(decoded.size() / 2, frames);
-    EXPECT_LE(decoded.size() / 2, frames + kSlackFrames);
+    EXPECT_EQ(decoded.size() / 2, frames);
+}
+
+TEST_F(Mp3Output, DecodersGetExactlyTheFramesEncodedStartingAtFrameZero) {
+    const bool mpg123 = wvtest::haveMpg123();
+    for (const uint32_t rate : {8000u, 16000u, 22050u, 44100u, 48000u}) {
+        for (const uint32_t channels : {1u, 2u}) {
+            SCOPED_TRACE(std::to_string(rate) + " Hz, " + std::to_string(channels) + " ch");
+            // Not a whole number of MP3 frames, so that the padding matters.
+            const uint32_t frames = rate + 777;
+            const auto pcm = makeNoise(frames, channels);
+            const std::string path = mDir.file("exact.mp3");
+            ASSERT_NE(encodeFile(path, rate, channels, rate < 32000 ? 64 : 128, pcm, 5000 * 2 * channels), nullptr);
+
+            std::vector<int16_t> decoded;
+            ASSERT_TRUE(wvtest::decodeToPcm16(path, mDir.path(), &decoded));
+            EXPECT_EQ(decoded.size() / channels, frames) << "ffmpeg";
+            EXPECT_EQ(wvtest::bestLag(pcm, decoded, channels, 2500), 0) << "ffmpeg";
+            if (!mpg123) continue;
+            ASSERT_TRUE(wvtest::decodeWithMpg123(path, mDir.path(), &decoded));
+            EXPECT_EQ(decoded.size() / channels, frames) << "mpg123";
+            EXPECT_EQ(wvtest::bestLag(pcm, decoded, channels, 2500), 0) << "mpg123";
+        }
+    }
 }
 
 TEST(Mp3Encoder, RejectsSettingsItCannotEncode) {

@@ -1,5 +1,6 @@
 #include "AudioFiles.h"
 
+#include <algorithm>
 #include <cmath>
 #include <cstdio>
 #include <cstdlib>
@@ -91,6 +92,47 @@ bool decodeToPcm16(const std::string& path, const std::string& scratchDir, std::
     pcm->assign(bytes.size() / 2, 0);
     std::memcpy(pcm->data(), bytes.data(), pcm->size() * 2);
     return true;
+}
+
+bool haveMpg123() { return std::system("mpg123 --version >/dev/null 2>&1") == 0; }
+
+bool decodeWithMpg123(const std::string& path, const std::string& scratchDir, std::vector<int16_t>* pcm) {
+    const std::string raw = scratchDir + "/decoded.mpg123.s16";
+    const std::string command = "mpg123 -q -s " + quoted(path) + " > " + quoted(raw) + " 2>/dev/null";
+    if (std::system(command.c_str()) != 0) return false;
+    const std::vector<char> bytes = readFile(raw);
+    std::remove(raw.c_str());
+    pcm->assign(bytes.size() / 2, 0);
+    std::memcpy(pcm->data(), bytes.data(), pcm->size() * 2);
+    return true;
+}
+
+int bestLag(const std::vector<int16_t>& original, const std::vector<int16_t>& decoded, uint32_t channels, int maxLag) {
+    const long a = static_cast<long>(original.size() / channels);
+    const long b = static_cast<long>(decoded.size() / channels);
+    const long length = std::min(a, b);
+    // A window of 8192 frames in the middle is plenty for a broadband
+    // signal and keeps the search quick under the sanitizers.
+    const long first = std::max<long>(maxLag, length / 2 - 4096);
+    const long last = std::min<long>(length - maxLag, first + 8192);
+    int best = 0;
+    double bestScore = -2.0;
+    for (int lag = -maxLag; lag <= maxLag; ++lag) {
+        double dot = 0, x2 = 0, y2 = 0;
+        for (long i = first; i < last; ++i) {
+            const double x = original[static_cast<size_t>(i * channels)];
+            const double y = decoded[static_cast<size_t>((i + lag) * channels)];
+            dot += x * y;
+            x2 += x * x;
+            y2 += y * y;
+        }
+        const double score = x2 > 0 && y2 > 0 ? dot / std::sqrt(x2 * y2) : -1.0;
+        if (score > bestScore) {
+            bestScore = score;
+            best = lag;
+        }
+    }
+    return best;
 }
 
 }  // namespace wvtest

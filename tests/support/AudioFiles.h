@@ -37,4 +37,16 @@ bool probeAudio(const std::string& path, StreamInfo* info);
 // failure.
 bool decodeToPcm16(const std::string& path, const std::string& scratchDir, std::vector<int16_t>* pcm);
 
+// Whether the mpg123 command can be run.
+bool haveMpg123();
+// Decodes an MP3 with mpg123 (gapless, as it does by default) into
+// interleaved 16-bit samples at the file's rate and channel count.
+bool decodeWithMpg123(const std::string& path, const std::string& scratchDir, std::vector<int16_t>* pcm);
+
+// The shift, within +-maxLag frames, at which channel 0 of `decoded` best
+// matches channel 0 of `original` (normalised cross-correlation over 8192
+// frames in the middle of the shorter one): 0 when the audio starts where it should, a
+// positive lag when `decoded` starts late.
+int bestLag(const std::vector<int16_t>& original, const std::vector<int16_t>& decoded, uint32_t channels, int maxLag);
+
 }  // namespace wvtest
