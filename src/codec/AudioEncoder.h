@@ -56,8 +56,17 @@ public:
     // (the target left as it was) when the encoder is deleted.
     int finishEncoding();
 
+    // The sample rate (Hz) and channel count the file holds, once
+    // initEncoder() succeeded: the input's, unless the encoder converts
+    // (LAME picks a lower rate for low bit rates).
+    virtual uint32_t outputSampleRate() const { return mInputRate; }
+    virtual uint32_t outputChannels() const { return mInputChannels; }
+
 protected:
     AudioEncoder() : FileWriter(nullptr) {}
+    // The input's format, kept by initEncoder().
+    uint32_t mInputRate = 0;
+    uint32_t mInputChannels = 0;
 };
 
 }  // namespace wv

@@ -22,8 +22,8 @@ Mp3Encoder::~Mp3Encoder() {
 }
 
 int Mp3Encoder::initEncoder(uint32_t sampleRate, uint32_t channels, uint32_t bitrate, int format) {
-    mSampleRate = sampleRate;
-    mChannels = channels;
+    mSampleRate = mInputRate = sampleRate;
+    mChannels = mInputChannels = channels;
     mBitrate = bitrate;
     switch (format) {
         case FORMAT_PCM_8:
@@ -106,6 +106,10 @@ bool Mp3Encoder::infoFrameFits(lame_global_struct* lame) const {
     const int sideInfo = 4 + (mpeg1 ? (mono ? 17 : 32) : (mono ? 9 : 17));
     const int frameBytes = (mpeg1 ? 144000 : 72000) * lame_get_brate(lame) / rate;
     return frameBytes >= sideInfo + 156;
+}
+
+uint32_t Mp3Encoder::outputSampleRate() const {
+    return mLame != nullptr ? static_cast<uint32_t>(lame_get_out_samplerate(mLame)) : mInputRate;
 }
 
 int Mp3Encoder::encoding(const int16_t* pcm, int bytes) {

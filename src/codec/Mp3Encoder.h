@@ -46,6 +46,9 @@ public:
     // or the status of the write that failed (WRITE_ERROR when LAME fails).
     int flushEncoding() override;
 
+    // LAME's output rate, lower than the input's at low bit rates.
+    uint32_t outputSampleRate() const override;
+
     // The LAME mode chosen by initEncoder(), or -1 before.
     int mode() const { return mMode; }
     // Bytes of the last LAME result (tag, encoded block or flush).

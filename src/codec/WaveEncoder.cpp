@@ -39,8 +39,8 @@ void WaveEncoder::buildHeader(uint64_t dataBytes) {
 }
 
 int WaveEncoder::initEncoder(uint32_t sampleRate, uint32_t channels, uint32_t, int) {
-    mSampleRate = sampleRate;
-    mChannels = channels;
+    mSampleRate = mInputRate = sampleRate;
+    mChannels = mInputChannels = channels;
     mDataBytes = 0;
     mPendingBytes = 0;
     // A stream reader takes these sizes as "to the end".

@@ -211,6 +211,29 @@ TEST_F(Mp3Output, DecodersGetExactlyTheFramesEncodedStartingAtFrameZero) {
     }
 }
 
+TEST_F(Mp3Output, LowBitRatesReportTheRateLameWrites) {
+    // LAME lowers the output rate by itself at these bit rates.
+    struct Case {
+        uint32_t kbps, expectedRate;
+    };
+    for (const Case& c : {Case{32, 16000}, Case{96, 32000}, Case{128, 44100}}) {
+        SCOPED_TRACE(std::to_string(c.kbps) + " kbit/s");
+        const std::string path = mDir.file("low.mp3");
+        const uint32_t frames = 44100 + 777;
+        const auto pcm = makeNoise(frames, 2);
+        auto encoder = encodeFile(path, 44100, 2, c.kbps, pcm, 8192);
+        ASSERT_NE(encoder, nullptr);
+        EXPECT_EQ(encoder->outputSampleRate(), c.expectedRate);
+        EXPECT_EQ(encoder->outputChannels(), 2u);
+        wvtest::StreamInfo info;
+        ASSERT_TRUE(wvtest::probeAudio(path, &info));
+        EXPECT_EQ(info.sampleRate, static_cast<int>(c.expectedRate));
+        std::vector<int16_t> decoded;
+        ASSERT_TRUE(wvtest::decodeToPcm16(path, mDir.path(), &decoded));
+        EXPECT_NEAR(double(decoded.size() / 2), double(frames) * c.expectedRate / 44100, 1.0);
+    }
+}
+
 TEST(Mp3Encoder, RejectsSettingsItCannotEncode) {
     wvtest::TempDir dir;
     Mp3Encoder encoder;
