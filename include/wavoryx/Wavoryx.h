@@ -119,9 +119,14 @@ public:
      * link to one) is refused with event 0 (2) without blocking. */
     int32_t loadFile(char const* path);
     int32_t cancelLoadFile(int id);
+    /* Rate (Hz) and channels of the item. For a list being rendered or
+     * rendered, and a recording, those of its file once the encoder has
+     * started (an MP3 at a low bit rate is written at a lower rate of the
+     * encoder's choice). */
     int32_t getPcmSampleRate(int id);
     int32_t getPcmChannelCount(int id);
-    /* Frames present now: grows while the item loads or renders. */
+    /* Frames present now: grows while the item loads or renders; counted
+     * at the rate getPcmSampleRate reports. */
     int32_t getPcmFrameLength(int id);
     /* Expected duration in ms, -3 while unknown. */
     int32_t getPcmDuration(int id);
@@ -150,6 +155,16 @@ public:
      * render starts (bit rate: 320 kbit/s). forceStereo makes 2 channels. */
     int32_t setEncodePara(int listId, int sampleRate, int bitRate, int channelCount,
                           int forceStereo);
+    /* MP3 encoding choices of a list, or with id 0 of the recordings
+     * started from then on; read when a render or recording starts.
+     * `quality`: LAME's algorithm quality, 0 (best, slowest) to 9; default
+     * 5. `vbr`: 0 (default) a constant bit rate, setEncodePara's; 1 to 9
+     * LAME's VBR quality levels 1 (larger, better) to 9, the bit rate then
+     * being LAME's choice. `jointStereo`: 0 (default) two channels are
+     * coded apart (dual channel); 1 joint stereo, as most MP3 encoders do
+     * by default. Returns 0; -4 for a value out of range; -1 for an
+     * unknown id, -2 for an item that is not a list. WAV ignores them. */
+    int32_t setEncodeOptions(int id, int quality, int vbr, int jointStereo);
     /* Queues the render of the list to its output file and "<file>.wave".
      * While a source is still loading the render waits for its data (the
      * wait is logged at debug level); a source whose load failed or was

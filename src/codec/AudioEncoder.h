@@ -21,6 +21,15 @@ namespace wv {
 // is refused there.
 enum class EncodeFormat : int32_t { Wav = 0, Mp3 = 1 };
 
+// Choices of the lossy encoders beyond the bit rate; the defaults give what
+// an encoder made before these existed. Encoders that have no such choice
+// ignore them.
+struct EncodeOptions {
+    int quality = 5;           // MP3: LAME's algorithm quality, 0 (best, slowest) to 9
+    int vbr = 0;               // MP3: 0 constant bit rate; 1-9 LAME's VBR quality level
+    bool jointStereo = false;  // MP3, two channels: joint stereo rather than dual channel
+};
+
 class AudioEncoder : public FileWriter {
 public:
     // Result of initEncoder() when the encoder cannot start.
@@ -37,6 +46,9 @@ public:
     static AudioEncoder* createAudioEncoder(EncodeFormat format, const char* path);
 
     ~AudioEncoder() override = default;
+
+    // Choices for the next initEncoder(); values out of range are clamped.
+    virtual void setOptions(const EncodeOptions& options) { (void)options; }
 
     // Prepares the encoder and writes the file's leading bytes (WAV header,
     // MP3 tag). `sampleRate` in Hz; `bitrate` in kbit/s, used by MP3 only;

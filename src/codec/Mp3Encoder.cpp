@@ -21,6 +21,12 @@ Mp3Encoder::~Mp3Encoder() {
     if (mLame != nullptr) lame_close(mLame);
 }
 
+void Mp3Encoder::setOptions(const EncodeOptions& options) {
+    mOptions.quality = std::min(9, std::max(0, options.quality));
+    mOptions.vbr = std::min(9, std::max(0, options.vbr));
+    mOptions.jointStereo = options.jointStereo;
+}
+
 int Mp3Encoder::initEncoder(uint32_t sampleRate, uint32_t channels, uint32_t bitrate, int format) {
     mSampleRate = mInputRate = sampleRate;
     mChannels = mInputChannels = channels;
@@ -42,7 +48,9 @@ int Mp3Encoder::initEncoder(uint32_t sampleRate, uint32_t channels, uint32_t bit
 
     if (mLame != nullptr) lame_close(mLame);
     mLame = nullptr;
-    mMode = channels == 2 ? MODE_DUAL_CHANNEL : MODE_MONO;
+    mMode = channels == 1          ? MODE_MONO
+            : mOptions.jointStereo ? MODE_JOINT_STEREO
+                                   : MODE_DUAL_CHANNEL;
     // The info frame is written in place at the end: an output that cannot
     // seek gets none, rather than an empty frame that decodes as silence.
     const bool infoFrame = isSeekable();
@@ -50,7 +58,8 @@ int Mp3Encoder::initEncoder(uint32_t sampleRate, uint32_t channels, uint32_t bit
     // starts only once: a first start tells whether the info frame fits.
     lame_global_struct* probe = startLame(false, infoFrame);
     if (probe == nullptr) return INIT_FAILED;
-    const bool fits = !infoFrame || infoFrameFits(probe);
+    // A VBR stream's info frame gets a frame size of its own.
+    const bool fits = !infoFrame || mOptions.vbr > 0 || infoFrameFits(probe);
     lame_close(probe);
     mLame = startLame(!fits, infoFrame);
     if (mLame == nullptr) return INIT_FAILED;
@@ -75,9 +84,12 @@ lame_global_struct* Mp3Encoder::startLame(bool averageRate, bool infoFrame) cons
     lame_set_in_samplerate(lame, static_cast<int>(mSampleRate));
     lame_set_brate(lame, static_cast<int>(mBitrate));
     lame_set_mode(lame, static_cast<MPEG_mode>(mMode));
-    lame_set_quality(lame, QUALITY);
+    lame_set_quality(lame, mOptions.quality);
     lame_set_bWriteVbrTag(lame, infoFrame ? 1 : 0);
-    if (averageRate) {
+    if (mOptions.vbr > 0) {
+        lame_set_VBR(lame, vbr_mtrh);
+        lame_set_VBR_q(lame, mOptions.vbr);
+    } else if (averageRate) {
         // At low bit rates a constant-rate frame is too small for the info
         // frame and LAME would leave it out. Every audio frame still gets
         // the asked bit rate (its minimum and its maximum), while LAME gives

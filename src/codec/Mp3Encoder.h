@@ -2,7 +2,9 @@
 //
 // LAME is set up with the input rate and channel count, the constant bit
 // rate in kbit/s, mode 2 (dual channel, not joint stereo) for two channels
-// or mode 3 (mono) for one, and quality 5. The file starts with the ID3v2
+// or mode 3 (mono) for one, and quality 5, unless setOptions() chose joint
+// stereo, another quality or a VBR level (the bit rate is then LAME's
+// choice for that level). The file starts with the ID3v2
 // tag LAME produces, if any, followed by LAME's info frame (written in its
 // final form by flushEncoding(), which also flushes LAME's last frames):
 // decoders that read it (ffmpeg, mpg123, this engine's loadFile) drop the
@@ -27,15 +29,16 @@ class Mp3Encoder : public AudioEncoder {
 public:
     static constexpr uint32_t OUTPUT_BYTES = 147456;
     static constexpr int MAX_FRAMES_PER_CALL = 65536;
+    static constexpr int MODE_JOINT_STEREO = 1;
     static constexpr int MODE_DUAL_CHANNEL = 2;
     static constexpr int MODE_MONO = 3;
-    static constexpr int QUALITY = 5;
 
     // Allocates the output buffer; no file is opened (see createAudioEncoder).
     Mp3Encoder();
     // Closes LAME; the FileWriter part removes an unfinished file.
     ~Mp3Encoder() override;
 
+    void setOptions(const EncodeOptions& options) override;
     // INIT_FAILED for a channel count other than 1 or 2, an unknown format
     // code, parameters LAME rejects, or a failed tag write.
     int initEncoder(uint32_t sampleRate, uint32_t channels, uint32_t bitrate, int format) override;
@@ -76,6 +79,7 @@ private:
     uint32_t mFrameBytes = 0;  // bytes of one input frame, all channels
     int mLastBytes = 0;
     int mMode = -1;
+    EncodeOptions mOptions;
     unsigned char* mOutput = nullptr;  // OUTPUT_BYTES, owned
 };
 

@@ -56,6 +56,9 @@ int32_t WavoryxPriv::recordStart(const char* path, int32_t type, int32_t sampleR
     item->bitRate = bitRate < 1 ? kDefaultBitRate : bitRate;
     item->audioSource = audioSource;
     item->encodeType = type;
+    item->encodeQuality = mRecordQuality;
+    item->vbrLevel = mRecordVbr;
+    item->jointStereo = mRecordJointStereo;
     switch (effect) {
         case EFFECT_MALE:
             item->pitch = -float(pitchProperty("persist.wavoryx.malepitch", "4"));

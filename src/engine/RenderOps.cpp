@@ -36,6 +36,30 @@ int32_t WavoryxPriv::setEncodePara(uint32_t listId, int32_t sampleRate, int32_t 
     return 0;
 }
 
+int32_t WavoryxPriv::setEncodeOptions(uint32_t id, int32_t quality, int32_t vbr,
+                                      int32_t jointStereo) {
+    if (quality < 0 || quality > 9 || vbr < 0 || vbr > 9 || jointStereo < 0 || jointStereo > 1) {
+        WV_LOGE("setEncodeOptions: quality %d, vbr %d, joint stereo %d out of range", quality, vbr,
+                jointStereo);
+        return -4;
+    }
+    if (id == 0) {
+        std::lock_guard<std::mutex> guard(mRecordLock);
+        mRecordQuality = quality;
+        mRecordVbr = vbr;
+        mRecordJointStereo = jointStereo;
+        return 0;
+    }
+    int32_t result;
+    ItemHold hold(this, id);
+    SPcmInfo* list = holdItemWithStatus(hold, id, CLIP_LIST, Report::kSetEncodeOptions, &result);
+    if (list == nullptr) return result;
+    list->encodeQuality = quality;
+    list->vbrLevel = vbr;
+    list->jointStereo = jointStereo;
+    return 0;
+}
+
 int32_t WavoryxPriv::process(uint32_t listId) {
     int32_t result;
     ItemHold hold(this, listId);

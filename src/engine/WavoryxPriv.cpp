@@ -1,6 +1,8 @@
 #define WV_LOG_TAG "WavoryxPriv"
 #include "engine/WavoryxPriv.h"
 
+#include <algorithm>
+
 #include "base/CheckSites.h"
 #include "base/Log.h"
 #include "load/DecoderThread.h"
@@ -91,13 +93,22 @@ int32_t WavoryxPriv::removePcm(pcm_id_t id) {
 }
 
 void WavoryxPriv::reportMissing(int line, const char* signature, uint32_t id) {
-    WV_LOGE("line %d in %s:", line, signature);
+    reportWhere(line, signature);
     WV_LOGE("error: pcm %d doesn't exist", static_cast<int>(id));
+}
+
+void WavoryxPriv::reportWhere(int line, const char* signature) {
+    // Operations added later have no fixed line of their own.
+    if (line > 0) {
+        WV_LOGE("line %d in %s:", line, signature);
+    } else {
+        WV_LOGE("in %s:", signature);
+    }
 }
 
 void WavoryxPriv::reportStatus(int line, const char* signature, const SPcmInfo* item,
                                pcm_status_t wanted) {
-    WV_LOGE("line %d in %s:", line, signature);
+    reportWhere(line, signature);
     WV_LOGE("error: pcm %d has status %s but not %s", static_cast<int>(item->id),
             SPcmInfo::statusName(item->status.load()), SPcmInfo::statusName(wanted));
 }
@@ -122,19 +133,31 @@ SPcmInfo* WavoryxPriv::holdItemWithStatus(const ItemHold& hold, uint32_t id, pcm
 int32_t WavoryxPriv::getPcmSampleRate(uint32_t id) {
     ItemHold hold(this, id);
     SPcmInfo* item = holdItem(hold, id, Report::kGetPcmSampleRate);
-    return item ? item->sampleRate.load() : -1;
+    if (item == nullptr) return -1;
+    // Once an encoder has started, what its file holds.
+    const int32_t output = item->outputRate.load();
+    return output > 0 ? output : item->sampleRate.load();
 }
 
 int32_t WavoryxPriv::getPcmChannelCount(uint32_t id) {
     ItemHold hold(this, id);
     SPcmInfo* item = holdItem(hold, id, Report::kGetPcmChannelCount);
-    return item ? item->channelCount.load() : -1;
+    if (item == nullptr) return -1;
+    const int32_t output = item->outputChannels.load();
+    return output > 0 ? output : item->channelCount.load();
 }
 
 int32_t WavoryxPriv::getPcmFrameLength(uint32_t id) {
     ItemHold hold(this, id);
     SPcmInfo* item = holdItem(hold, id, Report::kGetPcmFrameLength);
-    return item ? static_cast<int32_t>(item->frames.load()) : -1;
+    if (item == nullptr) return -1;
+    const uint64_t frames = item->frames.load();
+    // Counted at the file's rate when its encoder converts, so that frames
+    // over the reported rate still give the duration.
+    const uint64_t output = static_cast<uint64_t>(std::max(0, item->outputRate.load()));
+    const uint64_t rate = static_cast<uint64_t>(std::max(0, item->sampleRate.load()));
+    if (output == 0 || rate == 0 || output == rate) return static_cast<int32_t>(frames);
+    return static_cast<int32_t>((frames * output + rate / 2) / rate);
 }
 
 int32_t WavoryxPriv::getPcmDuration(pcm_id_t id) {

@@ -68,6 +68,7 @@ public:
     int32_t setOutputPara(uint32_t listId, const char* path, int32_t type);
     int32_t setEncodePara(uint32_t listId, int32_t sampleRate, int32_t bitRate,
                           int32_t channelCount, int32_t forceStereo);
+    int32_t setEncodeOptions(uint32_t id, int32_t quality, int32_t vbr, int32_t jointStereo);
     int32_t process(uint32_t listId);
     int32_t cancelProcess(uint32_t listId);
     int32_t getWaveformSamples(wv::pcm_id_t id, wv::duration_t startMs, wv::duration_t endMs,
@@ -109,6 +110,8 @@ public:
     // message), at error level; the line and signature come from the table
     // of ErrorReports.h.
     static void reportMissing(int line, const char* signature, uint32_t id);
+    // The first of those lines; without a line (0) "in %s:".
+    static void reportWhere(int line, const char* signature);
     static void reportStatus(int line, const char* signature, const wv::SPcmInfo* item,
                              wv::pcm_status_t wanted);
     // Keeps an item alive through one public call on the caller's thread
@@ -159,6 +162,11 @@ private:
     // check saw).
     std::mutex mPlayLock;
     std::mutex mRecordLock;
+    // The encoding options of recordings started from now on (id 0 of
+    // setEncodeOptions); guarded by mRecordLock.
+    int32_t mRecordQuality = 5;
+    int32_t mRecordVbr = 0;
+    int32_t mRecordJointStereo = 0;
     std::mutex mClipLock;
     wv::InfoList mInfoList;
     // Before the context, which holds on to it.

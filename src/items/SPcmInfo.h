@@ -97,6 +97,15 @@ struct SPcmInfo {
     std::atomic<bool> loadFailed{false};   // the load failed or was cancelled: no data will come
     std::atomic<int32_t> encodeType{0};
     std::atomic<int32_t> bitRate{0};  // kbit/s; 0 = not set
+    // Lossy encoders' choices (see codec EncodeOptions); the defaults keep
+    // the output every earlier version made.
+    std::atomic<int32_t> encodeQuality{5};
+    std::atomic<int32_t> vbrLevel{0};
+    std::atomic<int32_t> jointStereo{0};
+    // What the render's or recording's file holds, once its encoder has
+    // started: the client's queries report these. 0 until then.
+    std::atomic<int32_t> outputRate{0};
+    std::atomic<int32_t> outputChannels{0};
     std::atomic<float> pitch{0.0f};
     std::atomic<int32_t> robot{0};
     LockedString path;  // source file, or output file of a list/recording

@@ -90,6 +90,12 @@ EncoderThread::OutputFormat EncoderThread::settleOutput(SPcmInfo* item) {
         item->bitRate.store(format.bitRate);
     }
 
+    format.options.quality = item->encodeQuality.load();
+    format.options.vbr = item->vbrLevel.load();
+    format.options.jointStereo = item->jointStereo.load() != 0;
+    item->outputRate.store(0);
+    item->outputChannels.store(0);
+
     format.path = item->path.get();
     if (format.path.empty()) {
         const char* suffix = format.type == ENCODE_MP3 ? ".mp3" : ".wav";
@@ -124,6 +130,7 @@ void EncoderThread::startJob(WVThreadCmd& cmd) {
         endJob(id, EVT_RENDER_FAILED, -1);
         return;
     }
+    encoder->setOptions(format.options);
     if (encoder->initEncoder(static_cast<uint32_t>(rate), static_cast<uint32_t>(channels),
                              static_cast<uint32_t>(format.bitRate),
                              AudioEncoder::FORMAT_PCM_16) != 0) {
@@ -132,6 +139,8 @@ void EncoderThread::startJob(WVThreadCmd& cmd) {
         endJob(id, EVT_RENDER_STOPPED, -1);
         return;
     }
+    item->outputRate.store(static_cast<int32_t>(encoder->outputSampleRate()));
+    item->outputChannels.store(static_cast<int32_t>(encoder->outputChannels()));
     // A file being replaced is read under its new name until it is done.
     const std::string writing = encoder->writingPath();
     if (writing != path) item->writingPath.set(writing);

@@ -109,6 +109,7 @@ private:
         int32_t channels = 0;  // at least 1
         int32_t type = 0;      // an encode_type value
         int32_t bitRate = 0;   // kbit/s
+        EncodeOptions options;
         std::string path;
     };
     // Fills in what the client left unset (format, encoding, bit rate,

@@ -18,59 +18,6 @@ using wv::AudioEncoder;
 using wv::EncodeFormat;
 using wv::Mp3Encoder;
 
-struct FrameSummary {
-    int frames = 0;
-    int firstOffset = -1;
-    int bitrateKbps = -1;  // -1: differs between frames
-    int mode = -1;         // header channel-mode bits; -1: differs
-    int sampleRate = 0;
-    bool infoFrame = false;  // the first frame is an "Info" or "Xing" frame
-};
-
-// Walks the MPEG audio frames of an MP3 file (after an ID3v2 tag, if any);
-// the info frame, if any, is noted apart.
-FrameSummary walkFrames(const std::vector<char>& file) {
-    static const int kRates[2][3] = {{22050, 24000, 16000}, {44100, 48000, 32000}};
-    static const int kKbps[2][15] = {{0, 8, 16, 24, 32, 40, 48, 56, 64, 80, 96, 112, 128, 144, 160},
-                                     {0, 32, 40, 48, 56, 64, 80, 96, 112, 128, 160, 192, 224, 256, 320}};
-    FrameSummary s;
-    size_t at = 0;
-    if (file.size() >= 10 && file[0] == 'I' && file[1] == 'D' && file[2] == '3') {
-        at = 10 + ((file[6] & 0x7F) << 21 | (file[7] & 0x7F) << 14 | (file[8] & 0x7F) << 7 | (file[9] & 0x7F));
-    }
-    s.firstOffset = static_cast<int>(at);
-    while (at + 4 <= file.size()) {
-        const auto b = [&](size_t i) { return static_cast<uint8_t>(file[at + i]); };
-        if (b(0) != 0xFF || (b(1) & 0xE6) != 0xE2) break;  // sync, layer III
-        const int mpeg1 = (b(1) >> 3) & 1;
-        const int kbps = kKbps[mpeg1][b(2) >> 4];
-        const int rate = kRates[mpeg1][(b(2) >> 2) & 3];
-        const int padding = (b(2) >> 1) & 1;
-        const int mode = b(3) >> 6;
-        const size_t length = (mpeg1 ? 144 : 72) * kbps * 1000 / rate + padding;
-        if (s.frames == 0 && !s.infoFrame && at + length <= file.size()) {
-            // Its bit rate is the one its tag needs: only audio frames count.
-            const std::string frame(file.data() + at, length);
-            if (frame.find("Info") != std::string::npos || frame.find("Xing") != std::string::npos) {
-                s.infoFrame = true;
-                at += length;
-                continue;
-            }
-        }
-        if (s.frames == 0) {
-            s.bitrateKbps = kbps;
-            s.mode = mode;
-            s.sampleRate = rate;
-        }
-        if (kbps != s.bitrateKbps) s.bitrateKbps = -1;
-        if (mode != s.mode) s.mode = -1;
-        ++s.frames;
-        at += length;
-    }
-    if (at != file.size()) s.frames = -s.frames;  // trailing garbage
-    return s;
-}
-
 std::unique_ptr<AudioEncoder> encodeFile(const std::string& path, uint32_t rate, uint32_t channels, uint32_t kbps,
                                          const std::vector<int16_t>& pcm, int blockBytes) {
     std::unique_ptr<AudioEncoder> encoder(AudioEncoder::createAudioEncoder(EncodeFormat::Mp3, path.c_str()));
@@ -158,7 +105,7 @@ TEST_F(Mp3Output, EveryFrameCarriesTheBitRateAndChannelMode) {
         ASSERT_NE(encodeFile(path, c.rate, c.channels, c.kbps, pcm, 4096 * 2 * c.channels), nullptr);
 
         const auto file = wvtest::readFile(path);
-        const FrameSummary s = walkFrames(file);
+        const wvtest::Mp3Frames s = wvtest::walkMp3Frames(file);
         EXPECT_GT(s.frames, 0) << "frames do not tile the file";
         EXPECT_TRUE(s.infoFrame);
         EXPECT_EQ(s.bitrateKbps, static_cast<int>(c.kbps));

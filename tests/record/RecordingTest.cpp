@@ -8,6 +8,7 @@
 #include <cstdlib>
 #include <vector>
 
+#include "AudioFiles.h"
 #include "AudioFixtures.h"
 #include "MediaDecode.h"
 #include "RecordTestHelpers.h"
@@ -201,6 +202,30 @@ TEST(Recording, Mp3DecodesToTheRecordedLength) {
     EXPECT_EQ(decoded.channels, 2);
     // The info frame tells the decoder the encoder's delay and padding.
     EXPECT_EQ(decoded.frames(), size_t(frames));
+}
+
+TEST(Recording, TakesTheRecordingsEncodeOptionsAndReportsTheFileFormat) {
+    wvtest::TempDir dir;
+    const std::string input = dir.file("in.wav");
+    ASSERT_TRUE(wvtest::writeToneWav(input, kRate, 2, 1.0, 330.0));
+    const std::string out = dir.file("out.mp3");
+    rectest::FileInput source(input, kPace);
+    rectest::RecordingEngine r(dir.prefix());
+    // Set for every recording started afterwards.
+    ASSERT_EQ(r.engine.setEncodeOptions(0, 5, 6, 1), 0);
+    const int32_t id = r.engine.recordStart(out.c_str(), ENCODE_MP3, kRate, 2, 128, 1, 0);
+    ASSERT_GT(id, 0);
+    ASSERT_TRUE(r.waitForFrames(uint32_t(id), 20000));
+    ASSERT_EQ(r.engine.recordStop(), 0);
+    ASSERT_TRUE(r.waitForCode(63, id));
+    const wvtest::Mp3Frames frames = wvtest::walkMp3Frames(wvtest::readFile(out));
+    EXPECT_EQ(frames.mode, 1);
+    EXPECT_TRUE(frames.infoFrame);
+    EXPECT_EQ(r.engine.getPcmSampleRate(uint32_t(id)), frames.sampleRate);
+    wvtest::DecodedAudio decoded;
+    ASSERT_TRUE(wvtest::decodeWithMediaLayer(out, &decoded));
+    EXPECT_EQ(decoded.rate, frames.sampleRate);
+    EXPECT_EQ(decoded.frames(), size_t(r.engine.getPcmFrameLength(uint32_t(id))));
 }
 
 TEST(Recording, PauseAndResumeRestartTheFade) {

@@ -94,6 +94,51 @@ bool decodeToPcm16(const std::string& path, const std::string& scratchDir, std::
     return true;
 }
 
+Mp3Frames walkMp3Frames(const std::vector<char>& file) {
+    // Rates by version (2.5, reserved, 2, 1), bit rates by MPEG-1 or not.
+    static const int kRates[4][3] = {{11025, 12000, 8000}, {0, 0, 0}, {22050, 24000, 16000}, {44100, 48000, 32000}};
+    static const int kKbps[2][15] = {{0, 8, 16, 24, 32, 40, 48, 56, 64, 80, 96, 112, 128, 144, 160},
+                                     {0, 32, 40, 48, 56, 64, 80, 96, 112, 128, 160, 192, 224, 256, 320}};
+    Mp3Frames s;
+    size_t at = 0;
+    if (file.size() >= 10 && file[0] == 'I' && file[1] == 'D' && file[2] == '3') {
+        at = 10 + ((file[6] & 0x7F) << 21 | (file[7] & 0x7F) << 14 | (file[8] & 0x7F) << 7 | (file[9] & 0x7F));
+    }
+    s.firstOffset = static_cast<int>(at);
+    while (at + 4 <= file.size()) {
+        const auto b = [&](size_t i) { return static_cast<uint8_t>(file[at + i]); };
+        if (b(0) != 0xFF || (b(1) & 0xE6) != 0xE2) break;  // sync, layer III
+        const int version = (b(1) >> 3) & 3;
+        const int mpeg1 = version == 3 ? 1 : 0;
+        const int kbps = kKbps[mpeg1][b(2) >> 4];
+        const int rate = kRates[version][(b(2) >> 2) & 3];
+        if (rate == 0 || kbps == 0) break;
+        const int padding = (b(2) >> 1) & 1;
+        const int mode = b(3) >> 6;
+        const size_t length = size_t(mpeg1 ? 144 : 72) * kbps * 1000 / rate + padding;
+        if (s.frames == 0 && !s.infoFrame && at + length <= file.size()) {
+            // Its bit rate is the one its tag needs: only audio frames count.
+            const std::string frame(file.data() + at, length);
+            if (frame.find("Info") != std::string::npos || frame.find("Xing") != std::string::npos) {
+                s.infoFrame = true;
+                at += length;
+                continue;
+            }
+        }
+        if (s.frames == 0) {
+            s.bitrateKbps = kbps;
+            s.mode = mode;
+            s.sampleRate = rate;
+        }
+        if (kbps != s.bitrateKbps) s.bitrateKbps = -1;
+        if (mode != s.mode) s.mode = -1;
+        ++s.frames;
+        at += length;
+    }
+    if (at != file.size()) s.frames = -s.frames;
+    return s;
+}
+
 bool haveMpg123() { return std::system("mpg123 --version >/dev/null 2>&1") == 0; }
 
 bool decodeWithMpg123(const std::string& path, const std::string& scratchDir, std::vector<int16_t>* pcm) {

@@ -37,6 +37,18 @@ bool probeAudio(const std::string& path, StreamInfo* info);
 // failure.
 bool decodeToPcm16(const std::string& path, const std::string& scratchDir, std::vector<int16_t>* pcm);
 
+// What the MPEG audio frames of an MP3 file say.
+struct Mp3Frames {
+    int frames = 0;          // audio frames; negated when bytes that are not frames follow
+    int firstOffset = -1;    // where the first frame starts (after an ID3v2 tag)
+    int bitrateKbps = -1;    // of the audio frames; -1 when it differs between them
+    int mode = -1;           // header channel-mode bits (0 stereo, 1 joint, 2 dual, 3 mono); -1: differs
+    int sampleRate = 0;      // Hz
+    bool infoFrame = false;  // the first frame is an "Info" or "Xing" frame (not counted above)
+};
+// Walks the frames of an MP3 file (MPEG-1, 2 and 2.5 layer III).
+Mp3Frames walkMp3Frames(const std::vector<char>& file);
+
 // Whether the mpg123 command can be run.
 bool haveMpg123();
 // Decodes an MP3 with mpg123 (gapless, as it does by default) into
