@@ -2,6 +2,7 @@
 #include "codec/AudioEncoder.h"
 
 #include "base/Log.h"
+#include "codec/FfmpegEncoder.h"
 #include "codec/Mp3Encoder.h"
 #include "codec/WaveEncoder.h"
 
@@ -15,6 +16,12 @@ AudioEncoder* AudioEncoder::createAudioEncoder(EncodeFormat format, const char* 
             break;
         case EncodeFormat::Mp3:
             encoder = new Mp3Encoder();
+            break;
+        case EncodeFormat::Flac:
+        case EncodeFormat::Opus:
+        case EncodeFormat::Aac:
+        case EncodeFormat::Vorbis:
+            encoder = new FfmpegEncoder(format);
             break;
         default:
             WV_LOGW("Unsupported type %d", static_cast<int>(format));

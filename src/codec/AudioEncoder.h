@@ -19,7 +19,7 @@ namespace wv {
 // The output formats. The values are those of the public encode_type, which
 // items hold as a plain int32_t: any other value may reach the factory and
 // is refused there.
-enum class EncodeFormat : int32_t { Wav = 0, Mp3 = 1 };
+enum class EncodeFormat : int32_t { Wav = 0, Mp3 = 1, Flac = 2, Opus = 3, Aac = 4, Vorbis = 5 };
 
 // Choices of the lossy encoders beyond the bit rate; the defaults give what
 // an encoder made before these existed. Encoders that have no such choice
@@ -39,7 +39,8 @@ public:
     static constexpr int FORMAT_PCM_8 = 2;
     static constexpr int FORMAT_PCM_32 = 3;
 
-    // A WaveEncoder for Wav, an Mp3Encoder for Mp3, with `path` opened as an
+    // A WaveEncoder for Wav, an Mp3Encoder for Mp3, an FfmpegEncoder for
+    // Flac, Opus, Aac and Vorbis, with `path` opened as an
     // output (FileWriter::openOutput: an existing file is only replaced by a
     // finished one). Null for any other value (logged "Unsupported type %d")
     // or when the file cannot be created. The caller owns the result.
@@ -51,7 +52,8 @@ public:
     virtual void setOptions(const EncodeOptions& options) { (void)options; }
 
     // Prepares the encoder and writes the file's leading bytes (WAV header,
-    // MP3 tag). `sampleRate` in Hz; `bitrate` in kbit/s, used by MP3 only;
+    // MP3 tag). `sampleRate` in Hz; `bitrate` in kbit/s, used by the lossy
+    // formats (MP3, Opus, AAC, Vorbis);
     // `format` one of the FORMAT_ codes. 0 on success, INIT_FAILED otherwise.
     virtual int initEncoder(uint32_t sampleRate, uint32_t channels, uint32_t bitrate,
                             int format) = 0;

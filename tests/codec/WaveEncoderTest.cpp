@@ -95,8 +95,8 @@ TEST(WaveEncoder, EmptyMonoFileHasZeroSizes) {
 TEST(AudioEncoder, FactoryRejectsUnknownTypesAndUncreatableFiles) {
     wvtest::TempDir dir;
     wvtest::LogCapture log;
-    EXPECT_EQ(create(static_cast<encode_type>(2), dir.file("x.wav")), nullptr);
-    EXPECT_TRUE(log.contains("Unsupported type 2"));
+    EXPECT_EQ(create(static_cast<encode_type>(6), dir.file("x.wav")), nullptr);
+    EXPECT_TRUE(log.contains("Unsupported type 6"));
     EXPECT_FALSE(wvtest::fileExists(dir.file("x.wav")));
 
     const std::string bad = dir.file("no/such/dir/x.mp3");
