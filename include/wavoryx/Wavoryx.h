@@ -55,8 +55,20 @@
 #endif
 
 /* Output encoding of a clip list or a recording. Any other value renders as
- * ENCODE_WAV. */
-enum encode_type { ENCODE_WAV = 0, ENCODE_MP3 = 1 };
+ * ENCODE_WAV. FLAC is lossless; Opus (in Ogg) is always written at 48 kHz;
+ * AAC is AAC-LC in an MP4 (.m4a) file, which needs an output that can seek;
+ * Vorbis is in Ogg. Default bit rates when none is set: MP3 320, Opus 128,
+ * AAC and Vorbis 192 kbit/s (Vorbis lowers a rate its encoder refuses for
+ * the sample rate and channels). Default names in the working folder:
+ * "<id>.wav", ".mp3", ".flac", ".opus", ".m4a", ".ogg". */
+enum encode_type {
+    ENCODE_WAV = 0,
+    ENCODE_MP3 = 1,
+    ENCODE_FLAC = 2,
+    ENCODE_OPUS = 3,
+    ENCODE_AAC = 4,
+    ENCODE_VORBIS = 5
+};
 
 /* Background-work setting of the decoder and encoder. With WV_PRIORITY_LOW
  * each worker pauses after every chunk for as long as the chunk took, so it
@@ -185,7 +197,7 @@ public:
     int32_t setPlaySpeed(int speed);
     int32_t getPlayPositionMs();
 
-    /* Records into `path` (empty: "<dir><id>.wav" or ".mp3") and
+    /* Records into `path` (empty: "<dir><id>" and the format's suffix) and
      * "<path>.wave", outputs as for setOutputPara: an existing file is
      * replaced when the recording ends (63 with 0). A WAV file's header is
      * rewritten after every second of audio and at each pause, so the file

@@ -8,6 +8,40 @@
 
 namespace wv {
 
+bool isEncodeFormat(int32_t value) {
+    return value >= static_cast<int32_t>(EncodeFormat::Wav) &&
+           value <= static_cast<int32_t>(EncodeFormat::Vorbis);
+}
+
+const char* formatSuffix(EncodeFormat format) {
+    switch (format) {
+        case EncodeFormat::Mp3:
+            return ".mp3";
+        case EncodeFormat::Flac:
+            return ".flac";
+        case EncodeFormat::Opus:
+            return ".opus";
+        case EncodeFormat::Aac:
+            return ".m4a";
+        case EncodeFormat::Vorbis:
+            return ".ogg";
+        default:
+            return ".wav";
+    }
+}
+
+int32_t defaultBitRate(EncodeFormat format) {
+    switch (format) {
+        case EncodeFormat::Opus:
+            return 128;
+        case EncodeFormat::Aac:
+        case EncodeFormat::Vorbis:
+            return 192;
+        default:
+            return 320;
+    }
+}
+
 AudioEncoder* AudioEncoder::createAudioEncoder(EncodeFormat format, const char* path) {
     AudioEncoder* encoder = nullptr;
     switch (format) {

@@ -21,6 +21,16 @@ namespace wv {
 // is refused there.
 enum class EncodeFormat : int32_t { Wav = 0, Mp3 = 1, Flac = 2, Opus = 3, Aac = 4, Vorbis = 5 };
 
+// Whether `value` is one of the formats above.
+bool isEncodeFormat(int32_t value);
+// The file name suffix of a format: ".wav", ".mp3", ".flac", ".opus",
+// ".m4a", ".ogg"; ".wav" for a value that is none.
+const char* formatSuffix(EncodeFormat format);
+// The bit rate (kbit/s) a format is encoded at when the client chose none:
+// 320 for MP3 (and WAV and FLAC, which have none), 128 for Opus, 192 for
+// AAC and Vorbis.
+int32_t defaultBitRate(EncodeFormat format);
+
 // Choices of the lossy encoders beyond the bit rate; the defaults give what
 // an encoder made before these existed. Encoders that have no such choice
 // ignore them.

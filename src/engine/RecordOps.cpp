@@ -11,6 +11,7 @@
 
 #include "base/Log.h"
 #include "base/Properties.h"
+#include "codec/AudioEncoder.h"
 #include "engine/WavoryxPriv.h"
 #include "record/RecorderThread.h"
 
@@ -19,7 +20,6 @@ using namespace wv;
 namespace {
 
 constexpr int32_t kDefaultSampleRate = 8000;
-constexpr int32_t kDefaultBitRate = 320;
 
 enum : int32_t { EFFECT_MALE = 1, EFFECT_FEMALE = 2, EFFECT_FEMALE_HIGH = 3, EFFECT_ROBOT = 4 };
 
@@ -41,7 +41,7 @@ int32_t WavoryxPriv::recordStart(const char* path, int32_t type, int32_t sampleR
                                  int32_t effect) {
     std::lock_guard<std::mutex> guard(mRecordLock);
     if (mContext.currentRecording() != 0) return -5;
-    if (static_cast<uint32_t>(type) > ENCODE_MP3) return -4;
+    if (!isEncodeFormat(type)) return -4;
     if (channelCount < 1) channelCount = 1;
     // The capture source and the voice effects serve mono and stereo.
     if (channelCount > 2) {
@@ -53,7 +53,7 @@ int32_t WavoryxPriv::recordStart(const char* path, int32_t type, int32_t sampleR
     item->refs[REF_RECORDER] = 1;
     item->sampleRate = sampleRate < 1 ? kDefaultSampleRate : sampleRate;
     item->channelCount = channelCount;
-    item->bitRate = bitRate < 1 ? kDefaultBitRate : bitRate;
+    item->bitRate = bitRate < 1 ? defaultBitRate(static_cast<EncodeFormat>(type)) : bitRate;
     item->audioSource = audioSource;
     item->encodeType = type;
     item->encodeQuality = mRecordQuality;
@@ -79,9 +79,8 @@ int32_t WavoryxPriv::recordStart(const char* path, int32_t type, int32_t sampleR
     if (named) item->path.set(path);
     const pcm_id_t id = mInfoList.add(item);
     if (!named) {
-        char name[64];
-        std::snprintf(name, sizeof name, type == ENCODE_MP3 ? "%d.mp3" : "%d.wav", int(id));
-        item->path.set(workingDir() + name);
+        item->path.set(workingDir() + std::to_string(id) +
+                       formatSuffix(static_cast<EncodeFormat>(type)));
     }
     mContext.setCurrentRecording(id);
     mRecorder->sendCmd(WVThreadCmd(RecorderThread::kCmdStart, id, -1),

@@ -11,7 +11,11 @@ using namespace wv;
 // Items hold the client's encode_type as it came; the workers hand it on to
 // the encoder factory as an EncodeFormat, value for value.
 static_assert(static_cast<int32_t>(EncodeFormat::Wav) == ENCODE_WAV &&
-                  static_cast<int32_t>(EncodeFormat::Mp3) == ENCODE_MP3,
+                  static_cast<int32_t>(EncodeFormat::Mp3) == ENCODE_MP3 &&
+                  static_cast<int32_t>(EncodeFormat::Flac) == ENCODE_FLAC &&
+                  static_cast<int32_t>(EncodeFormat::Opus) == ENCODE_OPUS &&
+                  static_cast<int32_t>(EncodeFormat::Aac) == ENCODE_AAC &&
+                  static_cast<int32_t>(EncodeFormat::Vorbis) == ENCODE_VORBIS,
               "the encoder's formats have the values of encode_type");
 
 int32_t WavoryxPriv::setOutputPara(uint32_t listId, const char* path, int32_t type) {

@@ -122,9 +122,10 @@ void RecorderThread::startRecording(const WVThreadCmd& cmd, SPcmInfo* item) {
     auto* job = new RecordJob();
     job->recorder = std::move(recorder);
     job->encoder = std::move(encoder);
-    job->wave = item->encodeType.load() == ENCODE_MP3
-                    ? nullptr
-                    : static_cast<WaveEncoder*>(job->encoder.get());
+    // Only a WAV file has a header to keep up to date.
+    job->wave = item->encodeType.load() == ENCODE_WAV
+                    ? static_cast<WaveEncoder*>(job->encoder.get())
+                    : nullptr;
     job->headerPeriod = uint32_t(sampleRate);
     job->waveform.reset(new WaveformState(uint32_t(sampleRate), uint32_t(channels)));
     openWaveformFile(job->waveform.get(), (path + ".wave").c_str());

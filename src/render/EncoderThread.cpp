@@ -80,13 +80,13 @@ EncoderThread::OutputFormat EncoderThread::settleOutput(SPcmInfo* item) {
     item->totalFrames.store(static_cast<uint32_t>(seconds * format.rate));
 
     format.type = item->encodeType.load();
-    if (static_cast<uint32_t>(format.type) > ENCODE_MP3) {
+    if (!isEncodeFormat(format.type)) {
         format.type = ENCODE_WAV;
         item->encodeType.store(format.type);
     }
     format.bitRate = item->bitRate.load();
     if (format.bitRate <= 0) {
-        format.bitRate = kDefaultBitRate;
+        format.bitRate = defaultBitRate(static_cast<EncodeFormat>(format.type));
         item->bitRate.store(format.bitRate);
     }
 
@@ -98,8 +98,8 @@ EncoderThread::OutputFormat EncoderThread::settleOutput(SPcmInfo* item) {
 
     format.path = item->path.get();
     if (format.path.empty()) {
-        const char* suffix = format.type == ENCODE_MP3 ? ".mp3" : ".wav";
-        format.path = mContext->workingDir() + std::to_string(item->id) + suffix;
+        format.path = mContext->workingDir() + std::to_string(item->id) +
+                      formatSuffix(static_cast<EncodeFormat>(format.type));
         item->path.set(format.path);
     }
     return format;

@@ -81,7 +81,6 @@ public:
     static constexpr uint8_t kStepUrgency = 2;
     static constexpr uint32_t kBlockBytes = 16384;
     static constexpr uint32_t kRetryDelayMs = 1000;
-    static constexpr int32_t kDefaultBitRate = 320;  // kbit/s
 
     // context: the engine running the worker (not owned; outlives it).
     explicit EncoderThread(JobContext* context);

@@ -93,6 +93,8 @@ TEST_F(BadArguments, EveryOperationGivesItsDocumentedResult) {
         rows.push_back({"addClipMs source" + n, [=] { return api.addClipMs(list, id, 0, 10); }, -1});
         rows.push_back({"setOutputPara" + n, [=] { return api.setOutputPara(id, "x.wav", ENCODE_WAV); }, -1});
         rows.push_back({"setEncodePara" + n, [=] { return api.setEncodePara(id, 8000, 64, 1, 0); }, -1});
+        // 0 names the recordings to come, always there.
+        rows.push_back({"setEncodeOptions" + n, [=] { return api.setEncodeOptions(id, 5, 0, 1); }, id == 0 ? 0 : -1});
         rows.push_back({"process" + n, [=] { return api.process(id); }, -1});
         rows.push_back({"cancelProcess" + n, [=] { return api.cancelProcess(id); }, -1});
         rows.push_back({"playStart" + n, [=] { return api.playStart(id); }, -1});
@@ -114,6 +116,7 @@ TEST_F(BadArguments, EveryOperationGivesItsDocumentedResult) {
         rows.push_back({"addClipMs" + n, [=] { return api.addClipMs(other, file, 0, 10); }, -2});
         rows.push_back({"setOutputPara" + n, [=] { return api.setOutputPara(other, "", ENCODE_MP3); }, -2});
         rows.push_back({"setEncodePara" + n, [=] { return api.setEncodePara(other, 0, 0, 0, 1); }, -2});
+        rows.push_back({"setEncodeOptions" + n, [=] { return api.setEncodeOptions(other, 0, 9, 0); }, -2});
         rows.push_back({"process" + n, [=] { return api.process(other); }, -2});
     }
     rows.push_back({"addClip of a list into itself", [&] { return api.addClip(list, list, 0, 10); }, -4});
@@ -134,10 +137,13 @@ TEST_F(BadArguments, EveryOperationGivesItsDocumentedResult) {
     rows.push_back({"addClip of huge frames", [&] { return api.addClip(list, file, UINT_MAX - 1, UINT_MAX); }, 2});
     rows.push_back({"addClipMs of huge times", [&] { return api.addClipMs(list, file, 0, UINT_MAX); }, 3});
     rows.push_back({"setEncodePara negative", [&] { return api.setEncodePara(list, -1, INT_MIN, -1, 0); }, 0});
+    rows.push_back({"setEncodeOptions quality", [&] { return api.setEncodeOptions(list, INT_MIN, 0, 0); }, -4});
+    rows.push_back({"setEncodeOptions vbr", [&] { return api.setEncodeOptions(list, 0, INT_MAX, 0); }, -4});
+    rows.push_back({"setEncodeOptions joint", [&] { return api.setEncodeOptions(list, 0, 0, -1); }, -4});
     rows.push_back({"setEncodePara huge", [&] { return api.setEncodePara(list, INT_MAX, INT_MAX, INT_MAX, -1); }, 0});
     rows.push_back({"setThreadPriority negative", [&] { return api.setThreadPriority(-7); }, 0});
     rows.push_back({"setThreadPriority huge", [&] { return api.setThreadPriority(INT_MAX); }, 0});
-    rows.push_back({"recordStart type 2", [&] { return api.recordStart("", encode_type(2), 8000, 1, 0, 0, 0); }, -4});
+    rows.push_back({"recordStart type 6", [&] { return api.recordStart("", encode_type(6), 8000, 1, 0, 0, 0); }, -4});
     rows.push_back({"recordStart type -1", [&] { return api.recordStart("", encode_type(-1), 8000, 1, 0, 0, 0); }, -4});
     rows.push_back({"recordStart 3 channels", [&] { return api.recordStart("", ENCODE_WAV, 8000, 3, 0, 0, 0); }, -4});
     rows.push_back(

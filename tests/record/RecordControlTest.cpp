@@ -36,7 +36,7 @@ TEST(RecordControl, RefusesBadRequestsAndAppliesDefaults) {
     EXPECT_EQ(engine.recordPause(), -5);
     EXPECT_EQ(engine.recordResume(), -5);
     EXPECT_EQ(engine.recordStop(), -5);
-    EXPECT_EQ(engine.recordStart("", encode_type(2), 8000, 1, 0, 1, 0), -4);
+    EXPECT_EQ(engine.recordStart("", encode_type(6), 8000, 1, 0, 1, 0), -4);
     EXPECT_EQ(engine.recordStart("", encode_type(-1), 8000, 1, 0, 1, 0), -4);
     EXPECT_EQ(engine.recordStart("", ENCODE_WAV, 8000, 3, 0, 1, 0), -4);
     EXPECT_EQ(engine.recordStart("", ENCODE_WAV, 8000, 6, 0, 1, 0), -4);
