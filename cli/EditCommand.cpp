@@ -1,5 +1,5 @@
 // wavoryx edit SOURCE[@FROM-TO]... -o OUT: one clip list of the given
-// ranges, rendered to WAV or MP3. Each distinct source is loaded once, and
+// ranges, rendered to WAV, MP3, FLAC, Opus, AAC or Vorbis. Each distinct source is loaded once, and
 // ranges are cut in frames of their source, so a range is exact to the
 // frame: FROM * rate / 1000 up to TO * rate / 1000 (the source's end when
 // TO is left out or lies beyond it).
@@ -14,6 +14,7 @@
 #include <wavoryx/Wavoryx.h>
 
 #include "Commands.h"
+#include "Encoding.h"
 #include "FileKind.h"
 #include "Interrupt.h"
 #include "Jobs.h"
@@ -26,12 +27,10 @@ namespace {
 struct EditOptions {
     std::vector<std::string> sources;
     std::string output;
-    std::string format;
     int rate = 0;
     int channels = 0;
-    int bitrate = 0;
+    EncodingChoice encoding;
     std::vector<SourceRange> ranges;  // parsed from `sources`
-    encode_type type = ENCODE_WAV;
 };
 
 // Usage checks that need more than one option; thrown as usage errors.
@@ -43,7 +42,7 @@ void checkEditOptions(EditOptions& options) {
         if (!parseSourceRange(text, range, why)) throw CLI::ValidationError("SOURCE", why);
         options.ranges.push_back(range);
     }
-    options.type = outputEncoding(options.output, options.format);
+    settleEncoding(options.encoding, options.output);
 }
 
 uint32_t msToFrame(uint32_t ms, int rate) { return uint32_t(uint64_t(ms) * uint32_t(rate) / 1000); }
@@ -103,9 +102,11 @@ int runEdit(const EditOptions& options, const GlobalOptions& global) {
     // The engine writes its waveform file beside the output and removes a
     // partial output; both happen in the working folder, and only a
     // finished file reaches what the user named.
-    const std::string rendering = session.workDir() + (options.type == ENCODE_MP3 ? "output.mp3" : "output.wav");
-    engine.setOutputPara(list, rendering.c_str(), options.type);
-    engine.setEncodePara(list, options.rate, options.bitrate, options.channels, 0);
+    const encode_type type = options.encoding.type;
+    const std::string rendering = session.workDir() + "output" + encodingSuffix(type);
+    engine.setOutputPara(list, rendering.c_str(), type);
+    engine.setEncodePara(list, options.rate, options.encoding.bitrate, options.channels, 0);
+    applyEncodingOptions(engine, list, options.encoding);
     const int rendered = renderList(session, list, rendering, options.output);
     if (rendered != 0) return rendered;
     if (!commitOutput(rendering, target, true, why)) {
@@ -118,8 +119,8 @@ int runEdit(const EditOptions& options, const GlobalOptions& global) {
         const int rate = engine.getPcmSampleRate(list);
         const uint32_t frames = uint32_t(engine.getPcmFrameLength(list));
         const int channels = engine.getPcmChannelCount(list);
-        std::printf("wrote %s: %s, %d Hz, %s, %u frames, %s\n", options.output.c_str(),
-                    options.type == ENCODE_MP3 ? "MP3" : "WAV", rate, channels == 1 ? "mono" : "stereo", frames,
+        std::printf("wrote %s: %s, %d Hz, %s, %u frames, %s\n", options.output.c_str(), encodingName(type), rate,
+                    channels == 1 ? "mono" : "stereo", frames,
                     formatTimeMs(rate > 0 ? uint64_t(frames) * 1000 / uint32_t(rate) : 0).c_str());
     }
     return 0;
@@ -129,19 +130,18 @@ int runEdit(const EditOptions& options, const GlobalOptions& global) {
 
 void addEditCommand(CLI::App& app, CommandLine& line) {
     auto options = std::make_shared<EditOptions>();
-    CLI::App* edit = app.add_subcommand("edit", "Join ranges of audio files into one WAV or MP3 file");
+    CLI::App* edit = app.add_subcommand(
+        "edit", "Join ranges of audio files into one audio file (WAV, MP3, FLAC, Opus, AAC, Vorbis)");
     edit->add_option("SOURCE", options->sources,
                      "FILE or FILE@FROM-TO; times as ms (1500), seconds (1.5) or m:ss.fff (0:01.5); "
                      "a missing FROM is the start, a missing TO the end")
         ->required();
     edit->add_option("-o,--output", options->output, "The file to write")->required()->type_name("OUT");
-    edit->add_option("--format", options->format, "wav or mp3 (default: from the extension of OUT)")
-        ->check(CLI::IsMember({"wav", "mp3"}));
     edit->add_option("--rate", options->rate,
                      "Sample rate in Hz, above a quarter of every source's (default: the highest of the sources')")
         ->check(CLI::Range(1000, 192000));
     edit->add_option("--channels", options->channels, "1 or 2 (default: the sources')")->check(CLI::Range(1, 2));
-    edit->add_option("--bitrate", options->bitrate, "MP3 bit rate in kbit/s (default 320)")->check(CLI::Range(8, 320));
+    addEncodingOptions(edit, options->encoding);
     edit->footer(
         "The same file may appear in several ranges; it is loaded once.\n"
         "Examples:\n"

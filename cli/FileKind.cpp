@@ -51,18 +51,4 @@ std::string fileKind(const std::string& path) {
     return fromExtension(path);
 }
 
-encode_type outputEncoding(const std::string& output, const std::string& format) {
-    std::string chosen = format;
-    if (chosen.empty()) {
-        const size_t dot = output.find_last_of('.');
-        const size_t slash = output.find_last_of('/');
-        if (dot != std::string::npos && (slash == std::string::npos || dot > slash)) chosen = output.substr(dot + 1);
-    }
-    for (char& c : chosen) c = char(std::tolower(static_cast<unsigned char>(c)));
-    if (chosen == "wav") return ENCODE_WAV;
-    if (chosen == "mp3") return ENCODE_MP3;
-    throw CLI::ValidationError(
-        "--format", "cannot tell the format of '" + output + "': name it .wav or .mp3, or give --format wav|mp3");
-}
-
 }  // namespace wvcli

@@ -13,11 +13,6 @@ namespace wvcli {
 
 std::string fileKind(const std::string& path);
 
-// The encoding of an output file: `format` ("wav" or "mp3") when given, else
-// the extension of `output`, in any case. Anything else is a usage error,
-// thrown as a CLI11 ValidationError naming --format.
-encode_type outputEncoding(const std::string& output, const std::string& format);
-
 }  // namespace wvcli
 
 #endif

@@ -1,6 +1,6 @@
 // wavoryx record -o OUT [--rate] [--channels] [--bitrate] [--effect E]
 // [--duration T]: records the engine's audio input (the microphone, or what
-// WAVORYX_AUDIO_IN chooses) into a WAV or MP3 file.
+// WAVORYX_AUDIO_IN chooses) into a WAV, MP3, FLAC, Opus, AAC or Vorbis file.
 //
 // The recording ends with --duration (counted in recorded audio: pauses do
 // not count; it ends within about one captured buffer, ~25 ms, plus one
@@ -32,6 +32,7 @@
 
 #include "AudioChoice.h"
 #include "Commands.h"
+#include "Encoding.h"
 #include "FileKind.h"
 #include "Interrupt.h"
 #include "Jobs.h"
@@ -67,14 +68,12 @@ enum EndValue { kEndWriteError = 1, kEndNoSpace = 3 };
 
 struct RecordOptions {
     std::string output;
-    std::string format;
     int rate = 44100;
     int channels = 1;
-    int bitrate = 0;
+    EncodingChoice encoding;
     std::string effect = "none";
     std::string duration;
     uint32_t durationMs = 0;
-    encode_type type = ENCODE_WAV;
 };
 
 int effectCode(const std::string& effect) {
@@ -97,7 +96,7 @@ void checkRecordOptions(RecordOptions& options) {
                                                          " ms, too short to record; seconds are written 2.0 or 0:02");
         }
     }
-    options.type = outputEncoding(options.output, options.format);
+    settleEncoding(options.encoding, options.output);
 }
 
 // How one recording went, from its events.
@@ -218,7 +217,7 @@ private:
         if (mLine.live() && where.empty()) return;
         mLine.clear();
         std::fprintf(stderr, "recording to %s%s: %s, %d Hz, %s\n", mOptions.output.c_str(), where.c_str(),
-                     mOptions.type == ENCODE_MP3 ? "MP3" : "WAV", mEngine.getPcmSampleRate(mId),
+                     encodingName(mOptions.encoding.type), mEngine.getPcmSampleRate(mId),
                      mEngine.getPcmChannelCount(mId) == 1 ? "mono" : "stereo");
     }
 
@@ -284,7 +283,7 @@ bool choosePlace(const Session& session, const RecordOptions& options, RecordPla
     const OutputTarget& target = place.target;
     struct stat st;
     if (target.kind == TargetKind::Special) {
-        place.path = session.workDir() + (options.type == ENCODE_MP3 ? "recording.mp3" : "recording.wav");
+        place.path = session.workDir() + "recording" + encodingSuffix(options.encoding.type);
     } else if (target.kind == TargetKind::Absent && ::lstat((target.path + ".wave").c_str(), &st) != 0) {
         place.path = target.path;
     } else {
@@ -331,8 +330,9 @@ int runRecord(const RecordOptions& options, const GlobalOptions& global) {
         return 1;
     }
     Wavoryx& engine = session.engine();
-    const int id = engine.recordStart(place.path.c_str(), options.type, options.rate, options.channels, options.bitrate,
-                                      kMicrophoneSource, effectCode(options.effect));
+    applyEncodingOptions(engine, 0, options.encoding);
+    const int id = engine.recordStart(place.path.c_str(), options.encoding.type, options.rate, options.channels,
+                                      options.encoding.bitrate, kMicrophoneSource, effectCode(options.effect));
     if (id <= 0) {
         reportError(options.output, "the engine refused to record (" + std::to_string(options.channels) +
                                         " channels at " + std::to_string(options.rate) + " Hz)");
@@ -370,9 +370,8 @@ int runRecord(const RecordOptions& options, const GlobalOptions& global) {
         const int rate = engine.getPcmSampleRate(id);
         const uint32_t frames = uint32_t(engine.getPcmFrameLength(id));
         std::printf("wrote %s: %s, %d Hz, %s, %u frames, %s%s\n", options.output.c_str(),
-                    options.type == ENCODE_MP3 ? "MP3" : "WAV", rate,
-                    engine.getPcmChannelCount(id) == 1 ? "mono" : "stereo", frames,
-                    formatTimeMs(rate > 0 ? uint64_t(frames) * 1000 / uint32_t(rate) : 0).c_str(),
+                    encodingName(options.encoding.type), rate, engine.getPcmChannelCount(id) == 1 ? "mono" : "stereo",
+                    frames, formatTimeMs(rate > 0 ? uint64_t(frames) * 1000 / uint32_t(rate) : 0).c_str(),
                     lostAudioSummary(state.lostMs).c_str());
     }
     engine.removePcm(id);
@@ -383,14 +382,12 @@ int runRecord(const RecordOptions& options, const GlobalOptions& global) {
 
 void addRecordCommand(CLI::App& app, CommandLine& line) {
     auto options = std::make_shared<RecordOptions>();
-    CLI::App* record = app.add_subcommand("record", "Record the audio input to a WAV or MP3 file, with a level meter");
+    CLI::App* record = app.add_subcommand(
+        "record", "Record the audio input to an audio file (WAV, MP3, FLAC, Opus, AAC, Vorbis), with a level meter");
     record->add_option("-o,--output", options->output, "The file to write")->required()->type_name("OUT");
-    record->add_option("--format", options->format, "wav or mp3 (default: from the extension of OUT)")
-        ->check(CLI::IsMember({"wav", "mp3"}));
     record->add_option("--rate", options->rate, "Sample rate in Hz (default 44100)")->check(CLI::Range(1000, 192000));
     record->add_option("--channels", options->channels, "1 or 2 (default 1)")->check(CLI::Range(1, 2));
-    record->add_option("--bitrate", options->bitrate, "MP3 bit rate in kbit/s (default 320)")
-        ->check(CLI::Range(8, 320));
+    addEncodingOptions(record, options->encoding);
     record->add_option("--effect", options->effect, "Voice effect: none, male, female, female-high or robot")
         ->check(CLI::IsMember({"none", "male", "female", "female-high", "robot"}));
     record

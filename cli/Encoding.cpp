@@ -1,0 +1,73 @@
+#include "Encoding.h"
+
+#include <cctype>
+
+namespace wvcli {
+namespace {
+
+struct Known {
+    const char* name;  // for --format and as the extension
+    encode_type type;
+    const char* shown;
+    const char* suffix;
+};
+
+const Known kKnown[] = {{"wav", ENCODE_WAV, "WAV", ".wav"},     {"mp3", ENCODE_MP3, "MP3", ".mp3"},
+                        {"flac", ENCODE_FLAC, "FLAC", ".flac"}, {"opus", ENCODE_OPUS, "Opus", ".opus"},
+                        {"m4a", ENCODE_AAC, "AAC", ".m4a"},     {"ogg", ENCODE_VORBIS, "Vorbis", ".ogg"}};
+
+const Known& known(encode_type type) {
+    for (const Known& k : kKnown) {
+        if (k.type == type) return k;
+    }
+    return kKnown[0];
+}
+
+}  // namespace
+
+void addEncodingOptions(CLI::App* command, EncodingChoice& choice) {
+    command
+        ->add_option("--format", choice.format,
+                     "wav, mp3, flac, opus, m4a (AAC) or ogg (Vorbis) (default: from the "
+                     "extension of OUT)")
+        ->check(CLI::IsMember({"wav", "mp3", "flac", "opus", "m4a", "ogg"}));
+    command
+        ->add_option("--bitrate", choice.bitrate,
+                     "Bit rate in kbit/s of MP3 (default 320), Opus (128), AAC (192) and Vorbis (192)")
+        ->check(CLI::Range(8, 512));
+    command->add_option("--quality", choice.quality, "MP3 encoder quality, 0 (best, slowest) to 9 (default 5)")
+        ->check(CLI::Range(0, 9));
+    command->add_option("--vbr", choice.vbr, "MP3 variable bit rate at level 1 (best) to 9, instead of --bitrate")
+        ->check(CLI::Range(1, 9))
+        ->type_name("N");
+    command->add_flag("--joint,!--no-joint", choice.joint,
+                      "MP3 stereo as joint stereo (the default) or as two separate channels");
+}
+
+void settleEncoding(EncodingChoice& choice, const std::string& output) {
+    std::string chosen = choice.format;
+    if (chosen.empty()) {
+        const size_t dot = output.find_last_of('.');
+        const size_t slash = output.find_last_of('/');
+        if (dot != std::string::npos && (slash == std::string::npos || dot > slash)) chosen = output.substr(dot + 1);
+    }
+    for (char& c : chosen) c = char(std::tolower(static_cast<unsigned char>(c)));
+    for (const Known& k : kKnown) {
+        if (chosen == k.name) {
+            choice.type = k.type;
+            return;
+        }
+    }
+    throw CLI::ValidationError("--format", "cannot tell the format of '" + output +
+                                               "': name it .wav, .mp3, .flac, .opus, .m4a or .ogg, or give --format");
+}
+
+const char* encodingName(encode_type type) { return known(type).shown; }
+
+const char* encodingSuffix(encode_type type) { return known(type).suffix; }
+
+void applyEncodingOptions(Wavoryx& engine, int id, const EncodingChoice& choice) {
+    engine.setEncodeOptions(id, choice.quality, choice.vbr, choice.joint ? 1 : 0);
+}
+
+}  // namespace wvcli
