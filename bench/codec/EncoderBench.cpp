@@ -46,7 +46,7 @@ void encodeTenMinutes(benchmark::State& state, wv::EncodeFormat type, uint32_t k
         state.SkipWithError("no scratch directory");
         return;
     }
-    const std::string path = dir + (type == wv::EncodeFormat::Mp3 ? "/out.mp3" : "/out.wav");
+    const std::string path = dir + "/out" + wv::formatSuffix(type);
     const auto& second = oneSecond();
     const auto* bytes = reinterpret_cast<const char*>(second.data());
     const int secondBytes = static_cast<int>(second.size() * 2);
@@ -86,6 +86,15 @@ void encodeTenMinutes(benchmark::State& state, wv::EncodeFormat type, uint32_t k
 void BM_Mp3Encode320kTenMinutes(benchmark::State& state) { encodeTenMinutes(state, wv::EncodeFormat::Mp3, 320); }
 void BM_WavWriteTenMinutes(benchmark::State& state) { encodeTenMinutes(state, wv::EncodeFormat::Wav, 0); }
 
+void BM_FlacEncodeTenMinutes(benchmark::State& state) { encodeTenMinutes(state, wv::EncodeFormat::Flac, 0); }
+void BM_OpusEncode128kTenMinutes(benchmark::State& state) { encodeTenMinutes(state, wv::EncodeFormat::Opus, 128); }
+void BM_AacEncode192kTenMinutes(benchmark::State& state) { encodeTenMinutes(state, wv::EncodeFormat::Aac, 192); }
+void BM_VorbisEncode192kTenMinutes(benchmark::State& state) { encodeTenMinutes(state, wv::EncodeFormat::Vorbis, 192); }
+
+BENCHMARK(BM_FlacEncodeTenMinutes)->Unit(benchmark::kSecond)->Iterations(1)->UseRealTime();
+BENCHMARK(BM_OpusEncode128kTenMinutes)->Unit(benchmark::kSecond)->Iterations(1)->UseRealTime();
+BENCHMARK(BM_AacEncode192kTenMinutes)->Unit(benchmark::kSecond)->Iterations(1)->UseRealTime();
+BENCHMARK(BM_VorbisEncode192kTenMinutes)->Unit(benchmark::kSecond)->Iterations(1)->UseRealTime();
 BENCHMARK(BM_Mp3Encode320kTenMinutes)->Unit(benchmark::kSecond)->Iterations(1)->UseRealTime();
 BENCHMARK(BM_WavWriteTenMinutes)->Unit(benchmark::kMillisecond)->Iterations(3)->UseRealTime();
 

@@ -12,6 +12,10 @@
 //   wavoryx-job [--work DIR] convert SRC OUT    all of SRC to 44.1 kHz
 //                                               stereo WAV
 //   wavoryx-job [--work DIR] waveform FILE      2000 peaks of the whole item
+//   wavoryx-job [--work DIR] encode FORMAT FILE OUT
+//                                               all of FILE to OUT as flac,
+//                                               opus, m4a or ogg at the
+//                                               format's default bit rate
 //
 // DIR is the engine's working directory (its PCM files land there and are
 // left for the caller to delete, outside the timing); without it a scratch
@@ -97,6 +101,7 @@ double nowSeconds() {
 int usage() {
     std::fprintf(stderr,
                  "usage: wavoryx-job [--work DIR] load FILE | edit-mp3 FILE OUT | edit-wav FILE OUT |\n"
+                 "       encode flac|opus|m4a|ogg FILE OUT |\n"
                  "                   convert SRC OUT | waveform FILE\n");
     return 2;
 }
@@ -144,6 +149,29 @@ bool convertJob(Wavoryx& engine, const char* file, const char* out) {
     return renderAndWait(engine, list);
 }
 
+// All of `file` encoded to `out` in `format`, at the source's rate and
+// channels and the format's default bit rate.
+bool encodeJob(Wavoryx& engine, const std::string& format, const char* file, const char* out) {
+    encode_type type;
+    if (format == "flac") {
+        type = ENCODE_FLAC;
+    } else if (format == "opus") {
+        type = ENCODE_OPUS;
+    } else if (format == "m4a") {
+        type = ENCODE_AAC;
+    } else if (format == "ogg") {
+        type = ENCODE_VORBIS;
+    } else {
+        return false;
+    }
+    const int source = loadAndWait(engine, file);
+    if (source == 0) return false;
+    const int list = engine.newClipList();
+    if (engine.addClip(list, source, 0, 0xFFFFFFFFu) <= 0) return false;
+    engine.setOutputPara(list, out, type);
+    return renderAndWait(engine, list);
+}
+
 bool waveformJob(Wavoryx& engine, const char* file) {
     const int source = loadAndWait(engine, file);
     if (source == 0) return false;
@@ -164,12 +192,14 @@ bool runJob(Wavoryx& engine, const std::string& job, char** args, int count) {
     if (job == "edit-wav" && count == 2) return editJob(engine, args[0], args[1], ENCODE_WAV);
     if (job == "convert" && count == 2) return convertJob(engine, args[0], args[1]);
     if (job == "waveform" && count == 1) return waveformJob(engine, args[0]);
+    if (job == "encode" && count == 3) return encodeJob(engine, args[0], args[1], args[2]);
     return false;
 }
 
 bool knownJob(const std::string& job, int count) {
     return ((job == "load" || job == "waveform") && count == 1) ||
-           ((job == "edit-mp3" || job == "edit-wav" || job == "convert") && count == 2);
+           ((job == "edit-mp3" || job == "edit-wav" || job == "convert") && count == 2) ||
+           (job == "encode" && count == 3);
 }
 
 }  // namespace
