@@ -35,19 +35,6 @@ const Format kFormats[] = {{EncodeFormat::Flac, "flac", "flac", 0},
                            {EncodeFormat::Aac, "m4a", "aac", 192},
                            {EncodeFormat::Vorbis, "ogg", "vorbis", 192}};
 
-// Broadband noise, the same in every channel but for its sign: a signal
-// whose cross-correlation has one clear peak.
-std::vector<int16_t> makeNoise(uint32_t frames, uint32_t channels) {
-    std::vector<int16_t> pcm(size_t(frames) * channels);
-    uint32_t state = 12345;
-    for (uint32_t i = 0; i < frames; ++i) {
-        state = state * 1664525u + 1013904223u;
-        const int16_t v = static_cast<int16_t>(static_cast<int32_t>(state >> 16) / 4 - 8192);
-        for (uint32_t c = 0; c < channels; ++c) pcm[size_t(i) * channels + c] = c == 0 ? v : int16_t(-v);
-    }
-    return pcm;
-}
-
 // Feeds `pcm` in blocks of `blockFrames` frames, following the writer's
 // protocol; the first failed status, or 0.
 int feed(AudioEncoder* encoder, const std::vector<int16_t>& pcm, uint32_t channels, size_t blockFrames,
@@ -121,7 +108,7 @@ TEST_F(FfmpegOutput, EveryFormatDecodesToTheFramesEncodedFromFrameZero) {
                 SCOPED_TRACE(std::string(f.name) + ", " + std::to_string(rate) + " Hz, " + std::to_string(channels) +
                              " ch, blocks of " + std::to_string(blockFrames));
                 const uint32_t frames = rate * 3 / 4 + 777;
-                const auto pcm = makeNoise(frames, channels);
+                const auto pcm = wvtest::makeNoise(frames, channels);
                 const std::string path = mDir.file(std::string("out.") + f.name);
                 auto encoder = encodeFile(f, path, rate, channels, pcm, blockFrames);
                 blockFrames += 1234;
@@ -169,7 +156,7 @@ TEST_F(FfmpegOutput, VorbisLowersABitRateLibvorbisCannotReach) {
     // libvorbis takes at most 32 kbit/s at 8 kHz mono; the engine asks 192.
     const Format vorbis = kFormats[3];
     const std::string path = mDir.file("low.ogg");
-    const auto pcm = makeNoise(8000, 1);
+    const auto pcm = wvtest::makeNoise(8000, 1);
     auto encoder = encodeFile(vorbis, path, 8000, 1, pcm, 4096);
     ASSERT_NE(encoder, nullptr);
     const int64_t bitRate = static_cast<FfmpegEncoder*>(encoder.get())->bitRate();
@@ -214,13 +201,13 @@ TEST(FfmpegEncoder, RejectsSettingsItCannotEncode) {
     EXPECT_EQ(encoder.encoding(nullptr, 0), FileWriter::WRITE_OK);
     EXPECT_EQ(encoder.flushEncoding(), 0);
     // Nothing goes after the end of the stream.
-    const auto pcm = makeNoise(100, 2);
+    const auto pcm = wvtest::makeNoise(100, 2);
     EXPECT_EQ(encoder.encoding(pcm.data(), 400), FileWriter::WRITE_ERROR);
 }
 
 TEST(FfmpegEncoder, DeletedBeforeFinishingLeavesNoFileAndTheTargetAsItWas) {
     wvtest::TempDir dir;
-    const auto pcm = makeNoise(20000, 2);
+    const auto pcm = wvtest::makeNoise(20000, 2);
     for (const Format& f : kFormats) {
         SCOPED_TRACE(f.name);
         const std::string fresh = dir.file(std::string("fresh.") + f.name);
@@ -262,7 +249,7 @@ protected:
 };
 
 TEST_F(FfmpegOnSmallStorage, FullStorageFailsTheOutputAndLeavesNoFile) {
-    const auto pcm = makeNoise(44100, 2);
+    const auto pcm = wvtest::makeNoise(44100, 2);
     for (const Format& f : kFormats) {
         SCOPED_TRACE(f.name);
         const std::string path = mFs.file(std::string("full.") + f.name);
@@ -280,7 +267,7 @@ TEST_F(FfmpegOnSmallStorage, FullStorageFailsTheOutputAndLeavesNoFile) {
 }
 
 TEST_F(FfmpegOnSmallStorage, ARetryAfterSpaceCameBackCompletesTheFile) {
-    const auto pcm = makeNoise(44100, 2);
+    const auto pcm = wvtest::makeNoise(44100, 2);
     for (const Format& f : kFormats) {
         SCOPED_TRACE(f.name);
         const std::string path = mFs.file(std::string("retry.") + f.name);

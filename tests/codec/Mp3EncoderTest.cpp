@@ -41,19 +41,6 @@ protected:
     wvtest::TempDir mDir;
 };
 
-// Broadband noise, the same in every channel but for its sign: a signal
-// whose cross-correlation has one clear peak.
-std::vector<int16_t> makeNoise(uint32_t frames, uint32_t channels) {
-    std::vector<int16_t> pcm(size_t(frames) * channels);
-    uint32_t state = 12345;
-    for (uint32_t i = 0; i < frames; ++i) {
-        state = state * 1664525u + 1013904223u;
-        const int16_t v = static_cast<int16_t>(static_cast<int32_t>(state >> 16) / 4 - 8192);
-        for (uint32_t c = 0; c < channels; ++c) pcm[size_t(i) * channels + c] = c == 0 ? v : int16_t(-v);
-    }
-    return pcm;
-}
-
 TEST_F(Mp3Output, StereoToneKeepsLengthChannelsAndPitch) {
     const std::string path = mDir.file("stereo.mp3");
     const uint32_t frames = 2 * 44100;
@@ -142,7 +129,7 @@ TEST_F(Mp3Output, DecodersGetExactlyTheFramesEncodedStartingAtFrameZero) {
             SCOPED_TRACE(std::to_string(rate) + " Hz, " + std::to_string(channels) + " ch");
             // Not a whole number of MP3 frames, so that the padding matters.
             const uint32_t frames = rate + 777;
-            const auto pcm = makeNoise(frames, channels);
+            const auto pcm = wvtest::makeNoise(frames, channels);
             const std::string path = mDir.file("exact.mp3");
             ASSERT_NE(encodeFile(path, rate, channels, rate < 32000 ? 64 : 128, pcm, 5000 * 2 * channels), nullptr);
 
@@ -167,7 +154,7 @@ TEST_F(Mp3Output, LowBitRatesReportTheRateLameWrites) {
         SCOPED_TRACE(std::to_string(c.kbps) + " kbit/s");
         const std::string path = mDir.file("low.mp3");
         const uint32_t frames = 44100 + 777;
-        const auto pcm = makeNoise(frames, 2);
+        const auto pcm = wvtest::makeNoise(frames, 2);
         auto encoder = encodeFile(path, 44100, 2, c.kbps, pcm, 8192);
         ASSERT_NE(encoder, nullptr);
         EXPECT_EQ(encoder->outputSampleRate(), c.expectedRate);

@@ -11,6 +11,14 @@
 namespace wvtest {
 namespace {
 
+// Reads a raw 16-bit file a decoder wrote, and removes it.
+void takeRawPcm(const std::string& raw, std::vector<int16_t>* pcm) {
+    const std::vector<char> bytes = readFile(raw);
+    std::remove(raw.c_str());
+    pcm->assign(bytes.size() / 2, 0);
+    if (!pcm->empty()) std::memcpy(pcm->data(), bytes.data(), pcm->size() * 2);
+}
+
 // Single quotes for the shell; test paths never contain one.
 std::string quoted(const std::string& text) { return "'" + text + "'"; }
 
@@ -87,10 +95,7 @@ bool decodeToPcm16(const std::string& path, const std::string& scratchDir, std::
     const std::string command =
         "ffmpeg -v error -nostdin -y -i " + quoted(path) + " -f s16le -acodec pcm_s16le " + quoted(raw);
     if (std::system(command.c_str()) != 0) return false;
-    const std::vector<char> bytes = readFile(raw);
-    std::remove(raw.c_str());
-    pcm->assign(bytes.size() / 2, 0);
-    std::memcpy(pcm->data(), bytes.data(), pcm->size() * 2);
+    takeRawPcm(raw, pcm);
     return true;
 }
 
@@ -139,16 +144,24 @@ Mp3Frames walkMp3Frames(const std::vector<char>& file) {
     return s;
 }
 
+std::vector<int16_t> makeNoise(uint32_t frames, uint32_t channels) {
+    std::vector<int16_t> pcm(size_t(frames) * channels);
+    uint32_t state = 12345;
+    for (uint32_t i = 0; i < frames; ++i) {
+        state = state * 1664525u + 1013904223u;
+        const int16_t v = static_cast<int16_t>(static_cast<int32_t>(state >> 16) / 4 - 8192);
+        for (uint32_t c = 0; c < channels; ++c) pcm[size_t(i) * channels + c] = c == 0 ? v : int16_t(-v);
+    }
+    return pcm;
+}
+
 bool haveMpg123() { return std::system("mpg123 --version >/dev/null 2>&1") == 0; }
 
 bool decodeWithMpg123(const std::string& path, const std::string& scratchDir, std::vector<int16_t>* pcm) {
     const std::string raw = scratchDir + "/decoded.mpg123.s16";
     const std::string command = "mpg123 -q -s " + quoted(path) + " > " + quoted(raw) + " 2>/dev/null";
     if (std::system(command.c_str()) != 0) return false;
-    const std::vector<char> bytes = readFile(raw);
-    std::remove(raw.c_str());
-    pcm->assign(bytes.size() / 2, 0);
-    std::memcpy(pcm->data(), bytes.data(), pcm->size() * 2);
+    takeRawPcm(raw, pcm);
     return true;
 }
 

@@ -49,6 +49,10 @@ struct Mp3Frames {
 // Walks the frames of an MP3 file (MPEG-1, 2 and 2.5 layer III).
 Mp3Frames walkMp3Frames(const std::vector<char>& file);
 
+// Broadband noise, the same in every channel but for its sign: a signal
+// whose cross-correlation has one clear peak (see bestLag).
+std::vector<int16_t> makeNoise(uint32_t frames, uint32_t channels);
+
 // Whether the mpg123 command can be run.
 bool haveMpg123();
 // Decodes an MP3 with mpg123 (gapless, as it does by default) into
