@@ -53,10 +53,16 @@ void settleEncoding(EncodingChoice& choice, const std::string& output) {
     }
     for (char& c : chosen) c = char(std::tolower(static_cast<unsigned char>(c)));
     for (const Known& k : kKnown) {
-        if (chosen == k.name) {
-            choice.type = k.type;
-            return;
+        if (chosen != k.name) continue;
+        choice.type = k.type;
+        // The encoders would clamp these silently.
+        if (k.type == ENCODE_MP3 && choice.bitrate > 320) {
+            throw CLI::ValidationError("--bitrate", "MP3 bit rates go up to 320 kbit/s");
         }
+        if (k.type == ENCODE_OPUS && choice.bitrate > 510) {
+            throw CLI::ValidationError("--bitrate", "Opus bit rates go up to 510 kbit/s");
+        }
+        return;
     }
     throw CLI::ValidationError("--format", "cannot tell the format of '" + output +
                                                "': name it .wav, .mp3, .flac, .opus, .m4a or .ogg, or give --format");
