@@ -16,6 +16,7 @@
 #include <mutex>
 #include <string>
 
+#include "codec/AudioEncoder.h"
 #include "items/PcmClipList.h"
 #include "items/PcmTypes.h"
 
@@ -84,6 +85,20 @@ struct SPcmInfo {
 
     // Frames of [s, e) inside the item's length (see duration2frame).
     uint32_t span(uint32_t s, uint32_t e) const;
+
+    // The encoding choices set for the item's output, as one value.
+    EncodeOptions encodeOptions() const {
+        EncodeOptions options;
+        options.quality = encodeQuality.load();
+        options.vbr = vbrLevel.load();
+        options.jointStereo = jointStereo.load() != 0;
+        return options;
+    }
+    // Notes what `encoder`'s file holds, for the client's queries.
+    void takeOutputFormat(const AudioEncoder& encoder) {
+        outputRate.store(static_cast<int32_t>(encoder.outputSampleRate()));
+        outputChannels.store(static_cast<int32_t>(encoder.outputChannels()));
+    }
 
     pcm_id_t id = 0;
     std::atomic<int32_t> status;

@@ -90,11 +90,7 @@ void RecorderThread::startRecording(const WVThreadCmd& cmd, SPcmInfo* item) {
         abortStart(id, 5);
         return;
     }
-    EncodeOptions options;
-    options.quality = item->encodeQuality.load();
-    options.vbr = item->vbrLevel.load();
-    options.jointStereo = item->jointStereo.load() != 0;
-    encoder->setOptions(options);
+    encoder->setOptions(item->encodeOptions());
     int err = encoder->initEncoder(uint32_t(sampleRate), uint32_t(channels),
                                    uint32_t(item->bitRate.load()), AudioEncoder::FORMAT_PCM_16);
     if (err != 0) {
@@ -113,8 +109,7 @@ void RecorderThread::startRecording(const WVThreadCmd& cmd, SPcmInfo* item) {
         return;
     }
 
-    item->outputRate.store(static_cast<int32_t>(encoder->outputSampleRate()));
-    item->outputChannels.store(static_cast<int32_t>(encoder->outputChannels()));
+    item->takeOutputFormat(*encoder);
     // A file being replaced is read under its new name until it is done.
     const std::string writing = encoder->writingPath();
     if (writing != path) item->writingPath.set(writing);

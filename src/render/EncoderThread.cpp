@@ -90,9 +90,7 @@ EncoderThread::OutputFormat EncoderThread::settleOutput(SPcmInfo* item) {
         item->bitRate.store(format.bitRate);
     }
 
-    format.options.quality = item->encodeQuality.load();
-    format.options.vbr = item->vbrLevel.load();
-    format.options.jointStereo = item->jointStereo.load() != 0;
+    format.options = item->encodeOptions();
     item->outputRate.store(0);
     item->outputChannels.store(0);
 
@@ -139,8 +137,7 @@ void EncoderThread::startJob(WVThreadCmd& cmd) {
         endJob(id, EVT_RENDER_STOPPED, -1);
         return;
     }
-    item->outputRate.store(static_cast<int32_t>(encoder->outputSampleRate()));
-    item->outputChannels.store(static_cast<int32_t>(encoder->outputChannels()));
+    item->takeOutputFormat(*encoder);
     // A file being replaced is read under its new name until it is done.
     const std::string writing = encoder->writingPath();
     if (writing != path) item->writingPath.set(writing);
