@@ -119,8 +119,8 @@ int runEdit(const EditOptions& options, const GlobalOptions& global) {
         const int rate = engine.getPcmSampleRate(list);
         const uint32_t frames = uint32_t(engine.getPcmFrameLength(list));
         const int channels = engine.getPcmChannelCount(list);
-        std::printf("wrote %s: %s, %d Hz, %s, %u frames, %s\n", options.output.c_str(), encodingName(type), rate,
-                    channels == 1 ? "mono" : "stereo", frames,
+        std::printf("wrote %s: %s, %d Hz, %s, %u frames, %s\n", options.output.c_str(),
+                    encodingSummary(engine, list, type).c_str(), rate, channels == 1 ? "mono" : "stereo", frames,
                     formatTimeMs(rate > 0 ? uint64_t(frames) * 1000 / uint32_t(rate) : 0).c_str());
     }
     return 0;

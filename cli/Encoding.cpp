@@ -70,6 +70,17 @@ void settleEncoding(EncodingChoice& choice, const std::string& output) {
 
 const char* encodingName(encode_type type) { return known(type).shown; }
 
+std::string encodingSummary(Wavoryx& engine, int id, encode_type type) {
+    std::string summary = encodingName(type);
+    const int kbps = engine.getOutputBitRate(id);
+    if (kbps > 0) {
+        summary += ", " + std::to_string(kbps) + " kbit/s";
+    } else if (type == ENCODE_MP3) {
+        summary += ", VBR";
+    }
+    return summary;
+}
+
 const char* encodingSuffix(encode_type type) { return known(type).suffix; }
 
 void applyEncodingOptions(Wavoryx& engine, int id, const EncodingChoice& choice) {

@@ -31,6 +31,9 @@ void settleEncoding(EncodingChoice& choice, const std::string& output);
 
 // "WAV", "MP3", "FLAC", "Opus", "AAC", "Vorbis".
 const char* encodingName(encode_type type);
+// The encoding as the file holds it, for the "wrote" line: "WAV",
+// "MP3, 96 kbit/s" (the rate the encoder used), "MP3, VBR".
+std::string encodingSummary(Wavoryx& engine, int id, encode_type type);
 // ".wav", ".mp3", ".flac", ".opus", ".m4a", ".ogg".
 const char* encodingSuffix(encode_type type);
 

@@ -370,8 +370,9 @@ int runRecord(const RecordOptions& options, const GlobalOptions& global) {
         const int rate = engine.getPcmSampleRate(id);
         const uint32_t frames = uint32_t(engine.getPcmFrameLength(id));
         std::printf("wrote %s: %s, %d Hz, %s, %u frames, %s%s\n", options.output.c_str(),
-                    encodingName(options.encoding.type), rate, engine.getPcmChannelCount(id) == 1 ? "mono" : "stereo",
-                    frames, formatTimeMs(rate > 0 ? uint64_t(frames) * 1000 / uint32_t(rate) : 0).c_str(),
+                    encodingSummary(engine, id, options.encoding.type).c_str(), rate,
+                    engine.getPcmChannelCount(id) == 1 ? "mono" : "stereo", frames,
+                    formatTimeMs(rate > 0 ? uint64_t(frames) * 1000 / uint32_t(rate) : 0).c_str(),
                     lostAudioSummary(state.lostMs).c_str());
     }
     engine.removePcm(id);

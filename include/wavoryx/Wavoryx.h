@@ -177,6 +177,14 @@ public:
      * by default. Returns 0; -4 for a value out of range; -1 for an
      * unknown id, -2 for an item that is not a list. WAV ignores them. */
     int32_t setEncodeOptions(int id, int quality, int vbr, int jointStereo);
+    /* Bit rate (kbit/s) of a list's or recording's output. Once its
+     * encoder has started (during the render and after it), the rate the
+     * file is encoded at: LAME rounds a constant MP3 rate to the nearest
+     * one its frames hold (100 gives 96), libvorbis lowers one it cannot
+     * reach. Before that, the rate the encoder will be asked for. 0 for
+     * outputs with no fixed rate (WAV, FLAC, MP3 VBR); -1 for an unknown
+     * id. */
+    int32_t getOutputBitRate(int id);
     /* Queues the render of the list to its output file and "<file>.wave".
      * While a source is still loading the render waits for its data (the
      * wait is logged at debug level); a source whose load failed or was

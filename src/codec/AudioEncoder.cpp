@@ -30,6 +30,11 @@ const char* formatSuffix(EncodeFormat format) {
     }
 }
 
+bool hasBitRate(EncodeFormat format) {
+    return format != EncodeFormat::Wav && format != EncodeFormat::Flac &&
+           isEncodeFormat(static_cast<int32_t>(format));
+}
+
 int32_t defaultBitRate(EncodeFormat format) {
     switch (format) {
         case EncodeFormat::Opus:

@@ -30,6 +30,8 @@ const char* formatSuffix(EncodeFormat format);
 // 320 for MP3 (and WAV and FLAC, which have none), 128 for Opus, 192 for
 // AAC and Vorbis.
 int32_t defaultBitRate(EncodeFormat format);
+// Whether a format is encoded at a chosen bit rate: MP3, Opus, AAC, Vorbis.
+bool hasBitRate(EncodeFormat format);
 
 // Choices of the lossy encoders beyond the bit rate; the defaults give what
 // an encoder made before these existed. Encoders that have no such choice
@@ -85,6 +87,10 @@ public:
     // (LAME picks a lower rate for low bit rates).
     virtual uint32_t outputSampleRate() const { return mInputRate; }
     virtual uint32_t outputChannels() const { return mInputChannels; }
+    // The bit rate (kbit/s) the file is encoded at once initEncoder()
+    // succeeded, as the encoder took it (LAME rounds a constant rate to one
+    // MP3 frames can hold); 0 when it has no fixed one (PCM, FLAC, VBR).
+    virtual uint32_t outputBitRate() const { return 0; }
 
 protected:
     AudioEncoder() : FileWriter(nullptr) {}

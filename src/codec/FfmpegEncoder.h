@@ -79,6 +79,7 @@ public:
 
     uint32_t outputSampleRate() const override;
     uint32_t outputChannels() const override { return mInputChannels; }
+    uint32_t outputBitRate() const override { return static_cast<uint32_t>(mBitRate / 1000); }
 
     // The bit rate (bit/s) the codec was opened with; 0 for FLAC or before.
     int64_t bitRate() const { return mBitRate; }

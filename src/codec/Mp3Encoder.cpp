@@ -124,6 +124,14 @@ uint32_t Mp3Encoder::outputSampleRate() const {
     return mLame != nullptr ? static_cast<uint32_t>(lame_get_out_samplerate(mLame)) : mInputRate;
 }
 
+uint32_t Mp3Encoder::outputBitRate() const {
+    if (mLame == nullptr || mOptions.vbr > 0) return 0;
+    // The average-rate start holds every audio frame to its minimum.
+    const int kbps = lame_get_VBR(mLame) == vbr_abr ? lame_get_VBR_min_bitrate_kbps(mLame)
+                                                    : lame_get_brate(mLame);
+    return static_cast<uint32_t>(std::max(0, kbps));
+}
+
 int Mp3Encoder::encoding(const int16_t* pcm, int bytes) {
     if (mLame == nullptr || bytes < 0) return WRITE_ERROR;
     int frames = static_cast<int>(static_cast<uint32_t>(bytes) / mFrameBytes);

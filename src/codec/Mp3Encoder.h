@@ -51,6 +51,8 @@ public:
 
     // LAME's output rate, lower than the input's at low bit rates.
     uint32_t outputSampleRate() const override;
+    // The constant rate of the audio frames; 0 for VBR.
+    uint32_t outputBitRate() const override;
 
     // The LAME mode chosen by initEncoder(), or -1 before.
     int mode() const { return mMode; }

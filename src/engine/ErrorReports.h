@@ -31,6 +31,7 @@ enum class Report : int {
     kSetPlaySpeed,
     kGetPlayPositionMs,
     kSetThreadPriority,
+    kGetOutputBitRate,
     kCount
 };
 
@@ -75,6 +76,7 @@ inline constexpr ReportSite kReportSites[] = {
     // Names itself in its warning only.
     {Report::kSetThreadPriority, 0, 0, 0,
      "int32_t WavoryxPriv::setThreadPriority(thread_priority_t)"},
+    {Report::kGetOutputBitRate, 0, 0, 0, "int32_t WavoryxPriv::getOutputBitRate(uint32_t)"},
 };
 
 constexpr bool reportSitesInOrder() {

@@ -160,6 +160,19 @@ int32_t WavoryxPriv::getPcmFrameLength(uint32_t id) {
     return static_cast<int32_t>((frames * output + rate / 2) / rate);
 }
 
+int32_t WavoryxPriv::getOutputBitRate(uint32_t id) {
+    ItemHold hold(this, id);
+    SPcmInfo* item = holdItem(hold, id, Report::kGetOutputBitRate);
+    if (item == nullptr) return -1;
+    if (item->outputRate.load() > 0) return item->outputBitRate.load();
+    // Not started yet: what the encoder will be asked for.
+    const int32_t type = item->encodeType.load();
+    const EncodeFormat format = isEncodeFormat(type) ? EncodeFormat(type) : EncodeFormat::Wav;
+    if (!hasBitRate(format) || (format == EncodeFormat::Mp3 && item->vbrLevel.load() > 0)) return 0;
+    const int32_t asked = item->bitRate.load();
+    return asked > 0 ? asked : defaultBitRate(format);
+}
+
 int32_t WavoryxPriv::getPcmDuration(pcm_id_t id) {
     ItemHold hold(this, id);
     SPcmInfo* item = holdItem(hold, id, Report::kGetPcmDuration);

@@ -52,6 +52,7 @@ public:
     int32_t getPcmChannelCount(uint32_t id);
     int32_t getPcmFrameLength(uint32_t id);
     int32_t getPcmDuration(wv::pcm_id_t id);
+    int32_t getOutputBitRate(uint32_t id);
 
     // Clip lists.
     int32_t newClipList();

@@ -50,6 +50,9 @@ int32_t Wavoryx::getPcmFrameLength(int id) {
     return mPriv->getPcmFrameLength(static_cast<uint32_t>(id));
 }
 int32_t Wavoryx::getPcmDuration(int id) { return mPriv->getPcmDuration(static_cast<uint32_t>(id)); }
+int32_t Wavoryx::getOutputBitRate(int id) {
+    return mPriv->getOutputBitRate(static_cast<uint32_t>(id));
+}
 int32_t Wavoryx::getWaveformSamples(int id, unsigned int startMs, unsigned int endMs,
                                     unsigned int count, void* buffer) {
     return mPriv->getWaveformSamples(static_cast<uint32_t>(id), startMs, endMs, count, buffer);

@@ -98,6 +98,7 @@ struct SPcmInfo {
     void takeOutputFormat(const AudioEncoder& encoder) {
         outputRate.store(static_cast<int32_t>(encoder.outputSampleRate()));
         outputChannels.store(static_cast<int32_t>(encoder.outputChannels()));
+        outputBitRate.store(static_cast<int32_t>(encoder.outputBitRate()));
     }
 
     pcm_id_t id = 0;
@@ -121,6 +122,7 @@ struct SPcmInfo {
     // started: the client's queries report these. 0 until then.
     std::atomic<int32_t> outputRate{0};
     std::atomic<int32_t> outputChannels{0};
+    std::atomic<int32_t> outputBitRate{0};  // kbit/s; 0 when the format has no fixed one
     std::atomic<float> pitch{0.0f};
     std::atomic<int32_t> robot{0};
     LockedString path;  // source file, or output file of a list/recording

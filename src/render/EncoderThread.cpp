@@ -93,6 +93,7 @@ EncoderThread::OutputFormat EncoderThread::settleOutput(SPcmInfo* item) {
     format.options = item->encodeOptions();
     item->outputRate.store(0);
     item->outputChannels.store(0);
+    item->outputBitRate.store(0);
 
     format.path = item->path.get();
     if (format.path.empty()) {

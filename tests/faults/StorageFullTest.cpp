@@ -11,6 +11,7 @@
 #include <tuple>
 #include <vector>
 
+#include "AudioFiles.h"
 #include "AudioFixtures.h"
 #include "FaultRig.h"
 #include "SmallFilesystem.h"
@@ -22,7 +23,24 @@ namespace {
 using faulttest::Event;
 using faulttest::FaultEngine;
 
-enum class Job { Load, RenderWav, RenderMp3, Record };
+enum class Job { Load, RenderWav, RenderMp3, RenderFlac, RenderOpus, RenderAac, RenderVorbis, Record };
+
+struct RenderCase {
+    Job job;
+    encode_type type;
+    const char* name;
+};
+constexpr RenderCase kRenders[] = {
+    {Job::RenderWav, ENCODE_WAV, "out.wav"},    {Job::RenderMp3, ENCODE_MP3, "out.mp3"},
+    {Job::RenderFlac, ENCODE_FLAC, "out.flac"}, {Job::RenderOpus, ENCODE_OPUS, "out.opus"},
+    {Job::RenderAac, ENCODE_AAC, "out.m4a"},    {Job::RenderVorbis, ENCODE_VORBIS, "out.ogg"},
+};
+const RenderCase* renderCase(Job job) {
+    for (const RenderCase& c : kRenders) {
+        if (c.job == job) return &c;
+    }
+    return nullptr;
+}
 enum class Space { None, Little };
 
 constexpr long long kLittle = 48 * 1024;
@@ -35,6 +53,9 @@ protected:
         // 20 s at 8000 Hz mono: 320 KB of samples, far beyond what is left.
         ASSERT_TRUE(wvtest::writeToneWav(sources.file("long.wav"), 8000, 1, 20.0, 440));
         ASSERT_TRUE(wvtest::encodeWithFfmpeg(sources.file("long.wav"), sources.file("long.flac")));
+        // Noise for the renders: a tone would fit in the room left once
+        // FLAC has compressed it.
+        ASSERT_TRUE(wvtest::writeWav(sources.file("noise.wav"), wvtest::makeNoise(20 * 8000, 1), 8000, 1));
         ASSERT_TRUE(wvtest::writeToneWav(fs.file("finished.wav"), 8000, 1, 1.0, 300));
         finished = wvtest::readFile(fs.file("finished.wav"));
         const long long filled = fs.fill("ballast");
@@ -84,12 +105,12 @@ TEST_P(StorageFull, JobEndsOnceLeavingNoUnfinishedOutput) {
         EXPECT_EQ(ends[0].code, 7);
         EXPECT_LT(engine.api.getPcmFrameLength(id), 20 * 8000);
         expectOnlyTheEarlierFiles(engine, {id});
-    } else if (job == Job::RenderWav || job == Job::RenderMp3) {
+    } else if (const RenderCase* render = renderCase(job)) {
         // Read in place: the source takes no room in the working directory.
-        const int source = engine.loaded(sources.file("long.wav"));
+        const int source = engine.loaded(sources.file("noise.wav"));
         ASSERT_GT(source, 0);
-        const std::string out = fs.file(job == Job::RenderWav ? "out.wav" : "out.mp3");
-        const int list = engine.renderAll(source, out, job == Job::RenderWav ? ENCODE_WAV : ENCODE_MP3);
+        const std::string out = fs.file(render->name);
+        const int list = engine.renderAll(source, out, render->type);
         ASSERT_GT(list, 0);
         const std::vector<Event> ends = engine.endingsOf(list, faulttest::kRenderEndings);
         ASSERT_EQ(ends.size(), 1u);
@@ -133,13 +154,16 @@ TEST_P(StorageFull, JobEndsOnceLeavingNoUnfinishedOutput) {
 }
 
 std::string caseName(const ::testing::TestParamInfo<std::tuple<Job, Space>>& info) {
-    static const char* const jobs[] = {"Load", "RenderWav", "RenderMp3", "Record"};
+    static const char* const jobs[] = {"Load",       "RenderWav", "RenderMp3",    "RenderFlac",
+                                       "RenderOpus", "RenderAac", "RenderVorbis", "Record"};
     return std::string(jobs[int(std::get<0>(info.param))]) +
            (std::get<1>(info.param) == Space::None ? "AtTheFirstWrite" : "MidWay");
 }
 
 INSTANTIATE_TEST_SUITE_P(EveryStage, StorageFull,
-                         ::testing::Combine(::testing::Values(Job::Load, Job::RenderWav, Job::RenderMp3, Job::Record),
+                         ::testing::Combine(::testing::Values(Job::Load, Job::RenderWav, Job::RenderMp3,
+                                                              Job::RenderFlac, Job::RenderOpus, Job::RenderAac,
+                                                              Job::RenderVorbis, Job::Record),
                                             ::testing::Values(Space::None, Space::Little)),
                          caseName);
 

@@ -91,6 +91,25 @@ TEST_F(EncodeOptions, JointStereoAndVbrReachTheFileAndKeepTheLengthExact) {
     }
 }
 
+TEST_F(EncodeOptions, TheBitRateReportedIsTheOneTheAudioFramesHold) {
+    const uint32_t frames = 44100;
+    const uint32_t odd = mp3List("odd.mp3", frames, 100);
+    const uint32_t tiny = mp3List("tiny.mp3", frames, 8);  // too small a frame for the info frame
+    const uint32_t vbr = mp3List("vbr.mp3", frames, 128);
+    ASSERT_EQ(engine->setEncodeOptions(vbr, 5, 4, 1), 0);
+    const uint32_t wav = newList({{addPcmItem(stereoNoise(frames), 44100, 2), 0, frames}});
+    EXPECT_EQ(engine->getOutputBitRate(odd), 100) << "before the render, what was asked";
+    EXPECT_EQ(engine->getOutputBitRate(vbr), 0);
+    for (uint32_t list : {odd, tiny, vbr, wav}) ASSERT_EQ(render(list).code, wv::EVT_RENDER_DONE);
+    EXPECT_EQ(engine->getOutputBitRate(odd), 96);
+    EXPECT_EQ(wvtest::walkMp3Frames(wvtest::readFile(dir.file("odd.mp3"))).bitrateKbps, 96);
+    EXPECT_EQ(engine->getOutputBitRate(tiny), 8);
+    EXPECT_EQ(wvtest::walkMp3Frames(wvtest::readFile(dir.file("tiny.mp3"))).bitrateKbps, 8);
+    EXPECT_EQ(engine->getOutputBitRate(vbr), 0);
+    EXPECT_EQ(engine->getOutputBitRate(wav), 0);
+    EXPECT_EQ(engine->getOutputBitRate(wav + 1000), -1);
+}
+
 TEST_F(EncodeOptions, RefusesValuesOutOfRangeAndItemsThatAreNotLists) {
     wvtest::LogCapture log;  // the refusals' reports stay off the test output
     const uint32_t list = mp3List("x.mp3", 1000, 128);

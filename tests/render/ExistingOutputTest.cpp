@@ -53,7 +53,10 @@ protected:
         const uint32_t list = newList({{*source, 0, frames + 10000}});
         EXPECT_EQ(engine->setOutputPara(list, out.c_str(), type), 0);
         EXPECT_EQ(engine->process(list), 0);
-        EXPECT_TRUE(waitUntil([&] { return engine->getPcmFrameLength(list) == int32_t(frames); }));
+        // Counted at the file's rate: Opus files are 48 kHz.
+        const uint64_t rate = type == ENCODE_OPUS ? 48000 : 44100;
+        const int32_t counted = int32_t((uint64_t(frames) * rate + 22050) / 44100);
+        EXPECT_TRUE(waitUntil([&] { return engine->getPcmFrameLength(list) == counted; }));
         // The step that counted the frames finishes writing them.
         std::this_thread::sleep_for(std::chrono::milliseconds(200));
         return list;
@@ -71,10 +74,11 @@ protected:
 
 TEST_F(ExistingOutput, CancelledOrDestroyedRendersLeaveExistingAndAbsentTargetsAsTheyWere) {
     std::set<std::string> planted;
-    for (encode_type type : {ENCODE_WAV, ENCODE_MP3}) {
-        const std::string out = plantOutput(outputs.path(), type == ENCODE_WAV ? "a.wav" : "a.mp3");
+    for (encode_type type : {ENCODE_WAV, ENCODE_MP3, ENCODE_FLAC, ENCODE_OPUS, ENCODE_AAC, ENCODE_VORBIS}) {
+        const std::string suffix = wv::formatSuffix(wv::EncodeFormat(type));
+        const std::string out = plantOutput(outputs.path(), "a" + suffix);
         planted.insert({baseName(out), baseName(out) + ".wave"});
-        const std::string absent = outputs.file(type == ENCODE_WAV ? "new.wav" : "new.mp3");
+        const std::string absent = outputs.file("new" + suffix);
         wv::SPcmInfo* source = nullptr;
         const uint32_t list = renderWaiting(&source, 12000, out, type);
         wv::SPcmInfo* second = nullptr;
@@ -93,7 +97,7 @@ TEST_F(ExistingOutput, CancelledOrDestroyedRendersLeaveExistingAndAbsentTargetsA
     renderWaiting(&source, 9000, out, ENCODE_WAV);
     stopEngine();
     expectUntouched(out);
-    EXPECT_EQ(namesIn(outputs.path()).size(), 6u) << "a.wav, a.mp3, b.wav and their .wave files only";
+    EXPECT_EQ(namesIn(outputs.path()).size(), 14u) << "the a.* files, b.wav and their .wave files only";
 }
 
 TEST_F(ExistingOutput, ACompleteRenderReplacesBothFilesAndKeepsTheirMode) {
