@@ -18,6 +18,8 @@ WavoryxPriv::WavoryxPriv()
     mDecoder->launch();
     mEncoder.reset(new EncoderThread(&mContext));
     mEncoder->launch();
+    // Renders of sources still loading go on as the decoder writes.
+    mContext.setDataWaiter(mEncoder.get());
     mRecorder.reset(new RecorderThread(&mContext));
     mRecorder->launch();
     const status_t connected = MediaService::connect();
@@ -26,6 +28,7 @@ WavoryxPriv::WavoryxPriv()
 
 WavoryxPriv::~WavoryxPriv() {
     mDecoder->exit();
+    mContext.setDataWaiter(nullptr);
     mEncoder->exit();
     mRecorder->exit();
     // Jobs whose next step will never run still own their contexts.

@@ -17,6 +17,7 @@
 #include "items/InfoList.h"
 #include "items/PcmTypes.h"
 #include "threads/ClientEvents.h"
+#include "threads/WVCmdThread.h"
 
 namespace wv {
 
@@ -59,6 +60,15 @@ public:
         return mThreadPriority.exchange(priority);
     }
 
+    // The worker whose jobs wait for items' data (renders reading sources
+    // that still load); null for none. Not owned; set while both live.
+    void setDataWaiter(WVCmdThread* waiter) { mDataWaiter.store(waiter); }
+    // An item gained data, learned its format or stopped loading: a job
+    // waiting on it goes on now instead of at the end of its wait.
+    void dataArrived() {
+        if (WVCmdThread* waiter = mDataWaiter.load()) waiter->wakeWaiting();
+    }
+
     // The recording under way, 0 for none: set by recordStart, cleared by
     // its end.
     pcm_id_t currentRecording() const { return mRecordingId.load(); }
@@ -77,6 +87,7 @@ private:
     std::string mWorkingDir = "/mnt/sdcard/";
     std::atomic<thread_priority_t> mThreadPriority{WV_PRIORITY_NORMAL};
     std::atomic<pcm_id_t> mRecordingId{0};
+    std::atomic<WVCmdThread*> mDataWaiter{nullptr};
 };
 
 }  // namespace wv

@@ -46,6 +46,8 @@ void DecoderThread::endJob(uint32_t id, uint32_t event, int32_t value) {
         }
     }
     mContext->notifyClient(WVThreadCmd(event, id, value), 0);
+    // Renders waiting on the item see its end, whichever it is.
+    mContext->dataArrived();
     mContext->releasePcm(id, REF_DECODER, false);
 }
 
@@ -102,6 +104,7 @@ void DecoderThread::startJob(WVThreadCmd& cmd) {
     writer->adopt(writerFd, pcmPath.c_str());
     DecodeJob* job = new DecodeJob(std::move(decoder), std::move(writer));
     mContext->notifyClient(WVThreadCmd(EVT_LOAD_STARTED, id, -1), 0);
+    mContext->dataArrived();  // a render waiting for the format has it
     postFirstStep(id, job);
 }
 
@@ -145,6 +148,7 @@ void DecoderThread::runStep(WVThreadCmd& cmd) {
     // The bytes are in the file before readers may see them counted.
     const uint32_t frames = item->frames.load() + length / item->frameSize();
     item->frames.store(frames);
+    mContext->dataArrived();
     const float progress =
         static_cast<float>(frames) / static_cast<float>(item->totalFrames.load());
     update(progress, &job->lastProgress);

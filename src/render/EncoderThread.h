@@ -3,13 +3,17 @@
 //
 // Commands:
 //   {1, listId, -1, null}  start a render (posted by process, urgency 7;
-//                          posted again by the worker after 1000 ms while a
-//                          clip's source has not begun to load).
+//                          posted again by the worker while a clip's source
+//                          has not begun to load).
 //   {2, listId, -1, job}   render the next block (posted by the worker
 //                          itself, urgency 2, so one render runs to its end
-//                          before the next starts; delayed 1000 ms while a
-//                          source has no more data yet, or by as long as the
-//                          step took when the engine's thread priority is 1).
+//                          before the next starts; posted again while a
+//                          source has no more data yet, or delayed by as long
+//                          as the step took when the engine's thread
+//                          priority is 1).
+// A render waiting for a source runs again as soon as the decoder reports
+// data, a known format or the end of a load (JobContext::dataArrived), and
+// after kRetryDelayMs (1000 ms) at the latest.
 //
 // A render settles the list's output format (the format its clips suggest
 // when the client set none), its encoding (an unknown type is WAV; bit rate

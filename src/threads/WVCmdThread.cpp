@@ -97,6 +97,36 @@ int32_t WVCmdThread::sendDelayedCmd(WVThreadCmd cmd, uint32_t delayMs) {
     return enqueue(delayedEntry(cmd, delayMs));
 }
 
+int32_t WVCmdThread::sendWaitingCmd(WVThreadCmd cmd, uint32_t maxDelayMs) {
+    WVThreadCmdContainer entry = delayedEntry(cmd, maxDelayMs);
+    entry.wakeable = true;
+    std::lock_guard<std::mutex> guard(mLock);
+    ++mWakeable;
+    enqueueLocked(entry);
+    return 0;
+}
+
+int32_t WVCmdThread::wakeWaiting() {
+    std::lock_guard<std::mutex> guard(mLock);
+    if (mWakeable == 0) return 0;
+    std::list<WVThreadCmdContainer> woken;
+    for (auto it = mDelayed.begin(); it != mDelayed.end();) {
+        const auto next = std::next(it);
+        if (it->wakeable) woken.splice(woken.end(), mDelayed, it);
+        it = next;
+    }
+    const TimeVal now = timeOfDay();
+    int32_t count = 0;
+    for (WVThreadCmdContainer& entry : woken) {
+        entry.wakeable = false;
+        entry.due = now;
+        enqueueLocked(entry);
+        ++count;
+    }
+    mWakeable = 0;
+    return count;
+}
+
 int32_t WVCmdThread::sendControl(int32_t kind, uint8_t priority, WVThreadCmd pattern) {
     WVThreadCmdContainer entry;
     entry.kind = kind;

@@ -55,9 +55,10 @@ enum : int32_t {
 
 struct WVThreadCmdContainer {
     int32_t kind = WVCMD_NONE;
-    TimeVal due;           // WVCMD_DELAYED only
-    uint8_t priority = 0;  // lower values are served first
-    WVThreadCmd cmd;       // the pattern, for control kinds
+    TimeVal due;            // WVCMD_DELAYED only
+    uint8_t priority = 0;   // lower values are served first
+    bool wakeable = false;  // WVCMD_DELAYED from sendWaitingCmd: wakeWaiting() makes it due
+    WVThreadCmd cmd;        // the pattern, for control kinds
 };
 
 // Whether `cmd` matches `pattern` on code, pcmId and arg (WVCMD_ANY matches
@@ -78,6 +79,14 @@ public:
     // Queues cmd to run once delayMs have passed and no ordinary command
     // waits. Returns 0.
     int32_t sendDelayedCmd(WVThreadCmd cmd, uint32_t delayMs);
+    // Queues cmd like sendDelayedCmd, for a job waiting on something another
+    // thread produces: wakeWaiting() makes it due at once, so the job goes
+    // on as soon as that comes rather than at the end of maxDelayMs.
+    int32_t sendWaitingCmd(WVThreadCmd cmd, uint32_t maxDelayMs);
+    // Makes every command queued by sendWaitingCmd due now, keeping their
+    // order. Cheap when none waits (a lock and an empty scan); any thread
+    // may call it, as often as it produces. Returns how many woke.
+    int32_t wakeWaiting();
     // Control requests on the first queued (or, for cancel and resume,
     // parked) command matching `pattern`. They return at once; the effect
     // happens on the worker. A pattern that matches nothing is dropped.
@@ -137,6 +146,9 @@ protected:
     std::list<WVThreadCmd> mSuspended;
     int32_t mLoopCount = 0;
     int32_t mWaiting = 0;  // loops asleep on mCond: only they need a signal
+    // Upper bound of the wakeable entries in mDelayed (reset by wakeWaiting),
+    // so that a producer's call finds nothing to scan most of the time.
+    int32_t mWakeable = 0;
     mutable std::mutex mLock;
     std::condition_variable mCond;
 

@@ -3,6 +3,7 @@
 // whose sources never load.
 #include <gtest/gtest.h>
 
+#include <chrono>
 #include <string>
 #include <vector>
 
@@ -87,6 +88,32 @@ TEST_F(LoadAndRender, MixedSourcesRenderToBothFormatsWhileTheyLoad) {
     EXPECT_NEAR(toneAt(decoded.samples, 44100, 0, 200, 900), 1000.0, 5.0);
     EXPECT_NEAR(toneAt(decoded.samples, 44100, 1, 1200, 1900), 1500.0, 5.0);
     EXPECT_NEAR(toneAt(decoded.samples, 44100, 0, 2200, 2900), 700.0, 5.0);
+}
+
+// A render that caught up with its source's load goes on as the decoder
+// writes, and ends right after the load does rather than at its next look
+// a second later; it equals the same list rendered after the load.
+TEST_F(LoadAndRender, ARenderWaitingOnALoadEndsWithTheLoad) {
+    const std::string mp3 = toneFile("long.mp3", 44100, 2, 20.0, 440.0, "-c:a libmp3lame -b:a 128k");
+    wvtest::LogCapture log;
+    const int source = engine->loadFile(mp3.c_str());
+    const int list = engine->newClipList();
+    ASSERT_GT(engine->addClipMs(list, source, 0, 20000), 0);
+    ASSERT_EQ(engine->setOutputPara(list, dir.file("while.wav").c_str(), ENCODE_WAV), 0);
+    ASSERT_EQ(engine->process(list), 0);
+    ASSERT_TRUE(recorder.waitForCode(wv::EVT_LOAD_DONE, source));
+    const auto loaded = std::chrono::steady_clock::now();
+    ASSERT_EQ(waitForEnding(list).code, wv::EVT_RENDER_DONE);
+    const auto rendered = std::chrono::steady_clock::now();
+    if (log.contains("pcm " + std::to_string(list) + " not available, delayed encode")) {
+        EXPECT_LT(rendered - loaded, std::chrono::milliseconds(600)) << "the render slept through the load's end";
+    }
+    const int after = engine->newClipList();
+    ASSERT_GT(engine->addClipMs(after, source, 0, 20000), 0);
+    ASSERT_EQ(engine->setOutputPara(after, dir.file("after.wav").c_str(), ENCODE_WAV), 0);
+    ASSERT_EQ(engine->process(after), 0);
+    ASSERT_EQ(waitForEnding(after).code, wv::EVT_RENDER_DONE);
+    EXPECT_EQ(wvtest::readFile(dir.file("while.wav")), wvtest::readFile(dir.file("after.wav")));
 }
 
 // A source whose load failed, was cancelled or ran out of storage will

@@ -124,6 +124,29 @@ TEST(WVCmdThread, DelayedEntryWaitsForItsTimeAndForOrdinaryWork) {
     EXPECT_GE(elapsed, std::chrono::milliseconds(140));
 }
 
+TEST(WVCmdThread, WakeWaitingRunsWaitersAtOnceAndLeavesOtherDelaysAlone) {
+    RecordingThread thread;
+    EXPECT_EQ(thread.wakeWaiting(), 0);  // none waits: nothing happens
+    thread.sendWaitingCmd(WVThreadCmd(8, 1, -1), 60000);
+    thread.sendDelayedCmd(WVThreadCmd(9, 1, -1), 60000);  // a pacing delay: never woken
+    thread.sendWaitingCmd(WVThreadCmd(10, 2, -1), 60000);
+    EXPECT_EQ(thread.queuedCodes(), (std::vector<int32_t>{8, 9, 10}));
+    thread.launch();
+    std::this_thread::sleep_for(std::chrono::milliseconds(50));
+    EXPECT_TRUE(thread.log().empty());
+    EXPECT_EQ(thread.wakeWaiting(), 2);
+    ASSERT_TRUE(thread.waitForLog(2));
+    EXPECT_EQ(thread.log(), (std::vector<std::string>{"run:8/1", "run:10/2"}));
+    EXPECT_EQ(thread.queuedCodes(), (std::vector<int32_t>{9}));
+    // Woken once: a second wake finds nothing, and a cancelled waiter is gone.
+    EXPECT_EQ(thread.wakeWaiting(), 0);
+    thread.sendWaitingCmd(WVThreadCmd(11, 3, -1), 60000);
+    thread.cancelCmd(WVThreadCmd(11, 3, kAnyArg));
+    ASSERT_TRUE(thread.waitForLog(3));
+    EXPECT_EQ(thread.wakeWaiting(), 0);
+    EXPECT_EQ(thread.queuedCodes(), (std::vector<int32_t>{9}));
+}
+
 TEST(WVCmdThread, CancelDuringAChunkCatchesTheNextChunk) {
     RecordingThread thread;
     thread.chunksLeft = 1000;
