@@ -3,6 +3,9 @@
 // ranges are cut in frames of their source, so a range is exact to the
 // frame: FROM * rate / 1000 up to TO * rate / 1000 (the source's end when
 // TO is left out or lies beyond it).
+#include <unistd.h>
+
+#include <algorithm>
 #include <cstdio>
 #include <cstdlib>
 #include <memory>
@@ -19,6 +22,8 @@
 #include "Interrupt.h"
 #include "Jobs.h"
 #include "OutputFile.h"
+#include "Progress.h"
+#include "Session.h"
 #include "TimeSpec.h"
 
 namespace wvcli {
@@ -47,14 +52,33 @@ void checkEditOptions(EditOptions& options) {
 
 uint32_t msToFrame(uint32_t ms, int rate) { return uint32_t(uint64_t(ms) * uint32_t(rate) / 1000); }
 
+// How far a container's stated length may be from the decoded one: a
+// range ending this close to it waits for the whole load.
+uint32_t lengthMargin(const LoadedSource& source) {
+    return std::max<uint32_t>(uint32_t(source.sampleRate), source.expected / 50);
+}
+
+// Whether a range can be cut before its source has loaded: it ends, and
+// well inside the length the container states, so that its frames do not
+// depend on where the decoded audio really ends.
+bool cutsBeforeTheEnd(const SourceRange& range, const LoadedSource& source) {
+    if (source.ok) return true;
+    if (!range.hasEnd || source.expected == 0) return false;
+    return uint64_t(msToFrame(range.toMs, source.sampleRate)) + lengthMargin(source) <= source.expected;
+}
+
 // Adds every range as a clip of the list; false (reported) for a range
-// that starts at or after its source's end.
-bool buildClipList(Wavoryx& engine, int list, const EditOptions& options, const std::vector<LoadedSource>& sources) {
+// that starts at or after the end of its loaded source. A range of a
+// source still loading must cut before its end (see cutsBeforeTheEnd);
+// its source notes the frames needed.
+bool buildClipList(Wavoryx& engine, int list, const EditOptions& options, SourceLoads& loads) {
+    for (LoadedSource& source : loads.sources()) source.needed = 0;
     for (const SourceRange& range : options.ranges) {
-        const LoadedSource& source = *findSource(sources, range.path);
+        LoadedSource& source = *loads.find(range.path);
         const uint32_t from = msToFrame(range.fromMs, source.sampleRate);
         uint32_t to = range.hasEnd ? msToFrame(range.toMs, source.sampleRate) : source.frames;
-        if (to > source.frames) to = source.frames;
+        if (source.ok && to > source.frames) to = source.frames;
+        if (!source.ok) source.needed = std::max(source.needed, to);
         if (from >= to) {
             reportError(range.path, "the range from " + formatTimeMs(range.fromMs) + " is empty: the file lasts " +
                                         formatTimeMs(source.durationMs()));
@@ -66,6 +90,65 @@ bool buildClipList(Wavoryx& engine, int list, const EditOptions& options, const 
         }
     }
     return true;
+}
+
+// Waits for the loads until every range can be cut: the loads have begun,
+// and the sources of ranges that reach their end have loaded whole.
+// Returns 0, 1 (every failure reported) or the interrupt status.
+int loadUntilCuttable(SourceLoads& loads, const EditOptions& options, bool whole) {
+    const auto cuttable = [&] {
+        if (whole) return loads.allEnded();
+        if (!loads.allBegun()) return false;
+        for (const SourceRange& range : options.ranges) {
+            const LoadedSource& source = *loads.find(range.path);
+            if (!source.ended && !cutsBeforeTheEnd(range, source)) return false;
+        }
+        return true;
+    };
+    const int status = loads.waitUntil(cuttable, true);
+    if (status != 1 || interruptSignal() != 0) return status;
+    // Every failure gets its line, as when nothing is rendered yet.
+    loads.waitUntil([&] { return loads.allEnded(); }, false);
+    return 1;
+}
+
+// Cuts the list and renders it while the loads go on; `whole`: only once
+// every source has loaded.
+int cutAndRender(Session& session, SourceLoads& loads, const EditOptions& options, const std::string& rendering,
+                 bool whole, int* listOut) {
+    {
+        const std::vector<LoadedSource>& sources = loads.sources();
+        const std::string& first = sources[0].path;
+        const std::string label = sources.size() == 1 ? "loading " + first.substr(first.find_last_of('/') + 1)
+                                                      : "loading " + std::to_string(sources.size()) + " files";
+        Progress progress(label, session.options().quiet);
+        loads.setProgress(&progress, true);
+        const int status = loadUntilCuttable(loads, options, whole);
+        loads.setProgress(nullptr, false);
+        progress.finish(false);
+        if (status != 0) return status;
+    }
+    // The engine converts down by less than a factor of 4 only; beyond
+    // that it would stretch the audio instead.
+    for (const LoadedSource& source : loads.sources()) {
+        if (options.rate > 0 && source.sampleRate >= 4 * options.rate) {
+            reportError(source.path, "cannot convert " + std::to_string(source.sampleRate) + " Hz down to " +
+                                         std::to_string(options.rate) + " Hz (less than a quarter)");
+            return 1;
+        }
+    }
+    Wavoryx& engine = session.engine();
+    const int list = engine.newClipList();
+    *listOut = list;
+    if (!buildClipList(engine, list, options, loads)) return 1;
+    // The engine writes its waveform file beside the output and removes a
+    // partial output; both happen in the working folder, and only a
+    // finished file reaches what the user named.
+    const encode_type type = options.encoding.type;
+    engine.setOutputPara(list, rendering.c_str(), type);
+    engine.setEncodePara(list, options.rate, options.encoding.bitrate, options.channels, 0);
+    applyEncodingOptions(engine, list, options.encoding);
+    return renderList(session, list, rendering, options.output, &loads);
 }
 
 int runEdit(const EditOptions& options, const GlobalOptions& global) {
@@ -83,32 +166,22 @@ int runEdit(const EditOptions& options, const GlobalOptions& global) {
     }
     Session session(global);
     if (!session.open()) return 1;
-    std::vector<LoadedSource> sources;
-    const int loaded = loadSources(session, paths, sources);
-    if (loaded != 0) return loaded;
-
-    // The engine converts down by less than a factor of 4 only; beyond
-    // that it would stretch the audio instead.
-    for (const LoadedSource& source : sources) {
-        if (options.rate > 0 && source.sampleRate >= 4 * options.rate) {
-            reportError(source.path, "cannot convert " + std::to_string(source.sampleRate) + " Hz down to " +
-                                         std::to_string(options.rate) + " Hz (less than a quarter)");
-            return 1;
-        }
-    }
-    Wavoryx& engine = session.engine();
-    const int list = engine.newClipList();
-    if (!buildClipList(engine, list, options, sources)) return 1;
-    // The engine writes its waveform file beside the output and removes a
-    // partial output; both happen in the working folder, and only a
-    // finished file reaches what the user named.
+    SourceLoads loads(session);
+    loads.start(paths);
     const encode_type type = options.encoding.type;
     const std::string rendering = session.workDir() + "output" + encodingSuffix(type);
-    engine.setOutputPara(list, rendering.c_str(), type);
-    engine.setEncodePara(list, options.rate, options.encoding.bitrate, options.channels, 0);
-    applyEncodingOptions(engine, list, options.encoding);
-    const int rendered = renderList(session, list, rendering, options.output);
+    int list = 0;
+    int rendered = cutAndRender(session, loads, options, rendering, false, &list);
+    if (rendered == 0 && loads.shortOfNeeds()) {
+        // Rare: the container stated a length well beyond the audio.
+        ::unlink(rendering.c_str());
+        session.engine().removePcm(list);
+        rendered = cutAndRender(session, loads, options, rendering, true, &list);
+    }
+    // What no list needs any more is not decoded to its end.
+    loads.cancelRunning();
     if (rendered != 0) return rendered;
+    Wavoryx& engine = session.engine();
     if (!commitOutput(rendering, target, true, why)) {
         if (interruptSignal() != 0) return interruptExitStatus();
         reportError(options.output, why);

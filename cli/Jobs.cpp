@@ -21,7 +21,14 @@ namespace {
 constexpr int kPollMs = 100;
 constexpr auto kCancelWait = std::chrono::seconds(10);
 
-enum LoadEvent { kLoadFailed = 0, kLoadProgress = 3, kLoadDone = 4, kLoadCancelled = 5, kLoadNoSpace = 7 };
+enum LoadEvent {
+    kLoadFailed = 0,
+    kLoadProgress = 3,
+    kLoadDone = 4,
+    kLoadCancelled = 5,
+    kLoadStarted = 6,
+    kLoadNoSpace = 7
+};
 enum RenderEvent {
     kRenderFailed = 20,
     kRenderProgress = 21,
@@ -86,95 +93,144 @@ const LoadedSource* findSource(const std::vector<LoadedSource>& sources, const s
     return nullptr;
 }
 
-int loadSources(Session& session, const std::vector<std::string>& paths, std::vector<LoadedSource>& sources) {
-    Wavoryx& engine = session.engine();
-    sources.clear();
-    std::vector<bool> ended;
-    bool failed = false;
+void SourceLoads::start(const std::vector<std::string>& paths) {
+    Wavoryx& engine = mSession.engine();
     for (const std::string& path : paths) {
-        if (findSource(sources, path) != nullptr) continue;
+        if (find(path) != nullptr) continue;
         LoadedSource source;
         source.path = path;
         // Opening a FIFO would wait for a writer, and Ctrl-C could not end
         // the wait; devices and sockets hold no audio file either.
         const std::string notAFile = whyNotAFile(path);
-        if (notAFile.empty()) source.id = engine.loadFile(path.c_str());
-        sources.push_back(source);
-        ended.push_back(!notAFile.empty());
-        if (!notAFile.empty()) {
-            reportError(path, notAFile);
-            failed = true;
-        }
-    }
-    const std::string label = sources.size() == 1 ? "loading " + baseName(sources[0].path)
-                                                  : "loading " + std::to_string(sources.size()) + " files";
-    Progress progress(label, session.options().quiet);
-    std::vector<int> percent(sources.size(), 0);
-    size_t pending = 0;
-    for (size_t i = 0; i < sources.size(); ++i) {
-        if (ended[i]) {
-            percent[i] = 100;
+        if (notAFile.empty()) {
+            source.id = engine.loadFile(path.c_str());
         } else {
-            ++pending;
+            source.begun = source.ended = true;
+            reportError(path, notAFile);
+            mFailed = true;
         }
+        mSources.push_back(source);
+        mPercent.push_back(source.ended ? 100 : 0);
     }
+}
+
+LoadedSource* SourceLoads::find(const std::string& path) {
+    for (LoadedSource& source : mSources) {
+        if (source.path == path) return &source;
+    }
+    return nullptr;
+}
+
+bool SourceLoads::allBegun() const {
+    for (const LoadedSource& source : mSources) {
+        if (!source.begun) return false;
+    }
+    return true;
+}
+
+bool SourceLoads::shortOfNeeds() const {
+    for (const LoadedSource& source : mSources) {
+        if (source.ok && source.frames < source.needed) return true;
+    }
+    return false;
+}
+
+bool SourceLoads::allEnded() const {
+    for (const LoadedSource& source : mSources) {
+        if (!source.ended) return false;
+    }
+    return true;
+}
+
+bool SourceLoads::take(const EngineEvent& event) {
+    size_t index = 0;
+    while (index < mSources.size() && mSources[index].id != event.id) ++index;
+    if (index == mSources.size()) return false;
+    LoadedSource& source = mSources[index];
+    if (source.ended) return true;
+    Wavoryx& engine = mSession.engine();
+    if (event.code == kLoadProgress) {
+        mPercent[index] = event.value;
+        if (mProgress != nullptr && mShowLoads) {
+            int sum = 0;
+            for (int p : mPercent) sum += p;
+            mProgress->update(sum / int(mPercent.size()));
+        }
+        return true;
+    }
+    if (event.code == kLoadStarted) {
+        source.begun = true;
+        source.sampleRate = engine.getPcmSampleRate(source.id);
+        source.channels = engine.getPcmChannelCount(source.id);
+        const int32_t ms = engine.getPcmDuration(source.id);
+        source.expected = ms > 0 ? uint32_t(uint64_t(ms) * uint32_t(source.sampleRate) / 1000) : 0;
+        return true;
+    }
+    if (!isLoadEnd(event.code)) return true;
+    source.ended = source.begun = true;
+    mPercent[index] = 100;
+    if (event.code == kLoadDone) {
+        source.ok = true;
+        source.sampleRate = engine.getPcmSampleRate(source.id);
+        source.channels = engine.getPcmChannelCount(source.id);
+        source.frames = uint32_t(engine.getPcmFrameLength(source.id));
+        return true;
+    }
+    mFailed = true;
+    if (event.code == kLoadCancelled || interruptSignal() != 0) return true;
+    if (mProgress != nullptr) mProgress->finish(false);
+    if (event.code == kLoadNoSpace) {
+        reportError(source.path, "storage full in " + mSession.workDir());
+    } else {
+        reportError(source.path, loadFailure(source.path, event.value, mSession));
+    }
+    return true;
+}
+
+void SourceLoads::cancelRunning() {
+    for (const LoadedSource& source : mSources) {
+        if (!source.ended) mSession.engine().cancelLoadFile(source.id);
+    }
+}
+
+int SourceLoads::waitUntil(const std::function<bool()>& done, bool stopOnFailure) {
     bool cancelling = false;
     auto deadline = std::chrono::steady_clock::now();
-
-    while (pending > 0) {
+    while (cancelling ? !allEnded() : !done() && !(stopOnFailure && mFailed)) {
         if (!cancelling && interruptSignal() != 0) {
             cancelling = true;
             deadline = std::chrono::steady_clock::now() + kCancelWait;
-            for (size_t i = 0; i < sources.size(); ++i) {
-                if (!ended[i]) engine.cancelLoadFile(sources[i].id);
-            }
+            cancelRunning();
         }
         if (cancelling && std::chrono::steady_clock::now() > deadline) break;
         EngineEvent event;
-        if (!session.waitEvent(event, kPollMs)) continue;
-        size_t index = 0;
-        while (index < sources.size() && sources[index].id != event.id) ++index;
-        if (index == sources.size() || ended[index]) continue;
-        LoadedSource& source = sources[index];
-        if (event.code == kLoadProgress) {
-            percent[index] = event.value;
-            int sum = 0;
-            for (int p : percent) sum += p;
-            progress.update(sum / int(percent.size()));
-            continue;
-        }
-        if (!isLoadEnd(event.code)) continue;
-        ended[index] = true;
-        percent[index] = 100;
-        --pending;
-        if (event.code == kLoadDone) {
-            source.ok = true;
-            source.sampleRate = engine.getPcmSampleRate(source.id);
-            source.channels = engine.getPcmChannelCount(source.id);
-            source.frames = uint32_t(engine.getPcmFrameLength(source.id));
-            continue;
-        }
-        failed = true;
-        if (cancelling || event.code == kLoadCancelled) continue;
-        progress.finish(false);
-        if (event.code == kLoadNoSpace) {
-            reportError(source.path, "storage full in " + session.workDir());
-        } else {
-            reportError(source.path, loadFailure(source.path, event.value, session));
-        }
+        if (mSession.waitEvent(event, kPollMs)) take(event);
     }
-    if (cancelling) {
-        progress.finish(false);
-        return interruptExitStatus();
-    }
-    progress.finish(!failed);
-    return failed ? 1 : 0;
+    if (cancelling) return interruptExitStatus();
+    return mFailed ? 1 : 0;
 }
 
-int renderList(Session& session, int listId, const std::string& workPath, const std::string& shownPath) {
+int loadSources(Session& session, const std::vector<std::string>& paths, std::vector<LoadedSource>& sources) {
+    SourceLoads loads(session);
+    loads.start(paths);
+    const std::vector<LoadedSource>& started = loads.sources();
+    const std::string label = started.size() == 1 ? "loading " + baseName(started[0].path)
+                                                  : "loading " + std::to_string(started.size()) + " files";
+    Progress progress(label, session.options().quiet);
+    loads.setProgress(&progress, true);
+    // Every load runs to its end, so that each failure is reported.
+    const int status = loads.waitUntil([&] { return loads.allEnded(); }, false);
+    progress.finish(status == 0);
+    sources = loads.sources();
+    return status;
+}
+
+int renderList(Session& session, int listId, const std::string& workPath, const std::string& shownPath,
+               SourceLoads* loads) {
     Wavoryx& engine = session.engine();
     const std::string wavePath = workPath + ".wave";
     Progress progress("writing " + baseName(shownPath), session.options().quiet);
+    if (loads != nullptr) loads->setProgress(&progress, false);
     if (engine.process(listId) != 0) {
         reportError(shownPath, "the engine refused the render");
         return 1;
@@ -187,10 +243,15 @@ int renderList(Session& session, int listId, const std::string& workPath, const 
             cancelling = true;
             deadline = std::chrono::steady_clock::now() + kCancelWait;
             engine.cancelProcess(listId);
+            if (loads != nullptr) loads->cancelRunning();
         }
         if (cancelling && std::chrono::steady_clock::now() > deadline) break;
         EngineEvent event;
-        if (!session.waitEvent(event, kPollMs) || event.id != listId) continue;
+        if (!session.waitEvent(event, kPollMs)) continue;
+        if (event.id != listId) {
+            if (loads != nullptr) loads->take(event);
+            continue;
+        }
         if (event.code == kRenderProgress) {
             progress.update(event.value);
         } else if (isRenderEnd(event.code)) {
@@ -198,13 +259,24 @@ int renderList(Session& session, int listId, const std::string& workPath, const 
             break;
         }
     }
+    if (loads != nullptr) loads->setProgress(nullptr, false);
     ::unlink(wavePath.c_str());
     if (end.code != kRenderDone || cancelling) ::unlink(workPath.c_str());
     if (cancelling) {
         progress.finish(false);
         return interruptExitStatus();
     }
-    progress.finish(end.code == kRenderDone);
+    progress.finish(end.code == kRenderDone && (loads == nullptr || !loads->shortOfNeeds()));
+    // A source that failed to load ends the render; its own line says why.
+    // The render may tell first: the load's event follows at once.
+    if (end.code == kRenderFailed && end.value == -1 && loads != nullptr) {
+        const auto until = std::chrono::steady_clock::now() + std::chrono::seconds(2);
+        EngineEvent event;
+        while (!loads->failed() && std::chrono::steady_clock::now() < until) {
+            if (session.waitEvent(event, kPollMs)) loads->take(event);
+        }
+        if (loads->failed()) return 1;
+    }
     switch (end.code) {
         case kRenderDone: return 0;
         case kRenderFailed:

@@ -12,22 +12,73 @@
 #define WAVORYX_CLI_JOBS_H
 
 #include <cstdint>
+#include <functional>
 #include <string>
 #include <vector>
 
 namespace wvcli {
 
+class Progress;
 class Session;
+struct EngineEvent;
 
 struct LoadedSource {
     std::string path;
     int id = 0;
-    bool ok = false;
-    int sampleRate = 0;
+    bool ok = false;     // loaded completely
+    bool begun = false;  // its format is known (event 6), or it ended
+    bool ended = false;  // loaded, failed or cancelled
+    int sampleRate = 0;  // known from `begun` on
     int channels = 0;
-    uint32_t frames = 0;
+    uint32_t frames = 0;    // once ok: exact
+    uint32_t expected = 0;  // from `begun` on: the length the container states, in frames
+    uint32_t needed = 0;    // frames a list cut before the load ended counts on
 
     uint64_t durationMs() const { return sampleRate > 0 ? uint64_t(frames) * 1000 / uint32_t(sampleRate) : 0; }
+};
+
+// Loads started together and followed event by event, each distinct path
+// once. Failures are reported as they come, one line each.
+class SourceLoads {
+public:
+    explicit SourceLoads(Session& session) : mSession(session) {}
+    SourceLoads(const SourceLoads&) = delete;
+    SourceLoads& operator=(const SourceLoads&) = delete;
+
+    // Starts loading every distinct path, in first-seen order; a path that
+    // is not a file is reported and counts as failed.
+    void start(const std::vector<std::string>& paths);
+    // Takes `event` when it is about one of these loads: true then.
+    bool take(const EngineEvent& event);
+    // Waits, taking events, until `done()` holds, or a load failed when
+    // `stopOnFailure`. On Ctrl-C cancels every load still running and
+    // returns the interrupt status; otherwise 0, or 1 when a load failed.
+    int waitUntil(const std::function<bool()>& done, bool stopOnFailure);
+    // The bar shown while waiting (mean load progress) and finished before
+    // a failure is reported; null for none.
+    void setProgress(Progress* progress, bool showLoads) {
+        mProgress = progress;
+        mShowLoads = showLoads;
+    }
+    // Cancels the loads that have not ended; their events are not waited for.
+    void cancelRunning();
+
+    bool failed() const { return mFailed; }
+    // Whether a source loaded whole with fewer frames than `needed`: a list
+    // cut while it loaded has clips past its end and must be cut again.
+    bool shortOfNeeds() const;
+    bool allBegun() const;
+    bool allEnded() const;
+    std::vector<LoadedSource>& sources() { return mSources; }
+    LoadedSource* find(const std::string& path);
+
+private:
+    Session& mSession;
+    std::vector<LoadedSource> mSources;
+    std::vector<int> mPercent;
+    bool mFailed = false;
+    Progress* mProgress = nullptr;
+    bool mShowLoads = false;
 };
 
 // Loads `paths` (duplicates once) into `sources`, one entry per distinct
@@ -43,7 +94,11 @@ const LoadedSource* findSource(const std::vector<LoadedSource>& sources, const s
 // user named. The engine's waveform file "<workPath>.wave" is removed in
 // every case, and so is `workPath` unless the render finished. Returns 0,
 // 1 or the interrupt status.
-int renderList(Session& session, int listId, const std::string& workPath, const std::string& shownPath);
+// `loads` (may be null): loads that go on while the list renders; their
+// events are taken on the way, and a failed one is reported as a load
+// failure rather than as a failed render.
+int renderList(Session& session, int listId, const std::string& workPath, const std::string& shownPath,
+               SourceLoads* loads = nullptr);
 
 }  // namespace wvcli
 
