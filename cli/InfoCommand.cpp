@@ -1,5 +1,8 @@
-// wavoryx info FILE... [--json]: loads each file and tells its container,
-// sample rate, channels, frames and duration.
+// wavoryx info FILE... [--json] [--exact]: tells each file's container,
+// codec, sample rate, channels, frames and duration as the file states them
+// (its load is cancelled once decoding has begun), or with --exact as
+// counted by decoding it whole.
+#include <algorithm>
 #include <cstdio>
 #include <memory>
 #include <string>
@@ -7,9 +10,13 @@
 
 #include <CLI/CLI.hpp>
 
+#include <wavoryx/Wavoryx.h>
+
 #include "Commands.h"
 #include "FileKind.h"
 #include "Jobs.h"
+#include "Progress.h"
+#include "Session.h"
 #include "TimeSpec.h"
 
 namespace wvcli {
@@ -18,6 +25,7 @@ namespace {
 struct InfoOptions {
     std::vector<std::string> files;
     bool json = false;
+    bool exact = false;
 };
 
 std::string jsonString(const std::string& text) {
@@ -37,44 +45,123 @@ std::string jsonString(const std::string& text) {
     return out + "\"";
 }
 
-void printText(const LoadedSource& source) {
-    std::printf("%s: %s, %d Hz, %s, %u frames, %s\n", source.path.c_str(), fileKind(source.path).c_str(),
-                source.sampleRate,
-                source.channels == 1   ? "mono"
-                : source.channels == 2 ? "stereo"
-                                       : "? channels",
-                source.frames, formatTimeMs(source.durationMs()).c_str());
+// One file as shown: the load's figures, exact once it decoded whole, and
+// what the file states.
+struct ShownFile {
+    const LoadedSource* source = nullptr;
+    WvSourceInfo facts{};
+    bool hasFacts = false;
+    uint32_t frames() const {
+        if (source->ok || !hasFacts || facts.durationUs < 0) return source->ok ? source->frames : source->expected;
+        return uint32_t(uint64_t(facts.durationUs) * uint32_t(source->sampleRate) / 1000000);
+    }
+    uint64_t durationMs() const {
+        if (source->ok || !hasFacts || facts.durationUs < 0) return source->durationMs();
+        return uint64_t(facts.durationUs) / 1000;
+    }
+};
+
+std::string channelsText(const ShownFile& file) {
+    const int loaded = file.source->channels;
+    const int inFile = file.hasFacts && file.facts.channels > 0 ? file.facts.channels : loaded;
+    if (inFile > 2) {
+        std::string text = std::to_string(inFile) + " channels";
+        if (file.facts.channelLayout[0] != '\0') text += std::string(" (") + file.facts.channelLayout + ")";
+        return text + ", loaded as " + (loaded == 1 ? "mono" : "stereo");
+    }
+    return inFile == 1 ? "mono" : inFile == 2 ? "stereo" : "? channels";
 }
 
-void printJson(const std::vector<const LoadedSource*>& loaded) {
+// What the kind alone does not tell: the codec inside a general container,
+// a sample width other than WAV's 16 bits, a lossy codec's bit rate.
+std::string detailsText(const std::string& kind, const ShownFile& file) {
+    if (!file.hasFacts) return "";
+    const WvSourceInfo& f = file.facts;
+    std::string text;
+    const bool general = kind == "MP4" || kind == "3GP" || kind == "Ogg" || kind == "unknown";
+    if (general && f.codec[0] != '\0') text += std::string(", ") + f.codec;
+    if (f.bitsPerSample > 0 && !(kind == "WAV" && f.bitsPerSample == 16)) {
+        text += ", " + std::to_string(f.bitsPerSample) + "-bit";
+    }
+    const bool lossy = f.bitsPerSample == 0;
+    if (lossy && f.bitRate > 0) text += ", " + std::to_string((f.bitRate + 500) / 1000) + " kbit/s";
+    return text;
+}
+
+void printText(const ShownFile& file) {
+    const LoadedSource& source = *file.source;
+    const std::string kind = fileKind(source.path);
+    std::printf("%s: %s, %d Hz, %s, %s%u frames, %s%s\n", source.path.c_str(), kind.c_str(), source.sampleRate,
+                channelsText(file).c_str(), source.ok ? "" : "about ", file.frames(),
+                formatTimeMs(file.durationMs()).c_str(), detailsText(kind, file).c_str());
+}
+
+void printJson(const std::vector<ShownFile>& files) {
     std::printf("[");
-    for (size_t i = 0; i < loaded.size(); ++i) {
-        const LoadedSource& s = *loaded[i];
+    for (size_t i = 0; i < files.size(); ++i) {
+        const ShownFile& file = files[i];
+        const LoadedSource& s = *file.source;
+        const WvSourceInfo& f = file.facts;
         std::printf(
             "%s\n  {\"file\": %s, \"format\": %s, \"sampleRate\": %d, \"channels\": %d, "
-            "\"frames\": %u, \"durationMs\": %llu}",
+            "\"frames\": %u, \"durationMs\": %llu, \"exact\": %s",
             i == 0 ? "" : ",", jsonString(s.path).c_str(), jsonString(fileKind(s.path)).c_str(), s.sampleRate,
-            s.channels, s.frames, static_cast<unsigned long long>(s.durationMs()));
+            s.channels, file.frames(), static_cast<unsigned long long>(file.durationMs()), s.ok ? "true" : "false");
+        if (file.hasFacts) {
+            std::printf(
+                ", \"container\": %s, \"codec\": %s, \"sourceChannels\": %d, \"channelLayout\": %s, "
+                "\"bitsPerSample\": %d, \"bitRate\": %d",
+                jsonString(f.container).c_str(), jsonString(f.codec).c_str(), f.channels,
+                jsonString(f.channelLayout).c_str(), f.bitsPerSample, f.bitRate);
+        }
+        std::printf("}");
     }
-    std::printf("%s]\n", loaded.empty() ? "" : "\n");
+    std::printf("%s]\n", files.empty() ? "" : "\n");
 }
 
 int runInfo(const InfoOptions& options, const GlobalOptions& global) {
     Session session(global);
     if (!session.open()) return 1;
-    std::vector<LoadedSource> sources;
-    const int status = loadSources(session, options.files, sources);
+    SourceLoads loads(session);
+    loads.start(options.files);
+    int status = 0;
+    if (options.exact) {
+        Progress progress("decoding", global.quiet);
+        loads.setProgress(&progress, true);
+        status = loads.waitUntil([&] { return loads.allEnded(); }, false);
+        loads.setProgress(nullptr, false);
+        progress.finish(status == 0);
+    } else {
+        // What the file states is known once decoding has begun; nothing
+        // more is decoded. A file read in place (a WAV) has all its frames
+        // from the start: its end follows at once and makes them exact.
+        status = loads.waitUntil([&] { return loads.allBegun(); }, false);
+        Wavoryx& engine = session.engine();
+        const auto readInPlace = [&] {
+            for (const LoadedSource& source : loads.sources()) {
+                if (source.ended || source.expected == 0) continue;
+                if (uint32_t(engine.getPcmFrameLength(source.id)) >= source.expected) return false;
+            }
+            return true;
+        };
+        if (status <= 1) status = std::max(status, loads.waitUntil(readInPlace, false));
+    }
     if (status > 1) return status;
     // One entry per file named, in order, even when named twice.
-    std::vector<const LoadedSource*> loaded;
-    for (const std::string& file : options.files) {
-        const LoadedSource* source = findSource(sources, file);
-        if (source != nullptr && source->ok) loaded.push_back(source);
+    std::vector<ShownFile> shown;
+    for (const std::string& name : options.files) {
+        const LoadedSource* source = loads.find(name);
+        if (source == nullptr || !source->begun || (source->ended && !source->ok)) continue;
+        ShownFile file;
+        file.source = source;
+        file.hasFacts = session.engine().getSourceInfo(source->id, &file.facts) == 0;
+        shown.push_back(file);
     }
+    loads.cancelRunning();
     if (options.json) {
-        printJson(loaded);
+        printJson(shown);
     } else {
-        for (const LoadedSource* source : loaded) printText(*source);
+        for (const ShownFile& file : shown) printText(file);
     }
     return status;
 }
@@ -86,8 +173,10 @@ void addInfoCommand(CLI::App& app, CommandLine& line) {
     CLI::App* info = app.add_subcommand("info", "Show the format, rate, channels, frames and duration of audio files");
     info->add_option("FILE", options->files, "Audio files (any format the engine loads)")->required();
     info->add_flag("--json", options->json, "Print a JSON array, one object per file loaded");
+    info->add_flag("--exact", options->exact, "Decode each file whole and count its frames");
     info->footer(
-        "Each file is loaded whole, so frames and duration are exact.\n"
+        "Without --exact nothing is decoded: frames and duration are what the file states\n"
+        "(\"about\"), exact for WAV. With --exact each file is decoded and its frames counted.\n"
         "Examples:\n"
         "  wavoryx info song.mp3 take.wav\n"
         "  wavoryx info --json song.mp3 | python3 -m json.tool");

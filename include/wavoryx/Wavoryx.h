@@ -76,6 +76,24 @@ enum encode_type {
 typedef int32_t thread_priority_t;
 enum : thread_priority_t { WV_PRIORITY_NORMAL = 0, WV_PRIORITY_LOW = 1 };
 
+/* What a loaded file's container and codec state about its audio track
+ * (see getSourceInfo). Texts are NUL-terminated, cut to fit. */
+struct WvSourceInfo {
+    char container[32];     /* container's short name: "mp3", "flac", "ogg", "wav",
+                             * "mov,mp4,m4a,3gp,3g2,mj2", ... */
+    char codec[32];         /* codec's short name: "mp3", "aac", "vorbis", "opus",
+                             * "flac", "pcm_s16le", ... */
+    char channelLayout[32]; /* "mono", "stereo", "5.1", ...; "" when unstated */
+    int32_t sampleRate;     /* Hz */
+    int32_t channels;       /* in the file; the item holds at most 2 (more are
+                             * mixed down to stereo) */
+    int32_t bitsPerSample;  /* of PCM and lossless codecs (FLAC's 16 or 24); 0
+                             * for codecs that have no such width */
+    int32_t bitRate;        /* bit/s as stated (a mean for VBR); 0 when unstated */
+    int64_t durationUs;     /* the stated duration; -1 when unstated. A decoded
+                             * length may differ by a few codec frames. */
+};
+
 /* The client callback: (event code, item id, event value, NULL, NULL). */
 typedef void (*wavoryx_callback_t)(int, int, int, char*, void*);
 
@@ -130,6 +148,13 @@ public:
      * event 0. Only regular files are read: a FIFO, socket or device (or a
      * link to one) is refused with event 0 (2) without blocking. */
     int32_t loadFile(char const* path);
+    /* What the file of a loaded item states (container, codec, rate,
+     * channels, layout, bits, bit rate, duration), known from event 6 on
+     * without decoding anything: a client that only wants these may cancel
+     * the load then. Returns 0; -1 for an unknown id; -2 for a list or a
+     * recording under way; -3 before event 6, after a load that failed to
+     * open the file, or for a finished recording; -4 for a null `info`. */
+    int32_t getSourceInfo(int id, WvSourceInfo* info);
     int32_t cancelLoadFile(int id);
     /* Rate (Hz) and channels of the item. For a list being rendered or
      * rendered, and a recording, those of its file once the encoder has

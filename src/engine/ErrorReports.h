@@ -32,6 +32,7 @@ enum class Report : int {
     kGetPlayPositionMs,
     kSetThreadPriority,
     kGetOutputBitRate,
+    kGetSourceInfo,
     kCount
 };
 
@@ -77,6 +78,8 @@ inline constexpr ReportSite kReportSites[] = {
     {Report::kSetThreadPriority, 0, 0, 0,
      "int32_t WavoryxPriv::setThreadPriority(thread_priority_t)"},
     {Report::kGetOutputBitRate, 0, 0, 0, "int32_t WavoryxPriv::getOutputBitRate(uint32_t)"},
+    {Report::kGetSourceInfo, 0, 0, 0,
+     "int32_t WavoryxPriv::getSourceInfo(uint32_t, WvSourceInfo*)"},
 };
 
 constexpr bool reportSitesInOrder() {

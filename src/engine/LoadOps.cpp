@@ -2,6 +2,10 @@
 // decoder worker.
 #define WV_LOG_TAG "WavoryxPriv"
 #include "engine/WavoryxPriv.h"
+
+#include <algorithm>
+#include <cstring>
+
 #include "load/DecoderThread.h"
 
 using namespace wv;
@@ -14,6 +18,34 @@ int32_t WavoryxPriv::loadFile(const char* path) {
     const pcm_id_t id = mInfoList.add(item);
     mDecoder->sendCmd(WVThreadCmd(DecoderThread::kCmdStart, id, -1), 7);
     return static_cast<int32_t>(id);
+}
+
+namespace {
+void copyText(char (&to)[32], const std::string& from) {
+    const size_t n = std::min(from.size(), sizeof to - 1);
+    std::memcpy(to, from.data(), n);
+    to[n] = '\0';
+}
+}  // namespace
+
+int32_t WavoryxPriv::getSourceInfo(uint32_t id, WvSourceInfo* info) {
+    if (info == nullptr) return -4;
+    ItemHold hold(this, id);
+    SPcmInfo* item = holdItem(hold, id, Report::kGetSourceInfo);
+    if (item == nullptr) return -1;
+    const int32_t status = item->status.load();
+    if (status == CLIP_LIST || status == RECORDING) return -2;
+    SourceFacts facts;
+    if (!item->sourceFacts(&facts)) return -3;
+    copyText(info->container, facts.container);
+    copyText(info->codec, facts.codec);
+    copyText(info->channelLayout, facts.layout);
+    info->sampleRate = facts.sampleRate;
+    info->channels = facts.channels;
+    info->bitsPerSample = facts.bitsPerSample;
+    info->bitRate = facts.bitRate;
+    info->durationUs = facts.durationUs;
+    return 0;
 }
 
 int32_t WavoryxPriv::cancelLoadFile(pcm_id_t id) {

@@ -53,6 +53,7 @@ public:
     int32_t getPcmFrameLength(uint32_t id);
     int32_t getPcmDuration(wv::pcm_id_t id);
     int32_t getOutputBitRate(uint32_t id);
+    int32_t getSourceInfo(uint32_t id, WvSourceInfo* info);
 
     // Clip lists.
     int32_t newClipList();

@@ -53,6 +53,9 @@ int32_t Wavoryx::getPcmDuration(int id) { return mPriv->getPcmDuration(static_ca
 int32_t Wavoryx::getOutputBitRate(int id) {
     return mPriv->getOutputBitRate(static_cast<uint32_t>(id));
 }
+int32_t Wavoryx::getSourceInfo(int id, WvSourceInfo* info) {
+    return mPriv->getSourceInfo(static_cast<uint32_t>(id), info);
+}
 int32_t Wavoryx::getWaveformSamples(int id, unsigned int startMs, unsigned int endMs,
                                     unsigned int count, void* buffer) {
     return mPriv->getWaveformSamples(static_cast<uint32_t>(id), startMs, endMs, count, buffer);

@@ -44,6 +44,19 @@ private:
     std::string mValue;
 };
 
+// What a loaded file's container and codec state about its audio track,
+// for the client to show; see the public WvSourceInfo.
+struct SourceFacts {
+    std::string container;  // the container format's short name
+    std::string codec;      // the codec's short name
+    std::string layout;     // channel layout ("stereo", "5.1"); empty when unstated
+    int32_t sampleRate = 0;
+    int32_t channels = 0;       // in the file, before any downmix
+    int32_t bitsPerSample = 0;  // 0 when the codec has no such width
+    int32_t bitRate = 0;        // bit/s; 0 when unstated
+    int64_t durationUs = -1;    // -1 when unstated
+};
+
 // Whatever plays an item; destroying it stops and frees the playback.
 class PcmItemPlayer {
 public:
@@ -94,6 +107,19 @@ struct SPcmInfo {
         options.jointStereo = jointStereo.load() != 0;
         return options;
     }
+    // The source file's facts, once its load has begun (false before).
+    bool sourceFacts(SourceFacts* facts) const {
+        std::lock_guard<std::mutex> guard(mFactsLock);
+        if (!mHasFacts) return false;
+        *facts = mFacts;
+        return true;
+    }
+    void setSourceFacts(const SourceFacts& facts) {
+        std::lock_guard<std::mutex> guard(mFactsLock);
+        mFacts = facts;
+        mHasFacts = true;
+    }
+
     // Notes what `encoder`'s file holds, for the client's queries.
     void takeOutputFormat(const AudioEncoder& encoder) {
         outputRate.store(static_cast<int32_t>(encoder.outputSampleRate()));
@@ -137,6 +163,11 @@ struct SPcmInfo {
     static const char* const status_name[kStatusCount];
     static const char* const ref_name[kRefCount];
     static const char* statusName(int32_t status);
+
+private:
+    mutable std::mutex mFactsLock;
+    SourceFacts mFacts;
+    bool mHasFacts = false;
 };
 
 }  // namespace wv

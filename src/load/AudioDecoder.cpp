@@ -58,6 +58,7 @@ int32_t AudioDecoder::load(const char* path, int* sampleRate, int* format, int* 
     *channelCount = channels;
     int64_t duration = 0;
     if (meta->findInt64(kKeyDuration, &duration)) *durationUs = duration;
+    noteFacts(*meta);
 
     if (std::strstr(mime, "raw") != nullptr) {
         WV_LOGE("Raw sound file found.");
@@ -74,6 +75,21 @@ int32_t AudioDecoder::load(const char* path, int* sampleRate, int* format, int* 
     WV_CHECK_EQ_AT(Check::kDecoderStart, "(status_t)OK,mMediaSource->start()", (status_t)OK,
                    mMediaSource->start());
     return LOAD_OK;
+}
+
+void AudioDecoder::noteFacts(const MetaData& meta) {
+    const char* text = nullptr;
+    mFacts = SourceFacts();
+    if (meta.findCString(kKeyContainerName, &text)) mFacts.container = text;
+    if (meta.findCString(kKeyCodecName, &text)) mFacts.codec = text;
+    if (meta.findCString(kKeyChannelLayout, &text)) mFacts.layout = text;
+    meta.findInt32(kKeySampleRate, &mFacts.sampleRate);
+    if (!meta.findInt32(kKeySourceChannelCount, &mFacts.channels)) {
+        meta.findInt32(kKeyChannelCount, &mFacts.channels);
+    }
+    meta.findInt32(kKeyBitsPerSample, &mFacts.bitsPerSample);
+    meta.findInt32(kKeyBitRate, &mFacts.bitRate);
+    meta.findInt64(kKeyDuration, &mFacts.durationUs);
 }
 
 int32_t AudioDecoder::getDataBuffer(char** data, unsigned int* length) {

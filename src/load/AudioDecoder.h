@@ -13,6 +13,7 @@
 #include <cstdint>
 #include <memory>
 
+#include "items/SPcmInfo.h"
 #include "platform/media/AudioTrackOpener.h"
 #include "platform/media/MediaBuffer.h"
 #include "platform/media/MediaSource.h"
@@ -51,13 +52,17 @@ public:
     int32_t getDataBuffer(char** data, unsigned int* length);
     // Gives back the buffer of the last getDataBuffer(); always 0.
     int32_t freeBuffer();
+    // What the file states about the track, once load() returned 0.
+    const SourceFacts& facts() const { return mFacts; }
 
 private:
     void finishStream();
+    void noteFacts(const MetaData& meta);
 
     MediaBuffer* mBuffer = nullptr;
     std::shared_ptr<MediaSource> mMediaSource;
     CodecFactory mCodecFactory;
+    SourceFacts mFacts;
 };
 
 }  // namespace wv

@@ -69,6 +69,7 @@ void DecoderThread::startJob(WVThreadCmd& cmd) {
         endJob(id, EVT_LOAD_FAILED, loaded == AudioDecoder::LOAD_NOT_OPENABLE ? 2 : 1);
         return;
     }
+    item->setSourceFacts(decoder->facts());
     item->sampleRate.store(rate);
     item->format.store(format);
     item->channelCount.store(channels);

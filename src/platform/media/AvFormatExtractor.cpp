@@ -36,6 +36,17 @@ std::shared_ptr<MetaData> AvFormatExtractor::describeStream(int index) const {
     }
     if (codec->codec_type != AVMEDIA_TYPE_AUDIO) return meta;
 
+    meta->setCString(kKeyContainerName, mDemuxer->containerName());
+    meta->setCString(kKeyCodecName, avcodec_get_name(codec->codec_id));
+    char layout[64] = "";
+    if (codec->ch_layout.nb_channels > 0 &&
+        av_channel_layout_describe(&codec->ch_layout, layout, sizeof layout) > 0) {
+        meta->setCString(kKeyChannelLayout, layout);
+    }
+    // FLAC and friends state the width they code; PCM codecs have one.
+    const int bits = codec->bits_per_raw_sample > 0 ? codec->bits_per_raw_sample
+                                                    : av_get_bits_per_sample(codec->codec_id);
+    if (bits > 0) meta->setInt32(kKeyBitsPerSample, bits);
     if (codec->sample_rate > 0) meta->setInt32(kKeySampleRate, codec->sample_rate);
     const int channels = codec->ch_layout.nb_channels;
     if (channels > 0) {

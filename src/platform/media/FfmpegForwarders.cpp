@@ -117,6 +117,8 @@ WV_FORWARD(int, av_audio_fifo_write, (AVAudioFifo* fifo, void** data, int frames
 WV_FORWARD(int, av_channel_layout_compare, (const AVChannelLayout* a, const AVChannelLayout* b), (a, b))
 WV_FORWARD(int, av_channel_layout_copy, (AVChannelLayout* dst, const AVChannelLayout* src), (dst, src))
 WV_FORWARD(void, av_channel_layout_default, (AVChannelLayout* layout, int channels), (layout, channels))
+WV_FORWARD(int, av_channel_layout_describe, (const AVChannelLayout* layout, char* buffer, size_t size),
+           (layout, buffer, size))
 WV_FORWARD(void, av_channel_layout_uninit, (AVChannelLayout* layout), (layout))
 WV_FORWARD(void, av_dict_free, (AVDictionary** dict), (dict))
 WV_FORWARD(int, av_dict_set, (AVDictionary** dict, const char* key, const char* value, int flags),
@@ -141,6 +143,7 @@ WV_FORWARD(AVPacket*, av_packet_alloc, (void), ())
 WV_FORWARD(void, av_packet_free, (AVPacket** packet), (packet))
 WV_FORWARD(void, av_packet_rescale_ts, (AVPacket* packet, AVRational from, AVRational to), (packet, from, to))
 WV_FORWARD(void, av_packet_unref, (AVPacket* packet), (packet))
+WV_FORWARD(int, av_get_bits_per_sample, (enum AVCodecID id), (id))
 WV_FORWARD(AVCodecContext*, avcodec_alloc_context3, (const AVCodec* codec), (codec))
 WV_FORWARD(const AVCodecDescriptor*, avcodec_descriptor_get, (enum AVCodecID id), (id))
 WV_FORWARD(const AVCodec*, avcodec_find_decoder, (enum AVCodecID id), (id))

@@ -39,6 +39,13 @@ enum : uint32_t {
     kKeyPcmEncoding = fourcc('P', 'C', 'M', 'e'),
     // Channels the container states, before any downmix (int32).
     kKeySourceChannelCount = fourcc('s', 'c', 'h', 'n'),
+    // What the file states, for the client to show (C strings and int32):
+    // the container's and codec's short names, the channel layout ("5.1"),
+    // and the bits per sample of PCM and lossless codecs.
+    kKeyContainerName = fourcc('c', 'o', 'n', 't'),
+    kKeyCodecName = fourcc('c', 'o', 'd', 'c'),
+    kKeyChannelLayout = fourcc('l', 'a', 'y', 'o'),
+    kKeyBitsPerSample = fourcc('b', 'i', 't', 's'),
 };
 
 extern const char* const MEDIA_MIMETYPE_AUDIO_RAW;  // "audio/raw"

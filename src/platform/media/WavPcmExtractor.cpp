@@ -143,6 +143,10 @@ WavPcmExtractor::WavPcmExtractor(std::shared_ptr<DataSource> source, const WavPc
     mMeta->setInt32(kKeySourceChannelCount, layout.channels);
     mMeta->setInt32(kKeyChannelMask, channelMaskForCount(layout.channels));
     mMeta->setInt32(kKeyPcmEncoding, 1);
+    mMeta->setCString(kKeyContainerName, "wav");
+    mMeta->setCString(kKeyCodecName, "pcm_s16le");
+    mMeta->setCString(kKeyChannelLayout, layout.channels == 1 ? "mono" : "stereo");
+    mMeta->setInt32(kKeyBitsPerSample, 16);
     // A header may state any rate up to 2^31 - 1: the product needs 64 bits.
     const int64_t bitRate = int64_t(layout.sampleRate) * layout.channels * 16;
     mMeta->setInt32(kKeyBitRate, static_cast<int32_t>(std::min<int64_t>(bitRate, INT32_MAX)));
