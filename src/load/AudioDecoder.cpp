@@ -59,6 +59,17 @@ int32_t AudioDecoder::load(const char* path, int* sampleRate, int* format, int* 
     int64_t duration = 0;
     if (meta->findInt64(kKeyDuration, &duration)) *durationUs = duration;
 
+    if (mRanged) {
+        *isRaw = false;
+        mMediaSource = pcmRangeSourceOf(found, frameAtMs(mStartMs, rate), frameAtMs(mEndMs, rate));
+        if (!mMediaSource) {
+            WV_LOGE("could not create a decoder for %s (%s)", path, mime);
+            return LOAD_NOT_PARSABLE;
+        }
+        WV_CHECK_EQ_AT(Check::kDecoderStart, "(status_t)OK,mMediaSource->start()", (status_t)OK,
+                       mMediaSource->start());
+        return LOAD_OK;
+    }
     if (std::strstr(mime, "raw") != nullptr) {
         WV_LOGE("Raw sound file found.");
         *isRaw = true;
@@ -74,6 +85,12 @@ int32_t AudioDecoder::load(const char* path, int* sampleRate, int* format, int* 
     WV_CHECK_EQ_AT(Check::kDecoderStart, "(status_t)OK,mMediaSource->start()", (status_t)OK,
                    mMediaSource->start());
     return LOAD_OK;
+}
+
+void AudioDecoder::setRangeMs(uint32_t startMs, uint32_t endMs) {
+    mRanged = true;
+    mStartMs = startMs;
+    mEndMs = endMs;
 }
 
 int32_t AudioDecoder::getDataBuffer(char** data, unsigned int* length) {
