@@ -155,6 +155,25 @@ public:
      * recording under way; -3 before event 6, after a load that failed to
      * open the file, or for a finished recording; -4 for a null `info`. */
     int32_t getSourceInfo(int id, WvSourceInfo* info);
+    /* Like loadFile (same events 6/3/4/0/5/7, same "<dir><id>.pcm", same
+     * cancelLoadFile), but the item holds only the frames
+     * [startMs x rate / 1000, endMs x rate / 1000) of the file (64-bit
+     * integer arithmetic, rate = the track's), the end cut at the file's
+     * end. Those frames are identical, bit for bit, to the same frames of a
+     * loadFile of the whole file. The decoding starts a little before the
+     * part; what lies before that is read (demuxed) but not decoded. Two
+     * exceptions decode every packet from the start (keeping nothing
+     * before the part): Opus, whose decoder state only converges towards
+     * the whole decode's, and AAC, whose noise substitution draws from a
+     * generator that carries the whole stream's history. A WAV is copied
+     * to the PCM file, not read in place. Expected length (at event 6) is
+     * the part's length cut at the file's stated duration. A start at or
+     * past the end gives an empty item: 0 frames, events 6 then 4,
+     * PCM_READY, and getPcmDuration -3 (no expected length); ask
+     * getPcmFrameLength to tell it apart. endMs <= startMs: -4, nothing is
+     * registered. A file damaged before the part may give frames where a
+     * whole load would have stopped early. */
+    int32_t loadFileRange(char const* path, unsigned int startMs, unsigned int endMs);
     int32_t cancelLoadFile(int id);
     /* Rate (Hz) and channels of the item. For a list being rendered or
      * rendered, and a recording, those of its file once the encoder has

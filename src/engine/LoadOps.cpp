@@ -48,6 +48,20 @@ int32_t WavoryxPriv::getSourceInfo(uint32_t id, WvSourceInfo* info) {
     return 0;
 }
 
+int32_t WavoryxPriv::loadFileRange(const char* path, uint32_t startMs, uint32_t endMs) {
+    if (endMs <= startMs) return -4;
+    SPcmInfo* item = new SPcmInfo(ENCODED_FILE);
+    item->path.set(path != nullptr ? path : "");
+    item->ranged = true;
+    item->rangeStartMs = startMs;
+    item->rangeEndMs = endMs;
+    item->refs[REF_CLIENT] = 1;
+    item->refs[REF_DECODER] = 1;
+    const pcm_id_t id = mInfoList.add(item);
+    mDecoder->sendCmd(WVThreadCmd(DecoderThread::kCmdStart, id, -1), 7);
+    return static_cast<int32_t>(id);
+}
+
 int32_t WavoryxPriv::cancelLoadFile(pcm_id_t id) {
     ItemHold hold(this, id);
     if (holdItem(hold, id, Report::kCancelLoadFile) == nullptr) return -1;

@@ -137,6 +137,11 @@ struct SPcmInfo {
     LockedString pcmPath;                  // the item's own PCM file, or empty
     std::atomic<int> pcmFd{-1};            // holds pcmPath's lock while the item lives
     std::atomic<bool> loadFailed{false};   // the load failed or was cancelled: no data will come
+    // A load of part of the file: frames [rangeStartMs x rate / 1000,
+    // rangeEndMs x rate / 1000); set by the client before the load starts.
+    bool ranged = false;
+    uint32_t rangeStartMs = 0;
+    uint32_t rangeEndMs = 0;
     std::atomic<int32_t> encodeType{0};
     std::atomic<int32_t> bitRate{0};  // kbit/s; 0 = not set
     // Lossy encoders' choices (see codec EncodeOptions); the defaults keep

@@ -60,6 +60,17 @@ int32_t AudioDecoder::load(const char* path, int* sampleRate, int* format, int* 
     if (meta->findInt64(kKeyDuration, &duration)) *durationUs = duration;
     noteFacts(*meta);
 
+    if (mRanged) {
+        *isRaw = false;
+        mMediaSource = pcmRangeSourceOf(found, frameAtMs(mStartMs, rate), frameAtMs(mEndMs, rate));
+        if (!mMediaSource) {
+            WV_LOGE("could not create a decoder for %s (%s)", path, mime);
+            return LOAD_NOT_PARSABLE;
+        }
+        WV_CHECK_EQ_AT(Check::kDecoderStart, "(status_t)OK,mMediaSource->start()", (status_t)OK,
+                       mMediaSource->start());
+        return LOAD_OK;
+    }
     if (std::strstr(mime, "raw") != nullptr) {
         WV_LOGE("Raw sound file found.");
         *isRaw = true;
@@ -90,6 +101,12 @@ void AudioDecoder::noteFacts(const MetaData& meta) {
     meta.findInt32(kKeyBitsPerSample, &mFacts.bitsPerSample);
     meta.findInt32(kKeyBitRate, &mFacts.bitRate);
     meta.findInt64(kKeyDuration, &mFacts.durationUs);
+}
+
+void AudioDecoder::setRangeMs(uint32_t startMs, uint32_t endMs) {
+    mRanged = true;
+    mStartMs = startMs;
+    mEndMs = endMs;
 }
 
 int32_t AudioDecoder::getDataBuffer(char** data, unsigned int* length) {

@@ -47,6 +47,16 @@ public:
     // cannot be made or started.
     int32_t load(const char* path, int* sampleRate, int* format, int* channelCount,
                  int64_t* durationUs, bool* isRaw);
+    // Makes the next load() take only frames [startMs x rate / 1000,
+    // endMs x rate / 1000) of the track (rate: the track's), cut at its end,
+    // identical to those frames of a whole load; no WAV is read in place
+    // then (isRaw stays false). Reaching the first frame does not decode
+    // what lies before it (see FrameRangeCodec); buffers of length 0 come
+    // while the file is passed over.
+    void setRangeMs(uint32_t startMs, uint32_t endMs);
+    // The frame at `ms` of a track of `rate` Hz, as ranges count.
+    static int64_t frameAtMs(uint32_t ms, int rate) { return int64_t(ms) * rate / 1000; }
+
     // 0: *data and *length describe the next decoded buffer (length may be
     // 0). 1: the stream has ended (or failed); the codec is stopped and gone.
     int32_t getDataBuffer(char** data, unsigned int* length);
@@ -63,6 +73,9 @@ private:
     std::shared_ptr<MediaSource> mMediaSource;
     CodecFactory mCodecFactory;
     SourceFacts mFacts;
+    bool mRanged = false;
+    uint32_t mStartMs = 0;
+    uint32_t mEndMs = 0;
 };
 
 }  // namespace wv

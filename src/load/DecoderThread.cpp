@@ -58,6 +58,7 @@ void DecoderThread::startJob(WVThreadCmd& cmd) {
     const pcm_id_t id = item->id;
 
     std::unique_ptr<AudioDecoder> decoder(new AudioDecoder());
+    if (item->ranged) decoder->setRangeMs(item->rangeStartMs, item->rangeEndMs);
     int rate = 0, format = 0, channels = 0;
     int64_t durationUs = 0;
     bool isRaw = false;
@@ -74,7 +75,14 @@ void DecoderThread::startJob(WVThreadCmd& cmd) {
     item->format.store(format);
     item->channelCount.store(channels);
     const int64_t durationMs = durationUs / 1000;
-    const uint32_t totalFrames = static_cast<uint32_t>(durationMs * rate / 1000);
+    uint32_t totalFrames = static_cast<uint32_t>(durationMs * rate / 1000);
+    if (item->ranged) {
+        // The part's length, cut where the whole file's expected length ends.
+        int64_t end = AudioDecoder::frameAtMs(item->rangeEndMs, rate);
+        if (end > totalFrames) end = totalFrames;
+        const int64_t length = end - AudioDecoder::frameAtMs(item->rangeStartMs, rate);
+        totalFrames = length > 0 ? static_cast<uint32_t>(length) : 0;
+    }
     item->totalFrames.store(totalFrames);
 
     if (isRaw) {
@@ -142,9 +150,14 @@ void DecoderThread::runStep(WVThreadCmd& cmd) {
         return;
     }
     // A short write is held by the writer and settled by the next step.
-    job->writer->write(data, length);
+    if (length > 0) job->writer->write(data, length);
     job->decoder->freeBuffer();
     const TimeVal end = timeOfDay();
+    if (length == 0) {
+        // A range load passing over the file before its part.
+        postNextStep(cmd, elapsedMs(begin, end));
+        return;
+    }
 
     // The bytes are in the file before readers may see them counted.
     const uint32_t frames = item->frames.load() + length / item->frameSize();

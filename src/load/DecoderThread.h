@@ -26,6 +26,13 @@
 // after each buffer is written, so readers on other threads may read any
 // frame below it. A canonical 16-bit WAV is not decoded: it is read in place
 // and gets no PCM file.
+//
+// A ranged item (loadFileRange) holds only frames [start, end) of the
+// file, identical to those frames of a whole load; its expected length is
+// the part's, cut at the file's stated length. While the file before the
+// part is passed over (demuxed, not decoded) steps write nothing; a part
+// starting past the end gives an empty item (0 frames, events 6 then 4).
+// Such an item always gets a PCM file, also from a WAV.
 #pragma once
 
 #include <memory>

@@ -4,6 +4,8 @@
 
 #include "platform/media/AudioCodec.h"
 #include "platform/media/DataSource.h"
+#include "platform/media/FrameRangeCodec.h"
+#include "platform/media/WavPcmExtractor.h"
 
 namespace wv {
 
@@ -55,6 +57,16 @@ std::shared_ptr<MediaSource> pcmSourceOf(const std::shared_ptr<MediaSource>& tra
 
 std::shared_ptr<MediaSource> pcmSourceOf(const std::shared_ptr<MediaSource>& track) {
     return pcmSourceOf(track, &AudioCodec::Create);
+}
+
+std::shared_ptr<MediaSource> pcmRangeSourceOf(const FirstAudioTrack& found, int64_t firstFrame,
+                                              int64_t endFrame) {
+    if (found.status != FirstAudioTrack::kFound) return nullptr;
+    if (isRawAudioMime(found.mime)) {
+        auto wav = std::dynamic_pointer_cast<WavPcmExtractor>(found.extractor);
+        return wav ? wav->getTrackFrames(firstFrame, endFrame) : nullptr;
+    }
+    return FrameRangeCodec::Create(found.meta, found.openTrack(), firstFrame, endFrame);
 }
 
 }  // namespace wv

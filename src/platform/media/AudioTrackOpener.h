@@ -60,4 +60,12 @@ std::shared_ptr<MediaSource> pcmSourceOf(const std::shared_ptr<MediaSource>& tra
 // The same with the library's own decoder.
 std::shared_ptr<MediaSource> pcmSourceOf(const std::shared_ptr<MediaSource>& track);
 
+// The PCM source of frames [firstFrame, endFrame) of the found track, not
+// started: exactly those frames of what pcmSourceOf gives for the whole
+// track (see FrameRangeCodec), cut at the track's end. A WAV read in place
+// is read from the first frame's offset. Null when `found` holds no track
+// or no decoder can be made.
+std::shared_ptr<MediaSource> pcmRangeSourceOf(const FirstAudioTrack& found, int64_t firstFrame,
+                                              int64_t endFrame);
+
 }  // namespace wv

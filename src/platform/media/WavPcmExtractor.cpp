@@ -22,15 +22,17 @@ uint16_t le16(const uint8_t* p) { return uint16_t(p[0] | (p[1] << 8)); }
 
 class WavPcmTrack : public MediaSource {
 public:
+    // Frames [first, end) of the data, cut at its end.
     WavPcmTrack(std::shared_ptr<DataSource> source, const WavPcmLayout& layout,
-                std::shared_ptr<MetaData> format)
-        : mSource(std::move(source)), mLayout(layout), mFormat(std::move(format)) {}
+                std::shared_ptr<MetaData> format, int64_t first, int64_t end)
+        : mSource(std::move(source)), mLayout(layout), mFormat(std::move(format)),
+          mFirst(first < 0 ? 0 : first), mEnd(std::min(end, layout.frames())) {}
 
     status_t start(MetaData*) override {
         std::lock_guard<std::mutex> guard(mLock);
         if (mStarted) return INVALID_OPERATION;
         mGroup = MediaBufferGroup::create();
-        mNextFrame = 0;
+        mNextFrame = mFirst;
         mStarted = true;
         return OK;
     }
@@ -53,7 +55,7 @@ public:
         ReadOptions::SeekMode mode;
         if (options != nullptr && options->getSeekTo(&seekUs, &mode)) seekLocked(seekUs);
 
-        const int64_t totalFrames = mLayout.frames();
+        const int64_t totalFrames = mEnd;
         if (mNextFrame >= totalFrames) return ERROR_END_OF_STREAM;
         const int64_t frameBytes = 2 * mLayout.channels;
         int64_t frames = totalFrames - mNextFrame;
@@ -81,13 +83,15 @@ private:
         if (timeUs < 0) timeUs = 0;
         // Every frame is a sync point: take the nearest one.
         int64_t frame = (timeUs * mLayout.sampleRate + 500000) / 1000000;
-        if (frame > mLayout.frames()) frame = mLayout.frames();
-        mNextFrame = frame;
+        if (frame > mEnd) frame = mEnd;
+        mNextFrame = frame < mFirst ? mFirst : frame;
     }
 
     const std::shared_ptr<DataSource> mSource;
     const WavPcmLayout mLayout;
     const std::shared_ptr<MetaData> mFormat;
+    const int64_t mFirst;
+    const int64_t mEnd;
     std::mutex mLock;
     std::shared_ptr<MediaBufferGroup> mGroup;
     int64_t mNextFrame = 0;
@@ -155,7 +159,11 @@ WavPcmExtractor::WavPcmExtractor(std::shared_ptr<DataSource> source, const WavPc
 
 std::shared_ptr<MediaSource> WavPcmExtractor::getTrack(size_t index) {
     if (index != 0) return nullptr;
-    return std::make_shared<WavPcmTrack>(mSource, mLayout, mMeta);
+    return std::make_shared<WavPcmTrack>(mSource, mLayout, mMeta, 0, mLayout.frames());
+}
+
+std::shared_ptr<MediaSource> WavPcmExtractor::getTrackFrames(int64_t first, int64_t end) {
+    return std::make_shared<WavPcmTrack>(mSource, mLayout, mMeta, first, end);
 }
 
 std::shared_ptr<MetaData> WavPcmExtractor::getTrackMetaData(size_t index, uint32_t) {

@@ -37,6 +37,9 @@ public:
     size_t countTracks() override { return 1; }
     std::shared_ptr<MediaSource> getTrack(size_t index) override;
     std::shared_ptr<MetaData> getTrackMetaData(size_t index, uint32_t flags = 0) override;
+    // The track limited to frames [first, end) of the data (cut at its
+    // end; empty when first lies past it). A seek stays inside the limits.
+    std::shared_ptr<MediaSource> getTrackFrames(int64_t first, int64_t end);
 
 private:
     WavPcmExtractor(std::shared_ptr<DataSource> source, const WavPcmLayout& layout);
