@@ -6,6 +6,7 @@
 #include <unistd.h>
 
 #include <algorithm>
+#include <cstdint>
 #include <cstdio>
 #include <cstdlib>
 #include <memory>
@@ -55,53 +56,88 @@ uint32_t msToFrame(uint32_t ms, int rate) { return uint32_t(uint64_t(ms) * uint3
 // How far a container's stated length may be from the decoded one: a
 // range ending this close to it waits for the whole load.
 uint32_t lengthMargin(const LoadedSource& source) {
-    return std::max<uint32_t>(uint32_t(source.sampleRate), source.expected / 50);
+    return std::max<uint32_t>(uint32_t(source.sampleRate), source.stated / 50);
 }
 
-// Whether a range can be cut before its source has loaded: it ends, and
-// well inside the length the container states, so that its frames do not
-// depend on where the decoded audio really ends.
+// Where each range comes from: its load, and its frames in that load's item.
+struct RangeLoad {
+    size_t load = 0;
+    bool ranged = false;  // the item holds the range alone, from its frame 0
+};
+
+// A part of a file is loaded alone (reaching it without decoding what comes
+// before) where that decodes less: for formats whose parts load that way,
+// when the range is not the whole file. A WAV is read in place whole.
+bool loadsAlone(const SourceRange& range) {
+    if (range.fromMs == 0 && !range.hasEnd) return false;
+    const std::string kind = fileKind(range.path);
+    return kind == "MP3" || kind == "FLAC" || kind == "Ogg Vorbis";
+}
+
+std::vector<RangeLoad> startLoads(SourceLoads& loads, const EditOptions& options, bool whole) {
+    std::vector<RangeLoad> planned;
+    for (const SourceRange& range : options.ranges) {
+        RangeLoad load;
+        load.ranged = !whole && loadsAlone(range);
+        load.load = load.ranged ? loads.startRange(range.path, range.fromMs, range.hasEnd ? range.toMs : UINT32_MAX)
+                                : loads.startWhole(range.path);
+        planned.push_back(load);
+    }
+    return planned;
+}
+
+// Whether a range can be cut before its load has ended: it ends, and well
+// inside the length the file states, so that its frames do not depend on
+// where the decoded audio really ends.
 bool cutsBeforeTheEnd(const SourceRange& range, const LoadedSource& source) {
     if (source.ok) return true;
-    if (!range.hasEnd || source.expected == 0) return false;
-    return uint64_t(msToFrame(range.toMs, source.sampleRate)) + lengthMargin(source) <= source.expected;
+    if (!range.hasEnd || source.stated == 0) return false;
+    return uint64_t(msToFrame(range.toMs, source.sampleRate)) + lengthMargin(source) <= source.stated;
 }
 
-// Adds every range as a clip of the list; false (reported) for a range
-// that starts at or after the end of its loaded source. A range of a
-// source still loading must cut before its end (see cutsBeforeTheEnd);
-// its source notes the frames needed.
-bool buildClipList(Wavoryx& engine, int list, const EditOptions& options, SourceLoads& loads) {
+enum class Cut { kDone, kFailed, kNeedsWholeLoads };
+
+// Adds every range as a clip of the list. A range of a load still going
+// must cut before the file's end (see cutsBeforeTheEnd); its load notes
+// the frames needed. A range starting at or after the end of its file is
+// reported (kFailed) when the whole file was loaded; a part loaded alone
+// cannot tell the file's length, so the list is cut again from whole loads.
+Cut buildClipList(Wavoryx& engine, int list, const EditOptions& options, SourceLoads& loads,
+                  const std::vector<RangeLoad>& planned) {
     for (LoadedSource& source : loads.sources()) source.needed = 0;
-    for (const SourceRange& range : options.ranges) {
-        LoadedSource& source = *loads.find(range.path);
-        const uint32_t from = msToFrame(range.fromMs, source.sampleRate);
-        uint32_t to = range.hasEnd ? msToFrame(range.toMs, source.sampleRate) : source.frames;
+    for (size_t i = 0; i < options.ranges.size(); ++i) {
+        const SourceRange& range = options.ranges[i];
+        LoadedSource& source = loads.sources()[planned[i].load];
+        const uint32_t skipped = planned[i].ranged ? msToFrame(range.fromMs, source.sampleRate) : 0;
+        const uint32_t from = msToFrame(range.fromMs, source.sampleRate) - skipped;
+        uint32_t to = range.hasEnd ? msToFrame(range.toMs, source.sampleRate) - skipped : source.frames;
         if (source.ok && to > source.frames) to = source.frames;
         if (!source.ok) source.needed = std::max(source.needed, to);
         if (from >= to) {
+            if (planned[i].ranged) return Cut::kNeedsWholeLoads;
             reportError(range.path, "the range from " + formatTimeMs(range.fromMs) + " is empty: the file lasts " +
                                         formatTimeMs(source.durationMs()));
-            return false;
+            return Cut::kFailed;
         }
         if (engine.addClip(list, source.id, from, to) < 0) {
             reportError(range.path, "the engine refused the range");
-            return false;
+            return Cut::kFailed;
         }
     }
-    return true;
+    return Cut::kDone;
 }
 
 // Waits for the loads until every range can be cut: the loads have begun,
-// and the sources of ranges that reach their end have loaded whole.
+// and those of ranges that reach the file's end have ended.
 // Returns 0, 1 (every failure reported) or the interrupt status.
-int loadUntilCuttable(SourceLoads& loads, const EditOptions& options, bool whole) {
+int loadUntilCuttable(SourceLoads& loads, const EditOptions& options, const std::vector<RangeLoad>& planned,
+                      bool whole) {
     const auto cuttable = [&] {
         if (whole) return loads.allEnded();
         if (!loads.allBegun()) return false;
-        for (const SourceRange& range : options.ranges) {
-            const LoadedSource& source = *loads.find(range.path);
-            if (!source.ended && !cutsBeforeTheEnd(range, source)) return false;
+        for (size_t i = 0; i < options.ranges.size(); ++i) {
+            const LoadedSource& source = loads.sources()[planned[i].load];
+            if (!source.ended && !cutsBeforeTheEnd(options.ranges[i], source)) return false;
         }
         return true;
     };
@@ -112,10 +148,11 @@ int loadUntilCuttable(SourceLoads& loads, const EditOptions& options, bool whole
     return 1;
 }
 
-// Cuts the list and renders it while the loads go on; `whole`: only once
-// every source has loaded.
-int cutAndRender(Session& session, SourceLoads& loads, const EditOptions& options, const std::string& rendering,
-                 bool whole, int* listOut) {
+// Cuts the list and renders it while the loads go on, or with `whole` once
+// they have all ended. `*list` is the list made. Returns 0, 1, the
+// interrupt status, or -1 when the list must be cut again from whole loads.
+int cutAndRender(Session& session, SourceLoads& loads, const EditOptions& options,
+                 const std::vector<RangeLoad>& planned, bool whole, const std::string& rendering, int* listOut) {
     {
         const std::vector<LoadedSource>& sources = loads.sources();
         const std::string& first = sources[0].path;
@@ -123,7 +160,7 @@ int cutAndRender(Session& session, SourceLoads& loads, const EditOptions& option
                                                       : "loading " + std::to_string(sources.size()) + " files";
         Progress progress(label, session.options().quiet);
         loads.setProgress(&progress, true);
-        const int status = loadUntilCuttable(loads, options, whole);
+        const int status = loadUntilCuttable(loads, options, planned, whole);
         loads.setProgress(nullptr, false);
         progress.finish(false);
         if (status != 0) return status;
@@ -140,7 +177,8 @@ int cutAndRender(Session& session, SourceLoads& loads, const EditOptions& option
     Wavoryx& engine = session.engine();
     const int list = engine.newClipList();
     *listOut = list;
-    if (!buildClipList(engine, list, options, loads)) return 1;
+    const Cut cut = buildClipList(engine, list, options, loads, planned);
+    if (cut != Cut::kDone) return cut == Cut::kFailed ? 1 : -1;
     // The engine writes its waveform file beside the output and removes a
     // partial output; both happen in the working folder, and only a
     // finished file reaches what the user named.
@@ -148,7 +186,9 @@ int cutAndRender(Session& session, SourceLoads& loads, const EditOptions& option
     engine.setOutputPara(list, rendering.c_str(), type);
     engine.setEncodePara(list, options.rate, options.encoding.bitrate, options.channels, 0);
     applyEncodingOptions(engine, list, options.encoding);
-    return renderList(session, list, rendering, options.output, &loads);
+    const int rendered = renderList(session, list, rendering, options.output, &loads);
+    // A file holding less than it states: its ranges are cut anew.
+    return rendered == 0 && loads.shortOfNeeds() ? -1 : rendered;
 }
 
 int runEdit(const EditOptions& options, const GlobalOptions& global) {
@@ -166,20 +206,23 @@ int runEdit(const EditOptions& options, const GlobalOptions& global) {
     }
     Session session(global);
     if (!session.open()) return 1;
-    SourceLoads loads(session);
-    loads.start(paths);
     const encode_type type = options.encoding.type;
     const std::string rendering = session.workDir() + "output" + encodingSuffix(type);
     int list = 0;
-    int rendered = cutAndRender(session, loads, options, rendering, false, &list);
-    if (rendered == 0 && loads.shortOfNeeds()) {
-        // Rare: the container stated a length well beyond the audio.
+    std::unique_ptr<SourceLoads> loads(new SourceLoads(session));
+    int rendered = cutAndRender(session, *loads, options, startLoads(*loads, options, false), false, rendering, &list);
+    if (rendered == -1) {
+        // Rare: a file holds less than it states, or a part loaded alone
+        // lies past the end: cut again from whole loads, which tell the
+        // file's true length.
+        loads->cancelRunning();
         ::unlink(rendering.c_str());
         session.engine().removePcm(list);
-        rendered = cutAndRender(session, loads, options, rendering, true, &list);
+        loads.reset(new SourceLoads(session));
+        rendered = cutAndRender(session, *loads, options, startLoads(*loads, options, true), true, rendering, &list);
     }
     // What no list needs any more is not decoded to its end.
-    loads.cancelRunning();
+    loads->cancelRunning();
     if (rendered != 0) return rendered;
     Wavoryx& engine = session.engine();
     if (!commitOutput(rendering, target, true, why)) {

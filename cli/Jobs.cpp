@@ -94,29 +94,44 @@ const LoadedSource* findSource(const std::vector<LoadedSource>& sources, const s
 }
 
 void SourceLoads::start(const std::vector<std::string>& paths) {
-    Wavoryx& engine = mSession.engine();
-    for (const std::string& path : paths) {
-        if (find(path) != nullptr) continue;
-        LoadedSource source;
-        source.path = path;
-        // Opening a FIFO would wait for a writer, and Ctrl-C could not end
-        // the wait; devices and sockets hold no audio file either.
-        const std::string notAFile = whyNotAFile(path);
-        if (notAFile.empty()) {
-            source.id = engine.loadFile(path.c_str());
-        } else {
-            source.begun = source.ended = true;
-            reportError(path, notAFile);
-            mFailed = true;
-        }
-        mSources.push_back(source);
-        mPercent.push_back(source.ended ? 100 : 0);
+    for (const std::string& path : paths) startWhole(path);
+}
+
+size_t SourceLoads::startWhole(const std::string& path) { return startRange(path, 0, 0); }
+
+size_t SourceLoads::startRange(const std::string& path, uint32_t fromMs, uint32_t toMs) {
+    const bool ranged = toMs > fromMs;
+    for (size_t i = 0; i < mSources.size(); ++i) {
+        const LoadedSource& s = mSources[i];
+        if (s.path == path && s.ranged == ranged && (!ranged || (s.fromMs == fromMs && s.toMs == toMs))) return i;
     }
+    Wavoryx& engine = mSession.engine();
+    LoadedSource source;
+    source.path = path;
+    source.ranged = ranged;
+    source.fromMs = fromMs;
+    source.toMs = toMs;
+    // Opening a FIFO would wait for a writer, and Ctrl-C could not end
+    // the wait; devices and sockets hold no audio file either. A path is
+    // reported once, however many of its ranges are loaded.
+    const std::string notAFile = whyNotAFile(path);
+    if (notAFile.empty()) {
+        source.id = ranged ? engine.loadFileRange(path.c_str(), fromMs, toMs) : engine.loadFile(path.c_str());
+    } else {
+        source.begun = source.ended = true;
+        bool reported = false;
+        for (const LoadedSource& s : mSources) reported = reported || s.path == path;
+        if (!reported) reportError(path, notAFile);
+        mFailed = true;
+    }
+    mSources.push_back(source);
+    mPercent.push_back(source.ended ? 100 : 0);
+    return mSources.size() - 1;
 }
 
 LoadedSource* SourceLoads::find(const std::string& path) {
     for (LoadedSource& source : mSources) {
-        if (source.path == path) return &source;
+        if (source.path == path && !source.ranged) return &source;
     }
     return nullptr;
 }
@@ -164,6 +179,11 @@ bool SourceLoads::take(const EngineEvent& event) {
         source.channels = engine.getPcmChannelCount(source.id);
         const int32_t ms = engine.getPcmDuration(source.id);
         source.expected = ms > 0 ? uint32_t(uint64_t(ms) * uint32_t(source.sampleRate) / 1000) : 0;
+        WvSourceInfo facts;
+        source.stated = source.expected;
+        if (engine.getSourceInfo(source.id, &facts) == 0 && facts.durationUs >= 0) {
+            source.stated = uint32_t(uint64_t(facts.durationUs) * uint32_t(source.sampleRate) / 1000000);
+        }
         return true;
     }
     if (!isLoadEnd(event.code)) return true;
@@ -179,6 +199,11 @@ bool SourceLoads::take(const EngineEvent& event) {
     mFailed = true;
     if (event.code == kLoadCancelled || interruptSignal() != 0) return true;
     if (mProgress != nullptr) mProgress->finish(false);
+    // Ranges of one file fail alike: one line for the file.
+    for (const std::string& path : mReported) {
+        if (path == source.path) return true;
+    }
+    mReported.push_back(source.path);
     if (event.code == kLoadNoSpace) {
         reportError(source.path, "storage full in " + mSession.workDir());
     } else {

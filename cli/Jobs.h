@@ -33,6 +33,10 @@ struct LoadedSource {
     uint32_t frames = 0;    // once ok: exact
     uint32_t expected = 0;  // from `begun` on: the length the container states, in frames
     uint32_t needed = 0;    // frames a list cut before the load ended counts on
+    uint32_t stated = 0;    // from `begun` on: the whole file's stated length, in frames
+    bool ranged = false;    // a load of [fromMs, toMs) of the file only (loadFileRange)
+    uint32_t fromMs = 0;
+    uint32_t toMs = 0;
 
     uint64_t durationMs() const { return sampleRate > 0 ? uint64_t(frames) * 1000 / uint32_t(sampleRate) : 0; }
 };
@@ -48,6 +52,10 @@ public:
     // Starts loading every distinct path, in first-seen order; a path that
     // is not a file is reported and counts as failed.
     void start(const std::vector<std::string>& paths);
+    // The index of the load of the whole file `path`, or of [fromMs, toMs)
+    // of it, started now unless the same load was started before.
+    size_t startWhole(const std::string& path);
+    size_t startRange(const std::string& path, uint32_t fromMs, uint32_t toMs);
     // Takes `event` when it is about one of these loads: true then.
     bool take(const EngineEvent& event);
     // Waits, taking events, until `done()` holds, or a load failed when
@@ -76,6 +84,7 @@ private:
     Session& mSession;
     std::vector<LoadedSource> mSources;
     std::vector<int> mPercent;
+    std::vector<std::string> mReported;  // files whose failure has its line
     bool mFailed = false;
     Progress* mProgress = nullptr;
     bool mShowLoads = false;
