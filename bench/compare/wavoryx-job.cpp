@@ -9,6 +9,16 @@
 //   wavoryx-job [--work DIR] edit-mp3 FILE OUT  60-180 s + 300-420 s of FILE
 //                                               to MP3 at 320 kbit/s
 //   wavoryx-job [--work DIR] edit-wav FILE OUT  the same ranges to WAV
+//   wavoryx-job [--work DIR] edit mp3|wav FILE OUT FROM-TO...
+//                                               ranges in ms, as an
+//                                               application cuts a long file:
+//                                               each range loaded alone
+//                                               (loadFileRange) and the list
+//                                               rendered as soon as their
+//                                               formats are known
+//   wavoryx-job [--work DIR] info FILE          what the file states, read
+//                                               at event 6; the load is then
+//                                               cancelled
 //   wavoryx-job [--work DIR] convert SRC OUT    all of SRC to 44.1 kHz
 //                                               stereo WAV
 //   wavoryx-job [--work DIR] waveform FILE      2000 peaks of the whole item
@@ -43,6 +53,7 @@ namespace {
 constexpr int kLoadFailed = 0;
 constexpr int kLoadDone = 4;
 constexpr int kLoadCancelled = 5;
+constexpr int kLoadStarted = 6;
 constexpr int kLoadStorageFull = 7;
 constexpr int kRenderFailed = 20;
 constexpr int kRenderDone = 22;
@@ -84,6 +95,7 @@ void onEvent(int code, int id, int, char*, void*) {
         case kLoadFailed:
         case kLoadDone:
         case kLoadCancelled:
+        case kLoadStarted:
         case kLoadStorageFull:
         case kRenderFailed:
         case kRenderDone:
@@ -100,7 +112,8 @@ double nowSeconds() {
 
 int usage() {
     std::fprintf(stderr,
-                 "usage: wavoryx-job [--work DIR] load FILE | edit-mp3 FILE OUT | edit-wav FILE OUT |\n"
+                 "usage: wavoryx-job [--work DIR] load FILE | info FILE | edit-mp3 FILE OUT | edit-wav FILE OUT |\n"
+                 "       edit mp3|wav FILE OUT FROM-TO... |\n"
                  "       encode flac|opus|m4a|ogg FILE OUT |\n"
                  "                   convert SRC OUT | waveform FILE\n");
     return 2;
@@ -126,16 +139,72 @@ bool renderAndWait(Wavoryx& engine, int list) {
     return end == kRenderDone;
 }
 
-// Two ranges, 60-180 s and 300-420 s, of `file` rendered to `out`.
-bool editJob(Wavoryx& engine, const char* file, const char* out, encode_type type) {
-    const int source = loadAndWait(engine, file);
-    if (source == 0) return false;
+struct Range {
+    unsigned fromMs;
+    unsigned toMs;
+};
+
+// The ranges of `file` rendered to `out` at 320 kbit/s: each range loaded
+// alone, the list cut as soon as every load has begun (the ranges lie
+// inside the file) and rendered while the loads go on. A WAV is read in
+// place, whole.
+bool editJob(Wavoryx& engine, const char* file, const char* out, encode_type type, const std::vector<Range>& ranges) {
+    const std::string name = file;
+    if (name.size() > 4 && name.compare(name.size() - 4, 4, ".wav") == 0) {
+        const int source = loadAndWait(engine, file);
+        if (source == 0) return false;
+        const int list = engine.newClipList();
+        for (const Range& range : ranges) {
+            if (engine.addClipMs(list, source, range.fromMs, range.toMs) <= 0) return false;
+        }
+        engine.setOutputPara(list, out, type);
+        engine.setEncodePara(list, 0, 320, 0, 0);
+        return renderAndWait(engine, list);
+    }
+    std::vector<int> parts;
+    for (const Range& range : ranges) {
+        const int id = engine.loadFileRange(file, range.fromMs, range.toMs);
+        if (id <= 0) return false;
+        parts.push_back(id);
+    }
     const int list = engine.newClipList();
-    if (engine.addClipMs(list, source, 60000, 180000) <= 0 || engine.addClipMs(list, source, 300000, 420000) <= 0)
-        return false;
+    for (size_t i = 0; i < parts.size(); ++i) {
+        const int began =
+            gEndings.waitFor(parts[i], {kLoadStarted, kLoadDone, kLoadFailed, kLoadCancelled, kLoadStorageFull});
+        if (began != kLoadStarted && began != kLoadDone) return false;
+        const uint64_t rate = uint64_t(engine.getPcmSampleRate(parts[i]));
+        const uint32_t frames = uint32_t(ranges[i].toMs * rate / 1000 - ranges[i].fromMs * rate / 1000);
+        if (engine.addClip(list, parts[i], 0, frames) <= 0) return false;
+    }
     engine.setOutputPara(list, out, type);
     engine.setEncodePara(list, 0, 320, 0, 0);
     return renderAndWait(engine, list);
+}
+
+bool parseRanges(char** args, int count, std::vector<Range>* ranges) {
+    for (int i = 0; i < count; ++i) {
+        Range range;
+        if (std::sscanf(args[i], "%u-%u", &range.fromMs, &range.toMs) != 2 || range.toMs <= range.fromMs) {
+            return false;
+        }
+        ranges->push_back(range);
+    }
+    return !ranges->empty();
+}
+
+// What the file states, as the command's `info` reads it: nothing decoded.
+bool infoJob(Wavoryx& engine, const char* file) {
+    const int id = engine.loadFile(file);
+    if (id <= 0) return false;
+    const int began = gEndings.waitFor(id, {kLoadStarted, kLoadDone, kLoadFailed, kLoadCancelled, kLoadStorageFull});
+    if (began != kLoadStarted && began != kLoadDone) return false;
+    WvSourceInfo info;
+    if (engine.getSourceInfo(id, &info) != 0) return false;
+    engine.cancelLoadFile(id);
+    gEndings.waitFor(id, {kLoadDone, kLoadCancelled});
+    std::fprintf(stderr, "wavoryx-job: %s, %s, %d Hz, %d channels, %lld us\n", info.container, info.codec,
+                 info.sampleRate, info.channels, static_cast<long long>(info.durationUs));
+    return true;
 }
 
 // All of `file` rendered to `out` as 44.1 kHz stereo WAV.
@@ -188,8 +257,17 @@ bool waveformJob(Wavoryx& engine, const char* file) {
 
 bool runJob(Wavoryx& engine, const std::string& job, char** args, int count) {
     if (job == "load" && count == 1) return loadAndWait(engine, args[0]) != 0;
-    if (job == "edit-mp3" && count == 2) return editJob(engine, args[0], args[1], ENCODE_MP3);
-    if (job == "edit-wav" && count == 2) return editJob(engine, args[0], args[1], ENCODE_WAV);
+    const std::vector<Range> fixed = {{60000, 180000}, {300000, 420000}};
+    if (job == "edit-mp3" && count == 2) return editJob(engine, args[0], args[1], ENCODE_MP3, fixed);
+    if (job == "edit-wav" && count == 2) return editJob(engine, args[0], args[1], ENCODE_WAV, fixed);
+    if (job == "edit" && count >= 4) {
+        std::vector<Range> ranges;
+        if (!parseRanges(args + 3, count - 3, &ranges)) return false;
+        const std::string format = args[0];
+        if (format != "mp3" && format != "wav") return false;
+        return editJob(engine, args[1], args[2], format == "mp3" ? ENCODE_MP3 : ENCODE_WAV, ranges);
+    }
+    if (job == "info" && count == 1) return infoJob(engine, args[0]);
     if (job == "convert" && count == 2) return convertJob(engine, args[0], args[1]);
     if (job == "waveform" && count == 1) return waveformJob(engine, args[0]);
     if (job == "encode" && count == 3) return encodeJob(engine, args[0], args[1], args[2]);
@@ -197,7 +275,7 @@ bool runJob(Wavoryx& engine, const std::string& job, char** args, int count) {
 }
 
 bool knownJob(const std::string& job, int count) {
-    return ((job == "load" || job == "waveform") && count == 1) ||
+    return ((job == "load" || job == "waveform" || job == "info") && count == 1) || (job == "edit" && count >= 4) ||
            ((job == "edit-mp3" || job == "edit-wav" || job == "convert") && count == 2) ||
            (job == "encode" && count == 3);
 }

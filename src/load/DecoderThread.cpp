@@ -123,8 +123,10 @@ void DecoderThread::runStep(WVThreadCmd& cmd) {
     DecodeJob* job = static_cast<DecodeJob*>(cmd.data);
 
     // A remainder held back after a short write gets one retry here.
+    const uint32_t held = job->writer->heldLength();
     switch (job->writer->checkStatus()) {
         case FileWriter::WRITE_OK:
+            if (held > 0) countWritten(item, job, held);
             break;
         case FileWriter::WRITE_STORAGE_FULL:
             WV_LOGW("Cancel file decode due to low space");
@@ -138,9 +140,24 @@ void DecoderThread::runStep(WVThreadCmd& cmd) {
     }
 
     const TimeVal begin = timeOfDay();
-    char* data = nullptr;
-    unsigned int length = 0;
-    if (job->decoder->getDataBuffer(&data, &length) != 0) {
+    // Codec buffers are small (1152 frames of MP3): several go to the file
+    // in one write, which saves system calls and queue round trips.
+    bool ended = false;
+    std::vector<char>& staged = job->staged;
+    staged.clear();
+    while (staged.size() < kStepBytes) {
+        char* data = nullptr;
+        unsigned int length = 0;
+        if (job->decoder->getDataBuffer(&data, &length) != 0) {
+            ended = true;
+            break;
+        }
+        staged.insert(staged.end(), data, data + length);
+        job->decoder->freeBuffer();
+        // A range load passing over the file before its part takes turns.
+        if (length == 0) break;
+    }
+    if (ended && staged.empty()) {
         // End of the stream, or a decode error that ends it early: what was
         // decoded is the item.
         job->writer->finishWrite();
@@ -149,25 +166,30 @@ void DecoderThread::runStep(WVThreadCmd& cmd) {
         endJob(id, EVT_LOAD_DONE, -1);
         return;
     }
-    // A short write is held by the writer and settled by the next step.
-    if (length > 0) job->writer->write(data, length);
-    job->decoder->freeBuffer();
-    const TimeVal end = timeOfDay();
-    if (length == 0) {
-        // A range load passing over the file before its part.
-        postNextStep(cmd, elapsedMs(begin, end));
-        return;
+    // A short write is held by the writer and settled by the next step,
+    // which also sees the end again.
+    if (!staged.empty()) {
+        if (job->writer->write(staged.data(), static_cast<uint32_t>(staged.size())) ==
+            FileWriter::WRITE_ERROR) {
+            delete job;
+            endJob(id, EVT_LOAD_FAILED, -11);
+            return;
+        }
+        countWritten(item, job, static_cast<uint32_t>(staged.size()) - job->writer->heldLength());
     }
+    postNextStep(cmd, elapsedMs(begin, timeOfDay()));
+}
 
-    // The bytes are in the file before readers may see them counted.
-    const uint32_t frames = item->frames.load() + length / item->frameSize();
+void DecoderThread::countWritten(SPcmInfo* item, DecodeJob* job, uint32_t bytes) {
+    if (bytes == 0) return;
+    // Only bytes in the file are counted: readers may read any frame below.
+    job->writtenBytes += bytes;
+    const uint32_t frames = static_cast<uint32_t>(job->writtenBytes / item->frameSize());
     item->frames.store(frames);
     mContext->dataArrived();
     const float progress =
         static_cast<float>(frames) / static_cast<float>(item->totalFrames.load());
     update(progress, &job->lastProgress);
-
-    postNextStep(cmd, elapsedMs(begin, end));
 }
 
 }  // namespace wv

@@ -1,8 +1,10 @@
-// The decoder worker: turns audio files into the engine's PCM items, one
-// decoded buffer per command, so that control requests act between chunks.
+// The decoder worker: turns audio files into the engine's PCM items, about
+// 64 KB of decoded audio per command, so that control requests act between
+// chunks.
 //
 // Commands: {1, id} starts loading item id (posted by loadFile, urgency 7);
-// {2, id, -1, job} decodes and writes the next codec buffer (posted by the
+// {2, id, -1, job} decodes codec buffers until kStepBytes are gathered (or
+// the stream ends) and writes them at once (posted by the
 // worker itself, urgency 7, so loads in progress take turns). With the
 // engine's thread priority at 1 a step is posted delayed by as long as it
 // took, so the worker idles about as much as it works.
@@ -36,6 +38,7 @@
 #pragma once
 
 #include <memory>
+#include <vector>
 
 #include "codec/FileWriter.h"
 #include "items/JobContext.h"
@@ -63,12 +66,17 @@ struct DecodeJob {
     std::unique_ptr<AudioDecoder> decoder;
     std::unique_ptr<FileWriter> writer;
     float lastProgress = 0.0f;  // the progress last reported for this load
+    std::vector<char> staged;   // the step's decoded bytes, written at once
+    uint64_t writtenBytes = 0;  // bytes that reached the PCM file
 };
 
 class DecoderThread : public ChunkedJobThread {
 public:
     static constexpr float kProgressStep = 0.2f;
     static constexpr uint8_t kStepUrgency = 7;
+    // Decoded bytes a step gathers before it writes them (a step ends
+    // sooner at the end of the stream): 16384 stereo frames.
+    static constexpr size_t kStepBytes = 65536;
     // context: the engine running the worker (not owned; outlives it).
     explicit DecoderThread(JobContext* context);
     ~DecoderThread() override;
@@ -89,6 +97,9 @@ private:
     // The command's item, made the current one: the one look-up of a
     // command (see ChunkedJobThread::takeItem).
     SPcmInfo* itemOf(const WVThreadCmd& cmd);
+    // `bytes` more of the load reached the file: the item's frames, the
+    // waiting renders and the progress learn it.
+    void countWritten(SPcmInfo* item, DecodeJob* job, uint32_t bytes);
 
     JobContext* const mContext;
 };
