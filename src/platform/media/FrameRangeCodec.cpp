@@ -14,6 +14,7 @@ namespace {
 // Packets demuxed per read while the part is still ahead: about a second
 // of work on a slow machine at the smallest packets.
 constexpr int kSkipBatchPackets = 4096;
+constexpr int kDropTurnFrames = 256;  // codec frames decoded and dropped per turn
 // Packets the throw-away decoder may take before giving its first output.
 constexpr int kProbePackets = 64;
 
@@ -287,12 +288,16 @@ MediaBuffer* FrameRangeCodec::cutLocked(const AVFrame* frame) {
 }
 
 MediaBuffer* FrameRangeCodec::decodeStepLocked() {
+    int dropped = 0;
     while (mPhase == Phase::kDecoding) {
         int ret = avcodec_receive_frame(mContext, mFrame);
         if (ret == 0) {
             MediaBuffer* buffer = cutLocked(mFrame);
             av_frame_unref(mFrame);
             if (buffer != nullptr) return buffer;
+            // Decoding a long way up to the part (Opus, AAC) takes turns
+            // too, so that a cancel is not held up until the part begins.
+            if (++dropped >= kDropTurnFrames) return mGroup->acquire(0);
         } else if (ret == AVERROR_EOF) {
             MediaBuffer* buffer = cutLocked(nullptr);  // what a rate conversion holds
             mPhase = Phase::kEnded;

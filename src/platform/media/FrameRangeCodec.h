@@ -25,7 +25,8 @@
 //
 // Output format and buffers as AudioCodec's; kKeyTime is the time of the
 // buffer's first frame in the whole track. Long stretches before the part
-// are demuxed in batches: a read may return OK with an empty buffer, so
+// are demuxed (or, for Opus and AAC, decoded and dropped) in batches: a read
+// may return OK with an empty buffer, so
 // that a caller stepping through the stream can act between batches. The
 // stream ends at `end`, at the track's end, or at the first packet the
 // demuxer or codec cannot handle inside the decoded stretch (a corrupt
