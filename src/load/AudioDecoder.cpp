@@ -60,25 +60,18 @@ int32_t AudioDecoder::load(const char* path, int* sampleRate, int* format, int* 
     if (meta->findInt64(kKeyDuration, &duration)) *durationUs = duration;
     noteFacts(*meta);
 
-    if (mRanged) {
-        *isRaw = false;
-        mMediaSource = pcmRangeSourceOf(found, frameAtMs(mStartMs, rate), frameAtMs(mEndMs, rate));
-        if (!mMediaSource) {
-            WV_LOGE("could not create a decoder for %s (%s)", path, mime);
-            return LOAD_NOT_PARSABLE;
-        }
-        WV_CHECK_EQ_AT(Check::kDecoderStart, "(status_t)OK,mMediaSource->start()", (status_t)OK,
-                       mMediaSource->start());
-        return LOAD_OK;
-    }
-    if (std::strstr(mime, "raw") != nullptr) {
+    // A part of a file is decoded even from a WAV: its frames go to a file
+    // of their own.
+    if (!mRanged && std::strstr(mime, "raw") != nullptr) {
         WV_LOGE("Raw sound file found.");
         *isRaw = true;
         return LOAD_OK;
     }
     *isRaw = false;
     meta->dumpToLog();
-    mMediaSource = pcmSourceOf(found.openTrack(), mCodecFactory);
+    mMediaSource = mRanged
+                       ? pcmRangeSourceOf(found, frameAtMs(mStartMs, rate), frameAtMs(mEndMs, rate))
+                       : pcmSourceOf(found.openTrack(), mCodecFactory);
     if (!mMediaSource) {
         WV_LOGE("could not create a decoder for %s (%s)", path, mime);
         return LOAD_NOT_PARSABLE;
