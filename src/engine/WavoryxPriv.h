@@ -108,6 +108,7 @@ public:
     wv::EventSink* events() const { return mContext.events(); }
     wv::JobContext* jobContext() { return &mContext; }
     wv::InfoList& infoList() { return mInfoList; }
+    wv::EncoderThread& encoderThread() { return *mEncoder; }
 
     // The two-line reports of a failed item check ("line %d in %s:" then the
     // message), at error level; the line and signature come from the table

@@ -114,7 +114,7 @@ void EncoderThread::startJob(WVThreadCmd& cmd) {
     if (failMissingSource(item, nullptr)) return;
     if (item->clipList->isPcmReady() == 0) {
         WV_LOGD("wait some time till the list clips %d are ready", static_cast<int>(id));
-        sendWaitingCmd(cmd, kRetryDelayMs);
+        sendWaitingCmd(cmd, mRetryDelayMs.load());
         return;
     }
 
@@ -217,7 +217,7 @@ void EncoderThread::runStep(WVThreadCmd& cmd) {
         case PcmInfoReader::WAIT:
             if (failMissingSource(item, job)) return;
             WV_LOGD("pcm %d not available, delayed encode", static_cast<int>(id));
-            sendWaitingCmd(cmd, kRetryDelayMs);
+            sendWaitingCmd(cmd, mRetryDelayMs.load());
             return;
         default:
             postNextStep(cmd, elapsed);

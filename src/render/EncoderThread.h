@@ -43,6 +43,7 @@
 // bytes for MP3) and the point generator; nothing grows with the length.
 #pragma once
 
+#include <atomic>
 #include <memory>
 #include <string>
 
@@ -90,6 +91,11 @@ public:
     explicit EncoderThread(JobContext* context);
     ~EncoderThread() override;
 
+    // The longest a render waiting for a source sleeps before it looks
+    // again when nothing wakes it (kRetryDelayMs unless set). Tests set it
+    // far beyond their time-outs to show that the wake alone moves renders.
+    void setRetryDelayMs(uint32_t ms) { mRetryDelayMs.store(ms); }
+
 protected:
     // The hooks of ChunkedJobThread. A cancel of code 1 sends 23 and
     // releases; of code 2 it deletes the job first (its unfinished output
@@ -133,6 +139,7 @@ private:
     alignas(8) char mWorkBuffer[kBlockBytes];
 
     JobContext* const mContext;
+    std::atomic<uint32_t> mRetryDelayMs{kRetryDelayMs};
 };
 
 }  // namespace wv
