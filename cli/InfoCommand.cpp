@@ -1,7 +1,8 @@
-// wavoryx info FILE... [--json] [--exact]: tells each file's container,
-// codec, sample rate, channels, frames and duration as the file states them
-// (its load is cancelled once decoding has begun), or with --exact as
-// counted by decoding it whole.
+// wavoryx info FILE... [--json] [--exact] [--loudness]: tells each file's
+// container, codec, sample rate, channels, frames and duration as the file
+// states them (its load is cancelled once decoding has begun), or with
+// --exact as counted by decoding it whole; --loudness decodes it whole too
+// and adds its integrated loudness, loudness range and true peak.
 #include <algorithm>
 #include <cstdio>
 #include <memory>
@@ -15,6 +16,7 @@
 #include "Commands.h"
 #include "FileKind.h"
 #include "Jobs.h"
+#include "Loudness.h"
 #include "Progress.h"
 #include "Session.h"
 #include "TimeSpec.h"
@@ -26,6 +28,7 @@ struct InfoOptions {
     std::vector<std::string> files;
     bool json = false;
     bool exact = false;
+    bool loudness = false;
 };
 
 std::string jsonString(const std::string& text) {
@@ -51,6 +54,7 @@ struct ShownFile {
     const LoadedSource* source = nullptr;
     WvSourceInfo facts{};
     bool hasFacts = false;
+    const LoudnessFigures* loudness = nullptr;  // with --loudness, once measured
     uint32_t frames() const {
         if (source->ok || !hasFacts || facts.durationUs < 0) return source->ok ? source->frames : source->expected;
         return uint32_t(uint64_t(facts.durationUs) * uint32_t(source->sampleRate) / 1000000);
@@ -94,6 +98,11 @@ void printText(const ShownFile& file) {
     std::printf("%s: %s, %d Hz, %s, %s%u frames, %s%s\n", source.path.c_str(), kind.c_str(), source.sampleRate,
                 channelsText(file).c_str(), source.ok ? "" : "about ", file.frames(),
                 formatTimeMs(file.durationMs()).c_str(), detailsText(kind, file).c_str());
+    if (file.loudness != nullptr) {
+        const LoudnessFigures& l = *file.loudness;
+        std::printf("  loudness %s LUFS, range %s LU, true peak %s dBTP\n", tenthsText(l.integrated).c_str(),
+                    tenthsText(l.range).c_str(), tenthsText(l.truePeak).c_str());
+    }
 }
 
 void printJson(const std::vector<ShownFile>& files) {
@@ -114,6 +123,12 @@ void printJson(const std::vector<ShownFile>& files) {
                 jsonString(f.container).c_str(), jsonString(f.codec).c_str(), f.channels,
                 jsonString(f.channelLayout).c_str(), f.bitsPerSample, f.bitRate);
         }
+        if (file.loudness != nullptr) {
+            // Minus infinity (silence) has no JSON number: null.
+            std::printf(", \"integratedLufs\": %s, \"loudnessRangeLu\": %s, \"truePeakDbtp\": %s",
+                        tenthsJson(file.loudness->integrated).c_str(), tenthsJson(file.loudness->range).c_str(),
+                        tenthsJson(file.loudness->truePeak).c_str());
+        }
         std::printf("}");
     }
     std::printf("%s]\n", files.empty() ? "" : "\n");
@@ -125,7 +140,11 @@ int runInfo(const InfoOptions& options, const GlobalOptions& global) {
     SourceLoads loads(session);
     loads.start(options.files);
     int status = 0;
-    if (options.exact) {
+    std::vector<LoudnessFigures> loudness;
+    if (options.loudness) {
+        // Each measurement starts now and follows its file's decoding.
+        status = measureLoudness(session, loads, loudness);
+    } else if (options.exact) {
         Progress progress("decoding", global.quiet);
         loads.setProgress(&progress, true);
         status = loads.waitUntil([&] { return loads.allEnded(); }, false);
@@ -155,6 +174,11 @@ int runInfo(const InfoOptions& options, const GlobalOptions& global) {
         ShownFile file;
         file.source = source;
         file.hasFacts = session.engine().getSourceInfo(source->id, &file.facts) == 0;
+        if (options.loudness) {
+            const size_t index = size_t(source - loads.sources().data());
+            if (index >= loudness.size() || !loudness[index].measured) continue;
+            file.loudness = &loudness[index];
+        }
         shown.push_back(file);
     }
     loads.cancelRunning();
@@ -174,12 +198,17 @@ void addInfoCommand(CLI::App& app, CommandLine& line) {
     info->add_option("FILE", options->files, "Audio files (any format the engine loads)")->required();
     info->add_flag("--json", options->json, "Print a JSON array, one object per file loaded");
     info->add_flag("--exact", options->exact, "Decode each file whole and count its frames");
+    info->add_flag("--loudness", options->loudness,
+                   "Decode each file whole and measure its integrated loudness (LUFS), loudness range (LU) and "
+                   "true peak (dBTP), after ITU-R BS.1770 / EBU R128");
     info->footer(
         "Without --exact nothing is decoded: frames and duration are what the file states\n"
         "(\"about\"), exact for WAV. With --exact each file is decoded and its frames counted.\n"
+        "With --loudness each file is decoded whole and measured; silence shows -inf (null in JSON).\n"
         "Examples:\n"
         "  wavoryx info song.mp3 take.wav\n"
-        "  wavoryx info --json song.mp3 | python3 -m json.tool");
+        "  wavoryx info --json song.mp3 | python3 -m json.tool\n"
+        "  wavoryx info --loudness song.mp3");
     info->callback([options, &line] { line.run = [options, &line] { return runInfo(*options, line.global); }; });
 }
 

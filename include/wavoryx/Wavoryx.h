@@ -28,6 +28,9 @@
  *   20 render failed (-1 no encoder, -11 write/read/encode error)
  *   21 render progress (percent)   22 render finished   23 render cancelled
  *   25 render stopped: storage full or encoder not initialised
+ *   26 loudness measured: integrated loudness (tenths of LUFS)
+ *   27 ... true peak (tenths of dBTP)   28 ... loudness range (tenths of LU),
+ *     the last event of a measurement; see measureLoudness
  *   40 playback could not start   42 playback reached the end
  *   60 recording failed (5, 3 or 1)   61 recording started
  *   63 recording ended (0 finished, 1 write error, 3 no space, -1 failed start)
@@ -239,7 +242,27 @@ public:
      * were: absent stays absent, no ".part" file stays behind. The list
      * can be played while it renders. */
     int32_t process(int listId);
+    /* Stops the render of the list, or the loudness measurement of the
+     * item or list (both when both are queued): event 23. */
     int32_t cancelProcess(int listId);
+    /* Queues a loudness measurement (ITU-R BS.1770 / EBU R128) of a loaded
+     * item or a clip list on the encoder worker, read like a render at the
+     * item's own rate and channels (a list's: setEncodePara's, else those
+     * its clips suggest) and writing nothing. A source still loading is
+     * waited for as by a render; one whose load failed or was cancelled,
+     * before or during the measurement, ends it with event 20 (-1); a read
+     * error with 20 (-11). Progress is event 21 (percent, when the length
+     * is known); cancelProcess(id) ends it with 23. A finished measurement
+     * sends, in this order and each once:
+     *   26 integrated loudness, tenths of LUFS (-23.1 LUFS gives -231),
+     *   27 true peak, the largest of the channels, tenths of dBTP,
+     *   28 loudness range, tenths of LU (0 for a steady or short programme).
+     * Values are rounded half away from zero; INT32_MIN stands for minus
+     * infinity: the loudness of silence or of less than 0.4 s of audio (26),
+     * the true peak of digital silence (27). Memory grows with the length
+     * (under 1 KB per second of audio). Returns 0; -1 unknown id; -2 a
+     * recording under way. */
+    int32_t measureLoudness(int id);
 
     int32_t playStart(int id);
     int32_t playPause();

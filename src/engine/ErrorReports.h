@@ -33,6 +33,7 @@ enum class Report : int {
     kSetThreadPriority,
     kGetOutputBitRate,
     kGetSourceInfo,
+    kMeasureLoudness,
     kCount
 };
 
@@ -80,6 +81,7 @@ inline constexpr ReportSite kReportSites[] = {
     {Report::kGetOutputBitRate, 0, 0, 0, "int32_t WavoryxPriv::getOutputBitRate(uint32_t)"},
     {Report::kGetSourceInfo, 0, 0, 0,
      "int32_t WavoryxPriv::getSourceInfo(uint32_t, WvSourceInfo*)"},
+    {Report::kMeasureLoudness, 0, 0, 0, "int32_t WavoryxPriv::measureLoudness(uint32_t)"},
 };
 
 constexpr bool reportSitesInOrder() {

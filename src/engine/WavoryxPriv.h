@@ -74,6 +74,7 @@ public:
     int32_t setEncodeOptions(uint32_t id, int32_t quality, int32_t vbr, int32_t jointStereo);
     int32_t process(uint32_t listId);
     int32_t cancelProcess(uint32_t listId);
+    int32_t measureLoudness(uint32_t id);  // LoudnessOps.cpp
     int32_t getWaveformSamples(wv::pcm_id_t id, wv::duration_t startMs, wv::duration_t endMs,
                                uint32_t count, void* buffer);
 

@@ -26,7 +26,7 @@ SPcmInfo* EncoderThread::itemOf(const WVThreadCmd& cmd) {
 
 bool EncoderThread::lowPriority() { return mContext->threadPriority() == WV_PRIORITY_LOW; }
 
-void EncoderThread::deleteJob(void* job) { delete static_cast<EncodeJob*>(job); }
+void EncoderThread::deleteJob(void* job) { delete static_cast<EncoderJob*>(job); }
 
 void EncoderThread::dropReference(uint32_t id) { mContext->releasePcm(id, REF_ENCODER, false); }
 
@@ -105,6 +105,10 @@ EncoderThread::OutputFormat EncoderThread::settleOutput(SPcmInfo* item) {
 }
 
 void EncoderThread::startJob(WVThreadCmd& cmd) {
+    if (cmd.code == kCmdMeasure) {
+        startMeasure(cmd);
+        return;
+    }
     SPcmInfo* item = itemOf(cmd);
     if (item->status.load() != CLIP_LIST) return;
     const pcm_id_t id = item->id;
@@ -148,14 +152,19 @@ void EncoderThread::startJob(WVThreadCmd& cmd) {
     std::unique_ptr<WaveformState> waveform(
         new WaveformState(static_cast<uint32_t>(rate), static_cast<uint32_t>(channels)));
     openWaveformFile(waveform.get(), (path + ".wave").c_str());
-    EncodeJob* job = new EncodeJob(std::move(reader), std::move(encoder), std::move(waveform));
+    EncoderJob* job = new EncodeJob(std::move(reader), std::move(encoder), std::move(waveform));
     postFirstStep(id, job);
 }
 
 void EncoderThread::runStep(WVThreadCmd& cmd) {
+    EncoderJob* any = static_cast<EncoderJob*>(cmd.data);
+    if (LoudnessJob* measure = dynamic_cast<LoudnessJob*>(any)) {
+        measureStep(cmd, measure);
+        return;
+    }
     SPcmInfo* item = itemOf(cmd);
     const pcm_id_t id = item->id;
-    EncodeJob* job = static_cast<EncodeJob*>(cmd.data);
+    EncodeJob* job = static_cast<EncodeJob*>(any);
 
     // A remainder held back after a short write gets its one retry here.
     const int writerStatus = job->encoder->checkStatus();

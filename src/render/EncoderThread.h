@@ -11,6 +11,11 @@
 //                          source has no more data yet, or delayed by as long
 //                          as the step took when the engine's thread
 //                          priority is 1).
+//   {3, id, -1, null}      start a loudness measurement of an item or a list
+//                          (posted by measureLoudness, urgency 7; posted
+//                          again while the item's format is unknown). Its
+//                          blocks are commands 2 carrying a LoudnessJob; see
+//                          LoudnessMeasure.cpp.
 // A render waiting for a source runs again as soon as the decoder reports
 // data, a known format or the end of a load (JobContext::dataArrived), and
 // after kRetryDelayMs (1000 ms) at the latest.
@@ -48,6 +53,7 @@
 #include <string>
 
 #include "codec/AudioEncoder.h"
+#include "dsp/LoudnessMeter.h"
 #include "dsp/WaveformData.h"
 #include "items/JobContext.h"
 #include "items/PcmInfoReader.h"
@@ -58,15 +64,20 @@ namespace wv {
 
 struct SPcmInfo;
 
+// What the step commands of the worker carry: a render or a measurement.
+struct EncoderJob {
+    virtual ~EncoderJob() = default;
+};
+
 // The context of one render, carried by its step commands. Destroying it
 // drops the reader, then the encoder (which removes its file unless it was
 // finished), then the point generator (which discards an unfinished
 // ".wave" file).
-struct EncodeJob {
+struct EncodeJob final : EncoderJob {
     EncodeJob(std::unique_ptr<PcmInfoReader> r, std::unique_ptr<AudioEncoder> e,
               std::unique_ptr<WaveformState> w)
         : reader(std::move(r)), encoder(std::move(e)), waveform(std::move(w)) {}
-    ~EncodeJob() {
+    ~EncodeJob() override {
         reader.reset();
         encoder.reset();
         waveform.reset();
@@ -80,12 +91,27 @@ struct EncodeJob {
     float lastProgress = 0.0f;  // the progress last reported for this render
 };
 
+// The context of one loudness measurement: it writes nothing, so the item's
+// own counters are left alone and the frames are counted here.
+struct LoudnessJob final : EncoderJob {
+    LoudnessJob(std::unique_ptr<PcmInfoReader> r, uint32_t rate, uint32_t channels)
+        : reader(std::move(r)), meter(rate, channels), channels(channels) {}
+
+    std::unique_ptr<PcmInfoReader> reader;
+    LoudnessMeter meter;
+    const uint32_t channels;
+    uint64_t frames = 0;        // read so far
+    uint64_t totalFrames = 0;   // expected at the measured rate; 0 while unknown
+    float lastProgress = 0.0f;  // the progress last reported
+};
+
 class EncoderThread : public ChunkedJobThread {
 public:
     static constexpr float kProgressStep = 0.1f;
     static constexpr uint8_t kStepUrgency = 2;
     static constexpr uint32_t kBlockBytes = 16384;
     static constexpr uint32_t kRetryDelayMs = 1000;
+    static constexpr uint32_t kCmdMeasure = 3;
 
     // context: the engine running the worker (not owned; outlives it).
     explicit EncoderThread(JobContext* context);
@@ -101,6 +127,9 @@ protected:
     // releases; of code 2 it deletes the job first (its unfinished output
     // removed); of any other code it only releases.
     bool isRegistered(uint32_t id) override;
+    bool startsJob(uint32_t code) const override {
+        return code == kCmdStart || code == kCmdMeasure;
+    }
     void startJob(WVThreadCmd& cmd) override;
     void runStep(WVThreadCmd& cmd) override;
     // A render dropped at shutdown frees its job (and its unfinished
@@ -135,6 +164,14 @@ private:
     // Ends the render with event 20 (-1) when a source of the list will never
     // produce its data (its load failed or was cancelled); false otherwise.
     bool failMissingSource(SPcmInfo* item, EncodeJob* job);
+
+    // The loudness measurement (LoudnessMeasure.cpp): its start, one block,
+    // and its ending with the three result events.
+    void startMeasure(WVThreadCmd& cmd);
+    void measureStep(WVThreadCmd& cmd, LoudnessJob* job);
+    void finishMeasure(pcm_id_t id, LoudnessJob* job);
+    // Sends a measurement's ending event and drops its reference.
+    void endMeasure(pcm_id_t id, uint32_t event, int32_t value);
 
     alignas(8) char mWorkBuffer[kBlockBytes];
 

@@ -16,15 +16,10 @@ void ChunkedJobThread::markCurrent(const WVThreadCmd& cmd, bool present, Check s
 }
 
 void ChunkedJobThread::procCmd(WVThreadCmd& cmd) {
-    switch (cmd.code) {
-        case kCmdStart:
-            startJob(cmd);
-            break;
-        case kCmdContinue:
-            runStep(cmd);
-            break;
-        default:
-            break;
+    if (cmd.code == kCmdContinue) {
+        runStep(cmd);
+    } else if (startsJob(cmd.code)) {
+        startJob(cmd);
     }
 }
 
@@ -58,18 +53,14 @@ void ChunkedJobThread::onCmdResume(WVThreadCmd& cmd) {
 }
 
 void ChunkedJobThread::onCmdCancel(WVThreadCmd& cmd) {
-    switch (cmd.code) {
-        case kCmdStart:
-            endJob(cmd.pcmId, mConfig.cancelledEvent, -1);
-            break;
-        case kCmdContinue:
-            requireItem(cmd, mConfig.missingItemCheck);
-            if (cmd.data != nullptr) deleteJob(cmd.data);
-            endJob(cmd.pcmId, mConfig.cancelledEvent, -1);
-            break;
-        default:
-            dropReference(cmd.pcmId);
-            break;
+    if (cmd.code == kCmdContinue) {
+        requireItem(cmd, mConfig.missingItemCheck);
+        if (cmd.data != nullptr) deleteJob(cmd.data);
+        endJob(cmd.pcmId, mConfig.cancelledEvent, -1);
+    } else if (startsJob(cmd.code)) {
+        endJob(cmd.pcmId, mConfig.cancelledEvent, -1);
+    } else {
+        dropReference(cmd.pcmId);
     }
 }
 

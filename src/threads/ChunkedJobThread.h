@@ -46,7 +46,11 @@ protected:
     void onCmdCancel(WVThreadCmd& cmd) override;
     void onProgress(float progress) override;
 
-    // Command 1 and command 2. Each first passes its look-up of the
+    // Whether a command of `code` starts a job: command 1, and any code a
+    // worker adds for a job of another kind. A start is served by startJob
+    // and its cancel ends the job with the cancel event.
+    virtual bool startsJob(uint32_t code) const { return code == kCmdStart; }
+    // A start command and command 2. Each first passes its look-up of the
     // command's item through takeItem.
     virtual void startJob(WVThreadCmd& cmd) = 0;
     virtual void runStep(WVThreadCmd& cmd) = 0;

@@ -1,0 +1,69 @@
+#define WV_LOG_TAG "LoudnessMeter"
+#include "dsp/LoudnessMeter.h"
+
+#include <ebur128.h>
+
+#include <cmath>
+
+#include "base/Log.h"
+
+namespace wv {
+
+struct LoudnessMeter::State {
+    ebur128_state* meter;
+};
+
+LoudnessMeter::LoudnessMeter(uint32_t sampleRate, uint32_t channels) : mChannels(channels) {
+    // A mono programme is one front channel, weighted 1 like a stereo
+    // channel: the library's default map already says so for channel 0.
+    ebur128_state* meter = ebur128_init(channels, sampleRate,
+                                        EBUR128_MODE_I | EBUR128_MODE_LRA | EBUR128_MODE_TRUE_PEAK);
+    if (meter == nullptr) {
+        WV_LOGE("loudness meter refused %u Hz, %u channels", sampleRate, channels);
+        return;
+    }
+    mState = new State{meter};
+}
+
+LoudnessMeter::~LoudnessMeter() {
+    if (mState == nullptr) return;
+    ebur128_destroy(&mState->meter);
+    delete mState;
+}
+
+bool LoudnessMeter::add(const int16_t* samples, size_t frames) {
+    if (mState == nullptr) return false;
+    return ebur128_add_frames_short(mState->meter, samples, frames) == EBUR128_SUCCESS;
+}
+
+bool LoudnessMeter::figures(LoudnessFigures* out) const {
+    if (mState == nullptr) return false;
+    double integrated = 0.0;
+    double range = 0.0;
+    if (ebur128_loudness_global(mState->meter, &integrated) != EBUR128_SUCCESS ||
+        ebur128_loudness_range(mState->meter, &range) != EBUR128_SUCCESS) {
+        return false;
+    }
+    double peak = 0.0;
+    for (uint32_t channel = 0; channel < mChannels; ++channel) {
+        double channelPeak = 0.0;
+        if (ebur128_true_peak(mState->meter, channel, &channelPeak) != EBUR128_SUCCESS)
+            return false;
+        if (channelPeak > peak) peak = channelPeak;
+    }
+    out->integratedLufs = integrated;
+    out->rangeLu = range;
+    out->truePeakDbtp = peak > 0.0 ? 20.0 * std::log10(peak) : -HUGE_VAL;
+    return true;
+}
+
+int32_t LoudnessMeter::tenths(double value) {
+    if (std::isnan(value) || value == -HUGE_VAL) return INT32_MIN;
+    const double scaled = std::round(value * 10.0);
+    if (scaled >= static_cast<double>(INT32_MAX)) return INT32_MAX;
+    // INT32_MIN itself stays the mark of "no value".
+    if (scaled <= static_cast<double>(INT32_MIN + 1)) return INT32_MIN + 1;
+    return static_cast<int32_t>(scaled);
+}
+
+}  // namespace wv

@@ -1,0 +1,52 @@
+// Programme loudness of a stream of 16-bit frames, after ITU-R BS.1770 and
+// EBU R128: integrated loudness (LUFS), loudness range (LU) and true peak
+// (dBTP), measured by libebur128.
+//
+// Integrated loudness and range keep the energy of every block of the
+// programme (under 1 KB per second of input), since their gates are relative
+// to the whole; everything else is fixed at construction.
+#pragma once
+
+#include <cstddef>
+#include <cstdint>
+
+namespace wv {
+
+// A measurement; a quantity that has no value is -infinity: the loudness of
+// silence or of less than one 400 ms gating block, the true peak of digital
+// silence.
+struct LoudnessFigures {
+    double integratedLufs;
+    double rangeLu;
+    double truePeakDbtp;
+};
+
+class LoudnessMeter {
+public:
+    // channels: 1 (weighted as a single front channel) or 2 (left, right).
+    LoudnessMeter(uint32_t sampleRate, uint32_t channels);
+    ~LoudnessMeter();
+    LoudnessMeter(const LoudnessMeter&) = delete;
+    LoudnessMeter& operator=(const LoudnessMeter&) = delete;
+
+    // False when the measurement could not be set up (no memory, a rate
+    // the filters do not support): add and figures then fail.
+    bool valid() const { return mState != nullptr; }
+    // Feeds `frames` interleaved frames. False when the meter refused them.
+    bool add(const int16_t* samples, size_t frames);
+    // The figures of everything fed so far. False when they could not be
+    // computed.
+    bool figures(LoudnessFigures* out) const;
+
+    // A figure in tenths of its unit, rounded half away from zero (-23.14
+    // gives -231); INT32_MIN for -infinity or NaN, saturated otherwise.
+    static int32_t tenths(double value);
+
+private:
+    // The library's state, whose type cannot be declared ahead of its header.
+    struct State;
+    State* mState = nullptr;
+    uint32_t mChannels;
+};
+
+}  // namespace wv
