@@ -75,18 +75,22 @@ void AudioResampler::resetDefaultQualityForTesting() {
     gDefaultQuality.store(SRC_DEFAULT);
 }
 
+AudioResampler::src_quality AudioResampler::defaultQuality() {
+    const int ok = pthread_once(&gDefaultQualityOnce, readDefaultQualityOnce);
+    if (ok != 0) {
+        WV_LOGE("%s pthread_once failed: %d",
+                "static AudioResampler* AudioResampler::create(int, int, int32_t, "
+                "AudioResampler::src_quality)",
+                ok);
+    }
+    return static_cast<src_quality>(gDefaultQuality.load());
+}
+
 AudioResampler* AudioResampler::create(int bitDepth, int inChannelCount, int32_t sampleRate,
                                        src_quality quality) {
     bool atFinalQuality;
     if (quality == SRC_DEFAULT) {
-        const int ok = pthread_once(&gDefaultQualityOnce, readDefaultQualityOnce);
-        if (ok != 0) {
-            WV_LOGE("%s pthread_once failed: %d",
-                    "static AudioResampler* AudioResampler::create(int, int, int32_t, "
-                    "AudioResampler::src_quality)",
-                    ok);
-        }
-        quality = static_cast<src_quality>(gDefaultQuality.load());
+        quality = defaultQuality();
         atFinalQuality = false;
     } else {
         atFinalQuality = true;

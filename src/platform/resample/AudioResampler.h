@@ -93,6 +93,9 @@ public:
 
     static bool qualityIsSupported(src_quality quality);
     static uint32_t qualityMHz(src_quality quality);
+    // The quality SRC_DEFAULT stands for: the property's value, read once
+    // per process (before any stepping down for the load budget).
+    static src_quality defaultQuality();
     // Reads the default quality from the property; run once per process.
     static void init_routine();
 
