@@ -9,6 +9,7 @@
 #include <cstdint>
 #include <cstdio>
 #include <cstdlib>
+#include <map>
 #include <memory>
 #include <string>
 #include <vector>
@@ -35,6 +36,9 @@ struct EditOptions {
     std::string output;
     int rate = 0;
     int channels = 0;
+    // The list's converter for sources at other rates: 0 linear, 1 high,
+    // 2 very high (the values of setResampleQuality).
+    int resample = 1;
     EncodingChoice encoding;
     std::vector<SourceRange> ranges;  // parsed from `sources`
 };
@@ -165,12 +169,13 @@ int cutAndRender(Session& session, SourceLoads& loads, const EditOptions& option
         progress.finish(false);
         if (status != 0) return status;
     }
-    // The engine converts down by less than a factor of 4 only; beyond
-    // that it would stretch the audio instead.
+    // The linear converter goes down by less than a factor of 4 only;
+    // beyond that it would stretch the audio instead.
     for (const LoadedSource& source : loads.sources()) {
-        if (options.rate > 0 && source.sampleRate >= 4 * options.rate) {
+        if (options.resample == 0 && options.rate > 0 && source.sampleRate >= 4 * options.rate) {
             reportError(source.path, "cannot convert " + std::to_string(source.sampleRate) + " Hz down to " +
-                                         std::to_string(options.rate) + " Hz (less than a quarter)");
+                                         std::to_string(options.rate) +
+                                         " Hz (less than a quarter) with --resample linear");
             return 1;
         }
     }
@@ -186,6 +191,7 @@ int cutAndRender(Session& session, SourceLoads& loads, const EditOptions& option
     engine.setOutputPara(list, rendering.c_str(), type);
     engine.setEncodePara(list, options.rate, options.encoding.bitrate, options.channels, 0);
     applyEncodingOptions(engine, list, options.encoding);
+    engine.setResampleQuality(list, options.resample);
     const int rendered = renderList(session, list, rendering, options.output, &loads);
     // A file holding less than it states: its ranges are cut anew.
     return rendered == 0 && loads.shortOfNeeds() ? -1 : rendered;
@@ -254,8 +260,15 @@ void addEditCommand(CLI::App& app, CommandLine& line) {
         ->required();
     edit->add_option("-o,--output", options->output, "The file to write")->required()->type_name("OUT");
     edit->add_option("--rate", options->rate,
-                     "Sample rate in Hz, above a quarter of every source's (default: the highest of the sources')")
+                     "Sample rate in Hz (default: the highest of the sources'); with --resample linear, above a "
+                     "quarter of every source's")
         ->check(CLI::Range(1000, 192000));
+    const std::map<std::string, int> converters = {{"linear", 0}, {"high", 1}, {"best", 2}};
+    edit->add_option("--resample", options->resample,
+                     "Converter for sources at another rate: high (default; no aliasing, exact length), best "
+                     "(finer still, slower) or linear (fastest; aliases, one frame more per range)")
+        ->transform(CLI::CheckedTransformer(converters, CLI::ignore_case))
+        ->type_name("linear|high|best");
     edit->add_option("--channels", options->channels, "1 or 2 (default: the sources')")->check(CLI::Range(1, 2));
     addEncodingOptions(edit, options->encoding);
     edit->footer(

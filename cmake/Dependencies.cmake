@@ -4,6 +4,7 @@ find_package(PkgConfig REQUIRED)
 find_package(Threads REQUIRED)
 pkg_check_modules(FFMPEG REQUIRED IMPORTED_TARGET libavformat libavcodec libswresample libavutil)
 pkg_check_modules(SOUNDTOUCH REQUIRED IMPORTED_TARGET soundtouch)
+pkg_check_modules(SOXR REQUIRED IMPORTED_TARGET soxr)
 pkg_check_modules(PORTAUDIO REQUIRED IMPORTED_TARGET portaudio-2.0)
 pkg_check_modules(EBUR128 REQUIRED IMPORTED_TARGET libebur128)
 find_path(LAME_INCLUDE_DIR lame/lame.h REQUIRED)
@@ -14,7 +15,7 @@ find_library(LAME_LIBRARY mp3lame REQUIRED)
 # used here.
 add_library(wavoryx_deps INTERFACE)
 target_link_libraries(wavoryx_deps INTERFACE
-  PkgConfig::SOUNDTOUCH PkgConfig::EBUR128 ${LAME_LIBRARY} Threads::Threads m ${CMAKE_DL_LIBS})
+  PkgConfig::SOUNDTOUCH PkgConfig::SOXR PkgConfig::EBUR128 ${LAME_LIBRARY} Threads::Threads m ${CMAKE_DL_LIBS})
 target_include_directories(wavoryx_deps INTERFACE ${LAME_INCLUDE_DIR}
   $<TARGET_PROPERTY:PkgConfig::FFMPEG,INTERFACE_INCLUDE_DIRECTORIES>
   $<TARGET_PROPERTY:PkgConfig::PORTAUDIO,INTERFACE_INCLUDE_DIRECTORIES>)
@@ -23,5 +24,5 @@ target_compile_options(wavoryx_deps INTERFACE
   $<TARGET_PROPERTY:PkgConfig::PORTAUDIO,INTERFACE_COMPILE_OPTIONS>)
 
 # Requires.private of the pkg-config file, for static consumers.
-set(WAVORYX_PC_REQUIRES_PRIVATE "soundtouch libebur128")
+set(WAVORYX_PC_REQUIRES_PRIVATE "soundtouch soxr libebur128")
 set(WAVORYX_PC_LIBS_PRIVATE "-lmp3lame -ldl -lpthread -lm")

@@ -1,6 +1,8 @@
-// Throughput of the linear resampler, in output frames per second, for the
-// common 22050 -> 44100 Hz stereo case and a downsampling case, with the
-// provider lending pieces of the size a PCM reader would (4096 frames).
+// Throughput of the resamplers, in output frames per second, with the
+// provider lending pieces of the size a PCM reader would (4096 frames): the
+// linear kind for the common 22050 -> 44100 Hz stereo case and a
+// downsampling case, the high-quality kinds for the common conversions.
+// "x realtime" is output seconds made per second of one core.
 #include <benchmark/benchmark.h>
 
 #include <algorithm>
@@ -40,11 +42,11 @@ private:
     std::vector<int16_t> mSamples;
 };
 
-void convert(benchmark::State& state, int channels, int32_t inRate, int32_t outRate) {
+void convert(benchmark::State& state, int channels, int32_t inRate, int32_t outRate,
+             wv::AudioResampler::src_quality quality = wv::AudioResampler::SRC_DEFAULT) {
     constexpr size_t kOutFrames = 4096;
     LoopProvider provider(channels, 4096);
-    std::unique_ptr<wv::AudioResampler> r(
-        wv::AudioResampler::create(16, channels, outRate, wv::AudioResampler::SRC_DEFAULT));
+    std::unique_ptr<wv::AudioResampler> r(wv::AudioResampler::create(16, channels, outRate, quality));
     r->init();
     r->setVolume(1, 1);
     r->setSampleRate(inRate);
@@ -58,16 +60,37 @@ void convert(benchmark::State& state, int channels, int32_t inRate, int32_t outR
     state.SetItemsProcessed(int64_t(state.iterations()) * kOutFrames);
     state.counters["frames/s"] =
         benchmark::Counter(double(state.iterations()) * kOutFrames, benchmark::Counter::kIsRate);
+    state.counters["x realtime"] =
+        benchmark::Counter(double(state.iterations()) * kOutFrames / outRate, benchmark::Counter::kIsRate);
 }
 
 void BM_Stereo22050To44100(benchmark::State& state) { convert(state, 2, 22050, 44100); }
 void BM_Mono22050To44100(benchmark::State& state) { convert(state, 1, 22050, 44100); }
 void BM_Stereo48000To44100(benchmark::State& state) { convert(state, 2, 48000, 44100); }
 
+constexpr auto kHigh = wv::AudioResampler::SRC_HQ_HIGH;
+constexpr auto kVeryHigh = wv::AudioResampler::SRC_HQ_VERY_HIGH;
+void BM_HighStereo44100To48000(benchmark::State& s) { convert(s, 2, 44100, 48000, kHigh); }
+void BM_HighStereo48000To44100(benchmark::State& s) { convert(s, 2, 48000, 44100, kHigh); }
+void BM_HighStereo44100To16000(benchmark::State& s) { convert(s, 2, 44100, 16000, kHigh); }
+void BM_HighStereo22050To44100(benchmark::State& s) { convert(s, 2, 22050, 44100, kHigh); }
+void BM_HighMono44100To48000(benchmark::State& s) { convert(s, 1, 44100, 48000, kHigh); }
+void BM_HighStereo11025To192000(benchmark::State& s) { convert(s, 2, 11025, 192000, kHigh); }
+void BM_VeryHighStereo44100To48000(benchmark::State& s) { convert(s, 2, 44100, 48000, kVeryHigh); }
+void BM_VeryHighStereo48000To44100(benchmark::State& s) { convert(s, 2, 48000, 44100, kVeryHigh); }
+
 }  // namespace
 
 BENCHMARK(BM_Stereo22050To44100);
 BENCHMARK(BM_Mono22050To44100);
 BENCHMARK(BM_Stereo48000To44100);
+BENCHMARK(BM_HighStereo44100To48000);
+BENCHMARK(BM_HighStereo48000To44100);
+BENCHMARK(BM_HighStereo44100To16000);
+BENCHMARK(BM_HighStereo22050To44100);
+BENCHMARK(BM_HighMono44100To48000);
+BENCHMARK(BM_HighStereo11025To192000);
+BENCHMARK(BM_VeryHighStereo44100To48000);
+BENCHMARK(BM_VeryHighStereo48000To44100);
 
 BENCHMARK_MAIN();

@@ -224,6 +224,20 @@ public:
      * by default. Returns 0; -4 for a value out of range; -1 for an
      * unknown id, -2 for an item that is not a list. WAV ignores them. */
     int32_t setEncodeOptions(int id, int quality, int vbr, int jointStereo);
+    /* Sample-rate converter of a list's renders, used for every clip whose
+     * source rate differs from the output rate; read when a render starts.
+     * 0 (default): the process default, which is the linear converter
+     * (output byte for byte as earlier versions made it) unless the
+     * property "af.resampler.quality" says 5 (high) or 6 (very high).
+     * 1 high, 2 very high: a band-limited converter (20- and 28-bit
+     * precision) whatever the property says; any rate from 8 to 192 kHz to
+     * any other, no aliasing, and a clip of N frames at rate `in` becomes
+     * exactly round(N x out / in) frames at rate `out` (halves round up;
+     * the list's length is the sum over its clips). The linear converter
+     * gives about one frame more per clip and needs a source rate below
+     * 4 x the output rate. Returns 0; -4 for a value out of range; -1 for
+     * an unknown id, -2 for an item that is not a list. */
+    int32_t setResampleQuality(int listId, int quality);
     /* Bit rate (kbit/s) of a list's or recording's output. Once its
      * encoder has started (during the render and after it), the rate the
      * file is encoded at: LAME rounds a constant MP3 rate to the nearest

@@ -4,6 +4,7 @@
 #include "base/Log.h"
 #include "codec/AudioEncoder.h"
 #include "engine/WavoryxPriv.h"
+#include "platform/resample/AudioResampler.h"
 #include "render/EncoderThread.h"
 
 using namespace wv;
@@ -61,6 +62,22 @@ int32_t WavoryxPriv::setEncodeOptions(uint32_t id, int32_t quality, int32_t vbr,
     list->encodeQuality = quality;
     list->vbrLevel = vbr;
     list->jointStereo = jointStereo;
+    return 0;
+}
+
+int32_t WavoryxPriv::setResampleQuality(uint32_t listId, int32_t quality) {
+    static const AudioResampler::src_quality kKinds[] = {
+        AudioResampler::SRC_DEFAULT, AudioResampler::SRC_HQ_HIGH, AudioResampler::SRC_HQ_VERY_HIGH};
+    if (quality < 0 || quality > 2) {
+        WV_LOGE("setResampleQuality: quality %d out of range", quality);
+        return -4;
+    }
+    int32_t result;
+    ItemHold hold(this, listId);
+    SPcmInfo* list =
+        holdItemWithStatus(hold, listId, CLIP_LIST, Report::kSetResampleQuality, &result);
+    if (list == nullptr) return result;
+    list->resampleQuality = kKinds[quality];
     return 0;
 }
 

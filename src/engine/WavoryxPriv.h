@@ -72,6 +72,7 @@ public:
     int32_t setEncodePara(uint32_t listId, int32_t sampleRate, int32_t bitRate,
                           int32_t channelCount, int32_t forceStereo);
     int32_t setEncodeOptions(uint32_t id, int32_t quality, int32_t vbr, int32_t jointStereo);
+    int32_t setResampleQuality(uint32_t listId, int32_t quality);
     int32_t process(uint32_t listId);
     int32_t cancelProcess(uint32_t listId);
     int32_t measureLoudness(uint32_t id);  // LoudnessOps.cpp

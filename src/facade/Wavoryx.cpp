@@ -85,6 +85,9 @@ int32_t Wavoryx::setEncodePara(int listId, int sampleRate, int bitRate, int chan
 int32_t Wavoryx::setEncodeOptions(int id, int quality, int vbr, int jointStereo) {
     return mPriv->setEncodeOptions(static_cast<uint32_t>(id), quality, vbr, jointStereo);
 }
+int32_t Wavoryx::setResampleQuality(int listId, int quality) {
+    return mPriv->setResampleQuality(static_cast<uint32_t>(listId), quality);
+}
 int32_t Wavoryx::process(int listId) { return mPriv->process(static_cast<uint32_t>(listId)); }
 int32_t Wavoryx::measureLoudness(int id) {
     return mPriv->measureLoudness(static_cast<uint32_t>(id));

@@ -160,6 +160,25 @@ uint32_t PcmClipList::duration2frame(uint32_t& durationMs) const {
     return total;
 }
 
+bool PcmClipList::convertedLength(int32_t outRate, uint64_t* frames) const {
+    std::lock_guard<std::mutex> guard(mLock);
+    uint64_t total = 0;
+    for (const PcmClip& clip : mClips) {
+        const int32_t status = clip.source->status.load();
+        const int32_t rate = clip.source->sampleRate.load();
+        if ((status != DECODING && status != RECORDING && status != PCM_READY) || rate < 1 ||
+            outRate < 1) {
+            return false;
+        }
+        const uint64_t span = clip.source->span(clip.start, clip.end);
+        total += rate == outRate
+                     ? span
+                     : (span * uint64_t(outRate) * 2 + uint64_t(rate)) / (2 * uint64_t(rate));
+    }
+    *frames = total;
+    return true;
+}
+
 uint32_t PcmClipList::frame2duration() const {
     std::lock_guard<std::mutex> guard(mLock);
     uint32_t total = 0;

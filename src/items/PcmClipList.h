@@ -67,6 +67,11 @@ public:
     // Frames-from-duration and duration-of-list walks of the owning item.
     uint32_t duration2frame(uint32_t& durationMs) const;
     uint32_t frame2duration() const;
+    // The length of the list converted clip by clip to outRate Hz the way
+    // the high-quality resampler does: the sum of round(span x outRate /
+    // rate) over the clips. False (and *frames untouched) when a clip's
+    // source is a list or has no rate yet.
+    bool convertedLength(int32_t outRate, uint64_t* frames) const;
 
 private:
     void appendCopy(const PcmClip& clip);

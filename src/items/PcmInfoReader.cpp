@@ -185,23 +185,32 @@ int32_t PcmInfoReader::readFile(char* buffer, uint32_t frames) {
     }
     if (!mResampler) {
         mResampler.reset(AudioResampler::create(16, itemChannels == 1 ? 1 : 2, mOutSampleRate,
-                                                AudioResampler::SRC_DEFAULT));
+                                                mResampleQuality));
         mResampler->init();
         mResampler->setVolume(1, 1);
     }
     mResampler->setSampleRate(itemRate);
     int16_t* out = reinterpret_cast<int16_t*>(buffer);
-    if (mOutChannels == 1) {
-        mResampler->resample(out, frames / 2, this);
-        Stereo2Mono(buffer, frames / 2);
-    } else {
-        mResampler->resample(out, frames, this);
+    // Mono output is made as stereo in the buffer's first half, then folded.
+    const uint32_t outFrames = mOutChannels == 1 ? frames / 2 : frames;
+    mResampler->resample(out, outFrames, this);
+    uint32_t made = static_cast<uint32_t>(mResampler->getOutputFrames());
+    if (mEndState == END && !mResamplerHolds) {
+        // All input is handed over: a resampler that holds a filter's tail
+        // gives it out now, and the end waits until it has.
+        mResampler->endInput();
+        if (mResampler->outputPending() && made < outFrames) {
+            mResampler->resample(out + size_t(made) * 2, outFrames - made, this);
+            made += static_cast<uint32_t>(mResampler->getOutputFrames());
+        }
+        if (mResampler->outputPending()) mEndState = MORE;
     }
+    if (mOutChannels == 1) Stereo2Mono(buffer, outFrames);
     // The last input was fetched, but the output filled up before the
     // resampler used all of it: the end comes with the next read, which
     // converts the rest, not now (a user would drop the tail).
     if (mEndState == END && mResamplerHolds) mEndState = MORE;
-    return static_cast<int32_t>(mResampler->getOutputFrames());
+    return static_cast<int32_t>(made);
 }
 
 int32_t PcmInfoReader::getNextBuffer(Buffer* buffer, int64_t) {
@@ -256,6 +265,7 @@ int32_t PcmInfoReader::readClipList(char* buffer, uint32_t frames, uint64_t gotB
             const PcmClip first = clips.clips().front();
             mClipReader.reset(new PcmInfoReader(first.source));
             mClipReader->setOutputFormat(mOutSampleRate, mOutChannels);
+            mClipReader->setResampleQuality(mResampleQuality);
             mClipReader->setPosition(first.start, first.end);
         }
         const uint32_t before = mClipReader->position();

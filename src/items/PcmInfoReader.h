@@ -5,10 +5,18 @@
 //
 // Positions count the item's own frames (list frames for a clip list).
 // Rate conversion pulls the item's frames through the pull interface of the
-// linear resampler, at most kProviderBytes (1280 stereo or 2560 mono
-// frames) per fetch; channel conversion keeps the left channel or
-// duplicates mono, in place. Nothing is allocated while reading, except one
-// sub-reader per clip and one resampler per reader.
+// resampler of the quality set (the process default unless told), at most
+// kProviderBytes (1280 stereo or 2560 mono frames) per fetch; channel
+// conversion keeps the left channel or duplicates mono, in place. Nothing is
+// allocated while reading, except one sub-reader per clip and one resampler
+// per reader.
+//
+// Converted length: the linear kind gives what its one frame of latency
+// makes of the range. The high-quality kinds give exactly
+// round(N x out / in) frames for a range of N frames that ends (the end of
+// the range, or of a finished item): the filter's tail is read out before
+// END is reported. A clip list converts clip by clip, so its length is the
+// sum of its clips' rounded lengths.
 //
 // After every read the user checks endState(): 0 more follows, 1 the end of
 // the range (or of a finished item) was reached, 2 the data ends where the
@@ -50,6 +58,9 @@ public:
         mOutChannels = channels;
     }
     int32_t outSampleRate() const { return mOutSampleRate; }
+    // Quality of the resampler made at the first converted read (and of the
+    // clip sub-readers' ones); SRC_DEFAULT unless set.
+    void setResampleQuality(AudioResampler::src_quality quality) { mResampleQuality = quality; }
     int32_t outChannels() const { return mOutChannels; }
 
     void initPosition();                             // the whole item, from 0
@@ -115,6 +126,7 @@ private:
     char mProviderBuffer[kProviderBytes];
     std::unique_ptr<AudioResampler> mResampler;
     bool mResamplerHolds = false;  // the resampler has a fetched buffer not yet released
+    AudioResampler::src_quality mResampleQuality = AudioResampler::SRC_DEFAULT;
 };
 
 }  // namespace wv

@@ -149,6 +149,9 @@ struct SPcmInfo {
     std::atomic<int32_t> encodeQuality{5};
     std::atomic<int32_t> vbrLevel{0};
     std::atomic<int32_t> jointStereo{0};
+    // The resampler quality (an AudioResampler::src_quality) of a list's
+    // renders: SRC_DEFAULT leaves the choice to the process default.
+    std::atomic<int32_t> resampleQuality{0};
     // What the render's or recording's file holds, once its encoder has
     // started: the client's queries report these. 0 until then.
     std::atomic<int32_t> outputRate{0};

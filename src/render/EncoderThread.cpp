@@ -1,6 +1,7 @@
 #define WV_LOG_TAG "EncoderThread"
 #include "render/EncoderThread.h"
 
+#include <algorithm>
 #include <string>
 
 #include "base/CheckSites.h"
@@ -75,9 +76,21 @@ EncoderThread::OutputFormat EncoderThread::settleOutput(SPcmInfo* item) {
         item->channelCount.store(format.channels);
     }
 
+    format.resampleQuality = static_cast<AudioResampler::src_quality>(item->resampleQuality.load());
+    const AudioResampler::src_quality kind = format.resampleQuality == AudioResampler::SRC_DEFAULT
+                                                 ? AudioResampler::defaultQuality()
+                                                 : format.resampleQuality;
+
     item->frames.store(0);
-    const double seconds = static_cast<double>(item->frame2duration(0, 0xFFFFFFFF)) / 1000.0;
-    item->totalFrames.store(static_cast<uint32_t>(seconds * format.rate));
+    uint64_t exact = 0;
+    if ((kind == AudioResampler::SRC_HQ_HIGH || kind == AudioResampler::SRC_HQ_VERY_HIGH) &&
+        list.convertedLength(format.rate, &exact)) {
+        // The high-quality kinds make exactly this many frames.
+        item->totalFrames.store(static_cast<uint32_t>(std::min<uint64_t>(exact, 0xFFFFFFFFu)));
+    } else {
+        const double seconds = static_cast<double>(item->frame2duration(0, 0xFFFFFFFF)) / 1000.0;
+        item->totalFrames.store(static_cast<uint32_t>(seconds * format.rate));
+    }
 
     format.type = item->encodeType.load();
     if (!isEncodeFormat(format.type)) {
@@ -149,6 +162,7 @@ void EncoderThread::startJob(WVThreadCmd& cmd) {
 
     std::unique_ptr<PcmInfoReader> reader(new PcmInfoReader(item));
     reader->setOutputFormat(rate, channels);
+    reader->setResampleQuality(format.resampleQuality);
     std::unique_ptr<WaveformState> waveform(
         new WaveformState(static_cast<uint32_t>(rate), static_cast<uint32_t>(channels)));
     openWaveformFile(waveform.get(), (path + ".wave").c_str());

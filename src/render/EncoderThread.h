@@ -22,8 +22,9 @@
 //
 // A render settles the list's output format (the format its clips suggest
 // when the client set none), its encoding (an unknown type is WAV; bit rate
-// 320 kbit/s when unset) and its output path ("<working dir><id>.wav" or
-// ".mp3" when unset), then reads the list through a PcmInfoReader in blocks
+// 320 kbit/s when unset), its resampler (the list's quality, else the
+// process default) and its output path ("<working dir><id>.wav" or ".mp3"
+// when unset), then reads the list through a PcmInfoReader in blocks
 // of at most kBlockBytes (16384 bytes: 4096 stereo or 8192 mono frames),
 // feeding each block to the waveform point generator (the ".wave" file
 // beside the output, one byte per 20 ms) and to the encoder.
@@ -148,6 +149,7 @@ private:
         int32_t type = 0;      // an encode_type value
         int32_t bitRate = 0;   // kbit/s
         EncodeOptions options;
+        AudioResampler::src_quality resampleQuality = AudioResampler::SRC_DEFAULT;
         std::string path;
     };
     // Fills in what the client left unset (format, encoding, bit rate,

@@ -1,4 +1,6 @@
-// Sample-rate conversion of 16-bit PCM by linear interpolation.
+// Sample-rate conversion of 16-bit PCM, by linear interpolation or, for the
+// two high-quality values, by a band-limited filter (AudioResamplerSoxr.h
+// tells how that kind differs; what follows is the linear kind's contract).
 //
 // An AudioResampler turns input frames at inSampleRate (set with
 // setSampleRate) into output frames at the rate fixed at creation. Input is
@@ -18,11 +20,17 @@
 //    saved previous frame (0 at creation) to input frame 0.
 //  - No allocation while resampling.
 //
+// Kinds: qualities 0-4 build the linear kind, SRC_HQ_HIGH (5) and
+// SRC_HQ_VERY_HIGH (6) the high-quality one. SRC_DEFAULT takes the process
+// default from the property "af.resampler.quality" (read once per process;
+// 0-6, anything else meaning 0).
+//
 // Load bookkeeping: each creation charges a processor-load figure in MHz to
 // a process-wide total (budget 130 MHz) according to the quality asked for,
-// or the process default from the property "af.resampler.quality" (read once
-// per process); destruction refunds exactly what was charged. The object
-// built is always the linear kind, whatever the quality.
+// or the process default; destruction refunds exactly what was charged. A
+// default of 2-4 that does not fit the budget steps down; the high-quality
+// kinds are charged as asked and never step down (a render's length and
+// quality must not depend on what else runs).
 //
 // Threads: one resampler is used by one thread at a time; creation and
 // destruction may happen on any threads concurrently.
@@ -43,13 +51,15 @@ public:
         SRC_MEDIUM = 2,
         SRC_HIGH = 3,
         SRC_VERY_HIGH = 4,
+        SRC_HQ_HIGH = 5,       // band-limited, 20-bit precision
+        SRC_HQ_VERY_HIGH = 6,  // band-limited, 28-bit precision
     };
 
     static constexpr uint32_t kMaxResamplerMHz = 130;
 
-    // Charges the load and returns a new linear resampler for 16-bit input
-    // of inChannelCount (1 or 2) channels producing sampleRate Hz. Owned by
-    // the caller, who deletes it. Never null.
+    // Charges the load and returns a new resampler of the quality's kind
+    // for 16-bit input of inChannelCount (1 or 2) channels producing
+    // sampleRate Hz. Owned by the caller, who deletes it. Never null.
     static AudioResampler* create(int bitDepth, int inChannelCount, int32_t sampleRate,
                                   src_quality quality);
 
@@ -73,9 +83,19 @@ public:
     virtual void reset();
     virtual size_t getInputIndex() const;
     virtual size_t getOutputFrames() const;
+    // Tells that the provider will lend nothing more: the next resample()
+    // calls give out what the converter still holds, up to the exact
+    // length. The linear kind ignores it (its one frame of latency is never
+    // flushed).
+    virtual void endInput() {}
+    // After endInput(), whether output frames remain to be given out.
+    virtual bool outputPending() const { return false; }
 
     static bool qualityIsSupported(src_quality quality);
     static uint32_t qualityMHz(src_quality quality);
+    // The quality SRC_DEFAULT stands for: the property's value, read once
+    // per process (before any stepping down for the load budget).
+    static src_quality defaultQuality();
     // Reads the default quality from the property; run once per process.
     static void init_routine();
 
