@@ -31,9 +31,43 @@ struct InfoOptions {
     bool loudness = false;
 };
 
+// The length of the valid UTF-8 sequence at text[i], or 0.
+size_t utf8Length(const std::string& text, size_t i) {
+    const unsigned char c = static_cast<unsigned char>(text[i]);
+    size_t length = c < 0x80 ? 1 : (c >> 5) == 0x6 ? 2 : (c >> 4) == 0xE ? 3 : (c >> 3) == 0x1E ? 4 : 0;
+    if (length == 0 || i + length > text.size()) return 0;
+    uint32_t code = length == 1 ? c : c & (0x7F >> length);
+    for (size_t k = 1; k < length; ++k) {
+        const unsigned char next = static_cast<unsigned char>(text[i + k]);
+        if ((next & 0xC0) != 0x80) return 0;
+        code = (code << 6) | (next & 0x3F);
+    }
+    // Overlong forms, surrogates and code points past Unicode are invalid.
+    static const uint32_t kLeast[] = {0, 0, 0x80, 0x800, 0x10000};
+    if (code < kLeast[length] || (code >= 0xD800 && code <= 0xDFFF) || code > 0x10FFFF) return 0;
+    return length;
+}
+
+// A JSON string of `text`. File names need not be UTF-8: a byte that is not
+// part of a valid sequence is written as the escape "\udcXX" (what Python's
+// "surrogateescape" reads back to the same byte), so the output stays JSON.
 std::string jsonString(const std::string& text) {
     std::string out = "\"";
-    for (unsigned char c : text) {
+    for (size_t i = 0; i < text.size();) {
+        const size_t valid = utf8Length(text, i);
+        if (valid == 0) {
+            char escaped[8];
+            std::snprintf(escaped, sizeof escaped, "\\udc%02x", static_cast<unsigned char>(text[i]));
+            out += escaped;
+            ++i;
+            continue;
+        }
+        if (valid > 1) {
+            out.append(text, i, valid);
+            i += valid;
+            continue;
+        }
+        const unsigned char c = static_cast<unsigned char>(text[i++]);
         if (c == '"' || c == '\\') {
             out += '\\';
             out += char(c);

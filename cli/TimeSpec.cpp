@@ -124,8 +124,12 @@ bool parseSourceRange(const std::string& text, SourceRange& range, std::string& 
     if (!to.empty()) {
         if (!parseTimeMs(to, range.toMs, why)) return false;
         range.hasEnd = true;
-        if (range.toMs <= range.fromMs) {
+        if (range.toMs < range.fromMs) {
             why = "'" + text + "': the range ends before it starts";
+            return false;
+        }
+        if (range.toMs == range.fromMs) {
+            why = "'" + text + "': the range is empty";
             return false;
         }
     }

@@ -58,6 +58,14 @@ void checkWaveformOptions(WaveformOptions& options) {
     if (options.hasTo && options.toMs <= options.fromMs) {
         throw CLI::ValidationError("--to", "must be after --from");
     }
+    // The picture is always a PNG: a name promising another kind would mislead.
+    const std::string& png = options.png;
+    const size_t dot = png.find_last_of('.');
+    std::string suffix = dot == std::string::npos || png.find('/', dot) != std::string::npos ? "" : png.substr(dot);
+    for (char& c : suffix) c = char(std::tolower(static_cast<unsigned char>(c)));
+    if (!png.empty() && suffix != ".png") {
+        throw CLI::ValidationError("--png", "'" + png + "' does not end in .png; the picture is a PNG");
+    }
 }
 
 void printText(const std::vector<uint8_t>& peaks, int rows, uint32_t fromMs, uint32_t toMs) {
