@@ -22,19 +22,19 @@ constexpr int kPollMs = 100;
 constexpr auto kCancelWait = std::chrono::seconds(10);
 
 enum LoadEvent {
-    kLoadFailed = 0,
-    kLoadProgress = 3,
-    kLoadDone = 4,
-    kLoadCancelled = 5,
-    kLoadStarted = 6,
-    kLoadNoSpace = 7
+    kLoadFailed = WV_EVENT_LOAD_FAILED,
+    kLoadProgress = WV_EVENT_LOAD_PROGRESS,
+    kLoadDone = WV_EVENT_LOAD_DONE,
+    kLoadCancelled = WV_EVENT_LOAD_CANCELLED,
+    kLoadStarted = WV_EVENT_LOAD_STARTED,
+    kLoadNoSpace = WV_EVENT_LOAD_NO_SPACE
 };
 enum RenderEvent {
-    kRenderFailed = 20,
-    kRenderProgress = 21,
-    kRenderDone = 22,
-    kRenderCancelled = 23,
-    kRenderStopped = 25
+    kRenderFailed = WV_EVENT_RENDER_FAILED,
+    kRenderProgress = WV_EVENT_RENDER_PROGRESS,
+    kRenderDone = WV_EVENT_RENDER_DONE,
+    kRenderCancelled = WV_EVENT_RENDER_CANCELLED,
+    kRenderStopped = WV_EVENT_RENDER_STOPPED
 };
 
 std::string baseName(const std::string& path) {

@@ -18,12 +18,12 @@ constexpr int kPollMs = 100;
 constexpr auto kCancelWait = std::chrono::seconds(10);
 
 enum MeasureEvent {
-    kMeasureFailed = 20,
-    kMeasureProgress = 21,
-    kMeasureCancelled = 23,
-    kIntegrated = 26,
-    kTruePeak = 27,
-    kRange = 28
+    kMeasureFailed = WV_EVENT_RENDER_FAILED,
+    kMeasureProgress = WV_EVENT_RENDER_PROGRESS,
+    kMeasureCancelled = WV_EVENT_RENDER_CANCELLED,
+    kIntegrated = WV_EVENT_LOUDNESS,
+    kTruePeak = WV_EVENT_TRUE_PEAK,
+    kRange = WV_EVENT_LOUDNESS_RANGE
 };
 
 // The state of one file's measurement.

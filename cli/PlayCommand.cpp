@@ -36,7 +36,7 @@ constexpr int kDrainPollMs = 20;
 constexpr int kDrainSteadyPolls = 5;  // unchanged this long: the output is empty
 constexpr int kDrainLimitMs = 3000;
 
-enum PlayEvent { kPlayFailed = 40, kPlayEnded = 42 };
+enum PlayEvent { kPlayFailed = WV_EVENT_PLAY_FAILED, kPlayEnded = WV_EVENT_PLAY_END };
 enum class Outcome { Ended, Quit, Interrupted, Failed };
 
 struct PlayOptions {

@@ -55,14 +55,14 @@ constexpr auto kStopWait = std::chrono::seconds(10);
 constexpr auto kSetupWait = std::chrono::milliseconds(300);
 
 enum RecordEvent {
-    kRecordFailed = 60,
-    kRecordStarted = 61,
-    kRecordEnded = 63,
-    kRecordFull = 64,
-    kRecordResumed = 65,
-    kRecordPaused = 66,
-    kRecordLost = 67,
-    kRecordLevel = 80
+    kRecordFailed = WV_EVENT_RECORD_FAILED,
+    kRecordStarted = WV_EVENT_RECORD_STARTED,
+    kRecordEnded = WV_EVENT_RECORD_ENDED,
+    kRecordFull = WV_EVENT_RECORD_NO_SPACE,
+    kRecordResumed = WV_EVENT_RECORD_RESUMED,
+    kRecordPaused = WV_EVENT_RECORD_PAUSED,
+    kRecordLost = WV_EVENT_RECORD_LOST_AUDIO,
+    kRecordLevel = WV_EVENT_RECORD_LEVEL
 };
 enum EndValue { kEndWriteError = 1, kEndNoSpace = 3 };
 

@@ -58,14 +58,15 @@ void checkWaveformOptions(WaveformOptions& options) {
     if (options.hasTo && options.toMs <= options.fromMs) {
         throw CLI::ValidationError("--to", "must be after --from");
     }
-    // The picture is always a PNG: a name promising another kind would mislead.
-    const std::string& png = options.png;
-    const size_t dot = png.find_last_of('.');
-    std::string suffix = dot == std::string::npos || png.find('/', dot) != std::string::npos ? "" : png.substr(dot);
+}
+
+// The picture is always a PNG: a name promising another kind would mislead.
+bool namesAPng(const std::string& path) {
+    const size_t dot = path.find_last_of('.');
+    if (dot == std::string::npos || path.find('/', dot) != std::string::npos) return false;
+    std::string suffix = path.substr(dot);
     for (char& c : suffix) c = char(std::tolower(static_cast<unsigned char>(c)));
-    if (!png.empty() && suffix != ".png") {
-        throw CLI::ValidationError("--png", "'" + png + "' does not end in .png; the picture is a PNG");
-    }
+    return suffix == ".png";
 }
 
 void printText(const std::vector<uint8_t>& peaks, int rows, uint32_t fromMs, uint32_t toMs) {
@@ -87,6 +88,10 @@ int runWaveform(const WaveformOptions& options, const GlobalOptions& global) {
     }
     if (png && isSameFile(options.png, options.file)) {
         reportError(options.png, sameFileReason(options.file));
+        return 1;
+    }
+    if (png && !namesAPng(options.png)) {
+        reportError(options.png, "does not end in .png, and the picture is a PNG");
         return 1;
     }
     Session session(global);

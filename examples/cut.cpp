@@ -6,9 +6,11 @@
 #include <future>
 #include <string>
 
-static std::promise<int> gEnd;  // the render's ending event: 22 done, 20/23/25 not
+static std::promise<int> gEnd;  // the render's ending event: done, failed, cancelled or stopped
 static void onEvent(int code, int, int, char*, void*) {
-    if (code == 20 || code == 22 || code == 23 || code == 25) gEnd.set_value(code);
+    if (code == WV_EVENT_RENDER_DONE || code == WV_EVENT_RENDER_FAILED ||
+        code == WV_EVENT_RENDER_CANCELLED || code == WV_EVENT_RENDER_STOPPED)
+        gEnd.set_value(code);
 }
 
 int main(int argc, char** argv) {
@@ -25,12 +27,12 @@ int main(int argc, char** argv) {
         int list = engine.newClipList();
         engine.addClipMs(list, song, 1000, 5000);  // fine while the song still loads
         engine.setOutputPara(list, argv[2], ENCODE_MP3);
-        engine.process(list);           // a song that fails to load ends it with 20
+        engine.process(list);           // a song that fails to load ends it: RENDER_FAILED
         end = gEnd.get_future().get();  // waits for the ending event
         engine.removePcm(list);         // the song's PCM file goes with its last holder
         engine.removePcm(song);
         engine.stopThreadLoop();
     }
     rmdir(dir);
-    return end == 22 ? 0 : 1;
+    return end == WV_EVENT_RENDER_DONE ? 0 : 1;
 }

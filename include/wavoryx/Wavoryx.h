@@ -12,32 +12,14 @@
  * (`removePcm`) and no job or clip list uses it any more; then its PCM file
  * in the working directory is deleted.
  *
- * Results. Operations return int32_t: 0 for success (or the new item's id
- * for operations that create one), -1 no such item, -2 wrong item status,
- * -3 duration unknown, -4 argument out of range, -5 recorder or player not in
- * the state needed, -6 out of memory, -14 playback could not start.
- * Failures inside the workers are never results: they arrive as events.
+ * Results. Operations return int32_t: WV_OK (0) for success (or the new
+ * item's id for operations that create one), or one of the WV_ERR_ values
+ * below. Failures inside the workers are never results: they arrive as events.
  *
  * Events. The callback is called as cb(code, itemId, value, NULL, NULL), one
  * event at a time, only on the thread that runs the callback loop
- * (`startThreadLoop`), in posting order. Codes:
- *   0 load failed (value: 2 unreadable, 1 not audio, 4 PCM file not created,
- *     -11 PCM file not written)   3 load progress (percent)
- *   4 load finished   5 load cancelled   6 decoding started   7 load stopped,
- *     storage full
- *   20 render failed (-1 no encoder, -11 write/read/encode error)
- *   21 render progress (percent)   22 render finished   23 render cancelled
- *   25 render stopped: storage full or encoder not initialised
- *   26 loudness measured: integrated loudness (tenths of LUFS)
- *   27 ... true peak (tenths of dBTP)   28 ... loudness range (tenths of LU),
- *     the last event of a measurement; see measureLoudness
- *   40 playback could not start   42 playback reached the end
- *   60 recording failed (5, 3 or 1)   61 recording started
- *   63 recording ended (0 finished, 1 write error, 3 no space, -1 failed start)
- *   64 recording paused, storage full   65 resumed   66 paused
- *   67 recording input lost audio (value: ms lost, filled with silence; a
- *     burst is summed, at most one event about every 100 ms)
- *   80 recording waveform level (0..255), about every 20 ms
+ * (`startThreadLoop`), in posting order; the codes are the WV_EVENT_ values
+ * below, each with what its value means.
  *
  * Threads. Operations may be called from any thread, including from inside
  * the callback, at the same time as any other operation but the destructor.
@@ -71,6 +53,49 @@ enum encode_type {
     ENCODE_OPUS = 3,
     ENCODE_AAC = 4,
     ENCODE_VORBIS = 5
+};
+
+/* What operations return (besides ids of new items). */
+enum wv_result {
+    WV_OK = 0,
+    WV_ERR_NO_ITEM = -1,          /* no such item */
+    WV_ERR_WRONG_ITEM = -2,       /* the item's kind or status does not allow it */
+    WV_ERR_DURATION_UNKNOWN = -3, /* the duration is not known yet */
+    WV_ERR_OUT_OF_RANGE = -4,     /* an argument out of range */
+    WV_ERR_NOT_READY = -5,        /* recorder or player not in the state needed */
+    WV_ERR_NO_MEMORY = -6,
+    WV_ERR_PLAY_START = -14       /* playback could not start */
+};
+
+/* The event codes of the callback, and what their values mean. */
+enum wv_event {
+    WV_EVENT_LOAD_FAILED = 0,        /* 2 unreadable, 1 not audio, 4 PCM file not created,
+                                      * -11 PCM file not written */
+    WV_EVENT_LOAD_PROGRESS = 3,      /* percent */
+    WV_EVENT_LOAD_DONE = 4,
+    WV_EVENT_LOAD_CANCELLED = 5,
+    WV_EVENT_LOAD_STARTED = 6,       /* decoding started: format and duration known */
+    WV_EVENT_LOAD_NO_SPACE = 7,      /* load stopped, storage full */
+    WV_EVENT_RENDER_FAILED = 20,     /* -1 no encoder (or a source that will not load),
+                                      * -11 write/read/encode error */
+    WV_EVENT_RENDER_PROGRESS = 21,   /* percent */
+    WV_EVENT_RENDER_DONE = 22,
+    WV_EVENT_RENDER_CANCELLED = 23,
+    WV_EVENT_RENDER_STOPPED = 25,    /* storage full or encoder not initialised */
+    WV_EVENT_LOUDNESS = 26,          /* integrated loudness, tenths of LUFS */
+    WV_EVENT_TRUE_PEAK = 27,         /* tenths of dBTP */
+    WV_EVENT_LOUDNESS_RANGE = 28,    /* tenths of LU; the last event of a measurement */
+    WV_EVENT_PLAY_FAILED = 40,       /* playback could not start */
+    WV_EVENT_PLAY_END = 42,          /* playback reached the end */
+    WV_EVENT_RECORD_FAILED = 60,     /* 5, 3 or 1 */
+    WV_EVENT_RECORD_STARTED = 61,
+    WV_EVENT_RECORD_ENDED = 63,      /* 0 finished, 1 write error, 3 no space, -1 failed start */
+    WV_EVENT_RECORD_NO_SPACE = 64,   /* paused, storage full */
+    WV_EVENT_RECORD_RESUMED = 65,
+    WV_EVENT_RECORD_PAUSED = 66,
+    WV_EVENT_RECORD_LOST_AUDIO = 67, /* ms lost, filled with silence; a burst is summed,
+                                      * at most one event about every 100 ms */
+    WV_EVENT_RECORD_LEVEL = 80       /* waveform level 0..255, about every 20 ms */
 };
 
 /* Background-work setting of the decoder and encoder. With WV_PRIORITY_LOW
