@@ -104,10 +104,12 @@ enum class Cut { kDone, kFailed, kNeedsWholeLoads };
 // Adds every range as a clip of the list. A range of a load still going
 // must cut before the file's end (see cutsBeforeTheEnd); its load notes
 // the frames needed. A range starting at or after the end of its file is
-// reported (kFailed) when the whole file was loaded; a part loaded alone
+// reported (kFailed) when the whole file was loaded; one ending past the
+// end is cut there, and `notices` says so; a part loaded alone
 // cannot tell the file's length, so the list is cut again from whole loads.
 Cut buildClipList(Wavoryx& engine, int list, const EditOptions& options, SourceLoads& loads,
-                  const std::vector<RangeLoad>& planned) {
+                  const std::vector<RangeLoad>& planned, std::vector<std::string>& notices) {
+    notices.clear();
     for (LoadedSource& source : loads.sources()) source.needed = 0;
     for (size_t i = 0; i < options.ranges.size(); ++i) {
         const SourceRange& range = options.ranges[i];
@@ -115,7 +117,18 @@ Cut buildClipList(Wavoryx& engine, int list, const EditOptions& options, SourceL
         const uint32_t skipped = planned[i].ranged ? msToFrame(range.fromMs, source.sampleRate) : 0;
         const uint32_t from = msToFrame(range.fromMs, source.sampleRate) - skipped;
         uint32_t to = range.hasEnd ? msToFrame(range.toMs, source.sampleRate) - skipped : source.frames;
-        if (source.ok && to > source.frames) to = source.frames;
+        if (source.ok && to > source.frames) {
+            to = source.frames;
+            if (from < to) {
+                // A part loaded alone holds the file from the range's start.
+                const uint64_t fileEndMs = planned[i].ranged
+                                               ? uint64_t(skipped + to) * 1000 / uint32_t(source.sampleRate)
+                                               : source.durationMs();
+                notices.push_back(range.path + ": the range " + formatTimeMs(range.fromMs) + "-" +
+                                  formatTimeMs(range.toMs) + " ends past the end of the file (" +
+                                  formatTimeMs(fileEndMs) + "); cut there");
+            }
+        }
         if (!source.ok) source.needed = std::max(source.needed, to);
         if (from >= to) {
             if (planned[i].ranged) return Cut::kNeedsWholeLoads;
@@ -156,7 +169,8 @@ int loadUntilCuttable(SourceLoads& loads, const EditOptions& options, const std:
 // they have all ended. `*list` is the list made. Returns 0, 1, the
 // interrupt status, or -1 when the list must be cut again from whole loads.
 int cutAndRender(Session& session, SourceLoads& loads, const EditOptions& options,
-                 const std::vector<RangeLoad>& planned, bool whole, const std::string& rendering, int* listOut) {
+                 const std::vector<RangeLoad>& planned, bool whole, const std::string& rendering, int* listOut,
+                 std::vector<std::string>& notices) {
     {
         const std::vector<LoadedSource>& sources = loads.sources();
         const std::string& first = sources[0].path;
@@ -182,7 +196,7 @@ int cutAndRender(Session& session, SourceLoads& loads, const EditOptions& option
     Wavoryx& engine = session.engine();
     const int list = engine.newClipList();
     *listOut = list;
-    const Cut cut = buildClipList(engine, list, options, loads, planned);
+    const Cut cut = buildClipList(engine, list, options, loads, planned, notices);
     if (cut != Cut::kDone) return cut == Cut::kFailed ? 1 : -1;
     // The engine writes its waveform file beside the output and removes a
     // partial output; both happen in the working folder, and only a
@@ -210,13 +224,16 @@ int runEdit(const EditOptions& options, const GlobalOptions& global) {
         reportError(options.output, sameFileReason(*input));
         return 1;
     }
+    if (!mayReplace(target, global.overwrite)) return 1;
     Session session(global);
     if (!session.open()) return 1;
     const encode_type type = options.encoding.type;
     const std::string rendering = session.workDir() + "output" + encodingSuffix(type);
     int list = 0;
+    std::vector<std::string> notices;
     std::unique_ptr<SourceLoads> loads(new SourceLoads(session));
-    int rendered = cutAndRender(session, *loads, options, startLoads(*loads, options, false), false, rendering, &list);
+    int rendered =
+        cutAndRender(session, *loads, options, startLoads(*loads, options, false), false, rendering, &list, notices);
     if (rendered == -1) {
         // Rare: a file holds less than it states, or a part loaded alone
         // lies past the end: cut again from whole loads, which tell the
@@ -225,11 +242,13 @@ int runEdit(const EditOptions& options, const GlobalOptions& global) {
         ::unlink(rendering.c_str());
         session.engine().removePcm(list);
         loads.reset(new SourceLoads(session));
-        rendered = cutAndRender(session, *loads, options, startLoads(*loads, options, true), true, rendering, &list);
+        rendered =
+            cutAndRender(session, *loads, options, startLoads(*loads, options, true), true, rendering, &list, notices);
     }
     // What no list needs any more is not decoded to its end.
     loads->cancelRunning();
     if (rendered != 0) return rendered;
+    for (const std::string& notice : notices) reportLine(notice);
     Wavoryx& engine = session.engine();
     if (!commitOutput(rendering, target, true, why)) {
         if (interruptSignal() != 0) return interruptExitStatus();
@@ -255,8 +274,8 @@ void addEditCommand(CLI::App& app, CommandLine& line) {
     CLI::App* edit = app.add_subcommand(
         "edit", "Join ranges of audio files into one audio file (WAV, MP3, FLAC, Opus, AAC, Vorbis)");
     edit->add_option("SOURCE", options->sources,
-                     "FILE or FILE@FROM-TO; times as ms (1500), seconds (1.5) or m:ss.fff (0:01.5); "
-                     "a missing FROM is the start, a missing TO the end")
+                     std::string("FILE or FILE@FROM-TO; times as ") + kTimeForms +
+                         "; a missing FROM is the start, a missing TO the end (song.mp3@0-10 is the first 10 s)")
         ->required();
     edit->add_option("-o,--output", options->output, "The file to write")->required()->type_name("OUT");
     edit->add_option("--rate", options->rate,
@@ -276,7 +295,7 @@ void addEditCommand(CLI::App& app, CommandLine& line) {
         "Examples:\n"
         "  wavoryx edit song.mp3@0:30-0:45 -o chorus.wav\n"
         "  wavoryx edit intro.wav song.mp3@1:00- -o mix.mp3 --bitrate 192\n"
-        "  wavoryx edit talk.flac@0-2.5 talk.flac@10.0-12.5 -o short.wav --rate 16000 --channels 1");
+        "  wavoryx edit talk.flac@0-2.5 talk.flac@10-12.5 -o short.wav --rate 16000 --channels 1");
     edit->callback([options, &line] {
         checkEditOptions(*options);
         line.run = [options, &line] { return runEdit(*options, line.global); };

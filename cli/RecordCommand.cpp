@@ -88,12 +88,11 @@ void checkRecordOptions(RecordOptions& options) {
     std::string why;
     if (!options.duration.empty()) {
         if (!parseTimeMs(options.duration, options.durationMs, why)) throw CLI::ValidationError("--duration", why);
-        // Shorter than a few captured buffers: most likely seconds were
-        // meant ("2" is 2 ms, as everywhere in this command).
+        // Shorter than a few captured buffers: nothing worth keeping.
         if (options.durationMs < kShortestDurationMs) {
-            throw CLI::ValidationError("--duration", "'" + options.duration + "' is " +
-                                                         std::to_string(options.durationMs) +
-                                                         " ms, too short to record; seconds are written 2.0 or 0:02");
+            throw CLI::ValidationError(
+                "--duration", "'" + options.duration + "' is " + std::to_string(options.durationMs) +
+                                  " ms, too short to record (at least " + std::to_string(kShortestDurationMs) + " ms)");
         }
     }
     settleEncoding(options.encoding, options.output);
@@ -322,6 +321,7 @@ int runRecord(const RecordOptions& options, const GlobalOptions& global) {
         reportError(options.output, sameFileReason(input.file) + " (WAVORYX_AUDIO_IN)");
         return 1;
     }
+    if (!mayReplace(checked, global.overwrite)) return 1;
     Session session(global);
     if (!session.open()) return 1;
     RecordPlace place;
@@ -399,7 +399,7 @@ void addRecordCommand(CLI::App& app, CommandLine& line) {
         "Keys (when standard input is a terminal): space pause/resume, q stop.\n"
         "q or --duration stop the recording and finish the file, which is kept (status 0);\n"
         "Ctrl-C and other signals do the same, and exit with 128 + the signal (130 for Ctrl-C).\n"
-        "An existing OUT is replaced only once the recording has finished.\n"
+        "An existing OUT is replaced (after -y, or yes when asked) only once the recording has finished.\n"
         "A failed recording leaves no file and exits with 1.\n"
         "The input is the sound device; WAVORYX_AUDIO_IN=tone:440, silence or file:PATH records those.\n"
         "Examples:\n"

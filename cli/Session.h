@@ -22,15 +22,18 @@
 #include <mutex>
 #include <string>
 
+#include "Overwrite.h"
+
 class Wavoryx;
 
 namespace wvcli {
 
 // Options that every subcommand accepts.
 struct GlobalOptions {
-    bool quiet = false;    // no progress, no result lines
-    bool verbose = false;  // the engine's own log on standard error
-    std::string workDir;   // where the private working folder is made
+    bool quiet = false;                     // no progress, no result lines
+    bool verbose = false;                   // the engine's own log on standard error
+    std::string workDir;                    // where the private working folder is made
+    Overwrite overwrite = Overwrite::kAsk;  // an existing output file
 };
 
 // One callback event: cb(code, id, value, NULL, NULL).

@@ -57,15 +57,17 @@ std::vector<std::string> splitColons(const std::string& text) {
 }  // namespace
 
 bool parseTimeMs(const std::string& text, uint32_t& ms, std::string& why) {
-    why = "'" + text + "' is not a time (use ms, s.fff or m:ss.fff)";
+    why = "'" + text + "' is not a time (use seconds as 90 or 1.5, m:ss.fff, h:mm:ss.fff, 2.5s or 1500ms)";
     const std::vector<std::string> parts = splitColons(text);
     if (parts.size() > 3) return false;
     uint64_t total = 0;
     if (parts.size() == 1) {
-        // A plain number is milliseconds; with a point it is seconds.
-        if (text.find('.') == std::string::npos) {
-            if (!parseDigits(text, total)) return false;
-        } else if (!parseSeconds(text, total)) {
+        // Seconds, as sox and ffmpeg read a bare number; a unit may be named.
+        const bool millis = text.size() > 2 && text.compare(text.size() - 2, 2, "ms") == 0;
+        const bool seconds = !millis && text.size() > 1 && text.back() == 's';
+        if (millis) {
+            if (!parseDigits(text.substr(0, text.size() - 2), total)) return false;
+        } else if (!parseSeconds(seconds ? text.substr(0, text.size() - 1) : text, total)) {
             return false;
         }
     } else {

@@ -1,8 +1,9 @@
 // Times on the command line, in whole milliseconds.
 //
 // Accepted forms (no sign, no spaces):
-//   1500        milliseconds
-//   1.5  2.25   seconds with up to three decimals ("2." and ".5" too)
+//   90  1.5     seconds with up to three decimals ("2." and ".5" too)
+//   2.5s        seconds, the unit named
+//   1500ms      whole milliseconds
 //   1:02.5      minutes:seconds, seconds below 60, decimals as above
 //   1:00:02     hours:minutes:seconds, minutes and seconds below 60
 // The largest accepted time is 0xFFFFFFFE ms (about 49.7 days), so every
@@ -14,6 +15,9 @@
 #include <string>
 
 namespace wvcli {
+
+// How times are written, for help texts.
+constexpr const char* kTimeForms = "seconds (90, 1.5, 2.5s), m:ss.fff (1:30), h:mm:ss.fff or ms (1500ms)";
 
 // Parses `text` into `ms`. On failure returns false, leaves `ms` alone and
 // sets `why` to a short reason for an error message.

@@ -90,6 +90,7 @@ int runWaveform(const WaveformOptions& options, const GlobalOptions& global) {
         reportError(options.png, sameFileReason(options.file));
         return 1;
     }
+    if (png && !mayReplace(target, global.overwrite)) return 1;
     if (png && !namesAPng(options.png)) {
         reportError(options.png, "does not end in .png, and the picture is a PNG");
         return 1;
@@ -147,12 +148,11 @@ void addWaveformCommand(CLI::App& app, CommandLine& line) {
     waveform->add_option("--height", options->height, "Text rows (default 8), or PNG pixels (default 200)")
         ->check(CLI::Range(1, 10000));
     waveform->add_option("--png", options->png, "Write a PNG picture to PATH instead")->type_name("PATH");
-    waveform->footer(
-        "Times as ms (1500), seconds (1.5) or m:ss.fff (0:01.5).\n"
-        "Examples:\n"
-        "  wavoryx waveform song.mp3\n"
-        "  wavoryx waveform song.mp3 --from 0:30 --to 0:45 --width 60 --height 4\n"
-        "  wavoryx waveform song.mp3 --png song.png --width 1200 --height 300");
+    waveform->footer(std::string("Times as ") + kTimeForms + ".\n" +
+                     "Examples:\n"
+                     "  wavoryx waveform song.mp3\n"
+                     "  wavoryx waveform song.mp3 --from 0:30 --to 0:45 --width 60 --height 4\n"
+                     "  wavoryx waveform song.mp3 --png song.png --width 1200 --height 300");
     waveform->callback([options, &line] {
         checkWaveformOptions(*options);
         line.run = [options, &line] { return runWaveform(*options, line.global); };

@@ -53,6 +53,13 @@ int main(int argc, char** argv) {
     wvcli::CommandLine line;
     app.add_flag("-q,--quiet", line.global.quiet, "No progress and no result lines");
     app.add_flag("-v,--verbose", line.global.verbose, "Show the engine's log on standard error");
+    CLI::Option* yes = app.add_flag_callback(
+        "-y,--overwrite", [&line] { line.global.overwrite = wvcli::Overwrite::kAlways; },
+        "Replace an existing output file without asking");
+    CLI::Option* no = app.add_flag_callback(
+        "-n,--no-overwrite", [&line] { line.global.overwrite = wvcli::Overwrite::kNever; },
+        "Never replace an existing output file: exit 1 instead (default: ask on a terminal, refuse without one)");
+    yes->excludes(no);
     app.add_option("--work-dir", line.global.workDir,
                    "Folder in which the private working folder is made (default $TMPDIR or /tmp)")
         ->type_name("DIR");

@@ -28,9 +28,13 @@ bool rejected(const std::string& text) {
 
 }  // namespace
 
-TEST(TimeSpecTest, ReadsMillisecondsSecondsAndClockForms) {
+TEST(TimeSpecTest, ReadsSecondsUnitsAndClockForms) {
     EXPECT_EQ(parsed("0"), 0u);
-    EXPECT_EQ(parsed("1500"), 1500u);
+    // A bare number is seconds, as in other audio tools.
+    EXPECT_EQ(parsed("90"), 90000u);
+    EXPECT_EQ(parsed("2.5s"), 2500u);
+    EXPECT_EQ(parsed("1500ms"), 1500u);
+    EXPECT_EQ(parsed("0ms"), 0u);
     EXPECT_EQ(parsed("1.5"), 1500u);
     EXPECT_EQ(parsed("1.05"), 1050u);
     EXPECT_EQ(parsed("1.005"), 1005u);
@@ -40,12 +44,14 @@ TEST(TimeSpecTest, ReadsMillisecondsSecondsAndClockForms) {
     EXPECT_EQ(parsed("0:59.999"), 59999u);
     EXPECT_EQ(parsed("90:00"), 5400000u);
     EXPECT_EQ(parsed("1:00:02.001"), 3602001u);
-    EXPECT_EQ(parsed("4294967294"), 4294967294u);
+    EXPECT_EQ(parsed("4294967294ms"), 4294967294u);
+    EXPECT_EQ(parsed("4294967.294"), 4294967294u);
 }
 
 TEST(TimeSpecTest, RejectsWhatIsNotATime) {
-    for (const char* text : {"", ".", "-5", "+5", "1.2345", "1,5", "5s", "1:60", "1:60.0", "1:", ":5", "1:2:3:4",
-                             "1:60:00", "a", " 5", "4294967295", "99999999999999"}) {
+    for (const char* text : {"",   ".",  "-5",           "+5",      "1.2345",        "1,5", "5 s", "5sec",    "1.5ms",
+                             "ms", "s",  "1:30s",        "1:60",    "1:60.0",        "1:",  ":5",  "1:2:3:4", "1:60:00",
+                             "a",  " 5", "4294967295ms", "4294968", "99999999999999"}) {
         EXPECT_TRUE(rejected(text)) << text;
     }
 }
@@ -67,11 +73,14 @@ TEST(TimeSpecTest, SplitsSourceRanges) {
     EXPECT_EQ(range.fromMs, 0u);
     EXPECT_FALSE(range.hasEnd);
 
-    ASSERT_TRUE(parseSourceRange("dir/a@b.mp3@0:01.5-2000", range, why));
+    ASSERT_TRUE(parseSourceRange("dir/a@b.mp3@0:01.5-20", range, why));
     EXPECT_EQ(range.path, "dir/a@b.mp3");
     EXPECT_EQ(range.fromMs, 1500u);
     EXPECT_TRUE(range.hasEnd);
-    EXPECT_EQ(range.toMs, 2000u);
+    EXPECT_EQ(range.toMs, 20000u);
+    ASSERT_TRUE(parseSourceRange("a.wav@250ms-1", range, why));
+    EXPECT_EQ(range.fromMs, 250u);
+    EXPECT_EQ(range.toMs, 1000u);
 
     ASSERT_TRUE(parseSourceRange("a.wav@-1.0", range, why));
     EXPECT_EQ(range.fromMs, 0u);
@@ -80,7 +89,7 @@ TEST(TimeSpecTest, SplitsSourceRanges) {
     EXPECT_EQ(range.fromMs, 3500u);
     EXPECT_FALSE(range.hasEnd);
 
-    for (const char* bad : {"a.wav@", "a.wav@5", "@1-2", "a.wav@2-1", "a.wav@1.0-1000", "a.wav@x-2"}) {
+    for (const char* bad : {"a.wav@", "a.wav@5", "@1-2", "a.wav@2-1", "a.wav@1.0-1000ms", "a.wav@x-2"}) {
         EXPECT_FALSE(parseSourceRange(bad, range, why)) << bad;
         EXPECT_FALSE(why.empty()) << bad;
     }
