@@ -26,6 +26,7 @@
 #include "OutputFile.h"
 #include "Progress.h"
 #include "Session.h"
+#include "StandardInput.h"
 #include "TimeSpec.h"
 
 namespace wvcli {
@@ -74,7 +75,7 @@ struct RangeLoad {
 // when the range is not the whole file. A WAV is read in place whole.
 bool loadsAlone(const SourceRange& range) {
     if (range.fromMs == 0 && !range.hasEnd) return false;
-    const std::string kind = fileKind(range.path);
+    const std::string kind = fileKind(inputFile(range.path));
     return kind == "MP3" || kind == "FLAC" || kind == "Ogg Vorbis";
 }
 
@@ -226,7 +227,7 @@ int runEdit(const EditOptions& options, const GlobalOptions& global) {
     }
     if (!mayReplace(target, global.overwrite)) return 1;
     Session session(global);
-    if (!session.open()) return 1;
+    if (!session.open(namesStandardInput(paths))) return interruptSignal() != 0 ? interruptExitStatus() : 1;
     const encode_type type = options.encoding.type;
     const std::string rendering = session.workDir() + "output" + encodingSuffix(type);
     int list = 0;
@@ -260,9 +261,11 @@ int runEdit(const EditOptions& options, const GlobalOptions& global) {
         const int rate = engine.getPcmSampleRate(list);
         const uint32_t frames = uint32_t(engine.getPcmFrameLength(list));
         const int channels = engine.getPcmChannelCount(list);
-        std::printf("wrote %s: %s, %d Hz, %s, %u frames, %s\n", options.output.c_str(),
-                    encodingSummary(engine, list, type).c_str(), rate, channels == 1 ? "mono" : "stereo", frames,
-                    formatTimeMs(rate > 0 ? uint64_t(frames) * 1000 / uint32_t(rate) : 0).c_str());
+        // Audio on standard output: the result line goes with the messages.
+        std::fprintf(target.standardOutput ? stderr : stdout, "wrote %s: %s, %d Hz, %s, %u frames, %s\n",
+                     options.output.c_str(), encodingSummary(engine, list, type).c_str(), rate,
+                     channels == 1 ? "mono" : "stereo", frames,
+                     formatTimeMs(rate > 0 ? uint64_t(frames) * 1000 / uint32_t(rate) : 0).c_str());
     }
     return 0;
 }
@@ -274,10 +277,12 @@ void addEditCommand(CLI::App& app, CommandLine& line) {
     CLI::App* edit = app.add_subcommand(
         "edit", "Join ranges of audio files into one audio file (WAV, MP3, FLAC, Opus, AAC, Vorbis)");
     edit->add_option("SOURCE", options->sources,
-                     std::string("FILE or FILE@FROM-TO; times as ") + kTimeForms +
+                     std::string("FILE or FILE@FROM-TO (- is standard input); times as ") + kTimeForms +
                          "; a missing FROM is the start, a missing TO the end (song.mp3@0-10 is the first 10 s)")
         ->required();
-    edit->add_option("-o,--output", options->output, "The file to write")->required()->type_name("OUT");
+    edit->add_option("-o,--output", options->output, "The file to write; - is standard output (give --format)")
+        ->required()
+        ->type_name("OUT");
     edit->add_option("--rate", options->rate,
                      "Sample rate in Hz (default: the highest of the sources'); with --resample linear, above a "
                      "quarter of every source's")
@@ -295,6 +300,7 @@ void addEditCommand(CLI::App& app, CommandLine& line) {
         "Examples:\n"
         "  wavoryx edit song.mp3@0:30-0:45 -o chorus.wav\n"
         "  wavoryx edit intro.wav song.mp3@1:00- -o mix.mp3 --bitrate 192\n"
+        "  wavoryx edit song.mp3@0-30 -o - --format wav | sox -t wav - -n stat\n"
         "  wavoryx edit talk.flac@0-2.5 talk.flac@10-12.5 -o short.wav --rate 16000 --channels 1");
     edit->callback([options, &line] {
         checkEditOptions(*options);

@@ -15,10 +15,12 @@
 
 #include "Commands.h"
 #include "FileKind.h"
+#include "Interrupt.h"
 #include "Jobs.h"
 #include "Loudness.h"
 #include "Progress.h"
 #include "Session.h"
+#include "StandardInput.h"
 #include "TimeSpec.h"
 
 namespace wvcli {
@@ -128,7 +130,7 @@ std::string detailsText(const std::string& kind, const ShownFile& file) {
 
 void printText(const ShownFile& file) {
     const LoadedSource& source = *file.source;
-    const std::string kind = fileKind(source.path);
+    const std::string kind = fileKind(inputFile(source.path));
     std::printf("%s: %s, %d Hz, %s, %s%u frames, %s%s\n", source.path.c_str(), kind.c_str(), source.sampleRate,
                 channelsText(file).c_str(), source.ok ? "" : "about ", file.frames(),
                 formatTimeMs(file.durationMs()).c_str(), detailsText(kind, file).c_str());
@@ -148,8 +150,9 @@ void printJson(const std::vector<ShownFile>& files) {
         std::printf(
             "%s\n  {\"file\": %s, \"format\": %s, \"sampleRate\": %d, \"channels\": %d, "
             "\"frames\": %u, \"durationMs\": %llu, \"exact\": %s",
-            i == 0 ? "" : ",", jsonString(s.path).c_str(), jsonString(fileKind(s.path)).c_str(), s.sampleRate,
-            s.channels, file.frames(), static_cast<unsigned long long>(file.durationMs()), s.ok ? "true" : "false");
+            i == 0 ? "" : ",", jsonString(s.path).c_str(), jsonString(fileKind(inputFile(s.path))).c_str(),
+            s.sampleRate, s.channels, file.frames(), static_cast<unsigned long long>(file.durationMs()),
+            s.ok ? "true" : "false");
         if (file.hasFacts) {
             std::printf(
                 ", \"container\": %s, \"codec\": %s, \"sourceChannels\": %d, \"channelLayout\": %s, "
@@ -170,7 +173,7 @@ void printJson(const std::vector<ShownFile>& files) {
 
 int runInfo(const InfoOptions& options, const GlobalOptions& global) {
     Session session(global);
-    if (!session.open()) return 1;
+    if (!session.open(namesStandardInput(options.files))) return interruptSignal() != 0 ? interruptExitStatus() : 1;
     SourceLoads loads(session);
     loads.start(options.files);
     int status = 0;
@@ -229,7 +232,8 @@ int runInfo(const InfoOptions& options, const GlobalOptions& global) {
 void addInfoCommand(CLI::App& app, CommandLine& line) {
     auto options = std::make_shared<InfoOptions>();
     CLI::App* info = app.add_subcommand("info", "Show the format, rate, channels, frames and duration of audio files");
-    info->add_option("FILE", options->files, "Audio files (any format the engine loads)")->required();
+    info->add_option("FILE", options->files, "Audio files (any format the engine loads); - is standard input")
+        ->required();
     info->add_flag("--json", options->json, "Print a JSON array, one object per file loaded");
     info->add_flag("--exact", options->exact, "Decode each file whole and count its frames");
     info->add_flag("--loudness", options->loudness,

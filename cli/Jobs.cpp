@@ -14,6 +14,7 @@
 #include "Interrupt.h"
 #include "Progress.h"
 #include "Session.h"
+#include "StandardInput.h"
 
 namespace wvcli {
 namespace {
@@ -53,7 +54,7 @@ std::string folderOf(const std::string& path) {
 std::string loadFailure(const std::string& path, int value, const Session& session) {
     switch (value) {
         case 2:
-            if (::access(path.c_str(), R_OK) != 0) return std::strerror(errno);
+            if (::access(inputFile(path).c_str(), R_OK) != 0) return std::strerror(errno);
             return "cannot be read";
         case 1: return "not an audio file (no audio track this engine can decode)";
         case 4: return "cannot create a working file in " + session.workDir();
@@ -114,9 +115,10 @@ size_t SourceLoads::startRange(const std::string& path, uint32_t fromMs, uint32_
     // Opening a FIFO would wait for a writer, and Ctrl-C could not end
     // the wait; devices and sockets hold no audio file either. A path is
     // reported once, however many of its ranges are loaded.
-    const std::string notAFile = whyNotAFile(path);
+    const std::string file = inputFile(path);
+    const std::string notAFile = whyNotAFile(file);
     if (notAFile.empty()) {
-        source.id = ranged ? engine.loadFileRange(path.c_str(), fromMs, toMs) : engine.loadFile(path.c_str());
+        source.id = ranged ? engine.loadFileRange(file.c_str(), fromMs, toMs) : engine.loadFile(file.c_str());
     } else {
         source.begun = source.ended = true;
         bool reported = false;

@@ -5,6 +5,7 @@
 #include <unistd.h>
 
 #include <cerrno>
+#include <cstdint>
 #include <cstdio>
 #include <cstdlib>
 #include <cstring>
@@ -66,8 +67,24 @@ bool writeAll(const Watch& watch, int fd, const char* data, size_t size) {
     return true;
 }
 
+// A WAV's RIFF and data sizes as a stream of unknown length has them;
+// other data is left alone. `head` is the file's first block.
+void giveStreamingSizes(char* head, size_t size) {
+    if (size < 12 || std::memcmp(head, "RIFF", 4) != 0 || std::memcmp(head + 8, "WAVE", 4) != 0) return;
+    std::memset(head + 4, 0xFF, 4);
+    for (size_t at = 12; at + 8 <= size;) {
+        if (std::memcmp(head + at, "data", 4) == 0) {
+            std::memset(head + at + 4, 0xFF, 4);
+            return;
+        }
+        const uint32_t chunk = uint32_t(uint8_t(head[at + 4])) | uint32_t(uint8_t(head[at + 5])) << 8 |
+                               uint32_t(uint8_t(head[at + 6])) << 16 | uint32_t(uint8_t(head[at + 7])) << 24;
+        at += 8 + size_t(chunk) + (chunk & 1);
+    }
+}
+
 // Copies the file `from` into the open `to`; false with `why` set.
-bool copyInto(const Watch& watch, const std::string& from, int to, std::string& why) {
+bool copyInto(const Watch& watch, const std::string& from, int to, std::string& why, bool streaming = false) {
     const int in = ::open(from.c_str(), O_RDONLY | O_CLOEXEC);
     if (in < 0) {
         why = "cannot read the finished file (" + std::string(std::strerror(errno)) + ")";
@@ -83,6 +100,10 @@ bool copyInto(const Watch& watch, const std::string& from, int to, std::string& 
         }
         const ssize_t n = ::read(in, block.data(), block.size());
         if (n == 0) break;
+        if (streaming && n > 0) {
+            giveStreamingSizes(block.data(), size_t(n));
+            streaming = false;
+        }
         if (n < 0) {
             if (errno == EINTR) continue;
             why = "cannot read the finished file (" + std::string(std::strerror(errno)) + ")";
@@ -185,6 +206,13 @@ bool examineOutput(const std::string& path, OutputTarget& target, std::string& w
     target = OutputTarget();
     target.path = path;
     target.filePath = path;
+    if (path == "-") {
+        target.kind = TargetKind::Special;
+        target.standardOutput = true;
+        if (::isatty(STDOUT_FILENO) == 0) return true;
+        why = "standard output is a terminal; redirect it or name a file";
+        return false;
+    }
     struct stat link;
     if (::lstat(path.c_str(), &link) != 0) {
         if (errno != ENOENT) {
@@ -233,6 +261,10 @@ bool commitOutput(const std::string& done, const OutputTarget& target, bool inte
     const Watch watch{interruptible};
     why.clear();
     if (watch.interrupted()) return false;
+    if (target.standardOutput) {
+        std::fflush(stdout);
+        return copyInto(watch, done, STDOUT_FILENO, why, true);
+    }
     if (target.kind == TargetKind::Special) return writeInto(watch, done, target.path, why);
     // A file that is replaced keeps its permissions (a private file stays
     // private); a new one gets a document's.

@@ -9,7 +9,9 @@
 //     file systems it is first copied to a fresh file beside the target;
 //   - anything else (a character device such as /dev/null or /dev/stdout, a
 //     FIFO, or a link to one of them): the bytes are written into it; it is
-//     never unlinked, renamed over or chmod'ed.
+//     never unlinked, renamed over or chmod'ed;
+//   - "-": standard output, written as a device; a WAV gets the sizes of a
+//     stream of unknown length (0xFFFFFFFF), as other tools write on pipes.
 // A failure or an interrupt before the end leaves the target as it was.
 #ifndef WAVORYX_CLI_OUTPUTFILE_H
 #define WAVORYX_CLI_OUTPUTFILE_H
@@ -35,10 +37,12 @@ struct OutputTarget {
     std::string path;      // as the user named it
     std::string filePath;  // the file a finished output replaces: `path`, or what its links name
     TargetKind kind = TargetKind::Absent;
+    bool standardOutput = false;  // "-"; kind is Special
 };
 
 // What is at `path`, in `target`; false with `why` ("is a folder", "cannot
-// write (...)", "is a broken link") when nothing can be written there.
+// write (...)", "is a broken link", "is a terminal" for standard output)
+// when nothing can be written there.
 bool examineOutput(const std::string& path, OutputTarget& target, std::string& why);
 
 // Moves the finished file `done` onto `target` as described above, giving

@@ -26,6 +26,7 @@
 #include "OutputFile.h"
 #include "PlayKeys.h"
 #include "Session.h"
+#include "StandardInput.h"
 #include "TimeSpec.h"
 
 namespace wvcli {
@@ -167,7 +168,7 @@ int runPlay(const PlayOptions& options, const GlobalOptions& global) {
         return 1;
     }
     Session session(global);
-    if (!session.open()) return 1;
+    if (!session.open(options.file == "-")) return interruptSignal() != 0 ? interruptExitStatus() : 1;
     std::vector<LoadedSource> sources;
     const int loaded = loadSources(session, {options.file}, sources);
     if (loaded != 0) return loaded;
@@ -238,7 +239,7 @@ void addPlayCommand(CLI::App& app, CommandLine& line) {
     auto options = std::make_shared<PlayOptions>();
     CLI::App* play =
         app.add_subcommand("play", "Play an audio file, with keys to pause, seek, change speed and reverse");
-    play->add_option("FILE", options->file, "An audio file")->required();
+    play->add_option("FILE", options->file, "An audio file; - is standard input")->required();
     play->add_option("--seek", options->seek, "Start at this time (default 0, or the end for backwards play)")
         ->type_name("T");
     play->add_option("--speed", options->speed, "Whole-number speed, 1 to 4; negative plays backwards (default 1)")

@@ -369,11 +369,12 @@ int runRecord(const RecordOptions& options, const GlobalOptions& global) {
     if (!global.quiet) {
         const int rate = engine.getPcmSampleRate(id);
         const uint32_t frames = uint32_t(engine.getPcmFrameLength(id));
-        std::printf("wrote %s: %s, %d Hz, %s, %u frames, %s%s\n", options.output.c_str(),
-                    encodingSummary(engine, id, options.encoding.type).c_str(), rate,
-                    engine.getPcmChannelCount(id) == 1 ? "mono" : "stereo", frames,
-                    formatTimeMs(rate > 0 ? uint64_t(frames) * 1000 / uint32_t(rate) : 0).c_str(),
-                    lostAudioSummary(state.lostMs).c_str());
+        // Audio on standard output: the result line goes with the messages.
+        std::fprintf(place.target.standardOutput ? stderr : stdout, "wrote %s: %s, %d Hz, %s, %u frames, %s%s\n",
+                     options.output.c_str(), encodingSummary(engine, id, options.encoding.type).c_str(), rate,
+                     engine.getPcmChannelCount(id) == 1 ? "mono" : "stereo", frames,
+                     formatTimeMs(rate > 0 ? uint64_t(frames) * 1000 / uint32_t(rate) : 0).c_str(),
+                     lostAudioSummary(state.lostMs).c_str());
     }
     engine.removePcm(id);
     return interruptSignal() != 0 ? interruptExitStatus() : 0;
@@ -385,7 +386,9 @@ void addRecordCommand(CLI::App& app, CommandLine& line) {
     auto options = std::make_shared<RecordOptions>();
     CLI::App* record = app.add_subcommand(
         "record", "Record the audio input to an audio file (WAV, MP3, FLAC, Opus, AAC, Vorbis), with a level meter");
-    record->add_option("-o,--output", options->output, "The file to write")->required()->type_name("OUT");
+    record->add_option("-o,--output", options->output, "The file to write; - is standard output (give --format)")
+        ->required()
+        ->type_name("OUT");
     record->add_option("--rate", options->rate, "Sample rate in Hz (default 44100)")->check(CLI::Range(1000, 192000));
     record->add_option("--channels", options->channels, "1 or 2 (default 1)")->check(CLI::Range(1, 2));
     addEncodingOptions(record, options->encoding);

@@ -14,6 +14,7 @@
 #include <wavoryx/Wavoryx.h>
 #include <wavoryx/platform.h>
 
+#include "StandardInput.h"
 #include "WorkFolders.h"
 
 namespace wvcli {
@@ -105,7 +106,7 @@ Session::~Session() {
     }
 }
 
-bool Session::open() {
+bool Session::open(bool readsStandardInput) {
     const int shownFrom = mOptions.verbose ? levelFromEnvironment(WAVORYX_LOG_INFO) : kLogSilent;
     gShownFrom.store(shownFrom);
     wavoryx_set_log_sink(&logSink);
@@ -122,6 +123,7 @@ bool Session::open() {
         return false;
     }
     mWorkDir = std::string(pattern.data()) + "/";
+    if (readsStandardInput && !spoolStandardInput(mWorkDir)) return false;
 
     Session* expected = nullptr;
     if (!gActive.compare_exchange_strong(expected, this)) {

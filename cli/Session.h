@@ -51,9 +51,12 @@ public:
     Session(const Session&) = delete;
     Session& operator=(const Session&) = delete;
 
-    // Makes the working folder, the engine and starts its callback loop.
-    // On failure prints "wavoryx: DIR: reason" and returns false.
-    bool open();
+    // Makes the working folder, the engine and starts its callback loop;
+    // with `readsStandardInput`, first keeps standard input there (see
+    // StandardInput.h). On failure prints "wavoryx: DIR: reason" (or
+    // "wavoryx: -: reason") and returns false; after an ending signal it
+    // prints nothing.
+    bool open(bool readsStandardInput = false);
 
     Wavoryx& engine() { return *mEngine; }
     const GlobalOptions& options() const { return mOptions; }

@@ -5,6 +5,8 @@
 #include <cstdio>
 #include <vector>
 
+#include "StandardInput.h"
+
 namespace wvcli {
 namespace {
 
@@ -105,8 +107,9 @@ std::string formatTimeMs(uint64_t ms) {
     return text;
 }
 
-bool parseSourceRange(const std::string& text, SourceRange& range, std::string& why) {
+bool parseSourceRange(const std::string& shown, SourceRange& range, std::string& why) {
     range = SourceRange();
+    const std::string text = shown.rfind(kHiddenDash, 0) == 0 ? shown.substr(1) : shown;
     struct stat st;
     const size_t at = text.rfind('@');
     if (at == std::string::npos || ::stat(text.c_str(), &st) == 0) {

@@ -18,6 +18,7 @@
 #include "Interrupt.h"
 #include "Jobs.h"
 #include "OutputFile.h"
+#include "StandardInput.h"
 #include "TimeSpec.h"
 #include "WaveformPicture.h"
 
@@ -96,7 +97,7 @@ int runWaveform(const WaveformOptions& options, const GlobalOptions& global) {
         return 1;
     }
     Session session(global);
-    if (!session.open()) return 1;
+    if (!session.open(options.file == "-")) return interruptSignal() != 0 ? interruptExitStatus() : 1;
     std::vector<LoadedSource> sources;
     const int loaded = loadSources(session, {options.file}, sources);
     if (loaded != 0) return loaded;
@@ -140,7 +141,7 @@ void addWaveformCommand(CLI::App& app, CommandLine& line) {
     auto options = std::make_shared<WaveformOptions>();
     CLI::App* waveform =
         app.add_subcommand("waveform", "Draw the waveform of an audio file in the terminal or as a PNG");
-    waveform->add_option("FILE", options->file, "An audio file")->required();
+    waveform->add_option("FILE", options->file, "An audio file; - is standard input")->required();
     waveform->add_option("--from", options->from, "Start time (default 0)")->type_name("T");
     waveform->add_option("--to", options->to, "End time (default: the end)")->type_name("T");
     waveform->add_option("--width", options->width, "Columns (default: the terminal's width; 800 for --png)")

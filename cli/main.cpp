@@ -3,11 +3,13 @@
 #include <cstdio>
 #include <memory>
 #include <string>
+#include <vector>
 
 #include <CLI/CLI.hpp>
 
 #include "Commands.h"
 #include "Interrupt.h"
+#include "StandardInput.h"
 
 namespace {
 
@@ -70,8 +72,13 @@ int main(int argc, char** argv) {
     wvcli::addPlayCommand(app, line);
     wvcli::addRecordCommand(app, line);
 
+    std::vector<std::string> args;
+    for (int i = argc - 1; i > 0; --i) {
+        const std::string arg = argv[i];
+        args.push_back(arg.rfind("-@", 0) == 0 ? wvcli::kHiddenDash + arg.substr(1) : arg);
+    }
     try {
-        app.parse(argc, argv);
+        app.parse(args);
     } catch (const CLI::ParseError& error) {
         if (error.get_exit_code() == 0) return app.exit(error);  // --help, --version
         return usageError(app, error);
