@@ -7,6 +7,7 @@
 #include <cstdio>
 #include <memory>
 #include <string>
+#include <utility>
 #include <vector>
 
 #include <CLI/CLI.hpp>
@@ -90,7 +91,8 @@ struct ShownFile {
     const LoadedSource* source = nullptr;
     WvSourceInfo facts{};
     bool hasFacts = false;
-    const LoudnessFigures* loudness = nullptr;  // with --loudness, once measured
+    const LoudnessFigures* loudness = nullptr;              // with --loudness, once measured
+    std::vector<std::pair<std::string, std::string>> tags;  // those the file states, by name
     uint32_t frames() const {
         if (source->ok || !hasFacts || facts.durationUs < 0) return source->ok ? source->frames : source->expected;
         return uint32_t(uint64_t(facts.durationUs) * uint32_t(source->sampleRate) / 1000000);
@@ -110,6 +112,43 @@ std::string channelsText(const ShownFile& file) {
         return text + ", loaded as " + (loaded == 1 ? "mono" : "stereo");
     }
     return inFile == 1 ? "mono" : inFile == 2 ? "stereo" : "? channels";
+}
+
+std::vector<std::pair<std::string, std::string>> tagsOf(Wavoryx& engine, int id) {
+    std::vector<std::pair<std::string, std::string>> tags;
+    for (const char* name : {"title", "artist", "album", "date", "track", "comment"}) {
+        std::vector<char> value(256);
+        int32_t length = engine.getSourceTag(id, name, value.data(), unsigned(value.size()));
+        if (length >= int32_t(value.size())) {
+            value.resize(size_t(length) + 1);
+            length = engine.getSourceTag(id, name, value.data(), unsigned(value.size()));
+        }
+        if (length > 0) tags.emplace_back(name, value.data());
+    }
+    return tags;
+}
+
+// A decode that ended well short of the length the file states (the
+// margin as edit's: a second, or 2 % of a long file): said on standard
+// error, since every other figure shown is then the decoded one.
+bool endsEarly(const ShownFile& file, std::string& said) {
+    const LoadedSource& s = *file.source;
+    if (!s.ok || !file.hasFacts || file.facts.durationUs <= 0 || s.sampleRate <= 0) return false;
+    const uint64_t stated = uint64_t(file.facts.durationUs) * uint32_t(s.sampleRate) / 1000000;
+    if (stated <= uint64_t(s.frames) + std::max<uint64_t>(uint32_t(s.sampleRate), stated / 50)) return false;
+    char text[96];
+    std::snprintf(text, sizeof text, "decoded %.1f s of %.1f s: the file ends early", double(s.frames) / s.sampleRate,
+                  double(file.facts.durationUs) / 1e6);
+    said = text;
+    return true;
+}
+
+// A tag as one line of text: control characters become spaces.
+std::string oneLine(std::string text) {
+    for (char& c : text) {
+        if (static_cast<unsigned char>(c) < 0x20 || c == 0x7F) c = ' ';
+    }
+    return text;
 }
 
 // What the kind alone does not tell: the codec inside a general container,
@@ -139,6 +178,7 @@ void printText(const ShownFile& file) {
         std::printf("  loudness %s LUFS, range %s LU, true peak %s dBTP\n", tenthsText(l.integrated).c_str(),
                     tenthsText(l.range).c_str(), tenthsText(l.truePeak).c_str());
     }
+    for (const auto& tag : file.tags) std::printf("  %s: %s\n", tag.first.c_str(), oneLine(tag.second).c_str());
 }
 
 void printJson(const std::vector<ShownFile>& files) {
@@ -159,6 +199,14 @@ void printJson(const std::vector<ShownFile>& files) {
                 "\"bitsPerSample\": %d, \"bitRate\": %d",
                 jsonString(f.container).c_str(), jsonString(f.codec).c_str(), f.channels,
                 jsonString(f.channelLayout).c_str(), f.bitsPerSample, f.bitRate);
+            std::printf(", \"tags\": {");
+            for (size_t t = 0; t < file.tags.size(); ++t) {
+                std::printf("%s%s: %s", t == 0 ? "" : ", ", jsonString(file.tags[t].first).c_str(),
+                            jsonString(file.tags[t].second).c_str());
+            }
+            std::printf("}");
+            std::string said;
+            std::printf(", \"endsEarly\": %s", endsEarly(file, said) ? "true" : "false");
         }
         if (file.loudness != nullptr) {
             // Minus infinity (silence) has no JSON number: null.
@@ -211,6 +259,9 @@ int runInfo(const InfoOptions& options, const GlobalOptions& global) {
         ShownFile file;
         file.source = source;
         file.hasFacts = session.engine().getSourceInfo(source->id, &file.facts) == 0;
+        if (file.hasFacts) file.tags = tagsOf(session.engine(), source->id);
+        std::string said;
+        if (endsEarly(file, said)) reportError(name, said);
         if (options.loudness) {
             const size_t index = size_t(source - loads.sources().data());
             if (index >= loudness.size() || !loudness[index].measured) continue;
@@ -235,7 +286,7 @@ void addInfoCommand(CLI::App& app, CommandLine& line) {
     info->add_option("FILE", options->files, "Audio files (any format the engine loads); - is standard input")
         ->required();
     info->add_flag("--json", options->json, "Print a JSON array, one object per file loaded");
-    info->add_flag("--exact", options->exact, "Decode each file whole and count its frames");
+    info->add_flag("--exact", options->exact, "Decode each file whole and count its frames (and tell a file that ends early)");
     info->add_flag("--loudness", options->loudness,
                    "Decode each file whole and measure its integrated loudness (LUFS), loudness range (LU) and "
                    "true peak (dBTP), after ITU-R BS.1770 / EBU R128");

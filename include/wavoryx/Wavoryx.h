@@ -183,6 +183,17 @@ public:
      * recording under way; -3 before event 6, after a load that failed to
      * open the file, or for a finished recording; -4 for a null `info`. */
     int32_t getSourceInfo(int id, WvSourceInfo* info);
+    /* A tag the loaded file states about itself. `name` is one of "title",
+     * "artist", "album", "date", "track" or "comment" (any case), the same
+     * for ID3, Vorbis comments, MP4 atoms and the other containers' tags; a
+     * tag of the container comes before one of the audio track. Copies the
+     * value (UTF-8) into `value`, NUL-terminated and cut to `size` - 1
+     * bytes at most (never inside a character), and returns the value's
+     * whole length in bytes: a result >= size means it was cut. Returns 0
+     * (and "") when the file states no such tag. Known from event 6 on, as
+     * getSourceInfo; -1, -2, -3 as there; -4 for a null `name` or `value`,
+     * a `size` of 0 or another name. */
+    int32_t getSourceTag(int id, char const* name, char* value, unsigned int size);
     /* Like loadFile (same events 6/3/4/0/5/7, same "<dir><id>.pcm", same
      * cancelLoadFile), but the item holds only the frames
      * [startMs x rate / 1000, endMs x rate / 1000) of the file (64-bit

@@ -3,10 +3,14 @@
 #define WV_LOG_TAG "WavoryxPriv"
 #include "engine/WavoryxPriv.h"
 
+#include <strings.h>
+
 #include <algorithm>
+#include <cstdint>
 #include <cstring>
 
 #include "load/DecoderThread.h"
+#include "platform/media/MetaData.h"
 
 using namespace wv;
 
@@ -45,6 +49,33 @@ int32_t WavoryxPriv::getSourceInfo(uint32_t id, WvSourceInfo* info) {
     info->bitsPerSample = facts.bitsPerSample;
     info->bitRate = facts.bitRate;
     info->durationUs = facts.durationUs;
+    return 0;
+}
+
+int32_t WavoryxPriv::getSourceTag(uint32_t id, const char* name, char* value, uint32_t size) {
+    if (name == nullptr || value == nullptr || size == 0) return -4;
+    bool known = false;
+    for (const TagKey& tag : kTagKeys) known = known || strcasecmp(tag.name, name) == 0;
+    if (!known) return -4;
+    ItemHold hold(this, id);
+    SPcmInfo* item = holdItem(hold, id, Report::kGetSourceTag);
+    if (item == nullptr) return -1;
+    const int32_t status = item->status.load();
+    if (status == CLIP_LIST || status == RECORDING) return -2;
+    SourceFacts facts;
+    if (!item->sourceFacts(&facts)) return -3;
+    value[0] = '\0';
+    for (const auto& tag : facts.tags) {
+        if (strcasecmp(tag.first.c_str(), name) != 0) continue;
+        // Cut at a character's start, so that a cut UTF-8 text stays valid.
+        size_t n = std::min<size_t>(tag.second.size(), size - 1);
+        if (n < tag.second.size()) {
+            while (n > 0 && (uint8_t(tag.second[n]) & 0xC0) == 0x80) --n;
+        }
+        std::memcpy(value, tag.second.data(), n);
+        value[n] = '\0';
+        return static_cast<int32_t>(std::min<size_t>(tag.second.size(), INT32_MAX));
+    }
     return 0;
 }
 

@@ -59,6 +59,10 @@ int32_t Wavoryx::getOutputBitRate(int id) {
 int32_t Wavoryx::getSourceInfo(int id, WvSourceInfo* info) {
     return mPriv->getSourceInfo(static_cast<uint32_t>(id), info);
 }
+
+int32_t Wavoryx::getSourceTag(int id, char const* name, char* value, unsigned int size) {
+    return mPriv->getSourceTag(static_cast<uint32_t>(id), name, value, size);
+}
 int32_t Wavoryx::getWaveformSamples(int id, unsigned int startMs, unsigned int endMs,
                                     unsigned int count, void* buffer) {
     return mPriv->getWaveformSamples(static_cast<uint32_t>(id), startMs, endMs, count, buffer);

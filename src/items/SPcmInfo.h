@@ -15,6 +15,8 @@
 #include <memory>
 #include <mutex>
 #include <string>
+#include <utility>
+#include <vector>
 
 #include "codec/AudioEncoder.h"
 #include "items/PcmClipList.h"
@@ -55,6 +57,8 @@ struct SourceFacts {
     int32_t bitsPerSample = 0;  // 0 when the codec has no such width
     int32_t bitRate = 0;        // bit/s; 0 when unstated
     int64_t durationUs = -1;    // -1 when unstated
+    // Tags by name ("title", "artist", ...), those the file states.
+    std::vector<std::pair<std::string, std::string>> tags;
 };
 
 // Whatever plays an item; destroying it stops and frees the playback.

@@ -94,6 +94,9 @@ void AudioDecoder::noteFacts(const MetaData& meta) {
     meta.findInt32(kKeyBitsPerSample, &mFacts.bitsPerSample);
     meta.findInt32(kKeyBitRate, &mFacts.bitRate);
     meta.findInt64(kKeyDuration, &mFacts.durationUs);
+    for (const TagKey& tag : kTagKeys) {
+        if (meta.findCString(tag.key, &text)) mFacts.tags.emplace_back(tag.name, text);
+    }
 }
 
 void AudioDecoder::setRangeMs(uint32_t startMs, uint32_t endMs) {

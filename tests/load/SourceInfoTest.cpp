@@ -90,3 +90,73 @@ TEST(SourceInfo, RefusesNullUnknownListsAndLoadsThatNeverOpened) {
 }
 
 }  // namespace
+
+TEST(SourceTags, EachContainerStatesItsTagsByTheSameNames) {
+    if (!wvtest::ffmpegAvailable()) GTEST_SKIP() << "ffmpeg command missing";
+    wvtest::TempDir sources;
+    const std::string wav = sources.file("a.wav");
+    ASSERT_TRUE(wvtest::writeToneWav(wav, 44100, 2, 1.0, 440));
+    // "Ünïcødé Sōng": multi-byte characters, to check a cut never splits one.
+    const std::string tags =
+        " -metadata title=\"\xC3\x9Cn\xC3\xAF\x63\xC3\xB8\x64\xC3\xA9 S\xC5\x8Dng\" -metadata artist=\"The Testers\""
+        " -metadata album=Tones -metadata date=2026 -metadata track=7 -metadata comment=\"made in a test\"";
+    LoadRig rig;
+    for (const char* name : {"a.mp3", "a.flac", "a.ogg", "a.opus", "a.m4a"}) {
+        const std::string path = sources.file(name);
+        const std::string codec = std::strstr(name, ".opus")  ? "-c:a libopus"
+                                  : std::strstr(name, ".ogg") ? "-c:a libvorbis"
+                                                              : "";
+        ASSERT_TRUE(wvtest::encodeWithFfmpeg(wav, path, codec + tags)) << name;
+        const int id = rig.engine().loadFile(path.c_str());
+        ASSERT_TRUE(rig.recorder().waitForCode(6, id)) << name;
+        char value[64];
+        const struct {
+            const char* tag;
+            const char* expected;
+        } wanted[] = {{"title", "\xC3\x9Cn\xC3\xAF\x63\xC3\xB8\x64\xC3\xA9 S\xC5\x8Dng"},
+                      {"ARTIST", "The Testers"},
+                      {"album", "Tones"},
+                      {"date", "2026"},
+                      {"comment", "made in a test"}};
+        for (const auto& w : wanted) {
+            EXPECT_EQ(rig.engine().getSourceTag(id, w.tag, value, sizeof value), int32_t(std::strlen(w.expected)))
+                << name << " " << w.tag;
+            EXPECT_STREQ(value, w.expected) << name << " " << w.tag;
+        }
+        // MP4 states the track as "7" or "7/0" depending on the muxer.
+        ASSERT_GT(rig.engine().getSourceTag(id, "track", value, sizeof value), 0) << name;
+        EXPECT_EQ(value[0], '7') << name;
+        // Cut to fit: at most size - 1 bytes, never inside a character.
+        const int32_t whole = rig.engine().getSourceTag(id, "title", value, 3);
+        EXPECT_EQ(whole, 17) << name;
+        EXPECT_STREQ(value, "\xC3\x9C") << name;
+        EXPECT_EQ(rig.engine().getSourceTag(id, "title", value, 2), 17) << name;
+        EXPECT_STREQ(value, "") << name;
+        ASSERT_TRUE(rig.waitForEnd(id));
+    }
+}
+
+TEST(SourceTags, AbsentTagsAreEmptyAndOtherNamesAreRefused) {
+    if (!wvtest::ffmpegAvailable()) GTEST_SKIP() << "ffmpeg command missing";
+    wvtest::LogCapture log;
+    wvtest::TempDir sources;
+    const std::string wav = sources.file("a.wav");
+    ASSERT_TRUE(wvtest::writeToneWav(wav, 44100, 1, 0.5, 440));
+    const std::string flac = sources.file("bare.flac");
+    ASSERT_TRUE(wvtest::encodeWithFfmpeg(wav, flac, "-map_metadata -1 -fflags +bitexact"));
+    LoadRig rig;
+    const int id = rig.engine().loadFile(flac.c_str());
+    char value[16] = "untouched";
+    EXPECT_EQ(rig.engine().getSourceTag(id, "title", value, sizeof value), -3) << "asked before event 6";
+    ASSERT_TRUE(rig.waitForEnd(id));
+    EXPECT_EQ(rig.engine().getSourceTag(id, "title", value, sizeof value), 0);
+    EXPECT_STREQ(value, "");
+    for (const char* other : {"genre", "", "titles"}) {
+        EXPECT_EQ(rig.engine().getSourceTag(id, other, value, sizeof value), -4) << other;
+    }
+    EXPECT_EQ(rig.engine().getSourceTag(id, nullptr, value, sizeof value), -4);
+    EXPECT_EQ(rig.engine().getSourceTag(id, "title", nullptr, 8), -4);
+    EXPECT_EQ(rig.engine().getSourceTag(id, "title", value, 0), -4);
+    EXPECT_EQ(rig.engine().getSourceTag(id + 100, "title", value, sizeof value), -1);
+    EXPECT_EQ(rig.engine().getSourceTag(rig.engine().newClipList(), "title", value, sizeof value), -2);
+}

@@ -102,6 +102,12 @@ const AVStream* AvDemuxer::stream(int index) const { return mFormat->streams[ind
 
 const char* AvDemuxer::containerName() const { return mFormat->iformat->name; }
 
+const char* AvDemuxer::metadataValue(int index, const char* name) const {
+    const AVDictionaryEntry* entry = av_dict_get(mFormat->metadata, name, nullptr, 0);
+    if (entry == nullptr) entry = av_dict_get(mFormat->streams[index]->metadata, name, nullptr, 0);
+    return entry != nullptr ? entry->value : nullptr;
+}
+
 int64_t AvDemuxer::containerDurationUs() const {
     return mFormat->duration == AV_NOPTS_VALUE || mFormat->duration <= 0 ? -1 : mFormat->duration;
 }

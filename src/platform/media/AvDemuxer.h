@@ -32,6 +32,9 @@ public:
     // Valid for 0 <= index < streamCount(), for the life of the demuxer.
     const AVStream* stream(int index) const;
     const char* containerName() const;
+    // The container's metadata value `name` (case-insensitive), else the
+    // stream's; nullptr when neither states it.
+    const char* metadataValue(int index, const char* name) const;
     // Container-level duration in microseconds, or -1 when unknown.
     int64_t containerDurationUs() const;
 

@@ -38,6 +38,10 @@ std::shared_ptr<MetaData> AvFormatExtractor::describeStream(int index) const {
 
     meta->setCString(kKeyContainerName, mDemuxer->containerName());
     meta->setCString(kKeyCodecName, avcodec_get_name(codec->codec_id));
+    for (const TagKey& tag : kTagKeys) {
+        const char* value = mDemuxer->metadataValue(index, tag.name);
+        if (value != nullptr && value[0] != '\0') meta->setCString(tag.key, value);
+    }
     char layout[64] = "";
     if (codec->ch_layout.nb_channels > 0 &&
         av_channel_layout_describe(&codec->ch_layout, layout, sizeof layout) > 0) {

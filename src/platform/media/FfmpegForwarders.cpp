@@ -121,6 +121,9 @@ WV_FORWARD(int, av_channel_layout_describe, (const AVChannelLayout* layout, char
            (layout, buffer, size))
 WV_FORWARD(void, av_channel_layout_uninit, (AVChannelLayout* layout), (layout))
 WV_FORWARD(void, av_dict_free, (AVDictionary** dict), (dict))
+WV_FORWARD(AVDictionaryEntry*, av_dict_get,
+           (const AVDictionary* dict, const char* key, const AVDictionaryEntry* prev, int flags),
+           (dict, key, prev, flags))
 WV_FORWARD(int, av_dict_set, (AVDictionary** dict, const char* key, const char* value, int flags),
            (dict, key, value, flags))
 WV_FORWARD(AVFrame*, av_frame_alloc, (void), ())

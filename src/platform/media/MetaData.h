@@ -46,7 +46,25 @@ enum : uint32_t {
     kKeyCodecName = fourcc('c', 'o', 'd', 'c'),
     kKeyChannelLayout = fourcc('l', 'a', 'y', 'o'),
     kKeyBitsPerSample = fourcc('b', 'i', 't', 's'),
+    // Tags the file states about itself (C strings), see kTagKeys.
+    kKeyTagTitle = fourcc('T', 't', 'i', 't'),
+    kKeyTagArtist = fourcc('T', 'a', 'r', 't'),
+    kKeyTagAlbum = fourcc('T', 'a', 'l', 'b'),
+    kKeyTagDate = fourcc('T', 'd', 'a', 't'),
+    kKeyTagTrack = fourcc('T', 't', 'r', 'k'),
+    kKeyTagComment = fourcc('T', 'c', 'm', 't'),
 };
+
+// The tags kept from a file, by the names its container's metadata uses
+// for them whatever the format (ID3 frames, Vorbis comments and MP4 atoms
+// alike), and their keys.
+struct TagKey {
+    const char* name;
+    uint32_t key;
+};
+constexpr TagKey kTagKeys[] = {{"title", kKeyTagTitle}, {"artist", kKeyTagArtist},
+                               {"album", kKeyTagAlbum}, {"date", kKeyTagDate},
+                               {"track", kKeyTagTrack}, {"comment", kKeyTagComment}};
 
 extern const char* const MEDIA_MIMETYPE_AUDIO_RAW;  // "audio/raw"
 
