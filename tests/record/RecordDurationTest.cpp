@@ -12,7 +12,7 @@
 
 namespace {
 
-// Frames of the finished WAV file of recording `id`.
+// Frames of a finished WAV file with `channels` channels; 0 for another count.
 size_t wavFrames(const std::string& file, int channels) {
     std::vector<int16_t> samples;
     int rate = 0, got = 0;
@@ -65,18 +65,18 @@ TEST(RecordDuration, PausesDoNotCountAndTheLengthCanBeCleared) {
     const std::string file = work.file("paused.wav");
     const int32_t id = r.engine.recordStart(file.c_str(), ENCODE_WAV, 8000, 1, 0, 1, 0);
     ASSERT_GT(id, 0);
-    ASSERT_EQ(r.engine.setRecordDuration(3000), 0);
+    ASSERT_EQ(r.engine.setRecordDuration(5000), 0);
     ASSERT_TRUE(r.waitForFrames(uint32_t(id), 4000));
     ASSERT_EQ(r.engine.recordPause(), 0);
     ASSERT_TRUE(r.waitForCode(66, id));
     // Time passes while paused; the length still counts recorded audio.
     const int32_t atPause = r.engine.getPcmFrameLength(uint32_t(id));
-    EXPECT_LT(atPause, 24000);
+    ASSERT_LT(atPause, 40000);
     ASSERT_EQ(r.engine.recordResume(), 0);
     ASSERT_TRUE(r.waitForCode(63, id));
-    EXPECT_EQ(r.engine.getPcmFrameLength(uint32_t(id)), 24000);
+    EXPECT_EQ(r.engine.getPcmFrameLength(uint32_t(id)), 40000);
     EXPECT_EQ(r.engine.recordStop(), 0);
-    EXPECT_EQ(wavFrames(file, 1), 24000u);
+    EXPECT_EQ(wavFrames(file, 1), 40000u);
 
     // Cleared, the length ends nothing: only the stop does.
     const std::string open = work.file("open.wav");
