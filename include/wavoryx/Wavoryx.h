@@ -333,7 +333,8 @@ public:
      * recorded past the length, however late the client looks. A length
      * already reached ends the recording at its next buffer. recordStop is
      * still called afterwards, as after any end. 0 clears the length.
-     * Returns 0; -4 for a negative length; -5 with no current recording. */
+     * Returns WV_OK; WV_ERR_OUT_OF_RANGE for a negative length;
+     * WV_ERR_NOT_READY with no current recording. */
     int32_t setRecordDuration(int ms);
 
 private:
