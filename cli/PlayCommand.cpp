@@ -7,11 +7,21 @@
 // At the end the command waits for the output to play what it still holds
 // (at most kDrainLimitMs), so the last fraction of a second is heard (or
 // written, for a "file:" output) before the item is released.
+//
+// Playback does not wait for the whole file to load: it starts once the
+// loaded part reaches kStartLeadMs past the start (--seek, or 0), or when
+// the load ends, whichever comes first; only backwards play from the end
+// needs the whole file. The player then follows the item as it grows and
+// ends at the file's real end; should it catch up with the load, the
+// output plays silence until more is decoded. While the file loads, the
+// duration shown is what the file states, and the start line and the
+// live line say how much has loaded. A load that fails meanwhile ends the
+// playback with its own message (status 1); quitting cancels the load.
+#include <algorithm>
 #include <cstdio>
 #include <cstdlib>
 #include <memory>
 #include <string>
-#include <vector>
 
 #include <CLI/CLI.hpp>
 
@@ -25,6 +35,7 @@
 #include "LiveLine.h"
 #include "OutputFile.h"
 #include "PlayKeys.h"
+#include "Progress.h"
 #include "Session.h"
 #include "StandardInput.h"
 #include "TimeSpec.h"
@@ -36,9 +47,12 @@ constexpr int kTickMs = 50;
 constexpr int kDrainPollMs = 20;
 constexpr int kDrainSteadyPolls = 5;  // unchanged this long: the output is empty
 constexpr int kDrainLimitMs = 3000;
+// Loaded audio past the start that playback waits for: enough that it does
+// not run dry at once while the load goes on.
+constexpr uint64_t kStartLeadMs = 500;
 
 enum PlayEvent { kPlayFailed = WV_EVENT_PLAY_FAILED, kPlayEnded = WV_EVENT_PLAY_END };
-enum class Outcome { Ended, Quit, Interrupted, Failed };
+enum class Outcome { Ended, Quit, Interrupted, Failed, LoadFailed };
 
 struct PlayOptions {
     std::string file;
@@ -63,12 +77,61 @@ uint64_t positionMs(Wavoryx& engine) {
     return position > 0 ? uint64_t(position) : 0;
 }
 
+uint64_t loadedMs(Wavoryx& engine, const LoadedSource& source) {
+    const int32_t frames = engine.getPcmFrameLength(source.id);
+    return frames > 0 && source.sampleRate > 0 ? uint64_t(frames) * 1000 / uint32_t(source.sampleRate) : 0;
+}
+
+// Exact once the load has ended; before that, what the file states.
+uint64_t knownDurationMs(const LoadedSource& source) {
+    if (source.ended || source.sampleRate <= 0) return source.durationMs();
+    return uint64_t(source.stated) * 1000 / uint32_t(source.sampleRate);
+}
+
+// "" once loaded, else how much has loaded, as a share of the stated length.
+std::string loadingText(Wavoryx& engine, const LoadedSource& source) {
+    if (source.ended) return "";
+    const uint64_t stated = knownDurationMs(source);
+    const uint64_t percent = stated > 0 ? std::min<uint64_t>(99, loadedMs(engine, source) * 100 / stated) : 0;
+    return std::to_string(percent) + "% loaded";
+}
+
+std::string baseName(const std::string& path) {
+    const size_t slash = path.find_last_of('/');
+    return slash == std::string::npos ? path : path.substr(slash + 1);
+}
+
+// Loads the file until playback can start at `startMs` (see the top of
+// this file); `whole`: until the load ends. 0, 1 after a failure (its line
+// printed), or the interrupt status.
+int loadUntilPlayable(Session& session, SourceLoads& loads, uint64_t startMs, bool whole) {
+    Wavoryx& engine = session.engine();
+    const LoadedSource& source = loads.sources()[0];
+    Progress progress("loading " + baseName(source.path), session.options().quiet);
+    loads.setProgress(&progress, true);
+    const int status = loads.waitUntil(
+        [&] { return source.ended || (!whole && source.begun && loadedMs(engine, source) >= startMs + kStartLeadMs); },
+        true);
+    loads.setProgress(nullptr, false);
+    // A bar at 100 % would say the load is over when it goes on.
+    progress.finish(status == 0 && source.ended);
+    return status;
+}
+
+// Cancels a load still running and waits for the engine to confirm.
+void endLoad(SourceLoads& loads) {
+    if (loads.allEnded()) return;
+    loads.cancelRunning();
+    loads.waitUntil([&] { return loads.allEnded(); }, false);
+}
+
 // One playback: the player's state as the command set it, and the keys.
 class PlayLoop {
 public:
-    PlayLoop(Session& session, const LoadedSource& source, int speed)
-        : mSession(session), mEngine(session.engine()), mSource(source), mLine(session.options().quiet) {
-        mView.durationMs = source.durationMs();
+    PlayLoop(Session& session, SourceLoads& loads, int speed)
+        : mSession(session), mEngine(session.engine()), mLoads(loads), mSource(loads.sources()[0]),
+          mLine(session.options().quiet) {
+        mView.durationMs = knownDurationMs(mSource);
         mView.speed = speed;
     }
 
@@ -85,6 +148,9 @@ public:
                 if (event.id != mSource.id) continue;
                 if (event.code == kPlayEnded) return Outcome::Ended;
                 if (event.code == kPlayFailed) return Outcome::Failed;
+                // The load's own events: its end, or its failure.
+                mLoads.take(event);
+                if (mLoads.failed()) return Outcome::LoadFailed;
             }
             draw();
         }
@@ -112,7 +178,9 @@ public:
 private:
     void draw() {
         mView.positionMs = positionMs(mEngine);
-        mLine.show(playStatusText(mView));
+        mView.durationMs = knownDurationMs(mSource);
+        const std::string loading = loadingText(mEngine, mSource);
+        mLine.show(playStatusText(mView) + (loading.empty() ? "" : "  " + loading));
     }
 
     void onKey(Key key) {
@@ -150,6 +218,7 @@ private:
 
     Session& mSession;
     Wavoryx& mEngine;
+    SourceLoads& mLoads;
     const LoadedSource& mSource;
     LiveLine mLine;
     PlayView mView;
@@ -169,19 +238,22 @@ int runPlay(const PlayOptions& options, const GlobalOptions& global) {
     }
     Session session(global);
     if (!session.open(options.file == "-")) return interruptSignal() != 0 ? interruptExitStatus() : 1;
-    std::vector<LoadedSource> sources;
-    const int loaded = loadSources(session, {options.file}, sources);
+    SourceLoads loads(session);
+    loads.startWhole(options.file);
+    const LoadedSource& source = loads.sources()[0];
+    // Backwards play starts from the end unless told otherwise.
+    const bool backwards = options.speed < 0;
+    const bool fromEnd = backwards && options.seek.empty();
+    const int loaded = loadUntilPlayable(session, loads, options.seekMs, fromEnd);
     if (loaded != 0) return loaded;
-    const LoadedSource& source = sources[0];
-    if (source.frames == 0) {
+    if (source.ended && source.frames == 0) {
         reportError(source.path, "holds no audio to play");
         return 1;
     }
-    // Backwards play starts from the end unless told otherwise.
-    const uint64_t duration = source.durationMs();
-    const bool backwards = options.speed < 0;
-    const uint64_t startMs = !options.seek.empty() ? options.seekMs : backwards ? duration : 0;
-    if (backwards ? startMs == 0 || startMs > duration : startMs >= duration) {
+    // A load still running has reached past the start: no check is due.
+    const uint64_t duration = knownDurationMs(source);
+    const uint64_t startMs = fromEnd ? duration : options.seekMs;
+    if (source.ended && (backwards ? startMs == 0 || startMs > duration : startMs >= duration)) {
         reportError(source.path, "nothing to play " + std::string(backwards ? "backwards " : "") + "from " +
                                      formatTimeMs(startMs) + ": the file lasts " + formatTimeMs(duration));
         return 1;
@@ -189,21 +261,25 @@ int runPlay(const PlayOptions& options, const GlobalOptions& global) {
 
     Wavoryx& engine = session.engine();
     if (engine.playStart(source.id) != 0) {
+        endLoad(loads);
         reportError(source.path, "cannot play: no audio output could be opened");
         return 1;
     }
     if (options.speed != 1 && engine.setPlaySpeed(options.speed) != 0) {
         engine.playStop();
+        endLoad(loads);
         reportError(source.path, "cannot be played at speed " + std::to_string(options.speed));
         return 1;
     }
     if (startMs > 0) engine.playSeekTo(int(startMs));
 
-    PlayLoop loop(session, source, options.speed);
+    PlayLoop loop(session, loads, options.speed);
     if (!loop.live() && !global.quiet) {
-        std::fprintf(stderr, "playing %s: %s from %s at %dx %s\n", source.path.c_str(),
-                     formatTimeMs(source.durationMs()).c_str(), formatTimeMs(startMs).c_str(), std::abs(options.speed),
-                     backwards ? "backwards" : "forwards");
+        const std::string loading = loadingText(engine, source);
+        std::fprintf(stderr, "playing %s: %s from %s at %dx %s%s\n", source.path.c_str(),
+                     formatTimeMs(duration).c_str(), formatTimeMs(startMs).c_str(), std::abs(options.speed),
+                     backwards ? "backwards" : "forwards",
+                     loading.empty() ? "" : (" while it loads (" + loading + ")").c_str());
     }
     engine.playResume();
     const Outcome outcome = loop.run();
@@ -214,12 +290,14 @@ int runPlay(const PlayOptions& options, const GlobalOptions& global) {
         engine.playPause();
     }
     engine.playStop();
+    endLoad(loads);
     // Releasing the item closes its output (a "file:" WAV is finished).
     engine.removePcm(source.id);
     loop.clearLine();
 
     switch (outcome) {
         case Outcome::Failed: reportError(source.path, "playback could not start"); return 1;
+        case Outcome::LoadFailed: return interruptSignal() != 0 ? interruptExitStatus() : 1;
         case Outcome::Interrupted: return interruptExitStatus();
         case Outcome::Ended:
             if (!global.quiet) std::printf("played %s to the end\n", source.path.c_str());

@@ -3,8 +3,9 @@
 // WAVORYX_AUDIO_IN chooses) into a WAV, MP3, FLAC, Opus, AAC or Vorbis file.
 //
 // The recording ends with --duration (counted in recorded audio: pauses do
-// not count; it ends within about one captured buffer, ~25 ms, plus one
-// tick after the time), q, or a signal (Ctrl-C, SIGTERM, SIGHUP, SIGQUIT).
+// not count; the engine itself cuts it at exactly T x rate frames, so it is
+// never late however busy the machine), q, or a signal (Ctrl-C, SIGTERM,
+// SIGHUP, SIGQUIT).
 // Each of these finishes the file and keeps it: the exit status is 0 after
 // --duration and q, since stopping is how a recording is meant to end, and
 // 128 + the signal after a signal. A recording that fails (the file cannot
@@ -124,7 +125,9 @@ class RecordLoop {
 public:
     RecordLoop(Session& session, int id, const RecordOptions& options, const RecordPlace& place)
         : mSession(session), mEngine(session.engine()), mId(id), mOptions(options), mPlace(place),
-          mLine(session.options().quiet) {}
+          mLine(session.options().quiet) {
+        mLengthSet = options.durationMs > 0 && mEngine.setRecordDuration(int(options.durationMs)) == 0;
+    }
 
     const RecordState& run() {
         using Clock = std::chrono::steady_clock;
@@ -134,7 +137,7 @@ public:
             for (Key key : keyboard.poll(kTickMs)) onKey(key);
             takeEvents();
             const bool timeUp = mOptions.durationMs > 0 && recordedMs() >= mOptions.durationMs;
-            if (!mState.stopping && (timeUp || interruptSignal() != 0 || failed())) stop();
+            if (!mState.stopping && (timeUp || interruptSignal() != 0 || failed())) stop(timeUp);
             // A set-up that failed, or was stopped before it ran, sends no
             // end event; a started recording does once the file is done.
             const Clock::duration wait = mState.started ? Clock::duration(kStopWait) : Clock::duration(kSetupWait);
@@ -156,9 +159,11 @@ public:
 
 private:
     // Every way of stopping (q, a signal, the duration, a failure) starts
-    // the wait for the end event from now.
-    void stop() {
-        mEngine.recordStop();
+    // the wait for the end event from now. At the duration the engine has
+    // already ended the recording at its exact length: a stop now could
+    // only come later than that.
+    void stop(bool timeUp = false) {
+        if (!timeUp || !mLengthSet) mEngine.recordStop();
         mState.stopping = true;
         mStoppedAt = std::chrono::steady_clock::now();
     }
@@ -244,6 +249,7 @@ private:
     LiveLine mLine;
     RecordState mState;
     bool mPauseAsked = false;
+    bool mLengthSet = false;  // the engine ends the recording at --duration
     std::chrono::steady_clock::time_point mStoppedAt;
 };
 
@@ -404,6 +410,10 @@ void addRecordCommand(CLI::App& app, CommandLine& line) {
         "Ctrl-C and other signals do the same, and exit with 128 + the signal (130 for Ctrl-C).\n"
         "An existing OUT is replaced (after -y, or yes when asked) only once the recording has finished.\n"
         "A failed recording leaves no file and exits with 1.\n"
+        "--duration T records exactly T x rate frames.\n"
+        "Every recording, and every resume after a pause, starts silent for its first captured buffer\n"
+        "(1024 frames mono, 512 stereo; at least 10 ms) and fades in to full level by 0.31 s,\n"
+        "so that the click of the input starting up is not recorded.\n"
         "The input is the sound device; WAVORYX_AUDIO_IN=tone:440, silence or file:PATH records those.\n"
         "Examples:\n"
         "  wavoryx record -o take.wav\n"

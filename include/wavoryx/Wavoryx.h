@@ -336,6 +336,17 @@ public:
     int32_t recordPause();
     int32_t recordResume();
     int32_t recordStop();
+    /* Ends the current recording by itself once it holds `ms` ms of audio
+     * (pauses do not count): the captured buffer that reaches the length is
+     * cut there, so the item and its file hold exactly round(ms x rate /
+     * 1000) frames at the recording's rate, and the file is finished as by
+     * a stop (event 63). Called at once after recordStart, no audio is
+     * recorded past the length, however late the client looks. A length
+     * already reached ends the recording at its next buffer. recordStop is
+     * still called afterwards, as after any end. 0 clears the length.
+     * Returns WV_OK; WV_ERR_OUT_OF_RANGE for a negative length;
+     * WV_ERR_NOT_READY with no current recording. */
+    int32_t setRecordDuration(int ms);
 
 private:
     WavoryxPriv* mPriv;

@@ -5,6 +5,7 @@
 // (mRecordLock): two starts must not both see no current recording, and a
 // stop must not clear a recording that a start made after it looked.
 #define WV_LOG_TAG "WavoryxPriv"
+#include <algorithm>
 #include <cstdio>
 #include <cstdlib>
 #include <string>
@@ -114,5 +115,20 @@ int32_t WavoryxPriv::recordStop() {
         WVThreadCmd(RecorderThread::kCmdStart, id, static_cast<int32_t>(WVCMD_ANY)));
     mRecorder->cancelCmd(recordPattern(id));
     mContext.recordingEnded(id);
+    return 0;
+}
+
+int32_t WavoryxPriv::setRecordDuration(int32_t ms) {
+    if (ms < 0) return -4;
+    std::lock_guard<std::mutex> guard(mRecordLock);
+    const pcm_id_t id = mContext.currentRecording();
+    if (id == 0) return -5;
+    ItemHold hold(this, id);
+    SPcmInfo* item = hold.get();
+    if (item == nullptr) return -5;
+    const uint64_t rate = static_cast<uint64_t>(std::max(0, item->sampleRate.load()));
+    const uint64_t frames = (static_cast<uint64_t>(ms) * rate + 500) / 1000;
+    // A length too short to hold one frame still ends the recording.
+    item->recordLimitFrames = ms == 0 ? 0u : static_cast<uint32_t>(std::max<uint64_t>(frames, 1));
     return 0;
 }

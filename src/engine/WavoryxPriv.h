@@ -95,6 +95,7 @@ public:
     int32_t recordPause();
     int32_t recordResume();
     int32_t recordStop();
+    int32_t setRecordDuration(int32_t ms);
 
     // What the workers share with the engine (registry, events, settings).
     void notifyClient(wv::WVThreadCmd event, int32_t delayMs) {

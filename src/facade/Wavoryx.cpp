@@ -116,6 +116,7 @@ int32_t Wavoryx::recordStart(char const* path, encode_type type, int sampleRate,
 int32_t Wavoryx::recordPause() { return mPriv->recordPause(); }
 int32_t Wavoryx::recordResume() { return mPriv->recordResume(); }
 int32_t Wavoryx::recordStop() { return mPriv->recordStop(); }
+int32_t Wavoryx::setRecordDuration(int ms) { return mPriv->setRecordDuration(ms); }
 
 int32_t insertClip(int, int, int, unsigned int, unsigned int) { return 0; }
 int32_t insertClipMs(int, int, int, unsigned int, unsigned int) { return 0; }

@@ -161,6 +161,9 @@ struct SPcmInfo {
     std::atomic<int32_t> outputRate{0};
     std::atomic<int32_t> outputChannels{0};
     std::atomic<int32_t> outputBitRate{0};  // kbit/s; 0 when the format has no fixed one
+    // A recording ends by itself once it holds this many frames (at
+    // sampleRate, pauses not counted); 0 when only recordStop ends it.
+    std::atomic<uint32_t> recordLimitFrames{0};
     std::atomic<float> pitch{0.0f};
     std::atomic<int32_t> robot{0};
     LockedString path;  // source file, or output file of a list/recording

@@ -18,7 +18,9 @@
 // it has plus silence and asks again at the next fill. When the input ends
 // (the reader's end, a reader failure, the end of the media stream, or
 // frame 0 when playing backwards) event 42 is posted once, 30 ms later,
-// and every later fill is silence until a seek.
+// and every later fill hands nothing until a seek: the output then holds
+// exactly the frames played, and its device plays silence once its queue
+// has run out.
 //
 // Clock. Positions are mapped through output frame indices: the output
 // reports how many of the frames handed to it it has presented

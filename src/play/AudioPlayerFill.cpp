@@ -184,11 +184,11 @@ size_t AudioPlayer::fillBuffer(void* data, size_t size) {
     size -= size % mFrameBytes;
     {
         std::lock_guard<std::mutex> guard(mLock);
-        if (mEndReached) {
-            std::memset(data, 0, size);
-            mHandedFrames += size / mFrameBytes;
-            return size;
-        }
+        // Past the end there is nothing to hand: the device plays silence
+        // on an empty queue by itself, and silence handed here would be
+        // taken for audio by whatever records the output (a "file:" WAV
+        // kept growing until the engine stopped the output).
+        if (mEndReached) return 0;
     }
     size_t done = 0;
     bool ended = false;

@@ -161,19 +161,35 @@ void RecorderThread::recordBuffer(WVThreadCmd& cmd, SPcmInfo* item, RecordJob* j
         } else {
             auto* data = reinterpret_cast<int16_t*>(static_cast<uint8_t*>(buffer->data()) +
                                                     buffer->range_offset());
-            const uint32_t bytes = uint32_t(buffer->range_length());
             const uint32_t frameSize = item->frameSize();
-            const uint32_t frames = bytes / frameSize;
+            uint32_t frames = uint32_t(buffer->range_length()) / frameSize;
+            const bool last = cutAtLimit(item, &frames);
+            const uint32_t bytes = frames * frameSize;
             fadeIn(data, frames, frameSize / 2, &job->fadeCount, job->fadeLength);
             item->frames.fetch_add(frames);
             item->totalFrames.fetch_add(frames);
             reportLostAudio(id, job, buffer, false);
-            sendWaveformPoints(id, job, data, bytes);
-            encodeBuffer(cmd, item, job, data, frames, bytes);
+            if (frames > 0) {
+                sendWaveformPoints(id, job, data, bytes);
+                encodeBuffer(cmd, item, job, data, frames, bytes);
+            }
             buffer->release();
+            // Ended here rather than by the client's stop, which comes
+            // whenever the client gets round to it.
+            if (last) cancelCmd(cmd);
         }
     }
     sendCmd(cmd, kRecordUrgency);
+}
+
+bool RecorderThread::cutAtLimit(const SPcmInfo* item, uint32_t* frames) {
+    const uint32_t limit = item->recordLimitFrames.load();
+    if (limit == 0) return false;
+    const uint32_t have = item->frames.load();
+    const uint32_t room = limit > have ? limit - have : 0;
+    if (*frames < room) return false;
+    *frames = room;
+    return true;
 }
 
 void RecorderThread::sendWaveformPoints(pcm_id_t id, RecordJob* job, const int16_t* data,

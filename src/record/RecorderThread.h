@@ -8,7 +8,9 @@
 //   timer, voice effect; then event 61 and the first command 2.
 // - {2, id, -1, job}: move one captured buffer (at most 2048 bytes) through
 //   fade-in, waveform points (event 80, spaced 20 ms apart), the voice effect
-//   and the encoder, then post itself again.
+//   and the encoder, then post itself again. A recording given a length
+//   (recordLimitFrames) cuts the buffer that reaches it there and ends as
+//   by a cancel, so that the file holds exactly that many frames.
 // Control requests act on command 2: suspend parks it and drops the capture
 // source (event 66), resume makes a new source (event 65; one retry after
 // 500 ms, which blocks this worker), cancel finishes the file and ends the
@@ -89,6 +91,10 @@ private:
     // a full or failed file asks for.
     void encodeBuffer(WVThreadCmd& cmd, SPcmInfo* item, RecordJob* job, int16_t* data,
                       uint32_t frames, uint32_t bytes);
+    // Shortens `frames`, the next captured buffer, to what the item's
+    // length limit leaves room for; true when that reaches the limit and
+    // the recording ends with this buffer.
+    static bool cutAtLimit(const SPcmInfo* item, uint32_t* frames);
     void sendWaveformPoints(pcm_id_t id, RecordJob* job, const int16_t* data, uint32_t bytes);
     // Event 67 for silence the capture source put in place of lost frames:
     // what `buffer` holds of it is counted, and the sum posted when due

@@ -219,6 +219,53 @@ TEST_F(AudioPlayerTest, AGrowingItemIsWaitedForWithSilenceAndPlayedToItsEnd) {
     EXPECT_EQ(endEvents(item->id), 1);
 }
 
+// Whatever records the output (a "file:" WAV) gets exactly the frames
+// played: nothing past the end, however long the output runs on before it
+// is stopped, at any speed and in either direction.
+TEST_F(AudioPlayerTest, NothingIsHandedPastTheEndAtAnySpeed) {
+    for (int speed : {1, 2, 4, -1, -3}) {
+        SCOPED_TRACE(speed);
+        SPcmInfo* item = wvtest::addMarkedItem(engine, dir, kRate, 3000);
+        AudioPlayer* player = playerFor(item);
+        player->setPlaybackRatePermille(speed * 1000);
+        if (speed < 0) player->seekTo(300000);  // backwards from 0.3 s
+        player->resume();
+        play(player, 0);
+        for (int i = 0; i < 10 && endEvents(item->id) == 0; ++i) play(player, 100000);
+        ASSERT_TRUE(events.waitForCode(42, int(item->id)));
+        // The engine's stop on the event comes later; the output runs on.
+        for (int i = 0; i < 5; ++i) device->advance(100000);
+        std::vector<int64_t> expected = wvtest::range(0, speed > 0 ? 3000 : 2400);
+        if (speed < 0) std::reverse(expected.begin(), expected.end());
+        const std::vector<int16_t> handed = device->handed();
+        EXPECT_EQ(handed.size(), expected.size() * 2) << "silence was handed after the end";
+        EXPECT_EQ(wvtest::marksOf(handed), expected);
+    }
+}
+
+// A seek into the loaded part of an item still loading plays from there on
+// and follows the item as it grows, to its real end, not to where the data
+// ended when playback began.
+TEST_F(AudioPlayerTest, ASeekIntoAGrowingItemPlaysOnToItsRealEnd) {
+    SPcmInfo* item = wvtest::addMarkedItem(engine, dir, kRate, 16000, DECODING, 5000);
+    AudioPlayer* player = playerFor(item);
+    player->seekTo(500000);
+    player->resume();
+    play(player, 0);
+    EXPECT_TRUE(player->usingReader());
+    for (int i = 0; i < 3; ++i) play(player, 100000);
+    item->frames = 12000;
+    for (int i = 0; i < 5; ++i) play(player, 100000);
+    EXPECT_EQ(endEvents(item->id), 0) << "ended where the data ended for a while";
+    item->frames = 16000;
+    item->status = PCM_READY;
+    for (int i = 0; i < 10 && endEvents(item->id) == 0; ++i) play(player, 100000);
+    ASSERT_TRUE(events.waitForCode(42, int(item->id)));
+    for (int i = 0; i < 3; ++i) device->advance(100000);
+    EXPECT_EQ(wvtest::marksOf(device->handed()), wvtest::range(4000, 16000));
+    EXPECT_EQ(player->getMediaTimeUs(), 2000000);
+}
+
 TEST_F(AudioPlayerTest, MediaFileServesWhatThePcmDataDoesNotReachYet) {
     // Nothing decoded yet: the file plays from the start to its end.
     SPcmInfo* loading = wvtest::addMarkedItem(engine, dir, kRate, 6000, ENCODED_FILE, 0);
