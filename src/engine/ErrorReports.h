@@ -35,6 +35,10 @@ enum class Report : int {
     kGetOutputBitRate,
     kGetSourceInfo,
     kMeasureLoudness,
+    kSetClipGain,
+    kSetClipFade,
+    kSetListCrossfade,
+    kSetListGain,
     kCount
 };
 
@@ -85,6 +89,13 @@ inline constexpr ReportSite kReportSites[] = {
     {Report::kGetSourceInfo, 0, 0, 0,
      "int32_t WavoryxPriv::getSourceInfo(uint32_t, WvSourceInfo*)"},
     {Report::kMeasureLoudness, 0, 0, 0, "int32_t WavoryxPriv::measureLoudness(uint32_t)"},
+    {Report::kSetClipGain, 0, 0, 0,
+     "int32_t WavoryxPriv::setClipGain(uint32_t, uint32_t, int32_t)"},
+    {Report::kSetClipFade, 0, 0, 0,
+     "int32_t WavoryxPriv::setClipFade(uint32_t, uint32_t, uint32_t, uint32_t, int32_t)"},
+    {Report::kSetListCrossfade, 0, 0, 0,
+     "int32_t WavoryxPriv::setListCrossfade(uint32_t, uint32_t, int32_t)"},
+    {Report::kSetListGain, 0, 0, 0, "int32_t WavoryxPriv::setListGain(uint32_t, int32_t)"},
 };
 
 constexpr bool reportSitesInOrder() {
