@@ -242,8 +242,11 @@ public:
      * millibels (hundredths of a dB), -9600 to +2400; samples beyond full
      * scale saturate, never wrap. Settings take effect at the next block
      * read, also during playback; a render uses each block's settings.
-     * Effects are exact when the clips' rates equal the output rate; a clip
-     * of another rate is converted and fills its place frame for frame.
+     * A clip whose rate differs from the output's takes the length the
+     * converter makes of it, and its fades and crossfades count at the
+     * output rate; a seek into such a clip restarts its converter, so
+     * playback from there can differ slightly from the render (at equal
+     * rates it never does).
      * A list used as a clip of another list brings its own effects
      * (converted to 16 bits there) and the outer list adds its own.
      * Each returns 0; -1 (WV_ERR_NO_ITEM) for an unknown listId, -2

@@ -55,7 +55,9 @@ uint32_t framesOfMs(uint32_t ms, int32_t rate);
 // Where one clip sits in its list and what shapes it.
 struct ClipPlacement {
     uint32_t clipId = 0;
-    uint32_t length = 0;      // its frames
+    uint32_t length = 0;      // its frames (as converted, see PcmClipList::place)
+    int32_t sourceRate = 0;   // the rate of its source's frames
+    int32_t placedRate = 0;   // the rate its place counts in
     uint64_t listStart = 0;   // list frame of its first frame
     uint32_t overlapIn = 0;   // frames shared with the clip before
     uint32_t overlapOut = 0;  // frames shared with the clip after

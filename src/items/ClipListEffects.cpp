@@ -66,12 +66,13 @@ bool PcmClipList::hasEffects() const {
     return false;
 }
 
-uint32_t PcmClipList::place(std::vector<ClipPlacement>* out, bool useTotal) const {
+uint32_t PcmClipList::place(std::vector<ClipPlacement>* out, bool useTotal, int32_t outRate) const {
     std::lock_guard<std::mutex> guard(mLock);
-    return placeLocked(out, useTotal);
+    return placeLocked(out, useTotal, outRate);
 }
 
-uint32_t PcmClipList::placeLocked(std::vector<ClipPlacement>* out, bool useTotal) const {
+uint32_t PcmClipList::placeLocked(std::vector<ClipPlacement>* out, bool useTotal,
+                                  int32_t outRate) const {
     out->clear();
     std::vector<int32_t> rates;
     uint32_t growing = 0;
@@ -80,7 +81,18 @@ uint32_t PcmClipList::placeLocked(std::vector<ClipPlacement>* out, bool useTotal
         place.clipId = clip.clipId;
         growing = static_cast<uint32_t>(
             clip.source->availableFrames(place.length, clip.start, clip.end, useTotal));
-        const int32_t rate = clipRate(clip);
+        place.sourceRate = clipRate(clip);
+        int32_t rate = place.sourceRate;
+        // A list source is read in its own frames: its reader places its
+        // clips itself.
+        if (outRate > 0 && rate > 0 && rate != outRate && !clip.source->clipList) {
+            const uint64_t from = static_cast<uint32_t>(rate);
+            const uint64_t to = static_cast<uint32_t>(outRate);
+            place.length =
+                static_cast<uint32_t>((uint64_t(place.length) * to * 2 + from) / (2 * from));
+            rate = outRate;
+        }
+        place.placedRate = rate;
         rates.push_back(rate);
         place.fadeIn = framesOfMs(clip.effects.fadeInMs, rate);
         place.fadeOut = framesOfMs(clip.effects.fadeOutMs, rate);

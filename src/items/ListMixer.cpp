@@ -47,8 +47,16 @@ ListMixer::ClipSource* ListMixer::sourceFor(const ClipPlacement& place, uint32_t
     found->reader.reset(new PcmInfoReader(clip.source));
     found->reader->setOutputFormat(mOutRate, mOutChannels);
     found->reader->setResampleQuality(mQuality);
-    found->reader->setPosition(clip.start + from, clip.start + place.length);
+    // A converted clip starts its converter afresh at the source frame
+    // nearest below; only a read from its first frame is exact.
+    uint64_t sourceFrom = from;
+    if (place.placedRate != place.sourceRate && place.placedRate > 0) {
+        sourceFrom = uint64_t(from) * static_cast<uint32_t>(place.sourceRate) /
+                     static_cast<uint32_t>(place.placedRate);
+    }
+    found->reader->setPosition(clip.start + static_cast<uint32_t>(sourceFrom), clip.end);
     found->next = from;
+    found->holding = false;
     return found;
 }
 
@@ -60,14 +68,33 @@ uint32_t ListMixer::addClip(const ClipPlacement& place, uint32_t from, uint32_t 
         ClipSource* source = sourceFor(place, from + done);
         if (source == nullptr) return done;
         const uint32_t step = std::min(count - done, kStepFrames);
-        const int32_t n =
-            source->reader->read(reinterpret_cast<char*>(mScratch.data()), step * channels * 2);
-        const int32_t state = source->reader->endState();
-        const uint32_t got = n > 0 ? std::min(static_cast<uint32_t>(n), step) : 0;
+        uint32_t got;
+        int32_t state = PcmInfoReader::MORE;
+        const int16_t* samples = mScratch.data();
+        if (source->holding) {
+            got = 1;
+            samples = source->held.data();
+            source->holding = false;
+        } else {
+            // A converted mono read folds stereo frames, giving half of
+            // what it is asked: asked for one frame it gives none. Two are
+            // asked then, and the second is kept for the next read.
+            const uint32_t ask = std::max(step, 2u);
+            const int32_t n =
+                source->reader->read(reinterpret_cast<char*>(mScratch.data()), ask * channels * 2);
+            state = source->reader->endState();
+            const uint32_t made = n > 0 ? std::min(static_cast<uint32_t>(n), ask) : 0;
+            got = std::min(made, step);
+            if (made > got) {
+                source->held.assign(mScratch.begin() + size_t(got) * channels,
+                                    mScratch.begin() + size_t(got + 1) * channels);
+                source->holding = true;
+            }
+        }
         for (uint32_t f = 0; f < got; ++f) {
             const float gain = static_cast<float>(clipEnvelope(place, from + done + f)) / 32768.0f;
             float* into = out + size_t(done + f) * channels;
-            const int16_t* sample = mScratch.data() + size_t(f) * channels;
+            const int16_t* sample = samples + size_t(f) * channels;
             for (uint32_t c = 0; c < channels; ++c) into[c] += static_cast<float>(sample[c]) * gain;
         }
         done += got;
@@ -94,7 +121,7 @@ uint32_t ListMixer::mix(float* out, uint32_t position, uint32_t frames, uint32_t
     std::memset(out, 0, size_t(frames) * channels * sizeof(float));
     *state = PcmInfoReader::MORE;
     // The list may gain clips or effects between reads: place it anew.
-    const uint32_t growing = mList->clipList->place(&mPlaces, true);
+    const uint32_t growing = mList->clipList->place(&mPlaces, true, mOutRate);
     const uint64_t total = mPlaces.empty() ? 0 : mPlaces.back().listStart + mPlaces.back().length;
     const uint64_t stop = std::min<uint64_t>(endFrame, total);
     if (position >= stop) {

@@ -6,9 +6,12 @@
 //
 // The result for a list frame depends only on the list and the frame, not
 // on how reads are split or where they seek: playback and render agree.
-// Clip frames map one to one to output frames, which is exact when the
-// clips' rates equal the output rate (a clip of another rate is converted
-// by its reader and cut or padded to its place).
+// A list frame is an output frame here: a clip of another rate takes the
+// place its converted length needs (PcmClipList::place with the output
+// rate), converted by a reader of its own and cut or padded to that place.
+// A converter started mid-clip (after a seek) is not primed the way a read
+// from the clip's start leaves it, so those frames can differ slightly from
+// a read straight through; at equal rates everything is exact.
 //
 // Threads: one thread at a time, like the reader that owns it.
 #pragma once
@@ -46,7 +49,9 @@ private:
     // from there needs no seek.
     struct ClipSource {
         uint32_t clipId = 0;
-        uint32_t next = 0;  // clip frame the reader gives next
+        uint32_t next = 0;          // clip frame given next (held, or else the reader's)
+        bool holding = false;       // `held` is frame `next`, read ahead
+        std::vector<int16_t> held;  // one frame
         std::unique_ptr<PcmInfoReader> reader;
     };
     // Adds clip frames [from, from + count) of `place` to out (whose first

@@ -80,8 +80,11 @@ public:
     // Where each clip sits (see availableFrames for useTotal), in order, up
     // to and including the first clip whose source may still grow (whose
     // crossfade out is then unknown, so none). Returns 1 when it stopped at
-    // such a clip.
-    uint32_t place(std::vector<ClipPlacement>* out, bool useTotal) const;
+    // such a clip. With outRate > 0 a file clip of another rate is placed
+    // as the converter makes it: round(frames x outRate / rate) frames,
+    // and every length in ms counts at outRate (ClipPlacement::sourceRate
+    // tells the clip's own rate).
+    uint32_t place(std::vector<ClipPlacement>* out, bool useTotal, int32_t outRate = 0) const;
 
     // A copy of the clips, in order.
     std::vector<PcmClip> clips() const;
@@ -100,7 +103,7 @@ public:
 
 private:
     void appendCopy(const PcmClip& clip);
-    uint32_t placeLocked(std::vector<ClipPlacement>* out, bool useTotal) const;
+    uint32_t placeLocked(std::vector<ClipPlacement>* out, bool useTotal, int32_t outRate = 0) const;
     bool crossfading() const { return mListEffects.crossfadeMs != 0 && mClips.size() > 1; }
 
     mutable std::mutex mLock;

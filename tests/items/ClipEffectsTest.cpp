@@ -318,4 +318,20 @@ TEST_F(ClipEffectsTest, NestedListsBringTheirOwnEffects) {
     }
 }
 
+TEST_F(ClipEffectsTest, ConvertedClipsReadAlikeInAnyBlocks) {
+    // 8 kHz mono clips in a 16 kHz list: each takes twice its frames, and
+    // odd block sizes (a mono converter folds two frames at a time) change
+    // nothing.
+    SPcmInfo* source = tone(4000);
+    SPcmInfo* fx = addItem(CLIP_LIST, 16000, 1, 0);
+    const uint32_t clip = add(fx, source, 0, 2000);
+    add(fx, source, 2000, 4000);
+    fx->clipList->setClipFade(clip, 50, 50, kFadeEqualPower);
+    fx->clipList->setCrossfade(20, kFadeLinear);  // 320 output frames
+    const Samples whole = readAll(fx, 4096);
+    EXPECT_EQ(whole.size(), 8000u - 320);
+    EXPECT_EQ(readAll(fx, 97), whole);
+    EXPECT_EQ(readAll(fx, 1), whole);
+}
+
 }  // namespace

@@ -104,6 +104,31 @@ TEST_F(EffectsRender, CrossfadedFadedListRendersTheMixTwiceAlike) {
     EXPECT_EQ(wvtest::readFile(first), wvtest::readFile(second));
 }
 
+TEST_F(EffectsRender, ConvertedClipsTakeTheirConvertedLengthAndKeepTheirFades) {
+    // Two 8 kHz clips of 0.5 s rendered at 16 kHz with the high-quality
+    // converter: 8000 frames each, joined by a 100 ms (1600-frame) overlap.
+    const auto tone = wvtest::makeTone(8000, 1, 1.0, 250, 0.5);
+    SPcmInfo* source = addPcmItem(tone, 8000, 1);
+    const uint32_t list = newList({{source, 0, 4000}, {source, 4000, 8000}});
+    ASSERT_EQ(engine->setEncodePara(list, 16000, 0, 1, 0), 0);
+    ASSERT_EQ(engine->setResampleQuality(list, 1), 0);
+    ASSERT_EQ(engine->setClipFade(list, 1, 200, 0, WV_FADE_LINEAR), 0);  // 3200 output frames
+    ASSERT_EQ(engine->setListCrossfade(list, 100, WV_FADE_LINEAR), 0);
+    const std::string out = dir.file("converted.wav");
+    ASSERT_EQ(engine->setOutputPara(list, out.c_str(), ENCODE_WAV), 0);
+    ASSERT_EQ(render(list).code, wv::EVT_RENDER_DONE);
+    const auto got = outputSamples(out);
+    ASSERT_EQ(got.size(), 16000u - 1600);
+    // The level of each 20 ms stretch follows the fade in, then holds: a
+    // linear crossfade of one continuous tone keeps it.
+    for (uint32_t at = 0; at + 320 <= got.size(); at += 320) {
+        const double rms = wvtest::channelRms(got.data() + at, 320, 1, 0);
+        const double mid = at + 160.0;
+        const double expected = 0.5 / std::sqrt(2.0) * (mid < 3200 ? mid / 3200 : 1.0);
+        ASSERT_NEAR(rms, expected, 0.02) << "frames from " << at;
+    }
+}
+
 TEST_F(EffectsRender, ListWithoutEffectsKeepsTheSourcesBytes) {
     const auto a = patternSamples(20000, 2, 5);
     const auto b = patternSamples(9000, 2, 6);
