@@ -9,7 +9,8 @@
 // kProviderBytes (1280 stereo or 2560 mono frames) per fetch; channel
 // conversion keeps the left channel or duplicates mono, in place. Nothing is
 // allocated while reading, except one sub-reader per clip and one resampler
-// per reader.
+// per reader (and for a list with effects its mixer, one float block and
+// the mixer's clip readers).
 //
 // Converted length: the linear kind gives what its one frame of latency
 // makes of the range. The high-quality kinds give exactly
@@ -19,12 +20,14 @@
 // sum of its clips' rounded lengths.
 //
 // A clip list with effects (ClipEffects.h) is read through a ListMixer in
-// float and converted to 16-bit once, with TPDF dither (dsp/Dither.h) whose
-// noise for list frame p comes from seed ditherSeed(p): the bytes of a
-// frame depend only on the list and the frame, so the same list renders to
-// the same bytes every time and playback (forwards, backwards, after any
-// seek) hands out exactly what a render writes. A list without effects
-// takes the plain 16-bit path, byte for byte as before effects existed.
+// float and converted to 16-bit once, with TPDF dither (dsp/Dither.h). The
+// noise of list frame p comes from a TpdfDither seeded with ditherSeed(p) =
+// TpdfDither::kDefaultSeed + p x 0x632BE5AB (mod 2^32), one value per
+// channel in channel order: the bytes of a frame depend only on the list
+// and the frame, so the same list renders to the same bytes every time and
+// playback (forwards, backwards, after any seek) hands out exactly what a
+// render writes. A list without effects takes the plain 16-bit path, byte
+// for byte as before effects existed.
 //
 // After every read the user checks endState(): 0 more follows, 1 the end of
 // the range (or of a finished item) was reached, 2 the data ends where the
