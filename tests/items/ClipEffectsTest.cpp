@@ -318,6 +318,34 @@ TEST_F(ClipEffectsTest, NestedListsBringTheirOwnEffects) {
     }
 }
 
+TEST_F(ClipEffectsTest, ASourceStillLoadingIsWaitedForAtItsLastFrame) {
+    SPcmInfo* source = tone(2000);
+    source->status = DECODING;
+    source->frames = 1200;  // of 2000 expected
+    SPcmInfo* other = tone(1000, 9000);
+    SPcmInfo* fx = list();
+    const uint32_t clip = add(fx, source, 0, 2000);
+    add(fx, other, 0, 1000);
+    fx->clipList->setClipFade(clip, 0, 100, kFadeLinear);  // over the frames still to come
+    fx->clipList->setCrossfade(25, kFadeLinear);           // 200 frames
+    PcmInfoReader reader(fx);
+    std::vector<char> buffer(4000 * 2);
+    EXPECT_EQ(reader.read(buffer.data(), static_cast<uint32_t>(buffer.size())), 1200);
+    EXPECT_EQ(reader.endState(), PcmInfoReader::WAIT);
+    EXPECT_EQ(reader.read(buffer.data(), static_cast<uint32_t>(buffer.size())), 0);
+    EXPECT_EQ(reader.endState(), PcmInfoReader::WAIT);
+
+    source->frames = 2000;
+    source->status = PCM_READY;
+    const int32_t rest = reader.read(buffer.data(), static_cast<uint32_t>(buffer.size()));
+    EXPECT_EQ(rest, 2800 - 1200);
+    EXPECT_EQ(reader.endState(), PcmInfoReader::END);
+    // Read in one go, the same list gives the same frames.
+    const Samples whole = readAll(fx);
+    ASSERT_EQ(whole.size(), 2800u);
+    EXPECT_EQ(0, std::memcmp(buffer.data(), whole.data() + 1200, size_t(rest) * 2));
+}
+
 TEST_F(ClipEffectsTest, ConvertedClipsReadAlikeInAnyBlocks) {
     // 8 kHz mono clips in a 16 kHz list: each takes twice its frames, and
     // odd block sizes (a mono converter folds two frames at a time) change
