@@ -353,6 +353,10 @@ public:
     int32_t playResume();
     int32_t playStop();
     int32_t playSeekTo(int ms);
+    /* A negative speed plays backwards: a loaded item, or a list (its
+     * clips read backwards, effects included, the same bytes as forwards).
+     * -4 for 0, or backwards when the item's PCM data is not in the
+     * output's format or there is none (a recording). */
     int32_t setPlaySpeed(int speed);
     int32_t getPlayPositionMs();
 
