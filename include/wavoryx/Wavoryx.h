@@ -104,6 +104,12 @@ enum wv_event {
 typedef int32_t thread_priority_t;
 enum : thread_priority_t { WV_PRIORITY_NORMAL = 0, WV_PRIORITY_LOW = 1 };
 
+/* Shapes of fades and crossfades (setClipFade, setListCrossfade); x runs
+ * from 0 to 1 across the fade. Linear: x. Equal power: sin(x pi/2) (a
+ * crossfade keeps the power of uncorrelated material; the usual choice).
+ * Logarithmic: a straight line in dB from -60 dB to 0 dB. */
+enum wv_fade_shape { WV_FADE_LINEAR = 0, WV_FADE_EQUAL_POWER = 1, WV_FADE_LOG = 2 };
+
 /* What a loaded file's container and codec state about its audio track
  * (see getSourceInfo). Texts are NUL-terminated, cut to fit. */
 struct WvSourceInfo {
@@ -237,6 +243,45 @@ public:
     int32_t addClip(int listId, int pcmId, unsigned int startFrame, unsigned int endFrame);
     /* The same in milliseconds, converted when the source's rate is known. */
     int32_t addClipMs(int listId, int pcmId, unsigned int startMs, unsigned int endMs);
+    /* Effects of a list, applied wherever the list is read: render,
+     * playback (forwards and backwards, from any seek), waveform, loudness.
+     * They are computed in 32-bit float and converted to 16 bits once, with
+     * triangular dither whose noise depends only on the frame's place, so a
+     * list renders to the same bytes every time and playback hands out
+     * exactly those bytes. A list with no effect set (every gain 0, no fade,
+     * no crossfade) reads byte for byte as plain joined clips. Gains are in
+     * millibels (hundredths of a dB), -9600 to +2400; samples beyond full
+     * scale saturate, never wrap. Settings take effect at the next block
+     * read, also during playback; a render uses each block's settings.
+     * A clip whose rate differs from the output's takes the length the
+     * converter makes of it, and its fades and crossfades count at the
+     * output rate; a seek into such a clip restarts its converter, so
+     * playback from there can differ slightly from the render (at equal
+     * rates it never does).
+     * A list used as a clip of another list brings its own effects
+     * (converted to 16 bits there) and the outer list adds its own.
+     * Each returns 0; -1 (WV_ERR_NO_ITEM) for an unknown listId, -2
+     * (WV_ERR_WRONG_ITEM) for an item that is not a list, -4
+     * (WV_ERR_OUT_OF_RANGE) for a value out of range or a clip number the
+     * list does not have. */
+    /* Gain of one clip (its number as addClip returned it). */
+    int32_t setClipGain(int listId, int clip, int millibels);
+    /* Fade in from silence over the clip's first inMs (its first frame is
+     * silent) and out to silence over its last outMs (its last frame is
+     * silent), in `shape` (a wv_fade_shape). 0 turns a fade off. When
+     * inMs + outMs exceed the clip, both are shortened in proportion to
+     * fit it exactly (the fades meet, never overlap). */
+    int32_t setClipFade(int listId, int clip, unsigned int inMs, unsigned int outMs, int shape);
+    /* Each join of consecutive clips overlaps by ms (counted at the rate of
+     * the clip before the join): the clip before fades out while the next
+     * fades in, in `shape` (WV_FADE_EQUAL_POWER is the usual choice). The
+     * list gets shorter by the overlap of every join, and so do its frame
+     * count, duration and every frame or ms position in it. An overlap is
+     * clamped to half of the shorter of its two clips, so no frame mixes
+     * more than two clips. 0 (the default) keeps hard joins exactly. */
+    int32_t setListCrossfade(int listId, unsigned int ms, int shape);
+    /* Gain of the whole list, applied to the sum of its clips. */
+    int32_t setListGain(int listId, int millibels);
     /* Output file (empty: "<dir><id>.wav" or ".mp3") and encoding.
      * Outputs (this file, its "<file>.wave", a recording's file) are
      * created new, mode 0666 less the umask. An existing regular file (or a
@@ -319,6 +364,10 @@ public:
     int32_t playResume();
     int32_t playStop();
     int32_t playSeekTo(int ms);
+    /* A negative speed plays backwards: a loaded item, or a list (its
+     * clips read backwards, effects included, the same bytes as forwards).
+     * -4 for 0, or backwards when the item's PCM data is not in the
+     * output's format or there is none (a recording). */
     int32_t setPlaySpeed(int speed);
     int32_t getPlayPositionMs();
 

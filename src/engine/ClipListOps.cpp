@@ -1,7 +1,8 @@
-// Clip-list edits of the engine: creating lists and appending clips.
+// Clip-list edits of the engine: creating lists, appending clips, effects.
 #define WV_LOG_TAG "WavoryxPriv"
 #include "base/Log.h"
 #include "engine/WavoryxPriv.h"
+#include "items/ClipEffects.h"
 
 using namespace wv;
 
@@ -49,4 +50,69 @@ int32_t WavoryxPriv::addClipTo(uint32_t listId, uint32_t pcmId, uint32_t start, 
     clip.end = end;
     clip.inMs = inMs;
     return static_cast<int32_t>(list->clipList->add(clip));
+}
+
+static_assert(int(WV_FADE_LINEAR) == int(kFadeLinear) &&
+                  int(WV_FADE_EQUAL_POWER) == int(kFadeEqualPower) &&
+                  int(WV_FADE_LOG) == int(kFadeLog),
+              "the public shapes are the reader's");
+
+namespace {
+
+bool gainInRange(int32_t millibels) { return millibels >= kMinGainMb && millibels <= kMaxGainMb; }
+bool shapeInRange(int32_t shape) { return shape >= 0 && shape < kFadeShapeCount; }
+
+}  // namespace
+
+int32_t WavoryxPriv::setClipGain(uint32_t listId, uint32_t clip, int32_t millibels) {
+    int32_t result;
+    ItemHold hold(this, listId);
+    SPcmInfo* list = holdItemWithStatus(hold, listId, CLIP_LIST, Report::kSetClipGain, &result);
+    if (list == nullptr) return result;
+    if (!gainInRange(millibels) || !list->clipList->setClipGain(clip, millibels)) {
+        WV_LOGE("setClipGain: clip %u of list %u, gain %d mB out of range", clip, listId,
+                millibels);
+        return -4;
+    }
+    return 0;
+}
+
+int32_t WavoryxPriv::setClipFade(uint32_t listId, uint32_t clip, uint32_t inMs, uint32_t outMs,
+                                 int32_t shape) {
+    int32_t result;
+    ItemHold hold(this, listId);
+    SPcmInfo* list = holdItemWithStatus(hold, listId, CLIP_LIST, Report::kSetClipFade, &result);
+    if (list == nullptr) return result;
+    if (!shapeInRange(shape) || !list->clipList->setClipFade(clip, inMs, outMs, shape)) {
+        WV_LOGE("setClipFade: clip %u of list %u, shape %d out of range", clip, listId, shape);
+        return -4;
+    }
+    return 0;
+}
+
+int32_t WavoryxPriv::setListCrossfade(uint32_t listId, uint32_t ms, int32_t shape) {
+    int32_t result;
+    ItemHold hold(this, listId);
+    SPcmInfo* list =
+        holdItemWithStatus(hold, listId, CLIP_LIST, Report::kSetListCrossfade, &result);
+    if (list == nullptr) return result;
+    if (!shapeInRange(shape)) {
+        WV_LOGE("setListCrossfade: shape %d out of range", shape);
+        return -4;
+    }
+    list->clipList->setCrossfade(ms, shape);
+    return 0;
+}
+
+int32_t WavoryxPriv::setListGain(uint32_t listId, int32_t millibels) {
+    int32_t result;
+    ItemHold hold(this, listId);
+    SPcmInfo* list = holdItemWithStatus(hold, listId, CLIP_LIST, Report::kSetListGain, &result);
+    if (list == nullptr) return result;
+    if (!gainInRange(millibels)) {
+        WV_LOGE("setListGain: gain %d mB out of range", millibels);
+        return -4;
+    }
+    list->clipList->setListGain(millibels);
+    return 0;
 }

@@ -36,6 +36,10 @@ enum class Report : int {
     kGetSourceInfo,
     kMeasureLoudness,
     kGetSourceTag,
+    kSetClipGain,
+    kSetClipFade,
+    kSetListCrossfade,
+    kSetListGain,
     kCount
 };
 
@@ -88,6 +92,13 @@ inline constexpr ReportSite kReportSites[] = {
     {Report::kMeasureLoudness, 0, 0, 0, "int32_t WavoryxPriv::measureLoudness(uint32_t)"},
     {Report::kGetSourceTag, 0, 0, 0,
      "int32_t WavoryxPriv::getSourceTag(uint32_t, const char*, char*, uint32_t)"},
+    {Report::kSetClipGain, 0, 0, 0,
+     "int32_t WavoryxPriv::setClipGain(uint32_t, uint32_t, int32_t)"},
+    {Report::kSetClipFade, 0, 0, 0,
+     "int32_t WavoryxPriv::setClipFade(uint32_t, uint32_t, uint32_t, uint32_t, int32_t)"},
+    {Report::kSetListCrossfade, 0, 0, 0,
+     "int32_t WavoryxPriv::setListCrossfade(uint32_t, uint32_t, int32_t)"},
+    {Report::kSetListGain, 0, 0, 0, "int32_t WavoryxPriv::setListGain(uint32_t, int32_t)"},
 };
 
 constexpr bool reportSitesInOrder() {

@@ -61,6 +61,12 @@ public:
     int32_t addClip(uint32_t listId, uint32_t pcmId, uint32_t startFrame, uint32_t endFrame);
     int32_t addClipMs(uint32_t listId, uint32_t pcmId, wv::duration_t startMs,
                       wv::duration_t endMs);
+    // Effects of lists and their clips (ClipListOps.cpp).
+    int32_t setClipGain(uint32_t listId, uint32_t clip, int32_t millibels);
+    int32_t setClipFade(uint32_t listId, uint32_t clip, uint32_t inMs, uint32_t outMs,
+                        int32_t shape);
+    int32_t setListCrossfade(uint32_t listId, uint32_t ms, int32_t shape);
+    int32_t setListGain(uint32_t listId, int32_t millibels);
 
     // Loading (LoadOps.cpp; the work runs in src/load).
     int32_t loadFile(const char* path);

@@ -77,6 +77,21 @@ int32_t Wavoryx::addClipMs(int listId, int pcmId, unsigned int startMs, unsigned
     return mPriv->addClipMs(static_cast<uint32_t>(listId), static_cast<uint32_t>(pcmId), startMs,
                             endMs);
 }
+int32_t Wavoryx::setClipGain(int listId, int clip, int millibels) {
+    return mPriv->setClipGain(static_cast<uint32_t>(listId), static_cast<uint32_t>(clip),
+                              millibels);
+}
+int32_t Wavoryx::setClipFade(int listId, int clip, unsigned int inMs, unsigned int outMs,
+                             int shape) {
+    return mPriv->setClipFade(static_cast<uint32_t>(listId), static_cast<uint32_t>(clip), inMs,
+                              outMs, shape);
+}
+int32_t Wavoryx::setListCrossfade(int listId, unsigned int ms, int shape) {
+    return mPriv->setListCrossfade(static_cast<uint32_t>(listId), ms, shape);
+}
+int32_t Wavoryx::setListGain(int listId, int millibels) {
+    return mPriv->setListGain(static_cast<uint32_t>(listId), millibels);
+}
 int32_t Wavoryx::setOutputPara(int listId, char const* path, encode_type type) {
     return mPriv->setOutputPara(static_cast<uint32_t>(listId), path, encodeTypeBits(type));
 }

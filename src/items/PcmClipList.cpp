@@ -90,6 +90,16 @@ uint32_t PcmClipList::getListBetweenFrame(PcmClipList& out, uint32_t& frameCount
     frameCount = 0;
     if (s >= e) return 0;
     std::lock_guard<std::mutex> guard(mLock);
+    if (crossfading()) {
+        // Overlapping clips do not cut into ranges of their own: the reader
+        // of a crossfaded list mixes from the placement, and callers here
+        // want the count.
+        std::vector<ClipPlacement> places;
+        const uint32_t growing = placeLocked(&places, useTotal);
+        const uint64_t total = places.empty() ? 0 : places.back().listStart + places.back().length;
+        if (s < total) frameCount = static_cast<uint32_t>(std::min<uint64_t>(e, total) - s);
+        return growing == 1 && e > total ? 1 : 0;
+    }
     bool started = false;
     for (const PcmClip& clip : mClips) {
         uint32_t length = 0;
@@ -152,6 +162,18 @@ bool PcmClipList::reaches(const SPcmInfo* item) const {
 
 uint32_t PcmClipList::duration2frame(uint32_t& durationMs) const {
     std::lock_guard<std::mutex> guard(mLock);
+    if (crossfading()) {
+        // Counted at the first clip's rate over the shortened list.
+        std::vector<ClipPlacement> places;
+        placeLocked(&places, true);
+        const uint64_t rate = static_cast<uint32_t>(mClips.front().source->sampleRate.load());
+        if (places.empty() || rate == 0) return 0;
+        const uint64_t length = places.back().listStart + places.back().length;
+        const uint64_t frames = std::min<uint64_t>(uint64_t(durationMs) * rate / 1000, length);
+        const uint64_t usedMs = frames * 1000 / rate;
+        durationMs = usedMs >= durationMs ? 0 : durationMs - static_cast<uint32_t>(usedMs);
+        return static_cast<uint32_t>(frames);
+    }
     uint32_t total = 0;
     for (const PcmClip& clip : mClips) {
         total += clip.source->duration2frame(durationMs, clip.start, clip.end);
@@ -162,6 +184,8 @@ uint32_t PcmClipList::duration2frame(uint32_t& durationMs) const {
 
 bool PcmClipList::convertedLength(int32_t outRate, uint64_t* frames) const {
     std::lock_guard<std::mutex> guard(mLock);
+    // Overlaps are not rounded clip by clip like the converter's lengths.
+    if (crossfading()) return false;
     uint64_t total = 0;
     for (const PcmClip& clip : mClips) {
         const int32_t status = clip.source->status.load();
@@ -183,6 +207,17 @@ uint32_t PcmClipList::frame2duration() const {
     std::lock_guard<std::mutex> guard(mLock);
     uint32_t total = 0;
     for (const PcmClip& clip : mClips) total += clip.source->frame2duration(clip.start, clip.end);
+    if (!crossfading()) return total;
+    // Each overlap counts once, in the time of the clip before its join.
+    std::vector<ClipPlacement> places;
+    placeLocked(&places, true);
+    auto clip = mClips.begin();
+    for (size_t i = 0; i + 1 < places.size(); ++i, ++clip) {
+        const uint64_t rate = static_cast<uint32_t>(clip->source->sampleRate.load());
+        const uint32_t overlapMs =
+            rate == 0 ? 0 : static_cast<uint32_t>(uint64_t(places[i].overlapOut) * 1000 / rate);
+        total = overlapMs > total ? 0 : total - overlapMs;
+    }
     return total;
 }
 

@@ -6,6 +6,13 @@
 // first clip; each clip contributes the frames of its range that are
 // available now, and the next clip follows directly.
 //
+// Effects (see ClipEffects.h) ride with the clips. A crossfade of the list
+// changes its frame numbering: each join of consecutive clips overlaps by
+// the crossfade's frames (at the rate of the clip before the join), clamped
+// to half of the shorter of the two clips so that no frame ever mixes more
+// than two clips; the list is shorter by the overlaps, and every walk below
+// (frame counts, durations) says so.
+//
 // Threads: the client adds clips while workers walk and rewrite them, so
 // every operation takes the list's own lock. Walks recurse into lists used
 // as sources; since a list never contains itself, the locks of nested lists
@@ -17,6 +24,7 @@
 #include <mutex>
 #include <vector>
 
+#include "items/ClipEffects.h"
 #include "items/PcmTypes.h"
 
 namespace wv {
@@ -29,6 +37,7 @@ struct PcmClip {
     uint32_t start = 0;          // first frame (milliseconds while inMs)
     uint32_t end = 0;            // frame after the last (milliseconds while inMs)
     bool inMs = false;           // start and end still to be converted
+    ClipEffects effects;
 };
 
 class PcmClipList {
@@ -58,6 +67,25 @@ public:
     uint32_t getListBetweenFrame(PcmClipList& out, uint32_t& frameCount, uint32_t startFrame,
                                  uint32_t endFrame, bool useTotal);
 
+    // Effects. The clip setters return false for a clip id not in the list;
+    // values are stored as given (the engine checks their ranges).
+    bool setClipGain(uint32_t clipId, int32_t millibels);
+    bool setClipFade(uint32_t clipId, uint32_t inMs, uint32_t outMs, int32_t shape);
+    void setCrossfade(uint32_t ms, int32_t shape);
+    void setListGain(int32_t millibels);
+    ListEffects listEffects() const;
+    // Whether any effect of the list or of one of its clips is set: without
+    // one the list reads exactly as plain concatenated clips.
+    bool hasEffects() const;
+    // Where each clip sits (see availableFrames for useTotal), in order, up
+    // to and including the first clip whose source may still grow (whose
+    // crossfade out is then unknown, so none). Returns 1 when it stopped at
+    // such a clip. With outRate > 0 a file clip of another rate is placed
+    // as the converter makes it: round(frames x outRate / rate) frames,
+    // and every length in ms counts at outRate (ClipPlacement::sourceRate
+    // tells the clip's own rate).
+    uint32_t place(std::vector<ClipPlacement>* out, bool useTotal, int32_t outRate = 0) const;
+
     // A copy of the clips, in order.
     std::vector<PcmClip> clips() const;
     size_t size() const;
@@ -75,10 +103,13 @@ public:
 
 private:
     void appendCopy(const PcmClip& clip);
+    uint32_t placeLocked(std::vector<ClipPlacement>* out, bool useTotal, int32_t outRate = 0) const;
+    bool crossfading() const { return mListEffects.crossfadeMs != 0 && mClips.size() > 1; }
 
     mutable std::mutex mLock;
     std::list<PcmClip> mClips;
     uint32_t mLastClipId = 0;
+    ListEffects mListEffects;
 };
 
 }  // namespace wv

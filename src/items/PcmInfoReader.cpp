@@ -10,6 +10,8 @@
 #include <wavoryx/dsp.h>
 
 #include "base/Log.h"
+#include "dsp/Dither.h"
+#include "items/ListMixer.h"
 
 namespace wv {
 
@@ -116,6 +118,7 @@ uint32_t PcmInfoReader::beginRead(char* buffer, uint32_t bytes) {
 int32_t PcmInfoReader::read(char* buffer, uint32_t bytes) {
     const uint32_t frames = beginRead(buffer, bytes);
     if (mOutSampleRate == 0 || mOutChannels == 0) return 0;
+    if (usesEffects()) return readWithEffects(buffer, frames);
     switch (mInfo->status.load()) {
         case CLIP_LIST: {
             // Clips are fetched only while less than half the buffer is filled.
@@ -136,6 +139,13 @@ int32_t PcmInfoReader::readPiece(char* buffer, uint32_t bytes, uint64_t wholeByt
     *done = true;
     if (mOutSampleRate == 0 || mOutChannels == 0) return 0;
     int32_t n = 0;
+    if (usesEffects()) {
+        // Reads of the effects path fill the whole buffer when they can.
+        n = readWithEffects(buffer, frames);
+        *done = mEndState != MORE || mPosition >= mEndFrame;
+        *gotSoFar += static_cast<uint64_t>(n);
+        return n;
+    }
     switch (mInfo->status.load()) {
         case CLIP_LIST: {
             const uint64_t half = (wholeBytes / static_cast<uint32_t>(mOutChannels)) / 4;
@@ -306,6 +316,7 @@ int32_t PcmInfoReader::readClipList(char* buffer, uint32_t frames, uint64_t gotB
 int32_t PcmInfoReader::reverseFill(char* buffer, uint32_t bytes) {
     std::memset(buffer, 0, bytes);
     const int32_t status = mInfo->status.load();
+    if (status == CLIP_LIST && mInfo->clipList) return reverseFillList(buffer, bytes);
     if (status != DECODING && status != PCM_READY) return 0;
     const uint32_t frameBytes = mInfo->frameSize();
     const uint32_t n = bytes / frameBytes;

@@ -9,7 +9,8 @@
 // kProviderBytes (1280 stereo or 2560 mono frames) per fetch; channel
 // conversion keeps the left channel or duplicates mono, in place. Nothing is
 // allocated while reading, except one sub-reader per clip and one resampler
-// per reader.
+// per reader (and for a list with effects its mixer, one float block and
+// the mixer's clip readers).
 //
 // Converted length: the linear kind gives what its one frame of latency
 // makes of the range. The high-quality kinds give exactly
@@ -17,6 +18,16 @@
 // the range, or of a finished item): the filter's tail is read out before
 // END is reported. A clip list converts clip by clip, so its length is the
 // sum of its clips' rounded lengths.
+//
+// A clip list with effects (ClipEffects.h) is read through a ListMixer in
+// float and converted to 16-bit once, with TPDF dither (dsp/Dither.h). The
+// noise of list frame p comes from a TpdfDither seeded with ditherSeed(p) =
+// TpdfDither::kDefaultSeed + p x 0x632BE5AB (mod 2^32), one value per
+// channel in channel order: the bytes of a frame depend only on the list
+// and the frame, so the same list renders to the same bytes every time and
+// playback (forwards, backwards, after any seek) hands out exactly what a
+// render writes. A list without effects takes the plain 16-bit path, byte
+// for byte as before effects existed.
 //
 // After every read the user checks endState(): 0 more follows, 1 the end of
 // the range (or of a finished item) was reached, 2 the data ends where the
@@ -30,12 +41,15 @@
 
 #include <cstdint>
 #include <memory>
+#include <vector>
 
 #include "items/SPcmInfo.h"
 #include "platform/resample/AudioBufferProvider.h"
 #include "platform/resample/AudioResampler.h"
 
 namespace wv {
+
+class ListMixer;
 
 class PcmInfoReader : public AudioBufferProvider {
 public:
@@ -88,9 +102,18 @@ public:
                       bool* done);
     // The frames just before the position, last first, in the item's own
     // format, moving the position back over them; silence beyond frame 0.
+    // A clip list gives (effects included) the bytes a forward read gives.
     // Returns the frames filled (bytes / item frame size), -1 on an open
     // failure.
     int32_t reverseFill(char* buffer, uint32_t bytes);
+    // Up to `frames` output frames as floats (full scale +-1.0, frames x
+    // channels values; the rest is zero), effects applied, from the
+    // position on; returns the frames made, -1 when a file cannot be
+    // opened. The float stage of a list: what read() gives before its
+    // 16-bit conversion.
+    int32_t readFloat(float* out, uint32_t frames);
+    // The seed of the dither noise of list frame `frame`.
+    static uint32_t ditherSeed(uint32_t frame);
 
     int32_t getNextBuffer(Buffer* buffer, int64_t pts = kInvalidPts) override;
     void releaseBuffer(Buffer* buffer) override;
@@ -99,6 +122,12 @@ public:
     off_t seekFile(uint64_t byteOffset);
 
 private:
+    bool usesEffects() const;
+    // reverseFill of a clip list: a forward read of the frames before the
+    // position, reversed.
+    int32_t reverseFillList(char* buffer, uint32_t bytes);
+    // The effects path of read(): readFloat, then dither frame by frame.
+    int32_t readWithEffects(char* buffer, uint32_t frames);
     // Common start of a read: output format, zeroed buffer, end state.
     // Returns the output frames that fit, or 0 when no format is known.
     uint32_t beginRead(char* buffer, uint32_t bytes);
@@ -127,6 +156,8 @@ private:
     std::unique_ptr<AudioResampler> mResampler;
     bool mResamplerHolds = false;  // the resampler has a fetched buffer not yet released
     AudioResampler::src_quality mResampleQuality = AudioResampler::SRC_DEFAULT;
+    std::unique_ptr<ListMixer> mMixer;  // made at the first read with effects
+    std::vector<float> mFloatBlock;     // the effects path's floats before dither
 };
 
 }  // namespace wv

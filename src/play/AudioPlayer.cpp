@@ -136,7 +136,7 @@ bool AudioPlayer::formatsAgree(int32_t rate, int32_t channels) const {
 bool AudioPlayer::canPlayBackwards() const {
     if (!mItem || !mReader) return false;
     const int32_t status = mItem->status.load();
-    if (status != DECODING && status != PCM_READY) return false;
+    if (status != DECODING && status != PCM_READY && status != CLIP_LIST) return false;
     return mItem->sampleRate.load() == mSampleRate &&
            mItem->channelCount.load() * 2 == int32_t(mFrameBytes);
 }

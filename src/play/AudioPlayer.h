@@ -104,8 +104,8 @@ public:
     // backwards at rate 0, which the output refuses. The output's status,
     // or NO_INIT (-19) before start().
     int32_t setPlaybackRatePermille(int32_t ratePermille);
-    // Whether the item's PCM data can be played backwards in the output's
-    // format.
+    // Whether the item's PCM data (or a list's clips, effects included)
+    // can be played backwards in the output's format.
     bool canPlayBackwards() const;
 
     int64_t getRealTimeUs();

@@ -1,0 +1,128 @@
+// The effect settings of a clip list and where its clips sit once joins
+// overlap (see PcmClipList.h and ClipEffects.h).
+#include <algorithm>
+
+#include "items/PcmClipList.h"
+#include "items/SPcmInfo.h"
+
+namespace wv {
+
+namespace {
+
+// The rate a clip's frames run at: its source's, or for a list source not
+// rendered yet, the one its clips suggest.
+int32_t clipRate(const PcmClip& clip) {
+    const int32_t rate = clip.source->sampleRate.load();
+    if (rate > 0 || !clip.source->clipList) return rate;
+    return clip.source->clipList->getSamplerate();
+}
+
+}  // namespace
+
+bool PcmClipList::setClipGain(uint32_t clipId, int32_t millibels) {
+    std::lock_guard<std::mutex> guard(mLock);
+    for (PcmClip& clip : mClips) {
+        if (clip.clipId != clipId) continue;
+        clip.effects.gainMb = millibels;
+        return true;
+    }
+    return false;
+}
+
+bool PcmClipList::setClipFade(uint32_t clipId, uint32_t inMs, uint32_t outMs, int32_t shape) {
+    std::lock_guard<std::mutex> guard(mLock);
+    for (PcmClip& clip : mClips) {
+        if (clip.clipId != clipId) continue;
+        clip.effects.fadeInMs = inMs;
+        clip.effects.fadeOutMs = outMs;
+        clip.effects.fadeShape = shape;
+        return true;
+    }
+    return false;
+}
+
+void PcmClipList::setCrossfade(uint32_t ms, int32_t shape) {
+    std::lock_guard<std::mutex> guard(mLock);
+    mListEffects.crossfadeMs = ms;
+    mListEffects.crossfadeShape = shape;
+}
+
+void PcmClipList::setListGain(int32_t millibels) {
+    std::lock_guard<std::mutex> guard(mLock);
+    mListEffects.gainMb = millibels;
+}
+
+ListEffects PcmClipList::listEffects() const {
+    std::lock_guard<std::mutex> guard(mLock);
+    return mListEffects;
+}
+
+bool PcmClipList::hasEffects() const {
+    std::lock_guard<std::mutex> guard(mLock);
+    if (mListEffects.any()) return true;
+    for (const PcmClip& clip : mClips) {
+        if (clip.effects.any()) return true;
+    }
+    return false;
+}
+
+uint32_t PcmClipList::place(std::vector<ClipPlacement>* out, bool useTotal, int32_t outRate) const {
+    std::lock_guard<std::mutex> guard(mLock);
+    return placeLocked(out, useTotal, outRate);
+}
+
+uint32_t PcmClipList::placeLocked(std::vector<ClipPlacement>* out, bool useTotal,
+                                  int32_t outRate) const {
+    out->clear();
+    std::vector<int32_t> rates;
+    uint32_t growing = 0;
+    for (const PcmClip& clip : mClips) {
+        ClipPlacement place;
+        place.clipId = clip.clipId;
+        growing = static_cast<uint32_t>(
+            clip.source->availableFrames(place.length, clip.start, clip.end, useTotal));
+        place.sourceRate = clipRate(clip);
+        int32_t rate = place.sourceRate;
+        // A list source is read in its own frames: its reader places its
+        // clips itself.
+        if (outRate > 0 && rate > 0 && rate != outRate && !clip.source->clipList) {
+            const uint64_t from = static_cast<uint32_t>(rate);
+            const uint64_t to = static_cast<uint32_t>(outRate);
+            place.length =
+                static_cast<uint32_t>((uint64_t(place.length) * to * 2 + from) / (2 * from));
+            rate = outRate;
+        }
+        place.placedRate = rate;
+        rates.push_back(rate);
+        place.fadeIn = framesOfMs(clip.effects.fadeInMs, rate);
+        place.fadeOut = framesOfMs(clip.effects.fadeOutMs, rate);
+        const uint64_t fades = uint64_t(place.fadeIn) + place.fadeOut;
+        if (fades > place.length) {
+            place.fadeIn = static_cast<uint32_t>(uint64_t(place.length) * place.fadeIn / fades);
+            place.fadeOut = place.length - place.fadeIn;
+        }
+        place.fadeShape = clip.effects.fadeShape;
+        place.crossfadeShape = mListEffects.crossfadeShape;
+        place.gain = gainOfMillibels(clip.effects.gainMb);
+        out->push_back(place);
+        if (growing == 1) break;
+    }
+    uint64_t at = 0;
+    for (size_t i = 0; i < out->size(); ++i) {
+        ClipPlacement& place = (*out)[i];
+        if (i > 0) {
+            ClipPlacement& before = (*out)[i - 1];
+            const uint32_t shorter = std::min(before.length, place.length);
+            const uint32_t overlap =
+                std::min(framesOfMs(mListEffects.crossfadeMs, rates[i - 1]), shorter / 2);
+            before.overlapOut = overlap;
+            place.overlapIn = overlap;
+            at -= overlap;
+        }
+        place.listStart = at;
+        at += place.length;
+    }
+    return growing;
+}
+
+}  // namespace wv
