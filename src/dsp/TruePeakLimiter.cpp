@@ -8,28 +8,79 @@ namespace wv {
 namespace {
 
 constexpr double kPi = 3.14159265358979323846;
-constexpr uint32_t kTaps = 12;              // per phase of the 4x interpolator
-constexpr uint32_t kPrototypeTaps = 49;     // kTaps x 4 + 1, centred on tap 24
-constexpr uint32_t kInterpolatorDelay = 6;  // frames from input to its peak estimate
-constexpr uint32_t kReach = 6;              // frames each side a peak estimate depends on
+constexpr uint32_t kTaps = 32;               // per phase of the long interpolator
+constexpr uint32_t kLongFactor = 8;          // its oversampling
+constexpr uint32_t kPrototypeTaps = 257;     // kTaps x 8 + 1, centred on tap 128
+constexpr uint32_t kInterpolatorDelay = 16;  // frames from input to its peak estimate
+constexpr uint32_t kReach = 16;              // frames each side a peak estimate depends on
+constexpr double kCutoff = 1.0;              // of the input's Nyquist frequency
+constexpr double kKaiserBeta = 9.0;
 
-// The three fractional phases (1/4, 2/4, 3/4 of a frame) of the prototype,
-// in the order of a window whose newest sample is last. Phase 0 is the
-// sample itself: every other tap of its polyphase branch falls on a zero of
-// the sinc.
+// The zeroth-order modified Bessel function, by its series.
+double besselI0(double x) {
+    double sum = 1.0, term = 1.0;
+    for (int k = 1; k < 50; ++k) {
+        term *= (x / (2.0 * k)) * (x / (2.0 * k));
+        sum += term;
+        if (term < sum * 1e-12) break;
+    }
+    return sum;
+}
+
+// The fractional phases of two interpolators, in the order of a window
+// whose newest sample is last: an 8x Kaiser-windowed sinc of kTaps per
+// phase (each phase summing to 1; 8x rather than 4x, so that a meter that
+// resamples to 192 kHz from another rate finds no point between ours),
+// and the 4x 12-tap Hann-windowed sinc of libebur128's meter. Neither sees every
+// peak the other sees (the long one rolls off just below the Nyquist
+// frequency, where the short one still passes half), so the detector takes
+// the larger. The sample itself is the fourth point: a band-limited signal
+// passes through its samples.
 struct Phases {
-    float coeff[3][kTaps];
-    Phases() {
-        for (uint32_t phase = 1; phase < 4; ++phase) {
+    static constexpr uint32_t kShortTaps = 12;
+    // Where the short filter's window starts inside the long one, so that
+    // both centre on the same sample.
+    static constexpr uint32_t kShortOffset = kTaps - 1 - kInterpolatorDelay - 5;
+    // Tap-major, one lane per phase (the last lane of each is zero), so
+    // that the phases of one tap are worked out side by side.
+    alignas(32) float coeff[kTaps][kLongFactor];
+    alignas(16) float shortCoeff[kShortTaps][4];
+    float gainBound;  // the largest sum of absolute coefficients of a phase
+    Phases() : coeff(), shortCoeff(), gainBound(0.0f) {
+        const double centre = double(kPrototypeTaps - 1) / 2.0;
+        for (uint32_t phase = 1; phase < kLongFactor; ++phase) {
+            double sum = 0.0;
+            double taps[kTaps];
             for (uint32_t i = 0; i < kTaps; ++i) {
-                const uint32_t j = phase + 4 * i;
-                const double m = double(j) - double(kPrototypeTaps - 1) / 2.0;
-                const double x = m * kPi / 4.0;
+                const uint32_t j = phase + kLongFactor * i;
+                const double x = kPi * kCutoff * (double(j) - centre) / double(kLongFactor);
                 const double sinc = std::fabs(x) < 1e-12 ? 1.0 : std::sin(x) / x;
-                const double hann = 0.5 * (1.0 - std::cos(2.0 * kPi * j / (kPrototypeTaps - 1)));
-                // Window position k holds the input i frames back: k = 11 - i.
-                coeff[phase - 1][kTaps - 1 - i] = static_cast<float>(sinc * hann);
+                const double r = (double(j) - centre) / centre;
+                const double kaiser =
+                    besselI0(kKaiserBeta * std::sqrt(std::max(0.0, 1.0 - r * r))) /
+                    besselI0(kKaiserBeta);
+                taps[i] = sinc * kaiser;
+                sum += taps[i];
             }
+            double absolute = 0.0;
+            for (uint32_t i = 0; i < kTaps; ++i) {
+                // Window position k holds the input i frames back: k = 31 - i.
+                coeff[kTaps - 1 - i][phase - 1] = static_cast<float>(taps[i] / sum);
+                absolute += std::fabs(taps[i] / sum);
+            }
+            gainBound = std::max(gainBound, static_cast<float>(absolute));
+        }
+        for (uint32_t phase = 1; phase < 4; ++phase) {
+            double absolute = 0.0;
+            for (uint32_t i = 0; i < kShortTaps; ++i) {
+                const uint32_t j = phase + 4 * i;
+                const double x = (double(j) - 24.0) * kPi / 4.0;
+                const double sinc = std::fabs(x) < 1e-12 ? 1.0 : std::sin(x) / x;
+                const double hann = 0.5 * (1.0 - std::cos(2.0 * kPi * j / 48.0));
+                shortCoeff[kShortTaps - 1 - i][phase - 1] = static_cast<float>(sinc * hann);
+                absolute += std::fabs(sinc * hann);
+            }
+            gainBound = std::max(gainBound, static_cast<float>(absolute));
         }
     }
 };
@@ -39,19 +90,25 @@ const Phases& phases() {
     return kPhases;
 }
 
-// Largest absolute value of a sample and the three points after it, from a
-// window of the last kTaps inputs (oldest first); the sample is kTaps-1-6
-// frames back from the newest.
+// Largest absolute value of a sample and the points after it, from a
+// window of the last kTaps inputs (oldest first); the sample is
+// kInterpolatorDelay frames back from the newest.
 inline float windowPeak(const float* window, const Phases& p) {
-    float a = 0.0f, b = 0.0f, c = 0.0f;
+    float longSum[kLongFactor] = {};
     for (uint32_t k = 0; k < kTaps; ++k) {
-        a += p.coeff[0][k] * window[k];
-        b += p.coeff[1][k] * window[k];
-        c += p.coeff[2][k] * window[k];
+        for (uint32_t lane = 0; lane < kLongFactor; ++lane)
+            longSum[lane] += p.coeff[k][lane] * window[k];
     }
-    const float sample = window[kTaps - 1 - kInterpolatorDelay];
-    return std::max(std::max(std::fabs(sample), std::fabs(a)),
-                    std::max(std::fabs(b), std::fabs(c)));
+    const float* near = window + Phases::kShortOffset;
+    float shortSum[4] = {};
+    for (uint32_t k = 0; k < Phases::kShortTaps; ++k) {
+        for (uint32_t lane = 0; lane < 4; ++lane) shortSum[lane] += p.shortCoeff[k][lane] * near[k];
+    }
+    float peak = std::fabs(window[kTaps - 1 - kInterpolatorDelay]);
+    for (uint32_t lane = 0; lane < kLongFactor; ++lane)
+        peak = std::max(peak, std::fabs(longSum[lane]));
+    for (uint32_t lane = 0; lane < 4; ++lane) peak = std::max(peak, std::fabs(shortSum[lane]));
+    return peak;
 }
 
 }  // namespace
@@ -62,6 +119,7 @@ TruePeakLimiter::TruePeakLimiter(uint32_t rate, uint32_t channels,
     mChannels = std::min(std::max<uint32_t>(channels, 1), kMaxChannels);
     const double ceiling = std::min(settings.ceilingDbtp, 0.0);
     mCeiling = static_cast<float>(std::pow(10.0, ceiling / 20.0));
+    mQuietBelow = mCeiling / phases().gainBound;
     const double lookaheadMs = std::min(std::max(settings.lookaheadMs, 0.5), 20.0);
     const double releaseMs = std::min(std::max(settings.releaseMs, 10.0), 2000.0);
     mLookahead =
@@ -84,6 +142,7 @@ TruePeakLimiter::TruePeakLimiter(uint32_t rate, uint32_t channels,
 void TruePeakLimiter::reset() {
     std::fill(mHistory.begin(), mHistory.end(), 0.0f);
     mHistoryPos = 0;
+    mLastLoud = 0;
     mMinFront = 0;
     mMinCount = 0;
     mReleased = 1.0f;
@@ -98,13 +157,23 @@ void TruePeakLimiter::reset() {
 
 float TruePeakLimiter::step(const float* frame) {
     const Phases& p = phases();
-    // Detector: the peak of the frame kInterpolatorDelay back.
-    float peak = 0.0f;
+    // Detector: the peak of the frame kInterpolatorDelay back. While no
+    // sample of the window could lift an interpolated point over the
+    // ceiling, the points are not worked out: the gain needed is 1 anyway.
+    bool loud = false;
     for (uint32_t c = 0; c < mChannels; ++c) {
         float* history = &mHistory[size_t(c) * 2 * kTaps];
         history[mHistoryPos] = frame[c];
         history[mHistoryPos + kTaps] = frame[c];
-        peak = std::max(peak, windowPeak(history + mHistoryPos + 1, p));
+        loud = loud || std::fabs(frame[c]) > mQuietBelow;
+    }
+    if (loud) mLastLoud = mFramesIn + 1;
+    float peak = 0.0f;
+    if (mLastLoud + kTaps > mFramesIn + 1 && mLastLoud != 0) {
+        for (uint32_t c = 0; c < mChannels; ++c) {
+            const float* history = &mHistory[size_t(c) * 2 * kTaps];
+            peak = std::max(peak, windowPeak(history + mHistoryPos + 1, p));
+        }
     }
     mHistoryPos = mHistoryPos + 1 == kTaps ? 0 : mHistoryPos + 1;
     const float needed = peak > mCeiling ? mCeiling / peak : 1.0f;
