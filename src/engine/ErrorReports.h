@@ -35,6 +35,7 @@ enum class Report : int {
     kGetOutputBitRate,
     kGetSourceInfo,
     kMeasureLoudness,
+    kSetListLoudness,
     kCount
 };
 
@@ -85,6 +86,8 @@ inline constexpr ReportSite kReportSites[] = {
     {Report::kGetSourceInfo, 0, 0, 0,
      "int32_t WavoryxPriv::getSourceInfo(uint32_t, WvSourceInfo*)"},
     {Report::kMeasureLoudness, 0, 0, 0, "int32_t WavoryxPriv::measureLoudness(uint32_t)"},
+    {Report::kSetListLoudness, 0, 0, 0,
+     "int32_t WavoryxPriv::setListLoudness(uint32_t, int32_t, int32_t)"},
 };
 
 constexpr bool reportSitesInOrder() {
