@@ -56,7 +56,9 @@
 //
 // Memory: one fixed work buffer per worker, and per render a reader (5120
 // bytes plus a resampler and one sub-reader at a time), an encoder (147456
-// bytes for MP3) and the point generator; nothing grows with the length.
+// bytes for MP3) and the point generator; nothing grows with the length
+// but a normalised render's loudness meter, during its measuring passes
+// (under 1 KB per second of audio; see NormalisePlan).
 #pragma once
 
 #include <atomic>
