@@ -319,6 +319,36 @@ public:
      * 4 x the output rate. Returns 0; -4 for a value out of range; -1 for
      * an unknown id, -2 for an item that is not a list. */
     int32_t setResampleQuality(int listId, int quality);
+    /* Loudness normalisation of the list's renders from the next process()
+     * on. lufsTenths: the integrated loudness (ITU-R BS.1770 / EBU R128)
+     * the output is brought to, in tenths of LUFS, -700 to -50 (-160 for
+     * -16 LUFS, -230 for -23); truePeakTenths: the true peak the output
+     * stays at or under, in tenths of dBTP, -200 to 0 (-10 for -1 dBTP).
+     * lufsTenths 0 switches normalisation off again (truePeakTenths is
+     * then ignored): the list renders as one that never had it, byte for
+     * byte.
+     *
+     * Such a render reads the list two to five times. It measures the list
+     * (progress 0-25 %); when the gain would bring its sample peak within
+     * 1 dB of the ceiling, it measures the gained and limited audio (25-50
+     * %, up to three times) and raises the gain by what limiting took off
+     * the loudness, until a check is within 0.1 LU of the target (at most
+     * +15 dB over the plain gain); then it encodes (50-100 %). The plain
+     * gain is target - measured loudness, at most +40 dB; a list without an
+     * integrated loudness (silence, under 0.4 s of audio) keeps 0 dB, so
+     * silence stays silence but for the dither (+-1 LSB). A look-ahead
+     * limiter (5 ms attack ramp, 100 ms release, no added delay: the output
+     * has the list's length and timing) keeps the true peak (4x and 8x
+     * oversampled) 0.1 dB under the ceiling, so that meters built either
+     * way read at most the ceiling; the audio is processed in 32-bit float
+     * and dithered (TPDF) to 16-bit once. The result meets the target
+     * within 0.5 LU on speech and music; lossy formats (MP3, Opus, AAC,
+     * Vorbis) may move the decoded peak by their coding error. Any output
+     * format; events, outputs, cancel (in any pass; nothing is left
+     * behind), suspend and resume as for process(). Returns 0; -4 for a
+     * value out of range; -1 for an unknown id, -2 for an item that is not
+     * a list. */
+    int32_t setListLoudness(int listId, int lufsTenths, int truePeakTenths);
     /* Bit rate (kbit/s) of a list's or recording's output. Once its
      * encoder has started (during the render and after it), the rate the
      * file is encoded at: LAME rounds a constant MP3 rate to the nearest

@@ -13,11 +13,14 @@ struct LoudnessMeter::State {
     ebur128_state* meter;
 };
 
-LoudnessMeter::LoudnessMeter(uint32_t sampleRate, uint32_t channels) : mChannels(channels) {
+LoudnessMeter::LoudnessMeter(uint32_t sampleRate, uint32_t channels, MeterScope scope)
+    : mChannels(channels), mScope(scope) {
     // A mono programme is one front channel, weighted 1 like a stereo
     // channel: the library's default map already says so for channel 0.
-    ebur128_state* meter = ebur128_init(channels, sampleRate,
-                                        EBUR128_MODE_I | EBUR128_MODE_LRA | EBUR128_MODE_TRUE_PEAK);
+    const int mode = scope == MeterScope::kAll
+                         ? EBUR128_MODE_I | EBUR128_MODE_LRA | EBUR128_MODE_TRUE_PEAK
+                         : EBUR128_MODE_I;
+    ebur128_state* meter = ebur128_init(channels, sampleRate, mode);
     if (meter == nullptr) {
         WV_LOGE("loudness meter refused %u Hz, %u channels", sampleRate, channels);
         return;
@@ -36,8 +39,18 @@ bool LoudnessMeter::add(const int16_t* samples, size_t frames) {
     return ebur128_add_frames_short(mState->meter, samples, frames) == EBUR128_SUCCESS;
 }
 
-bool LoudnessMeter::figures(LoudnessFigures* out) const {
+bool LoudnessMeter::add(const float* samples, size_t frames) {
     if (mState == nullptr) return false;
+    return ebur128_add_frames_float(mState->meter, samples, frames) == EBUR128_SUCCESS;
+}
+
+bool LoudnessMeter::integrated(double* lufs) const {
+    if (mState == nullptr) return false;
+    return ebur128_loudness_global(mState->meter, lufs) == EBUR128_SUCCESS;
+}
+
+bool LoudnessMeter::figures(LoudnessFigures* out) const {
+    if (mState == nullptr || mScope != MeterScope::kAll) return false;
     double integrated = 0.0;
     double range = 0.0;
     if (ebur128_loudness_global(mState->meter, &integrated) != EBUR128_SUCCESS ||

@@ -21,10 +21,15 @@ struct LoudnessFigures {
     double truePeakDbtp;
 };
 
+// What a meter keeps track of: all three figures, or the integrated
+// loudness alone (no 4x true-peak interpolation and no range histogram: a
+// fraction of the work, for passes that need one number).
+enum class MeterScope { kAll, kIntegrated };
+
 class LoudnessMeter {
 public:
     // channels: 1 (weighted as a single front channel) or 2 (left, right).
-    LoudnessMeter(uint32_t sampleRate, uint32_t channels);
+    LoudnessMeter(uint32_t sampleRate, uint32_t channels, MeterScope scope = MeterScope::kAll);
     ~LoudnessMeter();
     LoudnessMeter(const LoudnessMeter&) = delete;
     LoudnessMeter& operator=(const LoudnessMeter&) = delete;
@@ -34,9 +39,15 @@ public:
     bool valid() const { return mState != nullptr; }
     // Feeds `frames` interleaved frames. False when the meter refused them.
     bool add(const int16_t* samples, size_t frames);
+    // The same for float samples, full scale 1.0.
+    bool add(const float* samples, size_t frames);
     // The figures of everything fed so far. False when they could not be
-    // computed.
+    // computed, or for a meter of MeterScope::kIntegrated.
     bool figures(LoudnessFigures* out) const;
+    // The integrated loudness (LUFS; -infinity as in LoudnessFigures) of
+    // everything fed so far, for either scope. False when it could not be
+    // computed.
+    bool integrated(double* lufs) const;
 
     // A figure in tenths of its unit, rounded half away from zero (-23.14
     // gives -231); INT32_MIN for -infinity or NaN, saturated otherwise.
@@ -47,6 +58,7 @@ private:
     struct State;
     State* mState = nullptr;
     uint32_t mChannels;
+    MeterScope mScope;
 };
 
 }  // namespace wv

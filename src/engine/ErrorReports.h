@@ -40,6 +40,7 @@ enum class Report : int {
     kSetClipFade,
     kSetListCrossfade,
     kSetListGain,
+    kSetListLoudness,
     kCount
 };
 
@@ -99,6 +100,8 @@ inline constexpr ReportSite kReportSites[] = {
     {Report::kSetListCrossfade, 0, 0, 0,
      "int32_t WavoryxPriv::setListCrossfade(uint32_t, uint32_t, int32_t)"},
     {Report::kSetListGain, 0, 0, 0, "int32_t WavoryxPriv::setListGain(uint32_t, int32_t)"},
+    {Report::kSetListLoudness, 0, 0, 0,
+     "int32_t WavoryxPriv::setListLoudness(uint32_t, int32_t, int32_t)"},
 };
 
 constexpr bool reportSitesInOrder() {

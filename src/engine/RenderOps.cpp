@@ -81,6 +81,23 @@ int32_t WavoryxPriv::setResampleQuality(uint32_t listId, int32_t quality) {
     return 0;
 }
 
+int32_t WavoryxPriv::setListLoudness(uint32_t listId, int32_t lufsTenths, int32_t truePeakTenths) {
+    const bool off = lufsTenths == 0;
+    if (!off && (lufsTenths < kMinLoudnessTenths || lufsTenths > kMaxLoudnessTenths ||
+                 truePeakTenths < kMinTruePeakTenths || truePeakTenths > kMaxTruePeakTenths)) {
+        WV_LOGE("setListLoudness: %d LUFS, %d dBTP (tenths) out of range", lufsTenths,
+                truePeakTenths);
+        return -4;
+    }
+    int32_t result;
+    ItemHold hold(this, listId);
+    SPcmInfo* list = holdItemWithStatus(hold, listId, CLIP_LIST, Report::kSetListLoudness, &result);
+    if (list == nullptr) return result;
+    list->loudnessTarget = off ? 0 : lufsTenths;
+    if (!off) list->truePeakCeiling = truePeakTenths;
+    return 0;
+}
+
 int32_t WavoryxPriv::process(uint32_t listId) {
     int32_t result;
     ItemHold hold(this, listId);

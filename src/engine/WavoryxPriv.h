@@ -80,6 +80,7 @@ public:
                           int32_t channelCount, int32_t forceStereo);
     int32_t setEncodeOptions(uint32_t id, int32_t quality, int32_t vbr, int32_t jointStereo);
     int32_t setResampleQuality(uint32_t listId, int32_t quality);
+    int32_t setListLoudness(uint32_t listId, int32_t lufsTenths, int32_t truePeakTenths);
     int32_t process(uint32_t listId);
     int32_t cancelProcess(uint32_t listId);
     int32_t measureLoudness(uint32_t id);  // LoudnessOps.cpp
@@ -164,6 +165,12 @@ public:
                                      wv::Report report, int32_t* result);
 
     std::atomic<wv::pcm_id_t> mPlayingId{0};
+
+    // The ranges setListLoudness accepts, in tenths of LUFS and of dBTP.
+    static constexpr int32_t kMinLoudnessTenths = -700;
+    static constexpr int32_t kMaxLoudnessTenths = -50;
+    static constexpr int32_t kMinTruePeakTenths = -200;
+    static constexpr int32_t kMaxTruePeakTenths = 0;
 
 private:
     int32_t addClipTo(uint32_t listId, uint32_t pcmId, uint32_t start, uint32_t end, bool inMs,

@@ -107,6 +107,9 @@ int32_t Wavoryx::setEncodeOptions(int id, int quality, int vbr, int jointStereo)
 int32_t Wavoryx::setResampleQuality(int listId, int quality) {
     return mPriv->setResampleQuality(static_cast<uint32_t>(listId), quality);
 }
+int32_t Wavoryx::setListLoudness(int listId, int lufsTenths, int truePeakTenths) {
+    return mPriv->setListLoudness(static_cast<uint32_t>(listId), lufsTenths, truePeakTenths);
+}
 int32_t Wavoryx::process(int listId) { return mPriv->process(static_cast<uint32_t>(listId)); }
 int32_t Wavoryx::measureLoudness(int id) {
     return mPriv->measureLoudness(static_cast<uint32_t>(id));

@@ -156,6 +156,11 @@ struct SPcmInfo {
     // The resampler quality (an AudioResampler::src_quality) of a list's
     // renders: SRC_DEFAULT leaves the choice to the process default.
     std::atomic<int32_t> resampleQuality{0};
+    // Loudness normalisation of a list's renders (setListLoudness): the
+    // integrated loudness aimed at, tenths of LUFS (0: off), and the true
+    // peak not to exceed, tenths of dBTP. Read when a render starts.
+    std::atomic<int32_t> loudnessTarget{0};
+    std::atomic<int32_t> truePeakCeiling{-10};
     // What the render's or recording's file holds, once its encoder has
     // started: the client's queries report these. 0 until then.
     std::atomic<int32_t> outputRate{0};

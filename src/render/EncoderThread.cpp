@@ -160,14 +160,64 @@ void EncoderThread::startJob(WVThreadCmd& cmd) {
     const std::string writing = encoder->writingPath();
     if (writing != path) item->writingPath.set(writing);
 
-    std::unique_ptr<PcmInfoReader> reader(new PcmInfoReader(item));
-    reader->setOutputFormat(rate, channels);
-    reader->setResampleQuality(format.resampleQuality);
     std::unique_ptr<WaveformState> waveform(
         new WaveformState(static_cast<uint32_t>(rate), static_cast<uint32_t>(channels)));
     openWaveformFile(waveform.get(), (path + ".wave").c_str());
-    EncoderJob* job = new EncodeJob(std::move(reader), std::move(encoder), std::move(waveform));
-    postFirstStep(id, job);
+    EncodeJob* job = new EncodeJob(passReader(item, rate, channels, format.resampleQuality),
+                                   std::move(encoder), std::move(waveform));
+    const int32_t target = item->loudnessTarget.load();
+    if (target != 0) {
+        job->normalise.reset(new NormalisePlan(
+            target / 10.0, item->truePeakCeiling.load() / 10.0, static_cast<uint32_t>(rate),
+            static_cast<uint32_t>(channels), format.resampleQuality, kBlockBytes / 2));
+        job->normalise->meter.reset(new LoudnessMeter(
+            static_cast<uint32_t>(rate), static_cast<uint32_t>(channels), MeterScope::kIntegrated));
+    }
+    postFirstStep(id, static_cast<EncoderJob*>(job));
+}
+
+std::unique_ptr<PcmInfoReader> EncoderThread::passReader(SPcmInfo* item, int32_t rate,
+                                                         int32_t channels,
+                                                         AudioResampler::src_quality quality) {
+    std::unique_ptr<PcmInfoReader> reader(new PcmInfoReader(item));
+    reader->setOutputFormat(rate, channels);
+    reader->setResampleQuality(quality);
+    return reader;
+}
+
+bool EncoderThread::writeBlock(SPcmInfo* item, EncodeJob* job, const int16_t* pcm,
+                               uint32_t frames) {
+    item->frames.store(item->frames.load() + frames);
+    const uint32_t bytes = frames * item->frameSize();
+    addWaveformBlock(job->waveform.get(), pcm, bytes);
+    if (job->waveform->writeFailed) {
+        failRender(
+            item->id, job,
+            job->waveform->storageFull ? FileWriter::WRITE_STORAGE_FULL : FileWriter::WRITE_ERROR);
+        return false;
+    }
+    const int encoded = job->encoder->encoding(pcm, static_cast<int>(bytes));
+    if (encoded != FileWriter::WRITE_OK) {
+        failRender(item->id, job, encoded);
+        return false;
+    }
+    return true;
+}
+
+void EncoderThread::finishRender(pcm_id_t id, EncodeJob* job) {
+    // Every write first, then the files are put in place: a failure up to
+    // there leaves both targets as they were.
+    int finished = job->encoder->flushEncoding();
+    if (finished == 0 && finishWaveformFile(job->waveform.get()) != 0) {
+        finished = FileWriter::WRITE_ERROR;
+    }
+    if (finished == 0) finished = job->encoder->finishOutput();
+    if (finished != 0) {
+        failRender(id, job, finished);
+        return;
+    }
+    delete job;
+    endJob(id, EVT_RENDER_DONE, -1);
 }
 
 void EncoderThread::runStep(WVThreadCmd& cmd) {
@@ -179,6 +229,10 @@ void EncoderThread::runStep(WVThreadCmd& cmd) {
     SPcmInfo* item = itemOf(cmd);
     const pcm_id_t id = item->id;
     EncodeJob* job = static_cast<EncodeJob*>(any);
+    if (job->normalise) {
+        normaliseStep(cmd, item, job);
+        return;
+    }
 
     // A remainder held back after a short write gets its one retry here.
     const int writerStatus = job->encoder->checkStatus();
@@ -195,48 +249,20 @@ void EncoderThread::runStep(WVThreadCmd& cmd) {
         return;
     }
     if (n > 0) {
-        const uint32_t frames = item->frames.load() + static_cast<uint32_t>(n);
-        item->frames.store(frames);
-        const uint32_t bytes = static_cast<uint32_t>(n) * item->frameSize();
-
-        addWaveformBlock(job->waveform.get(), reinterpret_cast<const int16_t*>(mWorkBuffer), bytes);
-        if (job->waveform->writeFailed) {
-            failRender(id, job,
-                       job->waveform->storageFull ? FileWriter::WRITE_STORAGE_FULL
-                                                  : FileWriter::WRITE_ERROR);
+        if (!writeBlock(item, job, reinterpret_cast<const int16_t*>(mWorkBuffer),
+                        static_cast<uint32_t>(n))) {
             return;
         }
-
-        const int encoded = job->encoder->encoding(reinterpret_cast<const int16_t*>(mWorkBuffer),
-                                                   static_cast<int>(bytes));
-        const TimeVal end = timeOfDay();
-        if (encoded != FileWriter::WRITE_OK) {
-            failRender(id, job, encoded);
-            return;
-        }
-        elapsed = elapsedMs(begin, end);
+        elapsed = elapsedMs(begin, timeOfDay());
         const float progress =
-            static_cast<float>(frames) / static_cast<float>(item->totalFrames.load());
+            static_cast<float>(item->frames.load()) / static_cast<float>(item->totalFrames.load());
         update(progress, &job->lastProgress);
     }
 
     switch (job->reader->endState()) {
-        case PcmInfoReader::END: {
-            // Every write first, then the files are put in place: a failure
-            // up to there leaves both targets as they were.
-            int finished = job->encoder->flushEncoding();
-            if (finished == 0 && finishWaveformFile(job->waveform.get()) != 0) {
-                finished = FileWriter::WRITE_ERROR;
-            }
-            if (finished == 0) finished = job->encoder->finishOutput();
-            if (finished != 0) {
-                failRender(id, job, finished);
-                return;
-            }
-            delete job;
-            endJob(id, EVT_RENDER_DONE, -1);
+        case PcmInfoReader::END:
+            finishRender(id, job);
             return;
-        }
         case PcmInfoReader::WAIT:
             if (failMissingSource(item, job)) return;
             WV_LOGD("pcm %d not available, delayed encode", static_cast<int>(id));

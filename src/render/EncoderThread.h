@@ -16,6 +16,16 @@
 //                          again while the item's format is unknown). Its
 //                          blocks are commands 2 carrying a LoudnessJob; see
 //                          LoudnessMeasure.cpp.
+// A list with a loudness target (SPcmInfo::loudnessTarget, set by
+// setListLoudness) renders in passes (see NormalisePlan): its commands 2
+// first measure the list (and check the limited result when the limiter
+// will act), then encode it with the gain found, through a TruePeakLimiter,
+// dithered to 16-bit once. Every pass is a chain of commands 2 like a
+// plain render's, so cancel, suspend and resume act in each of them; the
+// output is created when the render starts, as for a plain render, and
+// removed by any ending but 22. Progress: the first pass 0-25 %, the check
+// passes 25-50 % (a third each), the encoding 50-100 %.
+//
 // A render waiting for a source runs again as soon as the decoder reports
 // data, a known format or the end of a load (JobContext::dataArrived), and
 // after kRetryDelayMs (1000 ms) at the latest.
@@ -46,7 +56,9 @@
 //
 // Memory: one fixed work buffer per worker, and per render a reader (5120
 // bytes plus a resampler and one sub-reader at a time), an encoder (147456
-// bytes for MP3) and the point generator; nothing grows with the length.
+// bytes for MP3) and the point generator; nothing grows with the length
+// but a normalised render's loudness meter, during its measuring passes
+// (under 1 KB per second of audio; see NormalisePlan).
 #pragma once
 
 #include <atomic>
@@ -59,6 +71,7 @@
 #include "items/JobContext.h"
 #include "items/PcmInfoReader.h"
 #include "items/SPcmInfo.h"
+#include "render/NormalisePlan.h"
 #include "threads/ChunkedJobThread.h"
 
 namespace wv {
@@ -79,6 +92,7 @@ struct EncodeJob final : EncoderJob {
               std::unique_ptr<WaveformState> w)
         : reader(std::move(r)), encoder(std::move(e)), waveform(std::move(w)) {}
     ~EncodeJob() override {
+        normalise.reset();
         reader.reset();
         encoder.reset();
         waveform.reset();
@@ -89,7 +103,8 @@ struct EncodeJob final : EncoderJob {
     std::unique_ptr<PcmInfoReader> reader;
     std::unique_ptr<AudioEncoder> encoder;
     std::unique_ptr<WaveformState> waveform;
-    float lastProgress = 0.0f;  // the progress last reported for this render
+    std::unique_ptr<NormalisePlan> normalise;  // null for a plain render
+    float lastProgress = 0.0f;                 // the progress last reported for this render
 };
 
 // The context of one loudness measurement: it writes nothing, so the item's
@@ -163,6 +178,26 @@ private:
     // Deletes the job and ends the render for a writer or encoder status
     // (1 storage full, anything else an error).
     void failRender(pcm_id_t id, EncodeJob* job, int status);
+    // Feeds `frames` output frames to the point generator and the encoder
+    // and counts them in the item's frames; false after ending the render
+    // on a failure.
+    bool writeBlock(SPcmInfo* item, EncodeJob* job, const int16_t* pcm, uint32_t frames);
+    // Puts the output in place and ends the render (22), or ends it on the
+    // failed write.
+    void finishRender(pcm_id_t id, EncodeJob* job);
+    // A reader of the list from its start, in the render's output format.
+    static std::unique_ptr<PcmInfoReader> passReader(SPcmInfo* item, int32_t rate, int32_t channels,
+                                                     AudioResampler::src_quality quality);
+
+    // The normalised render (NormalisedRender.cpp): one block of the
+    // current pass, and the step from one pass to the next.
+    void normaliseStep(WVThreadCmd& cmd, SPcmInfo* item, EncodeJob* job);
+    // Encodes a block of float output; false after ending the render.
+    bool encodeFloat(SPcmInfo* item, EncodeJob* job, const float* samples, size_t frames);
+    // Ends the current pass: decides the gain and starts the next pass, or
+    // finishes the render. False when the render ended.
+    bool endPass(SPcmInfo* item, EncodeJob* job);
+
     // Ends the render with event 20 (-1) when a source of the list will never
     // produce its data (its load failed or was cancelled); false otherwise.
     bool failMissingSource(SPcmInfo* item, EncodeJob* job);

@@ -1,0 +1,204 @@
+// The encoder worker's loudness-normalised render: the passes of a
+// NormalisePlan over the list, one block per command like a plain render.
+#define WV_LOG_TAG "EncoderThread"
+#include <algorithm>
+#include <cmath>
+
+#include "base/Clock.h"
+#include "base/Log.h"
+#include "render/EncoderThread.h"
+
+namespace wv {
+namespace {
+
+float dbToLinear(double db) { return static_cast<float>(std::pow(10.0, db / 20.0)); }
+
+// The gain (dB) that brings `measured` LUFS to `target`: none for a list
+// that has no loudness, never more than the cap.
+double gainFor(double target, double measured) {
+    if (!std::isfinite(measured)) return 0.0;
+    return std::min(target - measured, NormalisePlan::kMaxGainDb);
+}
+
+// Where a pass's progress (0..1) lies in the render's: the check passes
+// share 25-50 % (a pass not needed is skipped over).
+float overallProgress(const NormalisePlan& plan, float withinPass) {
+    switch (plan.pass) {
+        case NormalisePlan::kMeasure:
+            return 0.25f * withinPass;
+        case NormalisePlan::kCheck:
+            return 0.25f + 0.25f * (static_cast<float>(plan.checks) + withinPass) /
+                               static_cast<float>(NormalisePlan::kMaxChecks);
+        default:
+            return 0.5f + 0.5f * withinPass;
+    }
+}
+
+// After a check pass that measured `lufs` at plan->gainDb: the gain of the
+// next pass, and whether that is another check or the encoding. The
+// limiter only lowers the loudness, so the first step assumes it follows
+// the gain one for one; later ones follow the slope the checks showed.
+void nextCheck(NormalisePlan* plan, double lufs) {
+    const double shortfall = std::isfinite(lufs) ? plan->targetLufs - lufs : 0.0;
+    double slope = 1.0;
+    if (plan->checks > 0 && plan->gainDb != plan->checkedGainDb) {
+        slope = (lufs - plan->checkedLufs) / (plan->gainDb - plan->checkedGainDb);
+        slope = std::min(std::max(slope, 0.1), 1.0);
+    }
+    plan->checkedGainDb = plan->gainDb;
+    plan->checkedLufs = lufs;
+    ++plan->checks;
+    if (std::fabs(shortfall) <= NormalisePlan::kCloseEnoughLu) {
+        plan->pass = NormalisePlan::kEncode;
+        return;
+    }
+    const double highest =
+        std::min(plan->plainGainDb + NormalisePlan::kMaxCorrectionDb, NormalisePlan::kMaxGainDb);
+    plan->gainDb = std::min(std::max(plan->gainDb + shortfall / slope, plan->plainGainDb), highest);
+    plan->pass =
+        plan->checks < NormalisePlan::kMaxChecks ? NormalisePlan::kCheck : NormalisePlan::kEncode;
+}
+
+}  // namespace
+
+bool EncoderThread::encodeFloat(SPcmInfo* item, EncodeJob* job, const float* samples,
+                                size_t frames) {
+    if (frames == 0) return true;
+    NormalisePlan& plan = *job->normalise;
+    int16_t* pcm = reinterpret_cast<int16_t*>(mWorkBuffer);
+    // The one place where a normalised render becomes 16-bit.
+    plan.dither.toInt16(samples, pcm, frames * plan.channels);
+    return writeBlock(item, job, pcm, static_cast<uint32_t>(frames));
+}
+
+void EncoderThread::normaliseStep(WVThreadCmd& cmd, SPcmInfo* item, EncodeJob* job) {
+    NormalisePlan& plan = *job->normalise;
+    const pcm_id_t id = item->id;
+    if (plan.pass == NormalisePlan::kEncode) {
+        // A remainder held back after a short write gets its one retry here.
+        const int writerStatus = job->encoder->checkStatus();
+        if (writerStatus != FileWriter::WRITE_OK) {
+            failRender(id, job, writerStatus);
+            return;
+        }
+    }
+    const TimeVal begin = timeOfDay();
+    // The list's float stage: clip and list effects applied, not yet
+    // quantised, so the gain and the limiter work on the whole resolution.
+    float* samples = plan.block.data();
+    const int32_t n =
+        job->reader->readFloat(samples, static_cast<uint32_t>(plan.block.size() / plan.channels));
+    if (n < 0) {
+        failRender(id, job, FileWriter::WRITE_ERROR);
+        return;
+    }
+    const size_t frames = static_cast<size_t>(n);
+
+    bool fed = true;
+    if (plan.pass == NormalisePlan::kMeasure) {
+        for (size_t k = 0; k < frames * plan.channels; ++k) {
+            plan.samplePeak = std::max(plan.samplePeak, std::fabs(samples[k]));
+        }
+        fed = frames == 0 || plan.meter->add(samples, frames);
+    } else {
+        for (size_t k = 0; k < frames * plan.channels; ++k) samples[k] *= plan.gain;
+        const size_t limited = plan.limiter->process(samples, frames, samples);
+        if (plan.pass == NormalisePlan::kCheck) {
+            fed = limited == 0 || plan.meter->add(samples, limited);
+        } else if (!encodeFloat(item, job, samples, limited)) {
+            return;
+        }
+    }
+    if (!fed) {
+        WV_LOGE("list %d could not be measured", static_cast<int>(id));
+        failRender(id, job, FileWriter::WRITE_ERROR);
+        return;
+    }
+    plan.passFrames += frames;
+    const uint32_t total = item->totalFrames.load();
+    if (frames > 0 && total > 0) {
+        const float within = std::min(1.0f, static_cast<float>(plan.passFrames) / total);
+        update(overallProgress(plan, within), &job->lastProgress);
+    }
+
+    switch (job->reader->endState()) {
+        case PcmInfoReader::END:
+            if (!endPass(item, job)) return;
+            postNextStep(cmd, elapsedMs(begin, timeOfDay()));
+            return;
+        case PcmInfoReader::WAIT:
+            if (failMissingSource(item, job)) return;
+            WV_LOGD("pcm %d not available, delayed normalised render", static_cast<int>(id));
+            sendWaitingCmd(cmd, mRetryDelayMs.load());
+            return;
+        default:
+            postNextStep(cmd, elapsedMs(begin, timeOfDay()));
+            return;
+    }
+}
+
+bool EncoderThread::endPass(SPcmInfo* item, EncodeJob* job) {
+    NormalisePlan& plan = *job->normalise;
+    const pcm_id_t id = item->id;
+    float* samples = plan.block.data();
+    switch (plan.pass) {
+        case NormalisePlan::kMeasure: {
+            double lufs = 0.0;
+            if (!plan.meter->integrated(&lufs)) {
+                failRender(id, job, FileWriter::WRITE_ERROR);
+                return false;
+            }
+            plan.measuredLufs = lufs;
+            plan.gainDb = gainFor(plan.targetLufs, lufs);
+            plan.plainGainDb = plan.gainDb;
+            const double peakAfterDb = plan.samplePeak > 0.0f
+                                           ? 20.0 * std::log10(plan.samplePeak) + plan.gainDb
+                                           : -HUGE_VAL;
+            const bool limits = std::isfinite(lufs) &&
+                                peakAfterDb > plan.ceilingDbtp - NormalisePlan::kCheckMarginDb;
+            plan.pass = limits ? NormalisePlan::kCheck : NormalisePlan::kEncode;
+            if (limits) {
+                plan.meter.reset(
+                    new LoudnessMeter(plan.rate, plan.channels, MeterScope::kIntegrated));
+            } else {
+                plan.meter.reset();
+            }
+            break;
+        }
+        case NormalisePlan::kCheck: {
+            const size_t tail = plan.limiter->flush(samples);
+            double lufs = 0.0;
+            if ((tail > 0 && !plan.meter->add(samples, tail)) || !plan.meter->integrated(&lufs)) {
+                failRender(id, job, FileWriter::WRITE_ERROR);
+                return false;
+            }
+            nextCheck(&plan, lufs);
+            WV_LOGI("list %d: limited to %.2f LUFS, next at %+.2f dB", static_cast<int>(id), lufs,
+                    plan.gainDb);
+            if (plan.pass == NormalisePlan::kEncode)
+                plan.meter.reset();
+            else
+                plan.meter.reset(
+                    new LoudnessMeter(plan.rate, plan.channels, MeterScope::kIntegrated));
+            break;
+        }
+        case NormalisePlan::kEncode: {
+            const size_t tail = plan.limiter->flush(samples);
+            if (!encodeFloat(item, job, samples, tail)) return false;
+            WV_LOGI("list %d: %.2f LUFS rendered at %+.2f dB, limiter down to %.2f dB",
+                    static_cast<int>(id), plan.measuredLufs, plan.gainDb,
+                    20.0 * std::log10(plan.limiter->lowestGain()));
+            finishRender(id, job);
+            return false;
+        }
+    }
+    // The next pass starts from the list's start.
+    plan.gain = dbToLinear(plan.gainDb);
+    plan.limiter = plan.newLimiter();
+    plan.passFrames = 0;
+    job->reader = passReader(item, static_cast<int32_t>(plan.rate),
+                             static_cast<int32_t>(plan.channels), plan.quality);
+    return true;
+}
+
+}  // namespace wv
