@@ -35,6 +35,7 @@ enum class Report : int {
     kGetOutputBitRate,
     kGetSourceInfo,
     kMeasureLoudness,
+    kGetWaveformPeaks,
     kCount
 };
 
@@ -85,6 +86,8 @@ inline constexpr ReportSite kReportSites[] = {
     {Report::kGetSourceInfo, 0, 0, 0,
      "int32_t WavoryxPriv::getSourceInfo(uint32_t, WvSourceInfo*)"},
     {Report::kMeasureLoudness, 0, 0, 0, "int32_t WavoryxPriv::measureLoudness(uint32_t)"},
+    {Report::kGetWaveformPeaks, 0, 0, 0,
+     "int32_t WavoryxPriv::getWaveformPeaks(pcm_id_t, duration_t, duration_t, uint32_t, int16_t*)"},
 };
 
 constexpr bool reportSitesInOrder() {
