@@ -6,9 +6,11 @@
 #include <sys/ioctl.h>
 #include <unistd.h>
 
+#include <algorithm>
 #include <cstdio>
 #include <cstdlib>
 #include <memory>
+#include <numeric>
 #include <string>
 #include <vector>
 
@@ -32,9 +34,11 @@ constexpr int kDefaultPngWidth = 800;
 constexpr int kDefaultPngHeight = 200;
 constexpr int kDefaultTextRows = 8;
 constexpr int kDefaultPixelsPerSecond = 100;
-// Data files are gathered from one pair per frame, asked for this many
-// seconds at a time: whole seconds are whole frames at any rate.
+// Data files are asked of the engine this many ms at a time (at least).
 constexpr uint32_t kDataStepMs = 5000;
+// Whole pixels come in stretches of whole seconds up to this long; a pixel
+// size that needs longer ones is gathered frame by frame.
+constexpr uint64_t kMaxPixelStepSeconds = 60;
 
 struct WaveformOptions {
     std::string file;
@@ -149,23 +153,39 @@ bool examineOutputs(const WaveformOptions& options, std::vector<Output>& outputs
     return true;
 }
 
-// Pixels of samplesPerPixel frames from frame fromMs x rate / 1000 on,
-// gathered from one pair per frame, kDataStepMs at a time.
+// Pixels of samplesPerPixel frames from frame fromMs x rate / 1000 on.
+// Whole seconds are whole frames at any rate: over a stretch of whole
+// seconds that holds whole pixels the engine's bins are the pixels exactly.
+// What is left at the end (or everything, when no short stretch holds whole
+// pixels) is asked for one pair per frame, kDataStepMs at a time.
 bool gatherPixels(Wavoryx& engine, const LoadedSource& source, uint32_t fromMs, uint32_t toMs, PeakData& data) {
     const uint64_t rate = uint64_t(source.sampleRate);
+    const uint64_t perPixel = uint64_t(data.samplesPerPixel);
     const uint64_t endFrame = std::min<uint64_t>(uint64_t(toMs) * rate / 1000, source.frames);
-    PixelGatherer gatherer(uint32_t(data.samplesPerPixel));
-    std::vector<int16_t> frames;
-    for (uint64_t startMs = fromMs; startMs < toMs && interruptSignal() == 0; startMs += kDataStepMs) {
-        const uint64_t stepEndMs = std::min<uint64_t>(startMs + kDataStepMs, toMs);
-        const uint64_t first = startMs * rate / 1000;
-        const uint64_t last = std::min(stepEndMs * rate / 1000, endFrame);
-        if (last <= first) break;
-        frames.resize(size_t(last - first) * 2);
-        const int32_t got = engine.getWaveformPeaks(source.id, unsigned(startMs), unsigned(stepEndMs),
-                                                    unsigned(last - first), frames.data());
-        if (got < 0) return false;
-        gatherer.add(frames.data(), size_t(last - first));
+    uint64_t stepSeconds = perPixel / std::gcd(rate, perPixel);
+    stepSeconds *= std::max<uint64_t>(1, kDataStepMs / 1000 / stepSeconds);
+    const bool pixelSteps = stepSeconds <= kMaxPixelStepSeconds;
+    PixelGatherer gatherer{uint32_t(perPixel)};
+    std::vector<int16_t> pairs;
+    uint64_t startMs = fromMs;
+    uint64_t first = startMs * rate / 1000;
+    while (first < endFrame && interruptSignal() == 0) {
+        const bool wholePixels = pixelSteps && first + stepSeconds * rate <= endFrame;
+        const uint64_t stepEndMs = std::min<uint64_t>(startMs + (wholePixels ? stepSeconds * 1000 : kDataStepMs), toMs);
+        const uint64_t last = wholePixels ? first + stepSeconds * rate : std::min(stepEndMs * rate / 1000, endFrame);
+        const uint64_t bins = wholePixels ? (last - first) / perPixel : last - first;
+        pairs.resize(size_t(bins) * 2);
+        if (engine.getWaveformPeaks(source.id, unsigned(startMs), unsigned(stepEndMs), unsigned(bins), pairs.data()) <
+            0) {
+            return false;
+        }
+        if (wholePixels) {
+            gatherer.addPixels(pairs.data(), size_t(bins));
+        } else {
+            gatherer.add(pairs.data(), size_t(bins));
+        }
+        first = last;
+        startMs = stepEndMs;
     }
     data.minMax = gatherer.finish();
     return true;
@@ -176,7 +196,9 @@ bool writeDataFiles(Session& session, const WaveformOptions& options, const Load
     PeakData data;
     data.sampleRate = source.sampleRate;
     data.bits = options.bits;
-    const uint64_t frames = (uint64_t(toMs) - options.fromMs) * uint64_t(source.sampleRate) / 1000;
+    const uint64_t rate = uint64_t(source.sampleRate);
+    const uint64_t frames =
+        std::min<uint64_t>(uint64_t(toMs) * rate / 1000, source.frames) - uint64_t(options.fromMs) * rate / 1000;
     if (options.width > 0) {
         // At most --width pixels: the last may be partial.
         data.samplesPerPixel = int32_t(std::max<uint64_t>(1, (frames + uint64_t(options.width) - 1) / options.width));

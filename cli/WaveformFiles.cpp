@@ -67,6 +67,10 @@ void PixelGatherer::add(const int16_t* frameMinMax, size_t frames) {
     }
 }
 
+void PixelGatherer::addPixels(const int16_t* pixelMinMax, size_t pixels) {
+    mPixels.insert(mPixels.end(), pixelMinMax, pixelMinMax + 2 * pixels);
+}
+
 std::vector<int16_t> PixelGatherer::finish() {
     if (mInPixel > 0) {
         mPixels.push_back(mLowest);

@@ -37,6 +37,9 @@ class PixelGatherer {
 public:
     explicit PixelGatherer(uint32_t samplesPerPixel) : mSamplesPerPixel(samplesPerPixel) {}
     void add(const int16_t* frameMinMax, size_t frames);
+    // Whole pixels' pairs as they are; only between pixels (after whole
+    // pixels' worth of frames).
+    void addPixels(const int16_t* pixelMinMax, size_t pixels);
     // The pixels, with a partial last one.
     std::vector<int16_t> finish();
 

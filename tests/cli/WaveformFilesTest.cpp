@@ -87,6 +87,11 @@ TEST(WaveformFilesTest, PixelsGatherWholeGroupsOfFramesInAnyPieces) {
     pieces.add(frames.data() + 4, 3);
     pieces.add(frames.data() + 10, 2);
     EXPECT_EQ(pieces.finish(), expected);
+    // Whole pixels given as they are, then frames again.
+    PixelGatherer mixed(3);
+    mixed.addPixels(expected.data(), 2);
+    mixed.add(frames.data() + 12, 1);
+    EXPECT_EQ(mixed.finish(), expected);
     // Positive-only frames keep a positive minimum.
     PixelGatherer raised(2);
     const std::vector<int16_t> above = {10, 20, 30, 40};
