@@ -164,6 +164,9 @@ int32_t WavoryxPriv::getWaveformPeaks(pcm_id_t id, duration_t startMs, duration_
     ItemHold hold(this, id);
     SPcmInfo* item = holdItem(hold, id, Report::kGetWaveformPeaks);
     if (item == nullptr) return WV_ERR_NO_ITEM;
+    // Clips added in ms count in frames once their sources have a length;
+    // a list not rendered yet has not had them converted.
+    if (item->status.load() == CLIP_LIST && item->clipList) item->clipList->isPcmReady();
     const uint32_t startFrame = frameAtMs(item, startMs);
     const uint32_t endFrame = frameAtMs(item, endMs);
     if (startFrame >= endFrame || count == 0 || minMax == nullptr) return WV_ERR_OUT_OF_RANGE;

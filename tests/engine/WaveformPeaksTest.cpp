@@ -6,6 +6,10 @@
 #include <climits>
 #include <vector>
 
+#include <wavoryx/Wavoryx.h>
+
+#include "AudioFixtures.h"
+#include "EventRecorder.h"
 #include "TestSupport.h"
 #include "engine/WavoryxPriv.h"
 
@@ -176,6 +180,42 @@ TEST_F(WaveformPeaksTest, RefusalsMirrorTheEightBitSampling) {
     EXPECT_EQ(engine.getWaveformPeaks(item.info->id, 0, 50, 4, nullptr), WV_ERR_OUT_OF_RANGE);
     EXPECT_EQ(engine.getWaveformPeaks(item.info->id, 100, UINT_MAX, 4, out), WV_ERR_OUT_OF_RANGE);
     EXPECT_EQ(engine.getWaveformPeaks(engine.newClipList(), 0, 100, 4, out), WV_ERR_OUT_OF_RANGE);
+}
+
+TEST(WaveformPeaksPublicTest, ALoadedFileAndAListOfItThroughTheApplicationsCall) {
+    // One second of 8 kHz stereo whose left channel climbs and whose right
+    // one falls, each to its own extremes.
+    std::vector<int16_t> samples;
+    std::vector<Frame> frames;
+    for (int i = 0; i < 8000; ++i) {
+        const int16_t left = int16_t(i * 4 - 16000), right = int16_t(12000 - i * 3);
+        samples.insert(samples.end(), {left, right});
+        frames.push_back({left, right});
+    }
+    wvtest::TempDir dir;
+    ASSERT_TRUE(wvtest::writeWav(dir.file("ramp.wav"), samples, 8000, 2));
+    wvtest::EventRecorder events;
+    Wavoryx engine;
+    engine.setWorkingDir(dir.prefix().c_str());
+    engine.setCallback(wvtest::EventRecorder::callback);
+    engine.startThreadLoop(0);
+    const int wav = engine.loadFile(dir.file("ramp.wav").c_str());
+    ASSERT_TRUE(events.waitForCode(WV_EVENT_LOAD_DONE, wav));
+
+    std::vector<int16_t> out(2 * 16);
+    ASSERT_EQ(engine.getWaveformPeaks(wav, 0, 1000, 16, out.data()), 16);
+    EXPECT_EQ(out, expectedPeaks(frames, 16));
+    // A list: 250..750 ms given in ms, then the first 100 frames.
+    const int list = engine.newClipList();
+    ASSERT_GT(engine.addClipMs(list, wav, 250, 750), 0);
+    ASSERT_GT(engine.addClip(list, wav, 0, 100), 0);
+    std::vector<Frame> listFrames(frames.begin() + 2000, frames.begin() + 6000);
+    listFrames.insert(listFrames.end(), frames.begin(), frames.begin() + 100);
+    ASSERT_EQ(engine.getWaveformPeaks(list, 0, 513, 9, out.data()), 9);  // 513 ms: past its 4100 frames
+    out.resize(18);
+    EXPECT_EQ(out, expectedPeaks(listFrames, 9));
+    EXPECT_EQ(engine.getWaveformPeaks(wav + 1000, 0, 1000, 16, out.data()), WV_ERR_NO_ITEM);
+    engine.stopThreadLoop();
 }
 
 }  // namespace
