@@ -1,12 +1,16 @@
-// wavoryx waveform FILE [--from T] [--to T] [--width N] [--height H]
-// [--png PATH]: the peaks of a file (or of a stretch of it) drawn in the
-// terminal with block characters, or written as a PNG picture.
+// wavoryx waveform FILE [--from T] [--to T] [--width N] [--height H] [--db]
+// [--png PATH [--colors LIST] [--transparent]] [--json PATH] [--dat PATH]
+// [--bits 8|16] [--pixels-per-second N]: the true minimum and maximum of a
+// file (or of a stretch of it) drawn in the terminal with block characters,
+// written as a PNG picture, or as waveform data files.
 #include <sys/ioctl.h>
 #include <unistd.h>
 
+#include <algorithm>
 #include <cstdio>
 #include <cstdlib>
 #include <memory>
+#include <numeric>
 #include <string>
 #include <vector>
 
@@ -20,7 +24,9 @@
 #include "OutputFile.h"
 #include "StandardInput.h"
 #include "TimeSpec.h"
+#include "WaveformFiles.h"
 #include "WaveformPicture.h"
+#include "WaveformPng.h"
 
 namespace wvcli {
 namespace {
@@ -28,6 +34,12 @@ namespace {
 constexpr int kDefaultPngWidth = 800;
 constexpr int kDefaultPngHeight = 200;
 constexpr int kDefaultTextRows = 8;
+constexpr int kDefaultPixelsPerSecond = 100;
+// Data files are asked of the engine this many ms at a time (at least).
+constexpr uint32_t kDataStepMs = 5000;
+// Whole pixels come in stretches of whole seconds up to this long; a pixel
+// size that needs longer ones is gathered frame by frame.
+constexpr uint64_t kMaxPixelStepSeconds = 60;
 
 struct WaveformOptions {
     std::string file;
@@ -36,9 +48,25 @@ struct WaveformOptions {
     int width = 0;
     int height = 0;
     std::string png;
+    bool decibels = false;
+    std::string colors;
+    bool transparent = false;
+    std::string json;
+    std::string dat;
+    int bits = 16;
+    int pixelsPerSecond = 0;
     uint32_t fromMs = 0;
     uint32_t toMs = 0;
     bool hasTo = false;
+    PictureStyle style;
+};
+
+// One file the command writes: where it goes, and its name in the working
+// folder until it is complete.
+struct Output {
+    std::string path;
+    std::string workName;
+    OutputTarget target;
 };
 
 int terminalColumns() {
@@ -59,6 +87,21 @@ void checkWaveformOptions(WaveformOptions& options) {
     if (options.hasTo && options.toMs <= options.fromMs) {
         throw CLI::ValidationError("--to", "must be after --from");
     }
+    const bool data = !options.json.empty() || !options.dat.empty();
+    if (options.pixelsPerSecond > 0 && !data) {
+        throw CLI::ValidationError("--pixels-per-second", "is for --json and --dat");
+    }
+    if (options.pixelsPerSecond > 0 && options.width > 0) {
+        throw CLI::ValidationError("--pixels-per-second", "give it or --width, not both");
+    }
+    if ((!options.colors.empty() || options.transparent) && options.png.empty()) {
+        throw CLI::ValidationError(options.transparent ? "--transparent" : "--colors", "is for --png");
+    }
+    if (!options.colors.empty() && !parseColourList(options.colors, options.style, why)) {
+        throw CLI::ValidationError("--colors", why);
+    }
+    if (options.transparent) options.style.background.alpha = 0;
+    options.style.scale = options.decibels ? Scale::Decibels : Scale::Linear;
 }
 
 // The picture is always a PNG: a name promising another kind would mislead.
@@ -70,32 +113,129 @@ bool namesAPng(const std::string& path) {
     return suffix == ".png";
 }
 
-void printText(const std::vector<uint8_t>& peaks, int rows, uint32_t fromMs, uint32_t toMs) {
-    for (const std::string& line : drawTextWaveform(peaks, rows)) std::printf("%s\n", line.c_str());
+void printText(const std::vector<int16_t>& minMax, int rows, Scale scale, uint32_t fromMs, uint32_t toMs) {
+    for (const std::string& line : drawTextWaveform(minMax, rows, scale)) std::printf("%s\n", line.c_str());
     // The times of the first and last columns under the picture.
     const std::string left = formatTimeMs(fromMs);
     const std::string right = formatTimeMs(toMs);
-    const int gap = int(peaks.size()) - int(left.size()) - int(right.size());
+    const int gap = int(minMax.size() / 2) - int(left.size()) - int(right.size());
     std::printf("%s%*s%s\n", left.c_str(), gap > 1 ? gap : 1, "", right.c_str());
 }
 
-int runWaveform(const WaveformOptions& options, const GlobalOptions& global) {
-    const bool png = !options.png.empty();
-    OutputTarget target;
-    std::string why;
-    if (png && !examineOutput(options.png, target, why)) {
-        reportError(options.png, why);
-        return 1;
+// Every output is checked before anything is loaded: a bad name costs no
+// decoding.
+bool examineOutputs(const WaveformOptions& options, Overwrite overwrite, std::vector<Output>& outputs) {
+    const std::pair<const std::string*, const char*> named[] = {
+        {&options.png, "waveform.png"}, {&options.json, "waveform.json"}, {&options.dat, "waveform.dat"}};
+    for (const auto& [path, workName] : named) {
+        if (path->empty()) continue;
+        Output output{*path, workName, {}};
+        std::string why;
+        if (!examineOutput(*path, output.target, why)) {
+            reportError(*path, why);
+            return false;
+        }
+        if (isSameFile(*path, options.file)) {
+            reportError(*path, sameFileReason(options.file));
+            return false;
+        }
+        for (const Output& earlier : outputs) {
+            if (earlier.path == *path || isSameFile(earlier.path, *path)) {
+                reportError(*path, "is named for two outputs");
+                return false;
+            }
+        }
+        outputs.push_back(output);
     }
-    if (png && isSameFile(options.png, options.file)) {
-        reportError(options.png, sameFileReason(options.file));
-        return 1;
-    }
-    if (png && !mayReplace(target, global.overwrite)) return 1;
-    if (png && !namesAPng(options.png)) {
+    if (!options.png.empty() && !namesAPng(options.png)) {
         reportError(options.png, "does not end in .png, and the picture is a PNG");
-        return 1;
+        return false;
     }
+    // Asked last: nobody is asked about a file that would be refused anyway.
+    for (const Output& output : outputs) {
+        if (!mayReplace(output.target, overwrite)) return false;
+    }
+    return true;
+}
+
+// Pixels of samplesPerPixel frames from frame fromMs x rate / 1000 on.
+// Whole seconds are whole frames at any rate: over a stretch of whole
+// seconds that holds whole pixels the engine's bins are the pixels exactly.
+// What is left at the end (or everything, when no short stretch holds whole
+// pixels) is asked for one pair per frame, kDataStepMs at a time.
+bool gatherPixels(Wavoryx& engine, const LoadedSource& source, uint32_t fromMs, uint32_t toMs, PeakData& data) {
+    const uint64_t rate = uint64_t(source.sampleRate);
+    const uint64_t perPixel = uint64_t(data.samplesPerPixel);
+    const uint64_t endFrame = std::min<uint64_t>(uint64_t(toMs) * rate / 1000, source.frames);
+    uint64_t stepSeconds = perPixel / std::gcd(rate, perPixel);
+    stepSeconds *= std::max<uint64_t>(1, kDataStepMs / 1000 / stepSeconds);
+    const bool pixelSteps = stepSeconds <= kMaxPixelStepSeconds;
+    PixelGatherer gatherer{uint32_t(perPixel)};
+    std::vector<int16_t> pairs;
+    uint64_t startMs = fromMs;
+    uint64_t first = startMs * rate / 1000;
+    while (first < endFrame && interruptSignal() == 0) {
+        const bool wholePixels = pixelSteps && first + stepSeconds * rate <= endFrame;
+        const uint64_t stepEndMs = std::min<uint64_t>(startMs + (wholePixels ? stepSeconds * 1000 : kDataStepMs), toMs);
+        const uint64_t last = wholePixels ? first + stepSeconds * rate : std::min(stepEndMs * rate / 1000, endFrame);
+        const uint64_t bins = wholePixels ? (last - first) / perPixel : last - first;
+        pairs.resize(size_t(bins) * 2);
+        if (engine.getWaveformPeaks(source.id, unsigned(startMs), unsigned(stepEndMs), unsigned(bins), pairs.data()) <
+            0) {
+            return false;
+        }
+        if (wholePixels) {
+            gatherer.addPixels(pairs.data(), size_t(bins));
+        } else {
+            gatherer.add(pairs.data(), size_t(bins));
+        }
+        first = last;
+        startMs = stepEndMs;
+    }
+    data.minMax = gatherer.finish();
+    return true;
+}
+
+bool writeDataFiles(Session& session, const WaveformOptions& options, const LoadedSource& source, uint32_t toMs,
+                    const std::vector<Output>& outputs, std::string& failedPath, std::string& why) {
+    PeakData data;
+    data.sampleRate = source.sampleRate;
+    data.bits = options.bits;
+    const uint64_t rate = uint64_t(source.sampleRate);
+    const uint64_t frames =
+        std::min<uint64_t>(uint64_t(toMs) * rate / 1000, source.frames) - uint64_t(options.fromMs) * rate / 1000;
+    if (options.width > 0) {
+        // At most --width pixels: the last may be partial.
+        data.samplesPerPixel = int32_t(std::max<uint64_t>(1, (frames + uint64_t(options.width) - 1) / options.width));
+    } else {
+        const int perSecond = options.pixelsPerSecond > 0 ? options.pixelsPerSecond : kDefaultPixelsPerSecond;
+        data.samplesPerPixel = std::max(1, (source.sampleRate + perSecond / 2) / perSecond);
+    }
+    if (!gatherPixels(session.engine(), source, options.fromMs, toMs, data)) {
+        failedPath = source.path;
+        why = "the engine could not measure its peaks";
+        return false;
+    }
+    for (const Output& output : outputs) {
+        const bool json = output.path == options.json;
+        if (output.path != options.json && output.path != options.dat) continue;
+        const std::string working = session.workDir() + output.workName;
+        failedPath = output.path;
+        if (interruptSignal() != 0) return false;
+        if (!writeNewFile(working, json ? jsonText(data) : datBytes(data), why) ||
+            !commitOutput(working, output.target, true, why)) {
+            ::unlink(working.c_str());
+            return false;
+        }
+    }
+    return true;
+}
+
+int runWaveform(const WaveformOptions& options, const GlobalOptions& global) {
+    std::vector<Output> outputs;
+    if (!examineOutputs(options, global.overwrite, outputs)) return 1;
+    const bool png = !options.png.empty();
+    const bool data = !options.json.empty() || !options.dat.empty();
     Session session(global);
     if (!session.open(options.file == "-")) return interruptSignal() != 0 ? interruptExitStatus() : 1;
     std::vector<LoadedSource> sources;
@@ -110,27 +250,46 @@ int runWaveform(const WaveformOptions& options, const GlobalOptions& global) {
                                      formatTimeMs(duration));
         return 1;
     }
-    const int width = options.width > 0 ? options.width : png ? kDefaultPngWidth : terminalColumns();
-    const int height = options.height > 0 ? options.height : png ? kDefaultPngHeight : kDefaultTextRows;
-    std::vector<uint8_t> peaks(size_t(width), 0);
-    if (session.engine().getWaveformSamples(source.id, options.fromMs, toMs, unsigned(width), peaks.data()) < 0) {
-        reportError(source.path, "the engine could not sample its waveform");
-        return 1;
-    }
-    if (interruptSignal() != 0) return interruptExitStatus();
-    if (!png) {
-        printText(peaks, height, options.fromMs, toMs);
-        return 0;
-    }
-    const std::string drawing = session.workDir() + "waveform.png";
-    if (!writeWaveformPng(drawing, peaks, height, why) || !commitOutput(drawing, target, true, why)) {
+    std::string why;
+    if (png || !data) {
+        const int width = options.width > 0 ? options.width : png ? kDefaultPngWidth : terminalColumns();
+        const int height = options.height > 0 ? options.height : png ? kDefaultPngHeight : kDefaultTextRows;
+        std::vector<int16_t> minMax(size_t(width) * 2, 0);
+        if (session.engine().getWaveformPeaks(source.id, options.fromMs, toMs, unsigned(width), minMax.data()) < 0) {
+            reportError(source.path, "the engine could not measure its peaks");
+            return 1;
+        }
         if (interruptSignal() != 0) return interruptExitStatus();
-        reportError(options.png, why);
+        if (!png) {
+            printText(minMax, height, options.style.scale, options.fromMs, toMs);
+        } else {
+            const std::string drawing = session.workDir() + outputs[0].workName;
+            if (!writeWaveformPng(drawing, minMax, height, options.fromMs, toMs, options.style, why) ||
+                !commitOutput(drawing, outputs[0].target, true, why)) {
+                ::unlink(drawing.c_str());
+                if (interruptSignal() != 0) return interruptExitStatus();
+                reportError(options.png, why);
+                return 1;
+            }
+            if (!global.quiet) {
+                std::printf("wrote %s: %dx%d, %s to %s of %s\n", options.png.c_str(), width, height,
+                            formatTimeMs(options.fromMs).c_str(), formatTimeMs(toMs).c_str(), source.path.c_str());
+            }
+        }
+    }
+    std::string failedPath;
+    if (data && !writeDataFiles(session, options, source, toMs, outputs, failedPath, why)) {
+        if (interruptSignal() != 0) return interruptExitStatus();
+        reportError(failedPath, why);
         return 1;
     }
-    if (!global.quiet) {
-        std::printf("wrote %s: %dx%d, %s to %s of %s\n", options.png.c_str(), width, height,
-                    formatTimeMs(options.fromMs).c_str(), formatTimeMs(toMs).c_str(), source.path.c_str());
+    if (data && !global.quiet) {
+        for (const std::string* path : {&options.json, &options.dat}) {
+            if (!path->empty()) {
+                std::printf("wrote %s: %s to %s of %s\n", path->c_str(), formatTimeMs(options.fromMs).c_str(),
+                            formatTimeMs(toMs).c_str(), source.path.c_str());
+            }
+        }
     }
     return 0;
 }
@@ -139,21 +298,51 @@ int runWaveform(const WaveformOptions& options, const GlobalOptions& global) {
 
 void addWaveformCommand(CLI::App& app, CommandLine& line) {
     auto options = std::make_shared<WaveformOptions>();
-    CLI::App* waveform =
-        app.add_subcommand("waveform", "Draw the waveform of an audio file in the terminal or as a PNG");
+    CLI::App* waveform = app.add_subcommand(
+        "waveform", "Draw the waveform of an audio file in the terminal or as a PNG, or write its peaks as data");
     waveform->add_option("FILE", options->file, "An audio file; - is standard input")->required();
     waveform->add_option("--from", options->from, "Start time (default 0)")->type_name("T");
     waveform->add_option("--to", options->to, "End time (default: the end)")->type_name("T");
-    waveform->add_option("--width", options->width, "Columns (default: the terminal's width; 800 for --png)")
+    waveform
+        ->add_option("--width", options->width,
+                     "Columns (default: the terminal's width; 800 for --png); with --json/--dat: at most N pixels")
         ->check(CLI::Range(1, 20000));
     waveform->add_option("--height", options->height, "Text rows (default 8), or PNG pixels (default 200)")
         ->check(CLI::Range(1, 10000));
+    waveform->add_flag("--db", options->decibels, "Logarithmic height: -60 dB at the centre line, 0 dBFS at the edge");
     waveform->add_option("--png", options->png, "Write a PNG picture to PATH instead")->type_name("PATH");
+    waveform
+        ->add_option("--colors", options->colors,
+                     "PNG colours WAVE[,BACKGROUND[,AXIS]], each #rrggbb or #rrggbbaa "
+                     "(default #2060c0,#fafafa,#606060)")
+        ->type_name("LIST");
+    waveform->add_flag("--transparent", options->transparent, "PNG background fully transparent");
+    waveform->add_option("--json", options->json, "Write the peaks as JSON waveform data to PATH")->type_name("PATH");
+    waveform->add_option("--dat", options->dat, "Write the peaks as binary waveform data to PATH")->type_name("PATH");
+    waveform->add_option("--bits", options->bits, "Data values of 8 or 16 bits (default 16)")
+        ->check(CLI::IsMember({8, 16}));
+    waveform
+        ->add_option("--pixels-per-second", options->pixelsPerSecond,
+                     "Data pixels per second of audio (default 100), instead of --width")
+        ->check(CLI::Range(1, 48000));
     waveform->footer(std::string("Times as ") + kTimeForms + ".\n" +
+                     "Each column (or data pixel) shows the lowest and the highest sample of its\n"
+                     "stretch over all channels, as they are: a signal that stays above zero is\n"
+                     "drawn above the centre line only. --db draws each sample's level in dB on\n"
+                     "its own side of the centre: from -60 dB (and below) at the centre line to\n"
+                     "0 dBFS at the edge, so quiet passages stay visible.\n"
+                     "The PNG has a time axis (m:ss, h:mm:ss past an hour) when it is at least\n"
+                     "64 pixels high.\n"
+                     "--json and --dat write waveform data version 2: one channel (all channels\n"
+                     "merged), samples_per_pixel frames per pixel from --from on, the last pixel\n"
+                     "possibly shorter; with --bits 8 each value is the 16-bit one divided by 256,\n"
+                     "rounded down. Without --png they replace the terminal drawing.\n"
                      "Examples:\n"
                      "  wavoryx waveform song.mp3\n"
-                     "  wavoryx waveform song.mp3 --from 0:30 --to 0:45 --width 60 --height 4\n"
-                     "  wavoryx waveform song.mp3 --png song.png --width 1200 --height 300");
+                     "  wavoryx waveform song.mp3 --from 0:30 --to 0:45 --width 60 --height 4 --db\n"
+                     "  wavoryx waveform song.mp3 --png song.png --width 1200 --height 300\n"
+                     "  wavoryx waveform song.mp3 --png song.png --colors '#ff8800,#202020' --transparent\n"
+                     "  wavoryx waveform song.mp3 --json song.json --dat song.dat --pixels-per-second 50 --bits 8");
     waveform->callback([options, &line] {
         checkWaveformOptions(*options);
         line.run = [options, &line] { return runWaveform(*options, line.global); };

@@ -6,7 +6,9 @@
 //  - the same list to WAV, against `cp` of a file of the same size (target:
 //    at least half of cp's throughput);
 //  - getWaveformSamples over one hour of 44.1 kHz stereo (target: less than
-//    16 MB of memory beyond what the process held before).
+//    16 MB of memory beyond what the process held before);
+//  - getWaveformPeaks over the same hour, 2000 true (min, max) pairs, and
+//    one pair per frame as the command gathers data files (5 s per call).
 // Each render also reports its peak memory beyond the process's resident
 // set before it started (target: under 30 MB).
 // Peak memory comes from VmHWM, reset through /proc/self/clear_refs before
@@ -236,14 +238,20 @@ void BM_RenderTenMinutesToWavVsCp(benchmark::State& state) {
     }
 }
 
+// The hour-long item the waveform benchmarks share, made once.
+wv::SPcmInfo* oneHourItem(Setup& s) {
+    static wv::SPcmInfo* hour = nullptr;
+    if (hour == nullptr && writeSource(s.dir + "hour.pcm", "", kOneHour)) {
+        hour = s.addItem(s.dir + "hour.pcm", kOneHour);
+    }
+    return hour;
+}
+
 void BM_WaveformSamplesOfOneHour(benchmark::State& state) {
     Setup& s = setup();
     if (!s.ready) return state.SkipWithError("source could not be made");
-    static wv::SPcmInfo* hour = nullptr;
-    if (hour == nullptr) {
-        if (!writeSource(s.dir + "hour.pcm", "", kOneHour)) return state.SkipWithError("no one-hour source");
-        hour = s.addItem(s.dir + "hour.pcm", kOneHour);
-    }
+    wv::SPcmInfo* hour = oneHourItem(s);
+    if (hour == nullptr) return state.SkipWithError("no one-hour source");
     std::vector<uint8_t> points(2000);
     for (auto _ : state) {
         const long before = residentKb();
@@ -259,9 +267,52 @@ void BM_WaveformSamplesOfOneHour(benchmark::State& state) {
     }
 }
 
+void BM_WaveformPeaksOfOneHour(benchmark::State& state) {
+    Setup& s = setup();
+    if (!s.ready) return state.SkipWithError("source could not be made");
+    wv::SPcmInfo* hour = oneHourItem(s);
+    if (hour == nullptr) return state.SkipWithError("no one-hour source");
+    std::vector<int16_t> pairs(2 * 2000);
+    for (auto _ : state) {
+        const long before = residentKb();
+        resetPeak();
+        const auto start = Clock::now();
+        const int32_t got = s.engine->getWaveformPeaks(hour->id, 0, 3600 * 1000, 2000, pairs.data());
+        const double seconds = secondsSince(start);
+        const double peakMb = (peakKb() - before) / 1024.0;
+        if (got != 2000) return state.SkipWithError("getWaveformPeaks failed");
+        state.SetIterationTime(seconds);
+        state.counters["peak_MB"] = peakMb;
+        std::printf("getWaveformPeaks of one hour, 2000 pairs: %.3f s, peak +%.1f MB\n", seconds, peakMb);
+    }
+}
+
+void BM_WaveformPeaksPerFrameOfOneHour(benchmark::State& state) {
+    Setup& s = setup();
+    if (!s.ready) return state.SkipWithError("source could not be made");
+    wv::SPcmInfo* hour = oneHourItem(s);
+    if (hour == nullptr) return state.SkipWithError("no one-hour source");
+    constexpr uint32_t kStepMs = 5000;
+    std::vector<int16_t> pairs(2 * size_t(kStepMs) * kRate / 1000);
+    for (auto _ : state) {
+        const auto start = Clock::now();
+        for (uint32_t ms = 0; ms < 3600 * 1000; ms += kStepMs) {
+            const unsigned count = kStepMs * kRate / 1000;
+            if (s.engine->getWaveformPeaks(hour->id, ms, ms + kStepMs, count, pairs.data()) != int32_t(count)) {
+                return state.SkipWithError("getWaveformPeaks failed");
+            }
+        }
+        const double seconds = secondsSince(start);
+        state.SetIterationTime(seconds);
+        std::printf("getWaveformPeaks of one hour, one pair per frame: %.2f s\n", seconds);
+    }
+}
+
 BENCHMARK(BM_RenderTenMinutesToMp3VsLame)->Unit(benchmark::kSecond)->Iterations(1)->UseManualTime();
 BENCHMARK(BM_RenderTenMinutesToWavVsCp)->Unit(benchmark::kMillisecond)->Iterations(5)->UseManualTime();
 BENCHMARK(BM_WaveformSamplesOfOneHour)->Unit(benchmark::kMillisecond)->Iterations(2)->UseManualTime();
+BENCHMARK(BM_WaveformPeaksOfOneHour)->Unit(benchmark::kMillisecond)->Iterations(3)->UseManualTime();
+BENCHMARK(BM_WaveformPeaksPerFrameOfOneHour)->Unit(benchmark::kMillisecond)->Iterations(1)->UseManualTime();
 
 }  // namespace
 

@@ -234,6 +234,29 @@ public:
     /* `count` 8-bit peaks of [startMs, endMs) into `buffer`. */
     int32_t getWaveformSamples(int id, unsigned int startMs, unsigned int endMs, unsigned int count,
                                void* buffer);
+    /* True minimum and maximum of [startMs, endMs), for drawing: `count`
+     * pairs into minMax (2 x count values), minMax[2i] the smallest and
+     * minMax[2i + 1] the largest 16-bit sample of bin i over all channels,
+     * as stored (a positive-only signal keeps a positive minimum).
+     * Milliseconds become frames as ms x rate / 1000 (integers), cut at the
+     * item's length (the expected length of an item still loading); a clip
+     * list's time runs through its clips one after the other, each lasting
+     * its frames / its source's rate, exactly. With start and end those
+     * frames and n = end - start, bin i covers frames [start + i x n /
+     * count, start + (i + 1) x n / count), integer division in 64 bits, so
+     * every frame is in exactly one bin. When count > n some bins hold no
+     * frame: they give (0, 0), as do bins whose frames an item still
+     * loading has not produced yet. A list's frames are its clips' frames
+     * one after the other, each in its source's own rate and channels,
+     * unconverted: the extremes are the sources' own samples. Reads the
+     * PCM files once from start to end, 64 KB at a time, on the calling
+     * thread: an hour of 44.1 kHz stereo (635 MB in the page cache) takes
+     * about 0.12 s of CPU, no memory beyond 64 KB. Returns count;
+     * WV_ERR_NO_ITEM; WV_ERR_OUT_OF_RANGE for an empty range (a start at or
+     * past the end, an item with no frames yet), count 0 or a NULL minMax;
+     * WV_ERR_NO_MEMORY. */
+    int32_t getWaveformPeaks(int id, unsigned int startMs, unsigned int endMs, unsigned int count,
+                             int16_t* minMax);
 
     /* A new empty clip list; returns its id. */
     int32_t newClipList();

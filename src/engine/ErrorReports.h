@@ -41,6 +41,7 @@ enum class Report : int {
     kSetListCrossfade,
     kSetListGain,
     kSetListLoudness,
+    kGetWaveformPeaks,
     kCount
 };
 
@@ -102,6 +103,8 @@ inline constexpr ReportSite kReportSites[] = {
     {Report::kSetListGain, 0, 0, 0, "int32_t WavoryxPriv::setListGain(uint32_t, int32_t)"},
     {Report::kSetListLoudness, 0, 0, 0,
      "int32_t WavoryxPriv::setListLoudness(uint32_t, int32_t, int32_t)"},
+    {Report::kGetWaveformPeaks, 0, 0, 0,
+     "int32_t WavoryxPriv::getWaveformPeaks(pcm_id_t, duration_t, duration_t, uint32_t, int16_t*)"},
 };
 
 constexpr bool reportSitesInOrder() {

@@ -1,13 +1,17 @@
 // The engine's waveform sampling: peaks of any range of any item, for
-// drawing.
+// drawing, as 8-bit levels (getWaveformSamples) or true minimum and maximum
+// pairs (getWaveformPeaks).
 #define WV_LOG_TAG "WavoryxPriv"
 #include <algorithm>
+#include <cstdint>
 #include <cstring>
 #include <memory>
 #include <new>
 
+#include "dsp/PeakBinner.h"
 #include "dsp/WaveformData.h"
 #include "engine/WavoryxPriv.h"
+#include "items/PcmClipList.h"
 #include "items/PcmInfoReader.h"
 
 using namespace wv;
@@ -51,5 +55,125 @@ int32_t WavoryxPriv::getWaveformSamples(pcm_id_t id, duration_t startMs, duratio
         fed += bytes;
     }
     reducer.feedSilence((wholeBytes - fed) / 2);
+    return static_cast<int32_t>(count);
+}
+
+namespace {
+// Each read moves 64 KB: large enough that an hour costs few system calls,
+// small enough to stay in the cache while its extremes are taken.
+constexpr uint32_t kPeakReadBytes = 65536;
+
+// The frames of [start, start + frames) of `item` that count: those present
+// or still to come (an item being decoded counts its expected length), so
+// that a drawing made while loading has its final time axis.
+uint32_t countedFrames(SPcmInfo* item, uint32_t start, uint32_t end) {
+    uint32_t length = 0;
+    item->availableFrames(length, start, end, true);
+    return length;
+}
+
+// A time as an exact fraction of seconds: a list whose clips have different
+// rates adds up their durations (frames / rate) without rounding, so a
+// list of one rate turns ms into frames as an item does (ms x rate / 1000).
+struct ExactTime {
+    unsigned __int128 num;
+    unsigned __int128 den;
+};
+
+unsigned __int128 greatestDivisor(unsigned __int128 a, unsigned __int128 b) {
+    while (b != 0) {
+        const unsigned __int128 rest = a % b;
+        a = b;
+        b = rest;
+    }
+    return a;
+}
+
+// Walks [start, end) of `item` (clip by clip for a list) until `time` has
+// passed: true with the frame reached added to *frame; false when the range
+// is shorter, with all its frames added and its duration taken from `time`.
+bool frameAtTime(SPcmInfo* item, uint32_t start, uint32_t end, ExactTime& time, uint64_t* frame) {
+    if (item->status.load() == CLIP_LIST) {
+        if (!item->clipList) return false;
+        PcmClipList clips;
+        uint32_t available = 0;
+        item->clipList->getListBetweenFrame(clips, available, start, end, true);
+        for (const PcmClip& clip : clips.clips()) {
+            const uint32_t length = countedFrames(clip.source, clip.start, clip.end);
+            if (frameAtTime(clip.source, clip.start, clip.start + length, time, frame)) return true;
+        }
+        return false;
+    }
+    const unsigned __int128 rate = static_cast<uint32_t>(item->sampleRate.load());
+    const uint32_t length = countedFrames(item, start, end);
+    if (rate == 0) return false;
+    const unsigned __int128 reached = time.num * rate / time.den;
+    if (reached < length) {
+        *frame += static_cast<uint64_t>(reached);
+        return true;
+    }
+    *frame += length;
+    time.num = time.num * rate - length * time.den;
+    time.den *= rate;
+    const unsigned __int128 divisor = greatestDivisor(time.num, time.den);
+    time.num /= divisor;
+    time.den /= divisor;
+    return false;
+}
+
+uint32_t frameAtMs(SPcmInfo* item, uint32_t ms) {
+    ExactTime time{ms, 1000};
+    uint64_t frame = 0;
+    frameAtTime(item, 0, PcmInfoReader::kToEnd, time, &frame);
+    return static_cast<uint32_t>(std::min<uint64_t>(frame, UINT32_MAX));
+}
+
+// Feeds frames [start, start + frames) of `item` to the binner, each source
+// in its own rate and channels, then moves the binner to the frame after
+// them whether or not all could be read (frames not decoded yet, a file
+// that cannot be opened).
+void scanPeaks(SPcmInfo* item, uint32_t start, uint32_t frames, PeakBinner& binner, char* block) {
+    const uint64_t after = binner.position() + frames;
+    if (item->status.load() == CLIP_LIST) {
+        if (!item->clipList) return;
+        PcmClipList clips;
+        uint32_t available = 0;
+        item->clipList->getListBetweenFrame(clips, available, start, start + frames, true);
+        for (const PcmClip& clip : clips.clips()) {
+            const uint32_t length = countedFrames(clip.source, clip.start, clip.end);
+            scanPeaks(clip.source, clip.start, length, binner, block);
+        }
+    } else {
+        const int32_t channels = item->channelCount.load();
+        PcmInfoReader reader(item);
+        reader.setOutputFormat(item->sampleRate.load(), channels);
+        reader.setPosition(start, start + frames);
+        while (channels > 0) {
+            const int32_t got = reader.read(block, kPeakReadBytes);
+            if (got <= 0) break;
+            binner.feed(reinterpret_cast<const int16_t*>(block), uint32_t(got), uint32_t(channels));
+            if (reader.endState() != PcmInfoReader::MORE) break;
+        }
+    }
+    binner.skipTo(after);
+}
+}  // namespace
+
+int32_t WavoryxPriv::getWaveformPeaks(pcm_id_t id, duration_t startMs, duration_t endMs,
+                                      uint32_t count, int16_t* minMax) {
+    ItemHold hold(this, id);
+    SPcmInfo* item = holdItem(hold, id, Report::kGetWaveformPeaks);
+    if (item == nullptr) return WV_ERR_NO_ITEM;
+    // Clips added in ms count in frames once their sources have a length;
+    // a list not rendered yet has not had them converted.
+    if (item->status.load() == CLIP_LIST && item->clipList) item->clipList->isPcmReady();
+    const uint32_t startFrame = frameAtMs(item, startMs);
+    const uint32_t endFrame = frameAtMs(item, endMs);
+    if (startFrame >= endFrame || count == 0 || minMax == nullptr) return WV_ERR_OUT_OF_RANGE;
+
+    std::unique_ptr<char[]> block(new (std::nothrow) char[kPeakReadBytes]);
+    if (!block) return WV_ERR_NO_MEMORY;
+    PeakBinner binner(minMax, count, endFrame - startFrame);
+    scanPeaks(item, startFrame, endFrame - startFrame, binner, block.get());
     return static_cast<int32_t>(count);
 }

@@ -86,6 +86,8 @@ public:
     int32_t measureLoudness(uint32_t id);  // LoudnessOps.cpp
     int32_t getWaveformSamples(wv::pcm_id_t id, wv::duration_t startMs, wv::duration_t endMs,
                                uint32_t count, void* buffer);
+    int32_t getWaveformPeaks(wv::pcm_id_t id, wv::duration_t startMs, wv::duration_t endMs,
+                             uint32_t count, int16_t* minMax);
 
     // Playback (PlayOps.cpp; the player is in src/play).
     int32_t playStart(wv::pcm_id_t id);

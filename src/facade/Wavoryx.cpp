@@ -67,6 +67,10 @@ int32_t Wavoryx::getWaveformSamples(int id, unsigned int startMs, unsigned int e
                                     unsigned int count, void* buffer) {
     return mPriv->getWaveformSamples(static_cast<uint32_t>(id), startMs, endMs, count, buffer);
 }
+int32_t Wavoryx::getWaveformPeaks(int id, unsigned int startMs, unsigned int endMs,
+                                  unsigned int count, int16_t* minMax) {
+    return mPriv->getWaveformPeaks(static_cast<uint32_t>(id), startMs, endMs, count, minMax);
+}
 
 int32_t Wavoryx::newClipList() { return mPriv->newClipList(); }
 int32_t Wavoryx::addClip(int listId, int pcmId, unsigned int startFrame, unsigned int endFrame) {

@@ -1,0 +1,107 @@
+#include "WaveformFiles.h"
+
+#include <fcntl.h>
+#include <unistd.h>
+
+#include <algorithm>
+#include <cerrno>
+#include <cstring>
+
+namespace wvcli {
+namespace {
+
+constexpr int32_t kVersion = 2;
+constexpr uint32_t kEightBitFlag = 1;
+
+void putLittle32(std::string& out, uint32_t value) {
+    for (int shift = 0; shift < 32; shift += 8) out += char((value >> shift) & 0xFF);
+}
+
+int valueAt(const PeakData& data, size_t i) { return data.bits == 8 ? data.minMax[i] >> 8 : data.minMax[i]; }
+
+}  // namespace
+
+std::string datBytes(const PeakData& data) {
+    std::string out;
+    const uint32_t pixels = uint32_t(data.minMax.size() / 2);
+    putLittle32(out, uint32_t(kVersion));
+    putLittle32(out, data.bits == 8 ? kEightBitFlag : 0);
+    putLittle32(out, uint32_t(data.sampleRate));
+    putLittle32(out, uint32_t(data.samplesPerPixel));
+    putLittle32(out, pixels);
+    putLittle32(out, 1);  // channels
+    out.reserve(out.size() + data.minMax.size() * size_t(data.bits / 8));
+    for (size_t i = 0; i < size_t(pixels) * 2; ++i) {
+        const uint16_t value = uint16_t(valueAt(data, i));
+        out += char(value & 0xFF);
+        if (data.bits == 16) out += char(value >> 8);
+    }
+    return out;
+}
+
+std::string jsonText(const PeakData& data) {
+    const size_t pixels = data.minMax.size() / 2;
+    std::string out = "{\"version\":" + std::to_string(kVersion) +
+                      ",\"channels\":1,\"sample_rate\":" + std::to_string(data.sampleRate) +
+                      ",\"samples_per_pixel\":" + std::to_string(data.samplesPerPixel) +
+                      ",\"bits\":" + std::to_string(data.bits) + ",\"length\":" + std::to_string(pixels) +
+                      ",\"data\":[";
+    for (size_t i = 0; i < pixels * 2; ++i) {
+        if (i > 0) out += ',';
+        out += std::to_string(valueAt(data, i));
+    }
+    out += "]}\n";
+    return out;
+}
+
+void PixelGatherer::add(const int16_t* frameMinMax, size_t frames) {
+    for (size_t f = 0; f < frames; ++f) {
+        const int16_t lowest = frameMinMax[2 * f], highest = frameMinMax[2 * f + 1];
+        mLowest = mInPixel == 0 ? lowest : std::min(mLowest, lowest);
+        mHighest = mInPixel == 0 ? highest : std::max(mHighest, highest);
+        if (++mInPixel == mSamplesPerPixel) {
+            mPixels.push_back(mLowest);
+            mPixels.push_back(mHighest);
+            mInPixel = 0;
+        }
+    }
+}
+
+void PixelGatherer::addPixels(const int16_t* pixelMinMax, size_t pixels) {
+    mPixels.insert(mPixels.end(), pixelMinMax, pixelMinMax + 2 * pixels);
+}
+
+std::vector<int16_t> PixelGatherer::finish() {
+    if (mInPixel > 0) {
+        mPixels.push_back(mLowest);
+        mPixels.push_back(mHighest);
+        mInPixel = 0;
+    }
+    return std::move(mPixels);
+}
+
+bool writeNewFile(const std::string& path, const std::string& contents, std::string& why) {
+    const int fd = ::open(path.c_str(), O_WRONLY | O_CREAT | O_EXCL | O_CLOEXEC, 0600);
+    if (fd < 0) {
+        why = std::string("cannot write (") + std::strerror(errno) + ")";
+        return false;
+    }
+    size_t done = 0;
+    int error = 0;
+    while (done < contents.size()) {
+        const ssize_t wrote = ::write(fd, contents.data() + done, contents.size() - done);
+        if (wrote < 0 && errno == EINTR) continue;
+        if (wrote <= 0) {
+            error = wrote < 0 ? errno : ENOSPC;  // no progress: the storage is full
+            break;
+        }
+        done += size_t(wrote);
+    }
+    if (::close(fd) != 0 && error == 0) error = errno;
+    if (error == 0) return true;
+    why = error == ENOSPC ? "storage full" : std::string("write error (") + std::strerror(error) + ")";
+    ::unlink(path.c_str());
+    return false;
+}
+
+}  // namespace wvcli

@@ -1,0 +1,61 @@
+// Waveform data files for web players and other tools: the binary (.dat)
+// and JSON layouts of waveform data version 2, one channel (the minimum and
+// maximum over all of the audio's channels).
+//
+// Binary, little-endian: int32 version (2), uint32 flags (bit 0 set for
+// 8-bit values), int32 sample rate (Hz), int32 samples per pixel (frames),
+// uint32 length (pixels), int32 channels (1); then per pixel the minimum and
+// the maximum, as int8 or int16. JSON: an object with "version",
+// "channels", "sample_rate", "samples_per_pixel", "bits", "length" and
+// "data", the pairs flattened: [min0, max0, min1, max1, ...].
+//
+// 8-bit values are the 16-bit ones shifted right by 8 (rounded down:
+// -32768 is -128, 32767 is 127).
+#ifndef WAVORYX_CLI_WAVEFORMFILES_H
+#define WAVORYX_CLI_WAVEFORMFILES_H
+
+#include <cstdint>
+#include <string>
+#include <vector>
+
+namespace wvcli {
+
+struct PeakData {
+    int32_t sampleRate = 0;
+    int32_t samplesPerPixel = 0;
+    int bits = 16;                // 8 or 16
+    std::vector<int16_t> minMax;  // one (min, max) pair per pixel
+};
+
+std::string datBytes(const PeakData& data);
+std::string jsonText(const PeakData& data);
+
+// Groups pairs of one frame each (what getWaveformPeaks gives with one bin
+// per frame) into pixels of `samplesPerPixel` frames from the first frame
+// on; the last pixel may hold fewer.
+class PixelGatherer {
+public:
+    explicit PixelGatherer(uint32_t samplesPerPixel) : mSamplesPerPixel(samplesPerPixel) {}
+    void add(const int16_t* frameMinMax, size_t frames);
+    // Whole pixels' pairs as they are; only between pixels (after whole
+    // pixels' worth of frames).
+    void addPixels(const int16_t* pixelMinMax, size_t pixels);
+    // The pixels, with a partial last one.
+    std::vector<int16_t> finish();
+
+private:
+    uint32_t mSamplesPerPixel;
+    uint32_t mInPixel = 0;  // frames in the pixel being gathered
+    int16_t mLowest = 0;
+    int16_t mHighest = 0;
+    std::vector<int16_t> mPixels;
+};
+
+// Writes `contents` to a new file at `path` (an existing one is refused);
+// false with `why` on any error, storage full included, the partial file
+// removed.
+bool writeNewFile(const std::string& path, const std::string& contents, std::string& why);
+
+}  // namespace wvcli
+
+#endif
