@@ -38,6 +38,7 @@
 #include "Jobs.h"
 #include "Keyboard.h"
 #include "LiveLine.h"
+#include "OptionChecks.h"
 #include "OutputFile.h"
 #include "Session.h"
 #include "TimeSpec.h"
@@ -92,8 +93,9 @@ void checkRecordOptions(RecordOptions& options) {
         // meant ("2" is 2 ms, as everywhere in this command).
         if (options.durationMs < kShortestDurationMs) {
             throw CLI::ValidationError("--duration", "'" + options.duration + "' is " +
-                                                         std::to_string(options.durationMs) +
-                                                         " ms, too short to record; seconds are written 2.0 or 0:02");
+                                                         std::to_string(options.durationMs) + " ms: use at least " +
+                                                         formatTimeMs(kShortestDurationMs) +
+                                                         "; seconds are written 2.0 or 0:02");
         }
     }
     settleEncoding(options.encoding, options.output);
@@ -386,11 +388,12 @@ void addRecordCommand(CLI::App& app, CommandLine& line) {
     CLI::App* record = app.add_subcommand(
         "record", "Record the audio input to an audio file (WAV, MP3, FLAC, Opus, AAC, Vorbis), with a level meter");
     record->add_option("-o,--output", options->output, "The file to write")->required()->type_name("OUT");
-    record->add_option("--rate", options->rate, "Sample rate in Hz (default 44100)")->check(CLI::Range(1000, 192000));
-    record->add_option("--channels", options->channels, "1 or 2 (default 1)")->check(CLI::Range(1, 2));
+    record->add_option("--rate", options->rate, "Sample rate in Hz (default 44100)")
+        ->check(wholeNumberIn(1000, 192000));
+    record->add_option("--channels", options->channels, "1 or 2 (default 1)")->check(wholeNumberIn(1, 2));
     addEncodingOptions(record, options->encoding);
     record->add_option("--effect", options->effect, "Voice effect: none, male, female, female-high or robot")
-        ->check(CLI::IsMember({"none", "male", "female", "female-high", "robot"}));
+        ->check(oneOf({"none", "male", "female", "female-high", "robot"}));
     record
         ->add_option("--duration", options->duration,
                      "Stop after this much recorded audio, at least 0.1 s (pauses do not count)")

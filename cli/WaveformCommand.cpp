@@ -17,6 +17,7 @@
 #include "Commands.h"
 #include "Interrupt.h"
 #include "Jobs.h"
+#include "OptionChecks.h"
 #include "OutputFile.h"
 #include "TimeSpec.h"
 #include "WaveformPicture.h"
@@ -56,7 +57,8 @@ void checkWaveformOptions(WaveformOptions& options) {
     options.hasTo = !options.to.empty();
     if (options.hasTo && !parseTimeMs(options.to, options.toMs, why)) throw CLI::ValidationError("--to", why);
     if (options.hasTo && options.toMs <= options.fromMs) {
-        throw CLI::ValidationError("--to", "must be after --from");
+        throw CLI::ValidationError("--to", "'" + options.to + "' is not after --from (" + formatTimeMs(options.fromMs) +
+                                               "): use a later time");
     }
 }
 
@@ -143,9 +145,9 @@ void addWaveformCommand(CLI::App& app, CommandLine& line) {
     waveform->add_option("--from", options->from, "Start time (default 0)")->type_name("T");
     waveform->add_option("--to", options->to, "End time (default: the end)")->type_name("T");
     waveform->add_option("--width", options->width, "Columns (default: the terminal's width; 800 for --png)")
-        ->check(CLI::Range(1, 20000));
+        ->check(wholeNumberIn(1, 20000));
     waveform->add_option("--height", options->height, "Text rows (default 8), or PNG pixels (default 200)")
-        ->check(CLI::Range(1, 10000));
+        ->check(wholeNumberIn(1, 10000));
     waveform->add_option("--png", options->png, "Write a PNG picture to PATH instead")->type_name("PATH");
     waveform->footer(
         "Times as ms (1500), seconds (1.5) or m:ss.fff (0:01.5).\n"

@@ -8,6 +8,7 @@
 
 #include "Commands.h"
 #include "Interrupt.h"
+#include "UsageErrors.h"
 
 namespace {
 
@@ -21,18 +22,6 @@ public:
         return CLI::Formatter::make_usage(app, name);
     }
 };
-
-// The innermost subcommand the command line reached, for its usage text.
-const CLI::App* chosenCommand(const CLI::App& app) {
-    const CLI::App* chosen = &app;
-    for (const CLI::App* sub : app.get_subcommands()) chosen = sub;
-    return chosen;
-}
-
-int usageError(const CLI::App& app, const CLI::ParseError& error) {
-    std::fprintf(stderr, "wavoryx: %s\n\n%s", error.what(), chosenCommand(app)->help().c_str());
-    return kUsageStatus;
-}
 
 }  // namespace
 
@@ -67,7 +56,7 @@ int main(int argc, char** argv) {
         app.parse(argc, argv);
     } catch (const CLI::ParseError& error) {
         if (error.get_exit_code() == 0) return app.exit(error);  // --help, --version
-        return usageError(app, error);
+        return wvcli::reportUsageError(app, error);
     }
     if (!line.run) return kUsageStatus;
     wvcli::installInterruptHandlers();
