@@ -6,8 +6,10 @@
 
 #include <CLI/CLI.hpp>
 
+#include "CommandDocs.h"
 #include "Commands.h"
 #include "Interrupt.h"
+#include "Session.h"
 #include "UsageErrors.h"
 
 namespace {
@@ -51,6 +53,15 @@ int main(int argc, char** argv) {
     wvcli::addWaveformCommand(app, line);
     wvcli::addPlayCommand(app, line);
     wvcli::addRecordCommand(app, line);
+
+    // Run by the build: the manual and completions, from the options above.
+    if (argc == 3 && std::string(argv[1]) == "--write-docs") {
+        std::string failed;
+        std::string why;
+        if (wvcli::writeDocs(wvcli::describeProgram(app, WAVORYX_CLI_VERSION), argv[2], failed, why)) return 0;
+        wvcli::reportError(failed, why);
+        return 1;
+    }
 
     try {
         app.parse(argc, argv);
