@@ -81,12 +81,13 @@ std::string bashCommandBody(const CommandDoc& command, const CommandDoc& program
     return body;
 }
 
-// zsh: the explanation inside [...], with \, [ and ] escaped.
+// zsh: the explanation inside [...]. Brackets become parentheses, as a
+// bracket would end it early; the rest is shown as written.
 std::string zshExplanation(const std::string& text) {
-    std::string out;
-    for (char c : text) {
-        if (c == '\\' || c == '[' || c == ']' || c == ':') out += '\\';
-        out += c;
+    std::string out = text;
+    for (char& c : out) {
+        if (c == '[') c = '(';
+        if (c == ']') c = ')';
     }
     return out;
 }
@@ -98,10 +99,19 @@ std::string zshAction(const OptionDoc& option) {
     return " ";
 }
 
-// One _arguments spec per name of every option, each quoted for zsh.
-std::string zshOptionSpecs(const CommandDoc& command, const char* indent) {
+bool hasName(const CommandDoc& command, const std::string& name) {
+    for (const OptionDoc& option : command.options) {
+        if (std::find(option.names.begin(), option.names.end(), name) != option.names.end()) return true;
+    }
+    return false;
+}
+
+// One _arguments spec per name of every option, each quoted for zsh; those
+// `given` already has are left out, as _arguments refuses an option twice.
+std::string zshOptionSpecs(const CommandDoc& command, const CommandDoc* given, const char* indent) {
     std::string specs;
     for (const OptionDoc& option : command.options) {
+        if (given != nullptr && hasName(*given, option.names.front())) continue;
         const std::string exclusions = "(" + joinedNames(option.names, " ") + ")";
         for (const std::string& name : option.names) {
             std::string spec = exclusions + name;
@@ -197,7 +207,7 @@ std::string zshCompletion(const ProgramDoc& doc) {
         "    typeset -A opt_args\n"
         "    local -a globals\n"
         "    globals=(\n" +
-        zshOptionSpecs(doc.program, "        ") +
+        zshOptionSpecs(doc.program, nullptr, "        ") +
         "    )\n"
         "    _arguments -C $globals \\\n"
         "        ':command:->command' \\\n"
@@ -218,7 +228,8 @@ std::string zshCompletion(const ProgramDoc& doc) {
         "        case $words[1] in\n";
     for (const CommandDoc& command : doc.commands) {
         script += "        " + command.name + ")\n            _arguments $globals \\\n" +
-                  zshOptionSpecs(command, "                ") + "                && return 0\n            ;;\n";
+                  zshOptionSpecs(command, &doc.program, "                ") +
+                  "                && return 0\n            ;;\n";
     }
     script +=
         "        esac\n"
