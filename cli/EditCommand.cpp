@@ -9,7 +9,6 @@
 #include <cstdint>
 #include <cstdio>
 #include <cstdlib>
-#include <map>
 #include <memory>
 #include <string>
 #include <vector>
@@ -23,6 +22,7 @@
 #include "FileKind.h"
 #include "Interrupt.h"
 #include "Jobs.h"
+#include "OptionChecks.h"
 #include "OutputFile.h"
 #include "Progress.h"
 #include "Session.h"
@@ -286,14 +286,13 @@ void addEditCommand(CLI::App& app, CommandLine& line) {
     edit->add_option("--rate", options->rate,
                      "Sample rate in Hz (default: the highest of the sources'); with --resample linear, above a "
                      "quarter of every source's")
-        ->check(CLI::Range(1000, 192000));
-    const std::map<std::string, int> converters = {{"linear", 0}, {"high", 1}, {"best", 2}};
+        ->check(wholeNumberIn(1000, 192000));
     edit->add_option("--resample", options->resample,
                      "Converter for sources at another rate: high (default; no aliasing, exact length), best "
                      "(finer still, slower) or linear (fastest; aliases, one frame more per range)")
-        ->transform(CLI::CheckedTransformer(converters, CLI::ignore_case))
-        ->type_name("linear|high|best");
-    edit->add_option("--channels", options->channels, "1 or 2 (default: the sources')")->check(CLI::Range(1, 2));
+        ->transform(indexOf({"linear", "high", "best"}))
+        ->type_name("NAME");
+    edit->add_option("--channels", options->channels, "1 or 2 (default: the sources')")->check(wholeNumberIn(1, 2));
     addEncodingOptions(edit, options->encoding);
     edit->footer(
         "The same file may appear in several ranges; it is loaded once.\n"

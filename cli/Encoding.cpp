@@ -2,6 +2,8 @@
 
 #include <cctype>
 
+#include "OptionChecks.h"
+
 namespace wvcli {
 namespace {
 
@@ -30,15 +32,15 @@ void addEncodingOptions(CLI::App* command, EncodingChoice& choice) {
         ->add_option("--format", choice.format,
                      "wav, mp3, flac, opus, m4a (AAC) or ogg (Vorbis) (default: from the "
                      "extension of OUT)")
-        ->check(CLI::IsMember({"wav", "mp3", "flac", "opus", "m4a", "ogg"}));
+        ->check(oneOf({"wav", "mp3", "flac", "opus", "m4a", "ogg"}));
     command
         ->add_option("--bitrate", choice.bitrate,
                      "Bit rate in kbit/s of MP3 (default 320), Opus (128), AAC (192) and Vorbis (192)")
-        ->check(CLI::Range(8, 512));
+        ->check(wholeNumberIn(8, 512));
     command->add_option("--quality", choice.quality, "MP3 encoder quality, 0 (best, slowest) to 9 (default 5)")
-        ->check(CLI::Range(0, 9));
+        ->check(wholeNumberIn(0, 9));
     command->add_option("--vbr", choice.vbr, "MP3 variable bit rate at level 1 (best) to 9, instead of --bitrate")
-        ->check(CLI::Range(1, 9))
+        ->check(wholeNumberIn(1, 9))
         ->type_name("N");
     command->add_flag("--joint,!--no-joint", choice.joint,
                       "MP3 stereo as joint stereo (the default) or as two separate channels");
@@ -57,10 +59,12 @@ void settleEncoding(EncodingChoice& choice, const std::string& output) {
         choice.type = k.type;
         // The encoders would clamp these silently.
         if (k.type == ENCODE_MP3 && choice.bitrate > 320) {
-            throw CLI::ValidationError("--bitrate", "MP3 bit rates go up to 320 kbit/s");
+            throw CLI::ValidationError("--bitrate",
+                                       std::to_string(choice.bitrate) + " is out of range for MP3: use 8 to 320");
         }
         if (k.type == ENCODE_OPUS && choice.bitrate > 510) {
-            throw CLI::ValidationError("--bitrate", "Opus bit rates go up to 510 kbit/s");
+            throw CLI::ValidationError("--bitrate",
+                                       std::to_string(choice.bitrate) + " is out of range for Opus: use 8 to 510");
         }
         return;
     }

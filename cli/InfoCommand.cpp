@@ -286,7 +286,8 @@ void addInfoCommand(CLI::App& app, CommandLine& line) {
     info->add_option("FILE", options->files, "Audio files (any format the engine loads); - is standard input")
         ->required();
     info->add_flag("--json", options->json, "Print a JSON array, one object per file loaded");
-    info->add_flag("--exact", options->exact, "Decode each file whole and count its frames (and tell a file that ends early)");
+    info->add_flag("--exact", options->exact,
+                   "Decode each file whole and count its frames (and tell a file that ends early)");
     info->add_flag("--loudness", options->loudness,
                    "Decode each file whole and measure its integrated loudness (LUFS), loudness range (LU) and "
                    "true peak (dBTP), after ITU-R BS.1770 / EBU R128");

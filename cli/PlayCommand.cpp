@@ -33,6 +33,7 @@
 #include "Jobs.h"
 #include "Keyboard.h"
 #include "LiveLine.h"
+#include "OptionChecks.h"
 #include "OutputFile.h"
 #include "PlayKeys.h"
 #include "Progress.h"
@@ -61,14 +62,16 @@ struct PlayOptions {
     uint32_t seekMs = 0;
 };
 
+std::vector<WholeRange> playableSpeeds() { return {{-kMaxPlaySpeed, -1}, {1, kMaxPlaySpeed}}; }
+
 void checkPlayOptions(PlayOptions& options) {
     std::string why;
     if (!options.seek.empty() && !parseTimeMs(options.seek, options.seekMs, why)) {
         throw CLI::ValidationError("--seek", why);
     }
     if (!isPlayableSpeed(options.speed)) {
-        throw CLI::ValidationError("--speed", "must be a whole number from -" + std::to_string(kMaxPlaySpeed) + " to " +
-                                                  std::to_string(kMaxPlaySpeed) + ", not 0");
+        throw CLI::ValidationError(
+            "--speed", std::to_string(options.speed) + " is out of range: use " + describeRanges(playableSpeeds()));
     }
 }
 
@@ -321,6 +324,7 @@ void addPlayCommand(CLI::App& app, CommandLine& line) {
     play->add_option("--seek", options->seek, "Start at this time (default 0, or the end for backwards play)")
         ->type_name("T");
     play->add_option("--speed", options->speed, "Whole-number speed, 1 to 4; negative plays backwards (default 1)")
+        ->check(wholeNumberIn(playableSpeeds()))
         ->type_name("N");
     play->footer(
         "Keys (when standard input is a terminal): space pause/resume, left/right seek 5 s,\n"

@@ -39,6 +39,7 @@
 #include "Jobs.h"
 #include "Keyboard.h"
 #include "LiveLine.h"
+#include "OptionChecks.h"
 #include "OutputFile.h"
 #include "Session.h"
 #include "TimeSpec.h"
@@ -91,9 +92,9 @@ void checkRecordOptions(RecordOptions& options) {
         if (!parseTimeMs(options.duration, options.durationMs, why)) throw CLI::ValidationError("--duration", why);
         // Shorter than a few captured buffers: nothing worth keeping.
         if (options.durationMs < kShortestDurationMs) {
-            throw CLI::ValidationError(
-                "--duration", "'" + options.duration + "' is " + std::to_string(options.durationMs) +
-                                  " ms, too short to record (at least " + std::to_string(kShortestDurationMs) + " ms)");
+            throw CLI::ValidationError("--duration", "'" + options.duration + "' is " +
+                                                         std::to_string(options.durationMs) + " ms: use at least " +
+                                                         formatTimeMs(kShortestDurationMs));
         }
     }
     settleEncoding(options.encoding, options.output);
@@ -395,11 +396,12 @@ void addRecordCommand(CLI::App& app, CommandLine& line) {
     record->add_option("-o,--output", options->output, "The file to write; - is standard output (give --format)")
         ->required()
         ->type_name("OUT");
-    record->add_option("--rate", options->rate, "Sample rate in Hz (default 44100)")->check(CLI::Range(1000, 192000));
-    record->add_option("--channels", options->channels, "1 or 2 (default 1)")->check(CLI::Range(1, 2));
+    record->add_option("--rate", options->rate, "Sample rate in Hz (default 44100)")
+        ->check(wholeNumberIn(1000, 192000));
+    record->add_option("--channels", options->channels, "1 or 2 (default 1)")->check(wholeNumberIn(1, 2));
     addEncodingOptions(record, options->encoding);
     record->add_option("--effect", options->effect, "Voice effect: none, male, female, female-high or robot")
-        ->check(CLI::IsMember({"none", "male", "female", "female-high", "robot"}));
+        ->check(oneOf({"none", "male", "female", "female-high", "robot"}));
     record
         ->add_option("--duration", options->duration,
                      "Stop after this much recorded audio, at least 0.1 s (pauses do not count)")

@@ -21,6 +21,7 @@
 #include "Commands.h"
 #include "Interrupt.h"
 #include "Jobs.h"
+#include "OptionChecks.h"
 #include "OutputFile.h"
 #include "StandardInput.h"
 #include "TimeSpec.h"
@@ -85,7 +86,8 @@ void checkWaveformOptions(WaveformOptions& options) {
     options.hasTo = !options.to.empty();
     if (options.hasTo && !parseTimeMs(options.to, options.toMs, why)) throw CLI::ValidationError("--to", why);
     if (options.hasTo && options.toMs <= options.fromMs) {
-        throw CLI::ValidationError("--to", "must be after --from");
+        throw CLI::ValidationError("--to", "'" + options.to + "' is not after --from (" + formatTimeMs(options.fromMs) +
+                                               "): use a later time");
     }
     const bool data = !options.json.empty() || !options.dat.empty();
     if (options.pixelsPerSecond > 0 && !data) {
@@ -306,9 +308,9 @@ void addWaveformCommand(CLI::App& app, CommandLine& line) {
     waveform
         ->add_option("--width", options->width,
                      "Columns (default: the terminal's width; 800 for --png); with --json/--dat: at most N pixels")
-        ->check(CLI::Range(1, 20000));
+        ->check(wholeNumberIn(1, 20000));
     waveform->add_option("--height", options->height, "Text rows (default 8), or PNG pixels (default 200)")
-        ->check(CLI::Range(1, 10000));
+        ->check(wholeNumberIn(1, 10000));
     waveform->add_flag("--db", options->decibels, "Logarithmic height: -60 dB at the centre line, 0 dBFS at the edge");
     waveform->add_option("--png", options->png, "Write a PNG picture to PATH instead")->type_name("PATH");
     waveform
@@ -320,11 +322,11 @@ void addWaveformCommand(CLI::App& app, CommandLine& line) {
     waveform->add_option("--json", options->json, "Write the peaks as JSON waveform data to PATH")->type_name("PATH");
     waveform->add_option("--dat", options->dat, "Write the peaks as binary waveform data to PATH")->type_name("PATH");
     waveform->add_option("--bits", options->bits, "Data values of 8 or 16 bits (default 16)")
-        ->check(CLI::IsMember({8, 16}));
+        ->check(oneOf({"8", "16"}));
     waveform
         ->add_option("--pixels-per-second", options->pixelsPerSecond,
                      "Data pixels per second of audio (default 100), instead of --width")
-        ->check(CLI::Range(1, 48000));
+        ->check(wholeNumberIn(1, 48000));
     waveform->footer(std::string("Times as ") + kTimeForms + ".\n" +
                      "Each column (or data pixel) shows the lowest and the highest sample of its\n"
                      "stretch over all channels, as they are: a signal that stays above zero is\n"

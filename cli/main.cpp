@@ -7,9 +7,12 @@
 
 #include <CLI/CLI.hpp>
 
+#include "CommandDocs.h"
 #include "Commands.h"
 #include "Interrupt.h"
+#include "Session.h"
 #include "StandardInput.h"
+#include "UsageErrors.h"
 
 namespace {
 
@@ -23,18 +26,6 @@ public:
         return CLI::Formatter::make_usage(app, name);
     }
 };
-
-// The innermost subcommand the command line reached, for its usage text.
-const CLI::App* chosenCommand(const CLI::App& app) {
-    const CLI::App* chosen = &app;
-    for (const CLI::App* sub : app.get_subcommands()) chosen = sub;
-    return chosen;
-}
-
-int usageError(const CLI::App& app, const CLI::ParseError& error) {
-    std::fprintf(stderr, "wavoryx: %s\n\n%s", error.what(), chosenCommand(app)->help().c_str());
-    return kUsageStatus;
-}
 
 }  // namespace
 
@@ -72,6 +63,15 @@ int main(int argc, char** argv) {
     wvcli::addPlayCommand(app, line);
     wvcli::addRecordCommand(app, line);
 
+    // Run by the build: the manual and completions, from the options above.
+    if (argc == 3 && std::string(argv[1]) == "--write-docs") {
+        std::string failed;
+        std::string why;
+        if (wvcli::writeDocs(wvcli::describeProgram(app, WAVORYX_CLI_VERSION), argv[2], failed, why)) return 0;
+        wvcli::reportError(failed, why);
+        return 1;
+    }
+
     std::vector<std::string> args;
     for (int i = argc - 1; i > 0; --i) {
         const std::string arg = argv[i];
@@ -81,7 +81,7 @@ int main(int argc, char** argv) {
         app.parse(args);
     } catch (const CLI::ParseError& error) {
         if (error.get_exit_code() == 0) return app.exit(error);  // --help, --version
-        return usageError(app, error);
+        return wvcli::reportUsageError(app, error);
     }
     if (!line.run) return kUsageStatus;
     wvcli::installInterruptHandlers();
