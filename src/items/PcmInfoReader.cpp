@@ -326,18 +326,22 @@ int32_t PcmInfoReader::reverseFill(char* buffer, uint32_t bytes) {
     if (mFd == 0 && !ensureOpen()) return -1;
     mNeedSeek = true;
     readAtPosition(buffer + uint64_t(skip) * frameBytes, uint64_t(n - skip) * frameBytes);
-    char temp[8];
-    for (uint32_t i = 0; i < n / 2; ++i) {
-        char* a = buffer + uint64_t(i) * frameBytes;
-        char* b = buffer + uint64_t(n - 1 - i) * frameBytes;
-        std::memcpy(temp, a, frameBytes);
-        std::memcpy(a, b, frameBytes);
-        std::memcpy(b, temp, frameBytes);
-    }
+    reverseFrames(buffer, n, frameBytes);
     // The file offset now sits after the frames read; the next forward read
     // must seek.
     mNeedSeek = true;
     return static_cast<int32_t>(n);
+}
+
+void PcmInfoReader::reverseFrames(char* buffer, uint32_t frames, uint32_t frameBytes) {
+    char temp[8];
+    for (uint32_t i = 0; i < frames / 2; ++i) {
+        char* a = buffer + uint64_t(i) * frameBytes;
+        char* b = buffer + uint64_t(frames - 1 - i) * frameBytes;
+        std::memcpy(temp, a, frameBytes);
+        std::memcpy(a, b, frameBytes);
+        std::memcpy(b, temp, frameBytes);
+    }
 }
 
 }  // namespace wv

@@ -122,6 +122,8 @@ public:
     off_t seekFile(uint64_t byteOffset);
 
 private:
+    // Puts `frames` frames of `frameBytes` (at most 8) in the opposite order.
+    static void reverseFrames(char* buffer, uint32_t frames, uint32_t frameBytes);
     bool usesEffects() const;
     // reverseFill of a clip list: a forward read of the frames before the
     // position, reversed.

@@ -81,14 +81,7 @@ int32_t PcmInfoReader::reverseFillList(char* buffer, uint32_t bytes) {
         got += static_cast<uint32_t>(r);
         if (r == 0 || mEndState != MORE) break;
     }
-    char temp[8];
-    for (uint32_t i = 0; i < n / 2; ++i) {
-        char* a = buffer + uint64_t(i) * frameBytes;
-        char* b = buffer + uint64_t(n - 1 - i) * frameBytes;
-        std::memcpy(temp, a, frameBytes);
-        std::memcpy(a, b, frameBytes);
-        std::memcpy(b, temp, frameBytes);
-    }
+    reverseFrames(buffer, n, frameBytes);
     mPosition = newPosition;
     reseek();
     mEndState = MORE;
