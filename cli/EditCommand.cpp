@@ -2,14 +2,18 @@
 // ranges, rendered to WAV, MP3, FLAC, Opus, AAC or Vorbis. Each distinct source is loaded once, and
 // ranges are cut in frames of their source, so a range is exact to the
 // frame: FROM * rate / 1000 up to TO * rate / 1000 (the source's end when
-// TO is left out or lies beyond it).
+// TO is left out or lies beyond it). Effects (fades, crossfades, gains,
+// loudness) are set only when asked for: a plain edit renders its ranges
+// byte for byte.
 #include <unistd.h>
 
 #include <algorithm>
+#include <cmath>
 #include <cstdint>
 #include <cstdio>
 #include <cstdlib>
 #include <memory>
+#include <optional>
 #include <string>
 #include <vector>
 
@@ -32,6 +36,9 @@
 namespace wvcli {
 namespace {
 
+// -1.0 dBTP: room for the coding error of lossy formats.
+constexpr int kDefaultTruePeakTenths = -10;
+
 struct EditOptions {
     std::vector<std::string> sources;
     std::string output;
@@ -42,7 +49,33 @@ struct EditOptions {
     int resample = 1;
     EncodingChoice encoding;
     std::vector<SourceRange> ranges;  // parsed from `sources`
+    // Effects as written; each is parsed (by checkEditOptions) only when given.
+    std::string fadeInText, fadeOutText, crossfadeText, gainText, loudnessText, truePeakText;
+    int fadeShape = WV_FADE_EQUAL_POWER;
+    bool normalize = false;
+    bool truePeakGiven = false;
+    std::optional<uint32_t> fadeInMs, fadeOutMs, crossfadeMs;
+    std::optional<int32_t> gainMillibels;
+    int lufsTenths = 0;
+    int truePeakTenths = kDefaultTruePeakTenths;
 };
+
+constexpr const char* kDefaultLoudness = "-16";
+
+// Parsed values of texts that their option's check has accepted.
+std::optional<uint32_t> timeIfGiven(const std::string& text) {
+    if (text.empty()) return std::nullopt;
+    uint32_t ms = 0;
+    std::string why;
+    parseTimeMs(text, ms, why);
+    return ms;
+}
+
+int tenthsOf(const std::string& text) {
+    double value = 0;
+    parseDecimal(text, value);
+    return int(std::lround(value * 10));
+}
 
 // Usage checks that need more than one option; thrown as usage errors.
 void checkEditOptions(EditOptions& options) {
@@ -54,6 +87,50 @@ void checkEditOptions(EditOptions& options) {
         options.ranges.push_back(range);
     }
     settleEncoding(options.encoding, options.output);
+    if (options.truePeakGiven && !options.normalize) {
+        throw CLI::ValidationError("--true-peak", "is the ceiling of --normalize: give both or neither");
+    }
+    options.fadeInMs = timeIfGiven(options.fadeInText);
+    options.fadeOutMs = timeIfGiven(options.fadeOutText);
+    options.crossfadeMs = timeIfGiven(options.crossfadeText);
+    options.gainMillibels.reset();
+    if (!options.gainText.empty()) {
+        int32_t millibels = 0;
+        std::string why;
+        parseGainMillibels(options.gainText, millibels, why);
+        options.gainMillibels = millibels;
+    }
+    if (options.normalize) {
+        options.lufsTenths = tenthsOf(options.loudnessText.empty() ? kDefaultLoudness : options.loudnessText);
+        if (options.truePeakGiven) options.truePeakTenths = tenthsOf(options.truePeakText);
+    }
+}
+
+// A time, as the rest of the command writes them.
+CLI::Validator timeCheck() {
+    return CLI::Validator(
+        [](std::string& input) -> std::string {
+            uint32_t ms = 0;
+            std::string why;
+            return parseTimeMs(input, ms, why) ? std::string() : why;
+        },
+        "");
+}
+
+// A decimal number within [lowest, highest] once rounded to `perUnit`ths.
+CLI::Validator decimalIn(int lowest, int highest, int perUnit, const std::string& unit) {
+    const std::string accepted = "use " + std::to_string(lowest) + " to " + std::to_string(highest) + " " + unit;
+    return CLI::Validator(
+        [=](std::string& input) -> std::string {
+            double value = 0;
+            if (!parseDecimal(input, value)) return "'" + input + "' is not a number: " + accepted;
+            const long rounded = std::lround(value * perUnit);
+            if (rounded < long(lowest) * perUnit || rounded > long(highest) * perUnit) {
+                return input + " is out of range: " + accepted;
+            }
+            return std::string();
+        },
+        "[" + std::to_string(lowest) + " to " + std::to_string(highest) + "]");
 }
 
 uint32_t msToFrame(uint32_t ms, int rate) { return uint32_t(uint64_t(ms) * uint32_t(rate) / 1000); }
@@ -109,8 +186,9 @@ enum class Cut { kDone, kFailed, kNeedsWholeLoads };
 // end is cut there, and `notices` says so; a part loaded alone
 // cannot tell the file's length, so the list is cut again from whole loads.
 Cut buildClipList(Wavoryx& engine, int list, const EditOptions& options, SourceLoads& loads,
-                  const std::vector<RangeLoad>& planned, std::vector<std::string>& notices) {
+                  const std::vector<RangeLoad>& planned, std::vector<int>& clips, std::vector<std::string>& notices) {
     notices.clear();
+    clips.clear();
     for (LoadedSource& source : loads.sources()) source.needed = 0;
     for (size_t i = 0; i < options.ranges.size(); ++i) {
         const SourceRange& range = options.ranges[i];
@@ -137,12 +215,48 @@ Cut buildClipList(Wavoryx& engine, int list, const EditOptions& options, SourceL
                                         formatTimeMs(source.durationMs()));
             return Cut::kFailed;
         }
-        if (engine.addClip(list, source.id, from, to) < 0) {
+        const int clip = engine.addClip(list, source.id, from, to);
+        if (clip < 0) {
             reportError(range.path, "the engine refused the range");
             return Cut::kFailed;
         }
+        clips.push_back(clip);
     }
     return Cut::kDone;
+}
+
+// Sets the effects asked for, and only those. A range's own fade of a side
+// wins over --fade-in (first clip) or --fade-out (last clip).
+bool applyEffects(Wavoryx& engine, int list, const EditOptions& options, const std::vector<int>& clips) {
+    const auto refused = [](int32_t result, const std::string& what) {
+        if (result == 0) return false;
+        reportLine("the engine refused " + what + " (error " + std::to_string(result) + ")");
+        return true;
+    };
+    for (size_t i = 0; i < clips.size(); ++i) {
+        const SourceRange& range = options.ranges[i];
+        if (range.gainMillibels &&
+            refused(engine.setClipGain(list, clips[i], *range.gainMillibels), "the gain of " + range.path)) {
+            return false;
+        }
+        const bool first = i == 0;
+        const bool last = i + 1 == clips.size();
+        const bool fades =
+            range.fadeInMs || range.fadeOutMs || (first && options.fadeInMs) || (last && options.fadeOutMs);
+        const uint32_t in = range.fadeInMs.value_or(first ? options.fadeInMs.value_or(0) : 0);
+        const uint32_t out = range.fadeOutMs.value_or(last ? options.fadeOutMs.value_or(0) : 0);
+        if (fades &&
+            refused(engine.setClipFade(list, clips[i], in, out, options.fadeShape), "the fades of " + range.path)) {
+            return false;
+        }
+    }
+    if (options.crossfadeMs &&
+        refused(engine.setListCrossfade(list, *options.crossfadeMs, WV_FADE_EQUAL_POWER), "the crossfade")) {
+        return false;
+    }
+    if (options.gainMillibels && refused(engine.setListGain(list, *options.gainMillibels), "the gain")) return false;
+    return !options.normalize ||
+           !refused(engine.setListLoudness(list, options.lufsTenths, options.truePeakTenths), "the loudness");
 }
 
 // Waits for the loads until every range can be cut: the loads have begun,
@@ -197,8 +311,10 @@ int cutAndRender(Session& session, SourceLoads& loads, const EditOptions& option
     Wavoryx& engine = session.engine();
     const int list = engine.newClipList();
     *listOut = list;
-    const Cut cut = buildClipList(engine, list, options, loads, planned, notices);
+    std::vector<int> clips;
+    const Cut cut = buildClipList(engine, list, options, loads, planned, clips, notices);
     if (cut != Cut::kDone) return cut == Cut::kFailed ? 1 : -1;
+    if (!applyEffects(engine, list, options, clips)) return 1;
     // The engine writes its waveform file beside the output and removes a
     // partial output; both happen in the working folder, and only a
     // finished file reaches what the user named.
@@ -270,6 +386,45 @@ int runEdit(const EditOptions& options, const GlobalOptions& global) {
     return 0;
 }
 
+void addEffectOptions(CLI::App* edit, EditOptions& options) {
+    edit->add_option("--fade-in", options.fadeInText,
+                     std::string("Fade the start of the output in from silence over TIME (the first range's "
+                                 "fade-in; its own fade-in= wins); times as ") +
+                         kTimeForms)
+        ->check(timeCheck())
+        ->type_name("TIME");
+    edit->add_option("--fade-out", options.fadeOutText,
+                     "Fade the end of the output out to silence over TIME (the last range's fade-out; its own "
+                     "fade-out= wins)")
+        ->check(timeCheck())
+        ->type_name("TIME");
+    edit->add_option("--fade-shape", options.fadeShape,
+                     "Curve of every fade: equal-power (default; a quarter sine, heard as smoother than a straight "
+                     "line), linear, or log (straight in dB from -60 dB)")
+        ->transform(indexOf({"linear", "equal-power", "log"}))
+        ->type_name("NAME");
+    edit->add_option("--crossfade", options.crossfadeText,
+                     "Overlap every join by TIME, equal power (the output gets shorter by TIME per join; at most "
+                     "half of the shorter clip)")
+        ->check(timeCheck())
+        ->type_name("TIME");
+    edit->add_option("--gain", options.gainText,
+                     "Gain of the whole output in dB, -96 to 24, decimals allowed (-3.5); per range: "
+                     "FILE@FROM-TO:gain=DB")
+        ->check(decimalIn(kLowestGainDb, kHighestGainDb, 100, "dB"))
+        ->type_name("DB");
+    edit->add_option("--normalize", options.loudnessText,
+                     std::string("Bring the integrated loudness to LUFS, -70 to -5 (default ") + kDefaultLoudness +
+                         " when given alone), with a true-peak limiter; the audio is read twice")
+        ->expected(0, 1)
+        ->default_str(kDefaultLoudness)
+        ->check(decimalIn(-70, -5, 10, "LUFS"))
+        ->type_name("LUFS");
+    edit->add_option("--true-peak", options.truePeakText, "Ceiling of --normalize in dBTP, -20 to 0 (default -1)")
+        ->check(decimalIn(-20, 0, 10, "dBTP"))
+        ->type_name("DBTP");
+}
+
 }  // namespace
 
 void addEditCommand(CLI::App& app, CommandLine& line) {
@@ -278,7 +433,9 @@ void addEditCommand(CLI::App& app, CommandLine& line) {
         "edit", "Join ranges of audio files into one audio file (WAV, MP3, FLAC, Opus, AAC, Vorbis)");
     edit->add_option("SOURCE", options->sources,
                      std::string("FILE or FILE@FROM-TO (- is standard input); times as ") + kTimeForms +
-                         "; a missing FROM is the start, a missing TO the end (song.mp3@0-10 is the first 10 s)")
+                         "; a missing FROM is the start, a missing TO the end (song.mp3@0-10 is the first 10 s); "
+                         "effects may follow: " +
+                         kRangeEffectForms)
         ->required();
     edit->add_option("-o,--output", options->output, "The file to write; - is standard output (give --format)")
         ->required()
@@ -294,14 +451,25 @@ void addEditCommand(CLI::App& app, CommandLine& line) {
         ->type_name("NAME");
     edit->add_option("--channels", options->channels, "1 or 2 (default: the sources')")->check(wholeNumberIn(1, 2));
     addEncodingOptions(edit, options->encoding);
+    addEffectOptions(edit, *options);
     edit->footer(
         "The same file may appear in several ranges; it is loaded once.\n"
+        "Effects are applied only when asked for: without them the output holds the ranges' samples exactly.\n"
+        "The last example makes a podcast episode: joins crossfaded over 1.5 s, brought to -16 LUFS under a "
+        "-1 dBTP ceiling.\n"
         "Examples:\n"
         "  wavoryx edit song.mp3@0:30-0:45 -o chorus.wav\n"
         "  wavoryx edit intro.wav song.mp3@1:00- -o mix.mp3 --bitrate 192\n"
         "  wavoryx edit song.mp3@0-30 -o - --format wav | sox -t wav - -n stat\n"
-        "  wavoryx edit talk.flac@0-2.5 talk.flac@10-12.5 -o short.wav --rate 16000 --channels 1");
-    edit->callback([options, &line] {
+        "  wavoryx edit talk.flac@0-2.5 talk.flac@10-12.5 -o short.wav --rate 16000 --channels 1\n"
+        "  wavoryx edit song.mp3@1:00-2:00:gain=-3:fade=0.5 -o part.wav --fade-shape linear\n"
+        "  wavoryx edit intro.wav talk.mp3 outro.wav -o episode.mp3 --crossfade 1.5 --normalize -16 "
+        "--true-peak -1");
+    CLI::Option* normalize = edit->get_option("--normalize");
+    CLI::Option* truePeak = edit->get_option("--true-peak");
+    edit->callback([options, &line, normalize, truePeak] {
+        options->normalize = normalize->count() > 0;
+        options->truePeakGiven = truePeak->count() > 0;
         checkEditOptions(*options);
         line.run = [options, &line] { return runEdit(*options, line.global); };
     });

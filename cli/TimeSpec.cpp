@@ -2,6 +2,7 @@
 
 #include <sys/stat.h>
 
+#include <cmath>
 #include <cstdio>
 #include <vector>
 
@@ -56,7 +57,106 @@ std::vector<std::string> splitColons(const std::string& text) {
     }
 }
 
+bool exists(const std::string& path) {
+    struct stat st;
+    return ::stat(path.c_str(), &st) == 0;
+}
+
+// Where the last effect suffix of `text` starts (its ':'), and which key it
+// has; npos when it ends in none. A fade's time may hold ':' itself, so
+// the suffix is found by its key, not by the last ':'.
+size_t lastEffectSuffix(const std::string& text, std::string& key) {
+    static const char* const kKeys[] = {"gain=", "fade=", "fade-in=", "fade-out="};
+    for (size_t colon = text.rfind(':'); colon != std::string::npos && colon > 0; colon = text.rfind(':', colon - 1)) {
+        for (const char* candidate : kKeys) {
+            if (text.compare(colon + 1, std::string(candidate).size(), candidate) == 0) {
+                key = candidate;
+                return colon;
+            }
+        }
+    }
+    return std::string::npos;
+}
+
+// Applies one "key=value" effect to `range`.
+bool applyEffect(const std::string& whole, const std::string& key, const std::string& value, SourceRange& range,
+                 std::string& why) {
+    const std::string name = key.substr(0, key.size() - 1);
+    if (name == "gain") {
+        if (range.gainMillibels) {
+            why = "'" + whole + "': gain is given twice";
+            return false;
+        }
+        int32_t millibels = 0;
+        if (!parseGainMillibels(value, millibels, why)) {
+            why = "'" + whole + "': gain=" + why;
+            return false;
+        }
+        range.gainMillibels = millibels;
+        return true;
+    }
+    uint32_t ms = 0;
+    if (!parseTimeMs(value, ms, why)) {
+        why = "'" + whole + "': " + name + "='" + value + "' is not a time (use seconds as 0.5, m:ss.fff or 500ms)";
+        return false;
+    }
+    const bool in = name != "fade-out";
+    const bool out = name != "fade-in";
+    if ((in && range.fadeInMs) || (out && range.fadeOutMs)) {
+        why = "'" + whole + "': " + (in && range.fadeInMs ? "the fade-in" : "the fade-out") + " is given twice";
+        return false;
+    }
+    if (in) range.fadeInMs = ms;
+    if (out) range.fadeOutMs = ms;
+    return true;
+}
+
 }  // namespace
+
+bool parseDecimal(const std::string& text, double& value) {
+    size_t i = 0;
+    bool negative = false;
+    if (i < text.size() && (text[i] == '-' || text[i] == '+')) negative = text[i++] == '-';
+    double whole = 0;
+    double scale = 0;  // the place of the next fraction digit once past the point
+    int digits = 0;
+    for (; i < text.size(); ++i) {
+        const char c = text[i];
+        if (c == '.' && scale == 0) {
+            scale = 0.1;
+        } else if (c >= '0' && c <= '9' && digits < 15) {
+            ++digits;
+            if (scale == 0) {
+                whole = whole * 10 + (c - '0');
+            } else {
+                whole += (c - '0') * scale;
+                scale /= 10;
+            }
+        } else {
+            return false;
+        }
+    }
+    if (digits == 0) return false;
+    value = negative ? -whole : whole;
+    return true;
+}
+
+bool parseGainMillibels(const std::string& text, int32_t& millibels, std::string& why) {
+    const std::string accepted =
+        "use " + std::to_string(kLowestGainDb) + " to " + std::to_string(kHighestGainDb) + " dB (as -3 or 1.5)";
+    double db = 0;
+    if (!parseDecimal(text, db)) {
+        why = "'" + text + "' is not a number of dB: " + accepted;
+        return false;
+    }
+    const long rounded = std::lround(db * 100);
+    if (rounded < kLowestGainDb * 100L || rounded > kHighestGainDb * 100L) {
+        why = text + " is out of range: " + accepted;
+        return false;
+    }
+    millibels = int32_t(rounded);
+    return true;
+}
 
 bool parseTimeMs(const std::string& text, uint32_t& ms, std::string& why) {
     why = "'" + text + "' is not a time (use seconds as 90 or 1.5, m:ss.fff, h:mm:ss.fff, 2.5s or 1500ms)";
@@ -109,10 +209,21 @@ std::string formatTimeMs(uint64_t ms) {
 
 bool parseSourceRange(const std::string& shown, SourceRange& range, std::string& why) {
     range = SourceRange();
-    const std::string text = shown.rfind(kHiddenDash, 0) == 0 ? shown.substr(1) : shown;
-    struct stat st;
+    const std::string whole = shown.rfind(kHiddenDash, 0) == 0 ? shown.substr(1) : shown;
+    std::string text = whole;
+    if (exists(text)) {
+        range.path = text;
+        return true;
+    }
+    std::string key;
+    // Suffixes come off until what is left names an existing file.
+    for (size_t colon = lastEffectSuffix(text, key); colon != std::string::npos;
+         colon = exists(text) ? std::string::npos : lastEffectSuffix(text, key)) {
+        if (!applyEffect(whole, key, text.substr(colon + 1 + key.size()), range, why)) return false;
+        text.erase(colon);
+    }
     const size_t at = text.rfind('@');
-    if (at == std::string::npos || ::stat(text.c_str(), &st) == 0) {
+    if (at == std::string::npos || exists(text)) {
         range.path = text;
         return true;
     }

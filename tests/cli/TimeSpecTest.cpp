@@ -105,3 +105,89 @@ TEST(TimeSpecTest, AnExistingFileNameWithAtSignIsNotARange) {
     EXPECT_EQ(range.path, path);
     EXPECT_FALSE(range.hasEnd);
 }
+
+TEST(TimeSpecTest, ReadsEffectSuffixesAfterARangeOrAName) {
+    SourceRange range;
+    std::string why;
+    ASSERT_TRUE(parseSourceRange("song.mp3@1:00-2:00:gain=-3:fade=0.5", range, why)) << why;
+    EXPECT_EQ(range.path, "song.mp3");
+    EXPECT_EQ(range.fromMs, 60000u);
+    EXPECT_EQ(range.toMs, 120000u);
+    EXPECT_EQ(range.gainMillibels, -300);
+    EXPECT_EQ(range.fadeInMs, 500u);
+    EXPECT_EQ(range.fadeOutMs, 500u);
+
+    // Without a range; a fade's time may itself hold ':'.
+    ASSERT_TRUE(parseSourceRange("song.mp3:fade-out=0:01.5:gain=+1.25", range, why)) << why;
+    EXPECT_EQ(range.path, "song.mp3");
+    EXPECT_FALSE(range.hasEnd);
+    EXPECT_EQ(range.gainMillibels, 125);
+    EXPECT_FALSE(range.fadeInMs.has_value());
+    EXPECT_EQ(range.fadeOutMs, 1500u);
+
+    ASSERT_TRUE(parseSourceRange("a.wav@2-:fade-in=250ms", range, why)) << why;
+    EXPECT_EQ(range.fromMs, 2000u);
+    EXPECT_EQ(range.fadeInMs, 250u);
+    EXPECT_FALSE(range.fadeOutMs.has_value());
+    EXPECT_FALSE(range.gainMillibels.has_value());
+
+    // Nothing given stays absent, so that no effect is set at all.
+    ASSERT_TRUE(parseSourceRange("a.wav@1-2", range, why));
+    EXPECT_FALSE(range.gainMillibels || range.fadeInMs || range.fadeOutMs);
+
+    // Gains round to the nearest millibel; the limits are inclusive.
+    ASSERT_TRUE(parseSourceRange("a.wav:gain=-96", range, why));
+    EXPECT_EQ(range.gainMillibels, -9600);
+    ASSERT_TRUE(parseSourceRange("a.wav:gain=24.0", range, why));
+    EXPECT_EQ(range.gainMillibels, 2400);
+    ASSERT_TRUE(parseSourceRange("a.wav:gain=-0.005", range, why));
+    EXPECT_EQ(range.gainMillibels, -1);
+}
+
+TEST(TimeSpecTest, RefusesBadEffectValues) {
+    SourceRange range;
+    std::string why;
+    for (const char* bad : {"a.wav:gain=x", "a.wav:gain=30", "a.wav:gain=-96.01", "a.wav:gain=", "a.wav:gain=1e1",
+                            "a.wav:gain=nan", "a.wav:fade=x", "a.wav@1-2:fade-in=-1", "a.wav:gain=1:gain=2",
+                            "a.wav:fade=1:fade-out=2", "a.wav:fade-in=1:fade=1", "@1-2:gain=3", "a.wav@2-1:gain=1"}) {
+        EXPECT_FALSE(parseSourceRange(bad, range, why)) << bad;
+        EXPECT_FALSE(why.empty()) << bad;
+    }
+    ASSERT_FALSE(parseSourceRange("a.wav:gain=30", range, why));
+    EXPECT_NE(why.find("30 is out of range: use -96 to 24 dB"), std::string::npos) << why;
+    ASSERT_FALSE(parseSourceRange("a.wav:gain=loud", range, why));
+    EXPECT_NE(why.find("'loud' is not a number of dB"), std::string::npos) << why;
+}
+
+TEST(TimeSpecTest, ColonsOfExistingNamesAreNoSuffixes) {
+    wvtest::TempDir dir;
+    SourceRange range;
+    std::string why;
+    // An unknown key is part of the name.
+    ASSERT_TRUE(parseSourceRange(dir.path() + "/take:mix=2", range, why));
+    EXPECT_EQ(range.path, dir.path() + "/take:mix=2");
+    // A whole name that exists wins over a suffix that would parse...
+    const std::string named = dir.path() + "/take:gain=2";
+    std::ofstream(named) << "x";
+    ASSERT_TRUE(parseSourceRange(named, range, why));
+    EXPECT_EQ(range.path, named);
+    EXPECT_FALSE(range.gainMillibels.has_value());
+    // ...and stops the suffixes coming off once what is left exists.
+    ASSERT_TRUE(parseSourceRange(named + ":fade=1", range, why)) << why;
+    EXPECT_EQ(range.path, named);
+    EXPECT_EQ(range.fadeInMs, 1000u);
+    EXPECT_FALSE(range.gainMillibels.has_value());
+}
+
+TEST(TimeSpecTest, ReadsDecimalsStrictly) {
+    double value = 0;
+    ASSERT_TRUE(wvcli::parseDecimal("-3.5", value));
+    EXPECT_DOUBLE_EQ(value, -3.5);
+    ASSERT_TRUE(wvcli::parseDecimal("+.25", value));
+    EXPECT_DOUBLE_EQ(value, 0.25);
+    ASSERT_TRUE(wvcli::parseDecimal("16", value));
+    EXPECT_DOUBLE_EQ(value, 16);
+    for (const char* bad : {"", "-", ".", "1.2.3", "1e3", " 1", "1 ", "--1", "inf", "0x10", "1,5"}) {
+        EXPECT_FALSE(wvcli::parseDecimal(bad, value)) << bad;
+    }
+}
