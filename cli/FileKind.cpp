@@ -51,4 +51,28 @@ std::string fileKind(const std::string& path) {
     return fromExtension(path);
 }
 
+bool statesVariableRate(const std::string& path) {
+    std::ifstream in(path, std::ios::binary);
+    std::string head(10, '\0');
+    in.read(&head[0], 10);
+    if (in.gcount() != 10) return false;
+    // An ID3v2 tag comes first: its size is four 7-bit bytes, after the
+    // 10-byte header (and a 10-byte footer when flag 0x10 says so).
+    std::streamoff first = 0;
+    if (startsWith(head, 0, "ID3")) {
+        first = 10;
+        for (int i = 6; i < 10; ++i) first = (first - 10) * 128 + 10 + (static_cast<unsigned char>(head[i]) & 0x7F);
+        if ((static_cast<unsigned char>(head[5]) & 0x10) != 0) first += 10;
+    }
+    // The first frame's side information is followed by the tag, at most
+    // 36 bytes in; "Info" is the same tag written for a constant rate.
+    std::string frame(256, '\0');
+    in.seekg(first);
+    in.read(&frame[0], std::streamsize(frame.size()));
+    frame.resize(size_t(in.gcount()));
+    if (frame.size() < 4 || static_cast<unsigned char>(frame[0]) != 0xFF) return false;
+    const size_t xing = frame.find("Xing");
+    return (xing != std::string::npos && xing <= 40) || frame.compare(36, 4, "VBRI") == 0;
+}
+
 }  // namespace wvcli

@@ -13,6 +13,10 @@ namespace wvcli {
 
 std::string fileKind(const std::string& path);
 
+// Whether an MP3 file's first frame carries the tag of a variable bit rate
+// ("Xing" or "VBRI"; constant-rate files carry "Info" or none).
+bool statesVariableRate(const std::string& path);
+
 }  // namespace wvcli
 
 #endif

@@ -93,6 +93,7 @@ struct ShownFile {
     bool hasFacts = false;
     const LoudnessFigures* loudness = nullptr;              // with --loudness, once measured
     std::vector<std::pair<std::string, std::string>> tags;  // those the file states, by name
+    bool variableRate = false;                              // an MP3 stating a variable bit rate
     uint32_t frames() const {
         if (source->ok || !hasFacts || facts.durationUs < 0) return source->ok ? source->frames : source->expected;
         return uint32_t(uint64_t(facts.durationUs) * uint32_t(source->sampleRate) / 1000000);
@@ -164,6 +165,7 @@ std::string detailsText(const std::string& kind, const ShownFile& file) {
     }
     const bool lossy = f.bitsPerSample == 0;
     if (lossy && f.bitRate > 0) text += ", " + std::to_string((f.bitRate + 500) / 1000) + " kbit/s";
+    if (file.variableRate) text += lossy && f.bitRate > 0 ? " VBR" : ", VBR";
     return text;
 }
 
@@ -206,7 +208,8 @@ void printJson(const std::vector<ShownFile>& files) {
             }
             std::printf("}");
             std::string said;
-            std::printf(", \"endsEarly\": %s", endsEarly(file, said) ? "true" : "false");
+            std::printf(", \"endsEarly\": %s, \"variableBitRate\": %s", endsEarly(file, said) ? "true" : "false",
+                        file.variableRate ? "true" : "false");
         }
         if (file.loudness != nullptr) {
             // Minus infinity (silence) has no JSON number: null.
@@ -260,6 +263,7 @@ int runInfo(const InfoOptions& options, const GlobalOptions& global) {
         file.source = source;
         file.hasFacts = session.engine().getSourceInfo(source->id, &file.facts) == 0;
         if (file.hasFacts) file.tags = tagsOf(session.engine(), source->id);
+        file.variableRate = fileKind(inputFile(name)) == "MP3" && statesVariableRate(inputFile(name));
         std::string said;
         if (endsEarly(file, said)) reportError(name, said);
         if (options.loudness) {
