@@ -106,27 +106,27 @@ bool hasName(const CommandDoc& command, const std::string& name) {
     return false;
 }
 
-// One _arguments spec per name of every option, each quoted for zsh; those
+// One _arguments entry per name of every option, each quoted for zsh; those
 // `given` already has are left out, as _arguments refuses an option twice.
 std::string zshOptionSpecs(const CommandDoc& command, const CommandDoc* given, const char* indent) {
-    std::string specs;
+    std::string entries;
     for (const OptionDoc& option : command.options) {
         if (given != nullptr && hasName(*given, option.names.front())) continue;
         const std::string exclusions = "(" + joinedNames(option.names, " ") + ")";
         for (const std::string& name : option.names) {
-            std::string spec = exclusions + name;
-            if (option.value != ValueKind::None) spec += name.compare(0, 2, "--") == 0 ? "=" : "+";
-            spec += "[" + zshExplanation(option.description) + "]";
-            if (option.value != ValueKind::None) spec += ":" + option.valueName + ":" + zshAction(option);
-            specs += indent + shellQuoted(spec) + " \\\n";
+            std::string entry = exclusions + name;
+            if (option.value != ValueKind::None) entry += name.compare(0, 2, "--") == 0 ? "=" : "+";
+            entry += "[" + zshExplanation(option.description) + "]";
+            if (option.value != ValueKind::None) entry += ":" + option.valueName + ":" + zshAction(option);
+            entries += indent + shellQuoted(entry) + " \\\n";
         }
     }
     for (const OptionDoc& positional : command.positionals) {
-        const std::string spec =
+        const std::string entry =
             std::string(positional.repeats ? "*" : "") + ":" + positional.valueName + ":" + zshAction(positional);
-        specs += indent + shellQuoted(spec) + " \\\n";
+        entries += indent + shellQuoted(entry) + " \\\n";
     }
-    return specs;
+    return entries;
 }
 
 }  // namespace

@@ -228,14 +228,14 @@ bool parseSourceRange(const std::string& shown, SourceRange& range, std::string&
         return true;
     }
     range.path = text.substr(0, at);
-    const std::string spec = text.substr(at + 1);
-    const size_t dash = spec.find('-');
+    const std::string bounds = text.substr(at + 1);
+    const size_t dash = bounds.find('-');
     if (range.path.empty() || dash == std::string::npos) {
         why = "'" + text + "': a range is written FILE@FROM-TO (either side may be left out)";
         return false;
     }
-    const std::string from = spec.substr(0, dash);
-    const std::string to = spec.substr(dash + 1);
+    const std::string from = bounds.substr(0, dash);
+    const std::string to = bounds.substr(dash + 1);
     if (!from.empty() && !parseTimeMs(from, range.fromMs, why)) return false;
     if (!to.empty()) {
         if (!parseTimeMs(to, range.toMs, why)) return false;
