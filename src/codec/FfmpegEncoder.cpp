@@ -281,11 +281,15 @@ bool FfmpegEncoder::writePackets() {
             // end, so that the container's end position (the Ogg granule,
             // the MP4 sample durations) falls within the last packet kept,
             // where demuxers can trim.
-            if (mPacket->pts >= mEndPts) {
+            // A packet of no audio that carries new stream information
+            // (FLAC's length and MD5, sent at the end) is kept: the muxer
+            // writes it over the header's.
+            const bool infoOnly = mPacket->size == 0 && mPacket->side_data_elems > 0;
+            if (mPacket->pts >= mEndPts && !infoOnly) {
                 av_packet_unref(mPacket);
                 continue;
             }
-            mPacket->duration = std::min(mPacket->duration, mEndPts - mPacket->pts);
+            mPacket->duration = std::max<int64_t>(0, std::min(mPacket->duration, mEndPts - mPacket->pts));
         }
         av_packet_rescale_ts(mPacket, mCodec->time_base, mStream->time_base);
         mPacket->stream_index = mStream->index;

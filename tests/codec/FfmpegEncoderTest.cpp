@@ -92,6 +92,18 @@ long streamLength(const std::string& path) {
     return frames;
 }
 
+// The first line a command prints, without its end; empty on failure.
+std::string firstLine(const std::string& command) {
+    FILE* pipe = ::popen(command.c_str(), "r");
+    if (pipe == nullptr) return {};
+    char line[256] = {};
+    const bool read = std::fgets(line, sizeof line, pipe) != nullptr;
+    const bool ok = ::pclose(pipe) == 0 && read;
+    std::string text = ok ? line : "";
+    while (!text.empty() && (text.back() == '\n' || text.back() == '\r')) text.pop_back();
+    return text;
+}
+
 class FfmpegOutput : public ::testing::Test {
 protected:
     void SetUp() override {
@@ -149,6 +161,32 @@ TEST_F(FfmpegOutput, EveryFormatDecodesToTheFramesEncodedFromFrameZero) {
                 EXPECT_EQ(wvtest::bestLag(reference, decoded, channels, 1500), 0);
             }
         }
+    }
+}
+
+TEST_F(FfmpegOutput, FlacStatesItsLengthAndTheMd5OfItsSamples) {
+    // Odd blocks and a short last FLAC frame: the header is rewritten at the
+    // end with what only the end knows.
+    for (const uint32_t channels : {1u, 2u}) {
+        SCOPED_TRACE(std::to_string(channels) + " ch");
+        const uint32_t frames = 44100 + 1234;
+        const auto pcm = wvtest::makeNoise(frames, channels);
+        const std::string path = mDir.file("stated.flac");
+        ASSERT_NE(encodeFile(kFormats[0], path, 44100, channels, pcm, 997), nullptr);
+        EXPECT_EQ(streamLength(path), static_cast<long>(frames));
+        EXPECT_EQ(firstLine("ffprobe -v error -show_entries format=duration -of default=nw=1:nk=1 '" + path + "'"),
+                  "1.027982");
+        if (std::system("metaflac --version >/dev/null 2>&1") != 0) continue;
+        EXPECT_EQ(firstLine("metaflac --show-total-samples '" + path + "'"), std::to_string(frames));
+        const std::string raw = mDir.file("samples.s16le");
+        wvtest::writeFile(raw, pcm.data(), pcm.size() * 2);
+        const std::string md5 = firstLine("md5sum '" + raw + "'").substr(0, 32);
+        ASSERT_EQ(md5.size(), 32u);
+        EXPECT_EQ(firstLine("metaflac --show-md5sum '" + path + "'"), md5);
+        // flac verifies the decoded samples against the stored MD5.
+        EXPECT_EQ(std::system(("flac -t -s '" + path + "' 2>/dev/null").c_str()), 0);
+        std::remove(raw.c_str());
+        std::remove(path.c_str());
     }
 }
 
