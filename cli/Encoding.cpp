@@ -81,6 +81,9 @@ std::string encodingSummary(Wavoryx& engine, int id, encode_type type) {
         summary += ", " + std::to_string(kbps) + " kbit/s";
     } else if (type == ENCODE_MP3) {
         summary += ", VBR";
+    } else if (type == ENCODE_VORBIS) {
+        // libvorbis takes no bit rate at this sample rate or this low.
+        summary += ", quality mode (no bit rate possible)";
     }
     return summary;
 }

@@ -377,8 +377,10 @@ public:
      * file is encoded at: LAME rounds a constant MP3 rate to the nearest
      * one its frames hold (100 gives 96), libvorbis lowers one it cannot
      * reach. Before that, the rate the encoder will be asked for. 0 for
-     * outputs with no fixed rate (WAV, FLAC, MP3 VBR); -1 for an unknown
-     * id. */
+     * outputs with no fixed rate (WAV, FLAC, MP3 VBR, and Vorbis where
+     * libvorbis takes no bit rate: above 50 kHz, or under about 22 kbit/s
+     * a channel, it encodes in quality mode, at the quality nearest the
+     * rate asked); -1 for an unknown id. */
     int32_t getOutputBitRate(int id);
     /* Queues the render of the list to its output file and "<file>.wave".
      * While a source is still loading the render waits for its data (the

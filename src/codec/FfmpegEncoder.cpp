@@ -135,15 +135,27 @@ int FfmpegEncoder::initEncoder(uint32_t sampleRate, uint32_t channels, uint32_t 
     // sample rate and channels: a lower one beats no file at all.
     int64_t bitRate = container.lossy ? int64_t{bitrate} * 1000 : 0;
     bool opened = openCodec(bitRate);
-    while (!opened && mFormat == EncodeFormat::Vorbis && bitRate > 16000) {
+    while (!opened && mFormat == EncodeFormat::Vorbis && bitRate > 16000 && mOutputRate <= 50000) {
         bitRate = bitRate * 3 / 4;
         opened = openCodec(bitRate);
+    }
+    if (!opened && mFormat == EncodeFormat::Vorbis) {
+        // Its bit rate modes cover neither rates above 50 kHz nor rates
+        // under about 22 kbit/s a channel; its quality mode covers every
+        // rate it encodes at.
+        const int quality = vorbisQualityFor(int64_t{bitrate} * 1000 / channels);
+        opened = openCodec(0, quality);
+        if (opened) {
+            WV_LOGW("libvorbis takes no bit rate near %u kbit/s at %u Hz, %u channels: quality %d",
+                    bitrate, mOutputRate, channels, quality);
+            bitRate = 0;
+        }
     }
     if (!opened || !openConverter() || !openMuxer()) {
         release();
         return INIT_FAILED;
     }
-    if (bitRate != int64_t{bitrate} * 1000 && container.lossy) {
+    if (bitRate != int64_t{bitrate} * 1000 && bitRate != 0 && container.lossy) {
         WV_LOGW("%s takes %lld bit/s at most here", container.encoder,
                 static_cast<long long>(bitRate));
     }
@@ -151,7 +163,19 @@ int FfmpegEncoder::initEncoder(uint32_t sampleRate, uint32_t channels, uint32_t 
     return 0;
 }
 
-bool FfmpegEncoder::openCodec(int64_t bitRate) {
+int FfmpegEncoder::vorbisQualityFor(int64_t bitsPerChannel) {
+    // libvorbis's nominal rates a channel at 44.1 kHz for qualities -1 to
+    // 10: the highest quality that stays at or under the rate asked.
+    static const int64_t kNominal[] = {22500,  32000,  40000,  48000,  56000, 64000,
+                                       80000,  96000,  112000, 128000, 160000, 250000};
+    int quality = -1;
+    for (int q = 0; q < 12; ++q) {
+        if (kNominal[q] <= bitsPerChannel) quality = q - 1;
+    }
+    return quality;
+}
+
+bool FfmpegEncoder::openCodec(int64_t bitRate, int quality) {
     avcodec_free_context(&mCodec);
     const AVCodec* codec = avcodec_find_encoder_by_name(containerOf(mFormat).encoder);
     mCodec = avcodec_alloc_context3(codec);
@@ -161,6 +185,10 @@ bool FfmpegEncoder::openCodec(int64_t bitRate) {
     av_channel_layout_default(&mCodec->ch_layout, static_cast<int>(mInputChannels));
     mCodec->time_base = AVRational{1, static_cast<int>(mOutputRate)};
     mCodec->bit_rate = bitRate;
+    if (quality != kNoQuality) {
+        mCodec->flags |= AV_CODEC_FLAG_QSCALE;
+        mCodec->global_quality = quality * FF_QP2LAMBDA;
+    }
     if (mMuxer->oformat->flags & AVFMT_GLOBALHEADER) {
         mCodec->flags |= AV_CODEC_FLAG_GLOBAL_HEADER;
     }

@@ -7,7 +7,10 @@
 //           output, since the index is written after the audio
 //   Vorbis  "libvorbis" in Ogg (.ogg); variable bit rate around the asked
 //           one, lowered when libvorbis takes none that high for the rate
-//           and channels (at 8 kHz mono it takes at most 32 kbit/s)
+//           and channels (at 8 kHz mono it takes at most 32 kbit/s); in
+//           quality mode, at the quality nearest the asked rate, where it
+//           takes no bit rate at all (rates above 50 kHz, under about
+//           22 kbit/s a channel): outputBitRate() is then 0
 //
 // The input keeps its rate where the codec takes it; otherwise (always for
 // Opus) libswresample converts it to the codec's nearest rate above, or its
@@ -81,13 +84,18 @@ public:
     uint32_t outputChannels() const override { return mInputChannels; }
     uint32_t outputBitRate() const override { return static_cast<uint32_t>(mBitRate / 1000); }
 
-    // The bit rate (bit/s) the codec was opened with; 0 for FLAC or before.
+    // The bit rate (bit/s) the codec was opened with; 0 for FLAC, a Vorbis
+    // file in quality mode, or before.
     int64_t bitRate() const { return mBitRate; }
 
 private:
-    // Opens the codec at mOutputRate with `bitRate` bit/s; false when it
-    // refuses them.
-    bool openCodec(int64_t bitRate);
+    static constexpr int kNoQuality = -100;
+    // The libvorbis quality (-1 to 10) nearest a bit rate a channel (bit/s).
+    static int vorbisQualityFor(int64_t bitsPerChannel);
+    // Opens the codec at mOutputRate with `bitRate` bit/s, or at `quality`
+    // in the codec's own scale when one is given; false when it refuses
+    // them.
+    bool openCodec(int64_t bitRate, int quality = kNoQuality);
     bool openConverter();
     bool openMuxer();
     // Frees everything initEncoder() made.

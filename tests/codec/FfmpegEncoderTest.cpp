@@ -205,6 +205,43 @@ TEST_F(FfmpegOutput, VorbisLowersABitRateLibvorbisCannotReach) {
     EXPECT_EQ(decoded.size(), pcm.size());
 }
 
+TEST_F(FfmpegOutput, VorbisTakesRatesAndBitRatesItsBitRateModesCannotInQualityMode) {
+    // libvorbis has bit rate modes up to 50 kHz and from about 22 kbit/s a
+    // channel; its quality mode encodes the rest, as ffmpeg's default does.
+    struct Case {
+        uint32_t rate, channels, kbps;
+    };
+    for (const Case& c : {Case{96000, 2, 192}, Case{88200, 1, 192}, Case{192000, 2, 320}, Case{44100, 2, 32},
+                          Case{44100, 1, 8}}) {
+        SCOPED_TRACE(std::to_string(c.rate) + " Hz, " + std::to_string(c.channels) + " ch, " +
+                     std::to_string(c.kbps) + " kbit/s");
+        const Format vorbis{EncodeFormat::Vorbis, "ogg", "vorbis", c.kbps};
+        const std::string path = mDir.file("quality.ogg");
+        const uint32_t frames = c.rate / 2 + 321;
+        const auto pcm = wvtest::makeNoise(frames, c.channels);
+        auto encoder = encodeFile(vorbis, path, c.rate, c.channels, pcm, 4000);
+        ASSERT_NE(encoder, nullptr);
+        EXPECT_EQ(encoder->outputBitRate(), 0u);
+        EXPECT_EQ(encoder->outputSampleRate(), c.rate);
+        encoder.reset();
+        wvtest::StreamInfo info;
+        ASSERT_TRUE(wvtest::probeAudio(path, &info));
+        EXPECT_EQ(info.codec, "vorbis");
+        EXPECT_EQ(info.sampleRate, static_cast<int>(c.rate));
+        EXPECT_EQ(info.channels, static_cast<int>(c.channels));
+        EXPECT_EQ(streamLength(path), static_cast<long>(frames));
+        std::vector<int16_t> decoded;
+        ASSERT_TRUE(wvtest::decodeToPcm16(path, mDir.path(), &decoded));
+        EXPECT_EQ(wvtest::bestLag(pcm, decoded, c.channels, 1500), 0);
+        std::remove(path.c_str());
+    }
+    // A bit rate a mode takes stays one.
+    const std::string path = mDir.file("managed.ogg");
+    auto encoder = encodeFile(kFormats[3], path, 48000, 2, wvtest::makeNoise(4800, 2), 4000);
+    ASSERT_NE(encoder, nullptr);
+    EXPECT_EQ(encoder->outputBitRate(), 192u);
+}
+
 TEST_F(FfmpegOutput, NoInputGivesHeadersOnly) {
     // Only FLAC has an empty stream ffmpeg opens; Ogg and MP4 files without a
     // packet are the bare headers.
