@@ -26,6 +26,7 @@
 #include "FileKind.h"
 #include "Interrupt.h"
 #include "Jobs.h"
+#include "Loudness.h"
 #include "OptionChecks.h"
 #include "OutputFile.h"
 #include "Progress.h"
@@ -328,6 +329,27 @@ int cutAndRender(Session& session, SourceLoads& loads, const EditOptions& option
     return rendered == 0 && loads.shortOfNeeds() ? -1 : rendered;
 }
 
+// Why a normalised output stays under its loudness target, as one line;
+// empty when it met it (or was not normalised).
+std::string loudnessShortfall(Wavoryx& engine, int list, const EditOptions& options) {
+    if (!options.normalize) return {};
+    int32_t reached = 0;
+    const int32_t result = engine.getListLoudnessResult(list, &reached);
+    const std::string target = tenthsText(options.lufsTenths);
+    const std::string missed = "reached " + tenthsText(reached) + " LUFS, not " + target + ": ";
+    switch (result) {
+        case WV_LOUDNESS_GAIN_LIMIT:
+            return missed + "the gain is limited to +40 dB";
+        case WV_LOUDNESS_PEAK_CEILING:
+            return missed + "the true peak is held at " + tenthsText(options.truePeakTenths) +
+                   " dBTP (--true-peak)";
+        case WV_LOUDNESS_NONE:
+            return "no loudness to bring to " + target + " LUFS (silence or under 0.4 s of audio): left as it was";
+        default:
+            return {};
+    }
+}
+
 int runEdit(const EditOptions& options, const GlobalOptions& global) {
     OutputTarget target;
     std::string why;
@@ -372,6 +394,8 @@ int runEdit(const EditOptions& options, const GlobalOptions& global) {
         reportError(options.output, why);
         return 1;
     }
+    const std::string shortfall = loudnessShortfall(engine, list, options);
+    if (!shortfall.empty()) reportError(options.output, shortfall);
 
     if (!global.quiet) {
         const int rate = engine.getPcmSampleRate(list);

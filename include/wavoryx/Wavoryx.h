@@ -110,6 +110,16 @@ enum : thread_priority_t { WV_PRIORITY_NORMAL = 0, WV_PRIORITY_LOW = 1 };
  * Logarithmic: a straight line in dB from -60 dB to 0 dB. */
 enum wv_fade_shape { WV_FADE_LINEAR = 0, WV_FADE_EQUAL_POWER = 1, WV_FADE_LOG = 2 };
 
+/* How a loudness-normalised render came out (getListLoudnessResult). */
+enum wv_loudness_result {
+    WV_LOUDNESS_MET = 0,          /* within 0.5 LU of the target, or above it */
+    WV_LOUDNESS_GAIN_LIMIT = 1,   /* short: it needed more than the +40 dB gain limit */
+    WV_LOUDNESS_PEAK_CEILING = 2, /* short: the limiter holding the true-peak ceiling took
+                                   * off more than the gain could add back */
+    WV_LOUDNESS_NONE = 3          /* the list has no loudness to bring (silence, or under
+                                   * 0.4 s of audio): rendered at 0 dB */
+};
+
 /* What a loaded file's container and codec state about its audio track
  * (see getSourceInfo). Texts are NUL-terminated, cut to fit. */
 struct WvSourceInfo {
@@ -372,6 +382,18 @@ public:
      * value out of range; -1 for an unknown id, -2 for an item that is not
      * a list. */
     int32_t setListLoudness(int listId, int lufsTenths, int truePeakTenths);
+    /* How the list's last normalised render that ended with event 22 came
+     * out, once that event is posted and until its next render starts:
+     * stores the integrated loudness of the audio rendered (after gain and
+     * limiter, before dither and encoding; tenths of LUFS, INT32_MIN for
+     * none) in *reachedTenths and returns a wv_loudness_result: 0 when the
+     * target was met, else why the output stays more than 0.5 LU under it
+     * (1 gain limit, 2 true-peak ceiling, 3 no loudness at all). The render
+     * itself is as setListLoudness describes whatever the result. Returns
+     * -1 for an unknown id, -2 for an item that is not a list, -3 when no
+     * normalised render of the list has ended (or a render is under way), -4 for a null
+     * `reachedTenths`. Any thread. */
+    int32_t getListLoudnessResult(int listId, int32_t* reachedTenths);
     /* Bit rate (kbit/s) of a list's or recording's output. Once its
      * encoder has started (during the render and after it), the rate the
      * file is encoded at: LAME rounds a constant MP3 rate to the nearest

@@ -98,6 +98,19 @@ int32_t WavoryxPriv::setListLoudness(uint32_t listId, int32_t lufsTenths, int32_
     return 0;
 }
 
+int32_t WavoryxPriv::getListLoudnessResult(uint32_t listId, int32_t* reachedTenths) {
+    if (reachedTenths == nullptr) return -4;
+    int32_t result;
+    ItemHold hold(this, listId);
+    SPcmInfo* list =
+        holdItemWithStatus(hold, listId, CLIP_LIST, Report::kGetListLoudnessResult, &result);
+    if (list == nullptr) return result;
+    const LoudnessResult outcome = LoudnessResult::unpack(list->loudnessResult.load());
+    if (outcome.reason < 0) return -3;
+    *reachedTenths = outcome.reachedTenths;
+    return outcome.reason;
+}
+
 int32_t WavoryxPriv::process(uint32_t listId) {
     int32_t result;
     ItemHold hold(this, listId);

@@ -81,6 +81,7 @@ public:
     int32_t setEncodeOptions(uint32_t id, int32_t quality, int32_t vbr, int32_t jointStereo);
     int32_t setResampleQuality(uint32_t listId, int32_t quality);
     int32_t setListLoudness(uint32_t listId, int32_t lufsTenths, int32_t truePeakTenths);
+    int32_t getListLoudnessResult(uint32_t listId, int32_t* reachedTenths);
     int32_t process(uint32_t listId);
     int32_t cancelProcess(uint32_t listId);
     int32_t measureLoudness(uint32_t id);  // LoudnessOps.cpp

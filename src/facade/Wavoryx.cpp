@@ -114,6 +114,10 @@ int32_t Wavoryx::setResampleQuality(int listId, int quality) {
 int32_t Wavoryx::setListLoudness(int listId, int lufsTenths, int truePeakTenths) {
     return mPriv->setListLoudness(static_cast<uint32_t>(listId), lufsTenths, truePeakTenths);
 }
+
+int32_t Wavoryx::getListLoudnessResult(int listId, int32_t* reachedTenths) {
+    return mPriv->getListLoudnessResult(static_cast<uint32_t>(listId), reachedTenths);
+}
 int32_t Wavoryx::process(int listId) { return mPriv->process(static_cast<uint32_t>(listId)); }
 int32_t Wavoryx::measureLoudness(int id) {
     return mPriv->measureLoudness(static_cast<uint32_t>(id));

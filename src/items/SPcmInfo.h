@@ -11,6 +11,7 @@
 #pragma once
 
 #include <atomic>
+#include <climits>
 #include <cstdint>
 #include <memory>
 #include <mutex>
@@ -44,6 +45,27 @@ public:
 private:
     mutable std::mutex mLock;
     std::string mValue;
+};
+
+// How a normalised render came out: a wv_loudness_result and the loudness
+// reached (tenths of LUFS, INT32_MIN for none), packed into one word so
+// that a reader never pairs a reason with another render's loudness.
+struct LoudnessResult {
+    static constexpr int64_t kNone = -1;  // no normalised render has finished
+
+    int32_t reason;
+    int32_t reachedTenths;
+
+    int64_t pack() const {
+        return static_cast<int64_t>((static_cast<uint64_t>(static_cast<uint32_t>(reason)) << 32) |
+                                    static_cast<uint32_t>(reachedTenths));
+    }
+    static LoudnessResult unpack(int64_t word) {
+        if (word == kNone) return {-1, INT32_MIN};
+        const auto bits = static_cast<uint64_t>(word);
+        return {static_cast<int32_t>(static_cast<uint32_t>(bits >> 32)),
+                static_cast<int32_t>(static_cast<uint32_t>(bits))};
+    }
 };
 
 // What a loaded file's container and codec state about its audio track,
@@ -161,6 +183,9 @@ struct SPcmInfo {
     // peak not to exceed, tenths of dBTP. Read when a render starts.
     std::atomic<int32_t> loudnessTarget{0};
     std::atomic<int32_t> truePeakCeiling{-10};
+    // How the last normalised render that finished came out (a packed
+    // LoudnessResult), LoudnessResult::kNone while none has.
+    std::atomic<int64_t> loudnessResult{LoudnessResult::kNone};
     // What the render's or recording's file holds, once its encoder has
     // started: the client's queries report these. 0 until then.
     std::atomic<int32_t> outputRate{0};

@@ -107,6 +107,7 @@ EncoderThread::OutputFormat EncoderThread::settleOutput(SPcmInfo* item) {
     item->outputRate.store(0);
     item->outputChannels.store(0);
     item->outputBitRate.store(0);
+    item->loudnessResult.store(LoudnessResult::kNone);
 
     format.path = item->path.get();
     if (format.path.empty()) {
@@ -204,7 +205,8 @@ bool EncoderThread::writeBlock(SPcmInfo* item, EncodeJob* job, const int16_t* pc
     return true;
 }
 
-void EncoderThread::finishRender(pcm_id_t id, EncodeJob* job) {
+void EncoderThread::finishRender(SPcmInfo* item, EncodeJob* job) {
+    const pcm_id_t id = item->id;
     // Every write first, then the files are put in place: a failure up to
     // there leaves both targets as they were.
     int finished = job->encoder->flushEncoding();
@@ -216,6 +218,8 @@ void EncoderThread::finishRender(pcm_id_t id, EncodeJob* job) {
         failRender(id, job, finished);
         return;
     }
+    // Known before the client hears of the end.
+    if (job->normalise) item->loudnessResult.store(job->normalise->result.pack());
     delete job;
     endJob(id, EVT_RENDER_DONE, -1);
 }
@@ -261,7 +265,7 @@ void EncoderThread::runStep(WVThreadCmd& cmd) {
 
     switch (job->reader->endState()) {
         case PcmInfoReader::END:
-            finishRender(id, job);
+            finishRender(item, job);
             return;
         case PcmInfoReader::WAIT:
             if (failMissingSource(item, job)) return;

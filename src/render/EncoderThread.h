@@ -184,7 +184,7 @@ private:
     bool writeBlock(SPcmInfo* item, EncodeJob* job, const int16_t* pcm, uint32_t frames);
     // Puts the output in place and ends the render (22), or ends it on the
     // failed write.
-    void finishRender(pcm_id_t id, EncodeJob* job);
+    void finishRender(SPcmInfo* item, EncodeJob* job);
     // A reader of the list from its start, in the render's output format.
     static std::unique_ptr<PcmInfoReader> passReader(SPcmInfo* item, int32_t rate, int32_t channels,
                                                      AudioResampler::src_quality quality);

@@ -15,17 +15,24 @@
 // The gain is target - measured, at most kMaxGainDb; a list with no
 // integrated loudness (silence, or under 0.4 s) keeps gain 0 dB.
 //
-// Memory: one float block (kBlockSamples), a meter during the measuring
-// passes (under 1 KB per second of audio) and a limiter (under 40 KB).
+// The encode pass is measured too: the loudness reached, and what held it
+// back when it falls short of the target, is the render's result.
+//
+// Memory: one float block (kBlockSamples), a meter (under 1 KB per second
+// of audio) and a limiter (under 40 KB).
 #pragma once
 
+#include <climits>
 #include <cstdint>
 #include <memory>
 #include <vector>
 
+#include <wavoryx/Wavoryx.h>
+
 #include "dsp/Dither.h"
 #include "dsp/LoudnessMeter.h"
 #include "dsp/TruePeakLimiter.h"
+#include "items/SPcmInfo.h"
 #include "platform/resample/AudioResampler.h"
 
 namespace wv {
@@ -38,6 +45,8 @@ struct NormalisePlan {
     static constexpr double kMaxCorrectionDb = 15.0;
     static constexpr int kMaxChecks = 3;
     static constexpr double kCloseEnoughLu = 0.1;
+    // How far under the target a render may end and still meet it.
+    static constexpr double kMetWithinLu = 0.5;
     // Between the ceiling asked for and the limiter's: what dither and
     // meters with other interpolators may add to the peak.
     static constexpr double kCeilingMarginDb = 0.1;
@@ -68,7 +77,7 @@ struct NormalisePlan {
     const AudioResampler::src_quality quality;
 
     Pass pass = kMeasure;
-    std::unique_ptr<LoudnessMeter> meter;      // during kMeasure and kCheck
+    std::unique_ptr<LoudnessMeter> meter;      // one per pass
     std::unique_ptr<TruePeakLimiter> limiter;  // during kCheck and kEncode
     double gainDb = 0.0;
     float gain = 1.0f;              // linear gainDb
@@ -79,6 +88,7 @@ struct NormalisePlan {
     double checkedGainDb = 0.0;     // the gain of the last one
     double checkedLufs = 0.0;       // and what it measured
     uint64_t passFrames = 0;        // read in the current pass
+    LoudnessResult result{WV_LOUDNESS_NONE, INT32_MIN};  // set at the end of kEncode
     TpdfDither dither;              // the one conversion to 16-bit
     std::vector<float> block;       // one block, read and processed in place
 };

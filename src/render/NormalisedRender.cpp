@@ -20,6 +20,15 @@ double gainFor(double target, double measured) {
     return std::min(target - measured, NormalisePlan::kMaxGainDb);
 }
 
+// Whether `reached` LUFS meets the plan's target and, if not, what held it
+// back: a wv_loudness_result.
+int32_t outcome(const NormalisePlan& plan, double reached) {
+    if (!std::isfinite(plan.measuredLufs)) return WV_LOUDNESS_NONE;
+    if (reached >= plan.targetLufs - NormalisePlan::kMetWithinLu) return WV_LOUDNESS_MET;
+    if (plan.targetLufs - plan.measuredLufs > NormalisePlan::kMaxGainDb) return WV_LOUDNESS_GAIN_LIMIT;
+    return WV_LOUDNESS_PEAK_CEILING;
+}
+
 // Where a pass's progress (0..1) lies in the render's: the check passes
 // share 25-50 % (a pass not needed is skipped over).
 float overallProgress(const NormalisePlan& plan, float withinPass) {
@@ -103,9 +112,9 @@ void EncoderThread::normaliseStep(WVThreadCmd& cmd, SPcmInfo* item, EncodeJob* j
     } else {
         for (size_t k = 0; k < frames * plan.channels; ++k) samples[k] *= plan.gain;
         const size_t limited = plan.limiter->process(samples, frames, samples);
-        if (plan.pass == NormalisePlan::kCheck) {
-            fed = limited == 0 || plan.meter->add(samples, limited);
-        } else if (!encodeFloat(item, job, samples, limited)) {
+        fed = limited == 0 || plan.meter->add(samples, limited);
+        if (fed && plan.pass == NormalisePlan::kEncode &&
+            !encodeFloat(item, job, samples, limited)) {
             return;
         }
     }
@@ -157,12 +166,7 @@ bool EncoderThread::endPass(SPcmInfo* item, EncodeJob* job) {
             const bool limits = std::isfinite(lufs) &&
                                 peakAfterDb > plan.ceilingDbtp - NormalisePlan::kCheckMarginDb;
             plan.pass = limits ? NormalisePlan::kCheck : NormalisePlan::kEncode;
-            if (limits) {
-                plan.meter.reset(
-                    new LoudnessMeter(plan.rate, plan.channels, MeterScope::kIntegrated));
-            } else {
-                plan.meter.reset();
-            }
+            plan.meter.reset(new LoudnessMeter(plan.rate, plan.channels, MeterScope::kIntegrated));
             break;
         }
         case NormalisePlan::kCheck: {
@@ -175,20 +179,26 @@ bool EncoderThread::endPass(SPcmInfo* item, EncodeJob* job) {
             nextCheck(&plan, lufs);
             WV_LOGI("list %d: limited to %.2f LUFS, next at %+.2f dB", static_cast<int>(id), lufs,
                     plan.gainDb);
-            if (plan.pass == NormalisePlan::kEncode)
-                plan.meter.reset();
-            else
-                plan.meter.reset(
-                    new LoudnessMeter(plan.rate, plan.channels, MeterScope::kIntegrated));
+            plan.meter.reset(new LoudnessMeter(plan.rate, plan.channels, MeterScope::kIntegrated));
             break;
         }
         case NormalisePlan::kEncode: {
             const size_t tail = plan.limiter->flush(samples);
+            double reached = 0.0;
+            if ((tail > 0 && !plan.meter->add(samples, tail)) || !plan.meter->integrated(&reached)) {
+                failRender(id, job, FileWriter::WRITE_ERROR);
+                return false;
+            }
             if (!encodeFloat(item, job, samples, tail)) return false;
             WV_LOGI("list %d: %.2f LUFS rendered at %+.2f dB, limiter down to %.2f dB",
                     static_cast<int>(id), plan.measuredLufs, plan.gainDb,
                     20.0 * std::log10(plan.limiter->lowestGain()));
-            finishRender(id, job);
+            plan.result = {outcome(plan, reached), LoudnessMeter::tenths(reached)};
+            if (plan.result.reason != WV_LOUDNESS_MET) {
+                WV_LOGW("list %d: reached %.1f LUFS, not %.1f (%d)", static_cast<int>(id), reached,
+                        plan.targetLufs, plan.result.reason);
+            }
+            finishRender(item, job);
             return false;
         }
     }

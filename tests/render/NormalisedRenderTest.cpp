@@ -274,6 +274,61 @@ TEST_F(NormalisedRenderTest, SwitchedOffItRendersByteForByteAsAPlainRender) {
     EXPECT_EQ(wvtest::readFile(dir.file("off.wav.wave")), wvtest::readFile(dir.file("plain.wav.wave")));
 }
 
+TEST_F(NormalisedRenderTest, AResultSaysHowLoudTheRenderCameOutAndWhatHeldItBack) {
+    struct Case {
+        const char* name;
+        Kind kind;
+        double sourceLufs;
+        int target, ceiling;  // tenths
+        int32_t reason;
+    };
+    const Case cases[] = {
+        {"met", Kind::kSpeech, -36.0, -160, -10, WV_LOUDNESS_MET},
+        {"+49.5 dB asked, +40 allowed", Kind::kMusic, -58.5, -90, -10, WV_LOUDNESS_GAIN_LIMIT},
+        {"-5 LUFS under a -12 dBTP ceiling", Kind::kMusic, -30.0, -50, -120, WV_LOUDNESS_PEAK_CEILING},
+    };
+    for (const Case& c : cases) {
+        SCOPED_TRACE(c.name);
+        const std::vector<int16_t> source = programme(c.kind, c.sourceLufs, 44100, 2, 8.0);
+        renderNormalised(source, 44100, 2, c.target, c.ceiling, "short.wav");
+        int32_t reached = 0;
+        EXPECT_EQ(engine->getListLoudnessResult(lastList, &reached), c.reason);
+        // What another meter reads on the file.
+        Figures theirs;
+        if (!wvtest::ffmpegAvailable() || !ffmpegFigures(dir.file("short.wav"), dir.path(), &theirs)) {
+            std::vector<int16_t> out;
+            ASSERT_TRUE(wvtest::readWavSamples(dir.file("short.wav"), &out));
+            theirs = libraryFigures(out, 44100, 2);
+        }
+        EXPECT_NEAR(reached / 10.0, theirs.integrated, 0.2);
+        if (c.reason == WV_LOUDNESS_MET) {
+            EXPECT_NEAR(theirs.integrated, c.target / 10.0, 0.5);
+        } else {
+            EXPECT_LT(theirs.integrated, c.target / 10.0 - 0.5);
+        }
+        if (c.reason == WV_LOUDNESS_GAIN_LIMIT) {
+            EXPECT_NEAR(theirs.integrated, c.sourceLufs + 40.0, 0.3);
+        }
+    }
+
+    const std::vector<int16_t> silence(44100 * 2 * 2, 0);
+    renderNormalised(silence, 44100, 2, -160, -10, "silence.wav");
+    int32_t reached = 0;
+    EXPECT_EQ(engine->getListLoudnessResult(lastList, &reached), WV_LOUDNESS_NONE);
+    EXPECT_EQ(reached, INT32_MIN);
+    EXPECT_EQ(engine->getListLoudnessResult(lastList, nullptr), -4);
+
+    // None before a normalised render has ended, none after a plain one.
+    const uint32_t list = newList({{addWavItem(silence, 44100, 2), 0, 44100}});
+    EXPECT_EQ(engine->getListLoudnessResult(list, &reached), -3);
+    ASSERT_EQ(engine->setOutputPara(list, dir.file("plain.wav").c_str(), ENCODE_WAV), 0);
+    ASSERT_EQ(render(list).code, int(wv::EVT_RENDER_DONE));
+    EXPECT_EQ(engine->getListLoudnessResult(list, &reached), -3);
+    EXPECT_EQ(engine->getListLoudnessResult(9999, &reached), -1);
+    wv::SPcmInfo* item = addPcmItem(std::vector<int16_t>(100, 0), 8000, 1);
+    EXPECT_EQ(engine->getListLoudnessResult(item->id, &reached), -2);
+}
+
 TEST_F(NormalisedRenderTest, RefusesValuesOutOfRangeAndItemsThatAreNotLists) {
     const uint32_t list = newList({});
     for (int lufs : {-700, -50, -160}) EXPECT_EQ(engine->setListLoudness(list, lufs, -10), 0) << lufs;
