@@ -420,7 +420,11 @@ public:
     /* Queues a loudness measurement (ITU-R BS.1770 / EBU R128) of a loaded
      * item or a clip list on the encoder worker, read like a render at the
      * item's own rate and channels (a list's: setEncodePara's, else those
-     * its clips suggest) and writing nothing. A source still loading is
+     * its clips suggest) and writing nothing. A loaded file (not a part of
+     * one) of more than two channels, which the item holds mixed down to
+     * stereo, is measured on its own channels, decoded again from the
+     * file, weighted as BS.1770 says: 1 for the front channels, 1.41 for
+     * side and back ones, 0 for low-frequency effects. A source still loading is
      * waited for as by a render; one whose load failed or was cancelled,
      * before or during the measurement, ends it with event 20 (-1); a read
      * error with 20 (-11). Progress is event 21 (percent, when the length

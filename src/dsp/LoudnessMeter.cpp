@@ -34,6 +34,16 @@ LoudnessMeter::~LoudnessMeter() {
     delete mState;
 }
 
+bool LoudnessMeter::weigh(uint32_t channel, ChannelWeight weight) {
+    if (mState == nullptr || channel >= mChannels) return false;
+    // The library weighs by what a channel is; centre and left surround
+    // carry the front and the surround weights.
+    const int kind = weight == ChannelWeight::kFront      ? EBUR128_CENTER
+                     : weight == ChannelWeight::kSurround ? EBUR128_LEFT_SURROUND
+                                                          : EBUR128_UNUSED;
+    return ebur128_set_channel(mState->meter, channel, kind) == EBUR128_SUCCESS;
+}
+
 bool LoudnessMeter::add(const int16_t* samples, size_t frames) {
     if (mState == nullptr) return false;
     return ebur128_add_frames_short(mState->meter, samples, frames) == EBUR128_SUCCESS;

@@ -26,9 +26,15 @@ struct LoudnessFigures {
 // fraction of the work, for passes that need one number).
 enum class MeterScope { kAll, kIntegrated };
 
+// A channel's weight in the loudness (ITU-R BS.1770): 1 for the front
+// channels, 1.41 (+1.5 dB) for the surround ones, 0 for low-frequency
+// effects.
+enum class ChannelWeight { kFront, kSurround, kNone };
+
 class LoudnessMeter {
 public:
-    // channels: 1 (weighted as a single front channel) or 2 (left, right).
+    // channels: 1 (weighted as a single front channel), 2 (left, right),
+    // or more, each to be weighed (weigh()) before the first add().
     LoudnessMeter(uint32_t sampleRate, uint32_t channels, MeterScope scope = MeterScope::kAll);
     ~LoudnessMeter();
     LoudnessMeter(const LoudnessMeter&) = delete;
@@ -37,6 +43,8 @@ public:
     // False when the measurement could not be set up (no memory, a rate
     // the filters do not support): add and figures then fail.
     bool valid() const { return mState != nullptr; }
+    // Sets the weight of `channel`; false for a channel out of range.
+    bool weigh(uint32_t channel, ChannelWeight weight);
     // Feeds `frames` interleaved frames. False when the meter refused them.
     bool add(const int16_t* samples, size_t frames);
     // The same for float samples, full scale 1.0.

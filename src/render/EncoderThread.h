@@ -64,6 +64,7 @@
 #include <atomic>
 #include <memory>
 #include <string>
+#include <vector>
 
 #include "codec/AudioEncoder.h"
 #include "dsp/LoudnessMeter.h"
@@ -71,6 +72,7 @@
 #include "items/JobContext.h"
 #include "items/PcmInfoReader.h"
 #include "items/SPcmInfo.h"
+#include "platform/media/ChannelDecoder.h"
 #include "render/NormalisePlan.h"
 #include "threads/ChunkedJobThread.h"
 
@@ -112,8 +114,13 @@ struct EncodeJob final : EncoderJob {
 struct LoudnessJob final : EncoderJob {
     LoudnessJob(std::unique_ptr<PcmInfoReader> r, uint32_t rate, uint32_t channels)
         : reader(std::move(r)), meter(rate, channels), channels(channels) {}
+    // A file of more than two channels, read from the file itself.
+    LoudnessJob(std::unique_ptr<ChannelDecoder> s, uint32_t rate, uint32_t channels)
+        : source(std::move(s)), meter(rate, channels), channels(channels) {}
 
-    std::unique_ptr<PcmInfoReader> reader;
+    std::unique_ptr<PcmInfoReader> reader;     // null when source is set
+    std::unique_ptr<ChannelDecoder> source;
+    std::vector<float> floats;  // one block of source
     LoudnessMeter meter;
     const uint32_t channels;
     uint64_t frames = 0;        // read so far
@@ -206,6 +213,8 @@ private:
     // and its ending with the three result events.
     void startMeasure(WVThreadCmd& cmd);
     void measureStep(WVThreadCmd& cmd, LoudnessJob* job);
+    // One block of a file read again at its own channels.
+    void measureSourceStep(WVThreadCmd& cmd, LoudnessJob* job);
     void finishMeasure(pcm_id_t id, LoudnessJob* job);
     // Sends a measurement's ending event and drops its reference.
     void endMeasure(pcm_id_t id, uint32_t event, int32_t value);

@@ -1,8 +1,12 @@
 // The encoder worker's loudness measurement: an item or a clip list read
 // like a render, at its own rate and channel count, into a LoudnessMeter
-// instead of an encoder. It shares the render's events for progress (21),
-// failure (20) and cancel (23), and ends with 26, 27 and 28.
+// instead of an encoder. A loaded file of more than two channels, whose item
+// holds a stereo downmix, is decoded again from the file at its own channels,
+// each weighed as ITU-R BS.1770 says. It shares the render's events for
+// progress (21), failure (20) and cancel (23), and ends with 26, 27 and 28.
 #define WV_LOG_TAG "EncoderThread"
+#include <algorithm>
+
 #include "base/Clock.h"
 #include "base/Log.h"
 #include "render/EncoderThread.h"
@@ -41,6 +45,35 @@ bool sourceFailed(SPcmInfo* item) {
     return item->loadFailed.load();
 }
 
+// The item's file decoded at its own channels, when it has more than the
+// item holds; null otherwise (or when it cannot be opened: the item's
+// downmix is measured then).
+std::unique_ptr<ChannelDecoder> multichannelSource(SPcmInfo* item) {
+    SourceFacts facts;
+    if (item->status.load() == CLIP_LIST || item->ranged || !item->sourceFacts(&facts) ||
+        facts.channels <= 2) {
+        return nullptr;
+    }
+    std::unique_ptr<ChannelDecoder> source(new ChannelDecoder());
+    if (!source->open(item->path.get()) || source->channels() <= 2) {
+        WV_LOGW("item %d: its %d channels cannot be read again, its downmix is measured",
+                static_cast<int>(item->id), facts.channels);
+        return nullptr;
+    }
+    return source;
+}
+
+ChannelWeight weightOf(ChannelDecoder::Place place) {
+    switch (place) {
+        case ChannelDecoder::Place::kSurround:
+            return ChannelWeight::kSurround;
+        case ChannelDecoder::Place::kLowFrequency:
+            return ChannelWeight::kNone;
+        default:
+            return ChannelWeight::kFront;
+    }
+}
+
 }  // namespace
 
 void EncoderThread::startMeasure(WVThreadCmd& cmd) {
@@ -66,9 +99,20 @@ void EncoderThread::startMeasure(WVThreadCmd& cmd) {
         sendWaitingCmd(cmd, kRetryDelayMs);
         return;
     }
-    std::unique_ptr<PcmInfoReader> reader(new PcmInfoReader(item));
-    reader->setOutputFormat(static_cast<int32_t>(rate), static_cast<int32_t>(channels));
-    std::unique_ptr<LoudnessJob> job(new LoudnessJob(std::move(reader), rate, channels));
+    std::unique_ptr<LoudnessJob> job;
+    if (std::unique_ptr<ChannelDecoder> source = multichannelSource(item)) {
+        const uint32_t sourceRate = source->rate();
+        const uint32_t sourceChannels = source->channels();
+        job.reset(new LoudnessJob(std::move(source), sourceRate, sourceChannels));
+        for (uint32_t c = 0; c < sourceChannels; ++c) {
+            job->meter.weigh(c, weightOf(job->source->place(c)));
+        }
+        rate = sourceRate;
+    } else {
+        std::unique_ptr<PcmInfoReader> reader(new PcmInfoReader(item));
+        reader->setOutputFormat(static_cast<int32_t>(rate), static_cast<int32_t>(channels));
+        job.reset(new LoudnessJob(std::move(reader), rate, channels));
+    }
     if (!job->meter.valid()) {
         endMeasure(id, EVT_RENDER_FAILED, -11);
         return;
@@ -79,6 +123,10 @@ void EncoderThread::startMeasure(WVThreadCmd& cmd) {
 }
 
 void EncoderThread::measureStep(WVThreadCmd& cmd, LoudnessJob* job) {
+    if (job->source) {
+        measureSourceStep(cmd, job);
+        return;
+    }
     SPcmInfo* item = itemOf(cmd);
     const pcm_id_t id = item->id;
     const TimeVal begin = timeOfDay();
@@ -120,6 +168,32 @@ void EncoderThread::measureStep(WVThreadCmd& cmd, LoudnessJob* job) {
             postNextStep(cmd, elapsedMs(begin, timeOfDay()));
             return;
     }
+}
+
+void EncoderThread::measureSourceStep(WVThreadCmd& cmd, LoudnessJob* job) {
+    SPcmInfo* item = itemOf(cmd);
+    const pcm_id_t id = item->id;
+    const TimeVal begin = timeOfDay();
+    const int maxFrames = static_cast<int>(kBlockBytes / 2 / job->channels);
+    job->floats.resize(static_cast<size_t>(maxFrames) * job->channels);
+    const int n = job->source->read(job->floats.data(), maxFrames);
+    if (n < 0 || (n > 0 && !job->meter.add(job->floats.data(), static_cast<size_t>(n)))) {
+        WV_LOGE("item %d could not be read or measured", static_cast<int>(id));
+        delete job;
+        endMeasure(id, EVT_RENDER_FAILED, -11);
+        return;
+    }
+    if (n == 0) {
+        finishMeasure(id, job);
+        return;
+    }
+    job->frames += static_cast<uint64_t>(n);
+    if (job->totalFrames == 0) job->totalFrames = expectedFrames(item, job->source->rate());
+    if (job->totalFrames > 0) {
+        update(std::min(1.0f, static_cast<float>(job->frames) / static_cast<float>(job->totalFrames)),
+               &job->lastProgress);
+    }
+    postNextStep(cmd, elapsedMs(begin, timeOfDay()));
 }
 
 void EncoderThread::finishMeasure(pcm_id_t id, LoudnessJob* job) {
