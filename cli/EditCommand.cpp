@@ -12,6 +12,7 @@
 #include <cstdint>
 #include <cstdio>
 #include <cstdlib>
+#include <map>
 #include <memory>
 #include <optional>
 #include <string>
@@ -145,26 +146,46 @@ uint32_t lengthMargin(const LoadedSource& source) {
 // Where each range comes from: its load, and its frames in that load's item.
 struct RangeLoad {
     size_t load = 0;
-    bool ranged = false;  // the item holds the range alone, from its frame 0
+    bool ranged = false;  // the item holds the file from its load's fromMs, at its frame 0
 };
 
 // A part of a file is loaded alone (reaching it without decoding what comes
 // before) where that decodes less: for formats whose parts load that way,
 // when the range is not the whole file. A WAV is read in place whole.
-bool loadsAlone(const SourceRange& range) {
-    if (range.fromMs == 0 && !range.hasEnd) return false;
-    const std::string kind = fileKind(inputFile(range.path));
+bool loadsAlone(const std::string& path, uint32_t fromMs, bool hasEnd) {
+    if (fromMs == 0 && !hasEnd) return false;
+    const std::string kind = fileKind(inputFile(path));
     return kind == "MP3" || kind == "FLAC" || kind == "Ogg Vorbis";
 }
 
+// One load per file, however many ranges name it: each load holds its own
+// descriptors and decoder, so a load per range runs out of descriptors at a
+// few hundred ranges. The ranges of a file share the part from the
+// earliest start to the latest end, loaded alone where that decodes less.
 std::vector<RangeLoad> startLoads(SourceLoads& loads, const EditOptions& options, bool whole) {
+    struct Span {
+        uint32_t fromMs = UINT32_MAX;
+        uint32_t toMs = 0;
+    };
+    std::map<std::string, Span> spans;
+    for (const SourceRange& range : options.ranges) {
+        Span& span = spans[range.path];
+        span.fromMs = std::min(span.fromMs, range.fromMs);
+        span.toMs = std::max(span.toMs, range.hasEnd ? range.toMs : UINT32_MAX);
+    }
+    std::map<std::string, RangeLoad> byPath;
     std::vector<RangeLoad> planned;
     for (const SourceRange& range : options.ranges) {
-        RangeLoad load;
-        load.ranged = !whole && loadsAlone(range);
-        load.load = load.ranged ? loads.startRange(range.path, range.fromMs, range.hasEnd ? range.toMs : UINT32_MAX)
-                                : loads.startWhole(range.path);
-        planned.push_back(load);
+        auto found = byPath.find(range.path);
+        if (found == byPath.end()) {
+            const Span& span = spans[range.path];
+            RangeLoad load;
+            load.ranged = !whole && loadsAlone(range.path, span.fromMs, span.toMs != UINT32_MAX);
+            load.load = load.ranged ? loads.startRange(range.path, span.fromMs, span.toMs)
+                                    : loads.startWhole(range.path);
+            found = byPath.emplace(range.path, load).first;
+        }
+        planned.push_back(found->second);
     }
     return planned;
 }
@@ -194,7 +215,7 @@ Cut buildClipList(Wavoryx& engine, int list, const EditOptions& options, SourceL
     for (size_t i = 0; i < options.ranges.size(); ++i) {
         const SourceRange& range = options.ranges[i];
         LoadedSource& source = loads.sources()[planned[i].load];
-        const uint32_t skipped = planned[i].ranged ? msToFrame(range.fromMs, source.sampleRate) : 0;
+        const uint32_t skipped = planned[i].ranged ? msToFrame(source.fromMs, source.sampleRate) : 0;
         const uint32_t from = msToFrame(range.fromMs, source.sampleRate) - skipped;
         uint32_t to = range.hasEnd ? msToFrame(range.toMs, source.sampleRate) - skipped : source.frames;
         if (source.ok && to > source.frames) {

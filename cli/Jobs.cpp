@@ -1,13 +1,17 @@
 #include "Jobs.h"
 
+#include <dirent.h>
+#include <fcntl.h>
+#include <sys/resource.h>
 #include <sys/stat.h>
-#include <sys/statvfs.h>
 #include <unistd.h>
 
+#include <algorithm>
 #include <cerrno>
 #include <chrono>
 #include <cstdio>
 #include <cstring>
+#include <string>
 
 #include <wavoryx/Wavoryx.h>
 
@@ -15,11 +19,15 @@
 #include "Progress.h"
 #include "Session.h"
 #include "StandardInput.h"
+#include "TimeSpec.h"
 
 namespace wvcli {
 namespace {
 
 constexpr int kPollMs = 100;
+// A load takes a few descriptors (its file, its working file, the
+// decoder's); fewer free than this is taken as running out.
+constexpr rlim_t kDescriptorMargin = 8;
 constexpr auto kCancelWait = std::chrono::seconds(10);
 
 enum LoadEvent {
@@ -49,23 +57,95 @@ std::string folderOf(const std::string& path) {
     return slash == 0 ? "/" : path.substr(0, slash);
 }
 
-// Event 0 says 2 for "cannot open" and 1 for "not audio"; the file system
-// tells the cause of the first more precisely.
-std::string loadFailure(const std::string& path, int value, const Session& session) {
-    switch (value) {
-        case 2:
-            if (::access(inputFile(path).c_str(), R_OK) != 0) return std::strerror(errno);
-            return "cannot be read";
-        case 1: return "not an audio file (no audio track this engine can decode)";
-        case 4: return "cannot create a working file in " + session.workDir();
-        default: return "cannot write a working file in " + session.workDir();
+// What a failed create or write with `error` means to the user.
+std::string describeError(int error) {
+    switch (error) {
+        case ENOSPC:
+        case EDQUOT: return "storage full";
+        case EMFILE: return "too many open files in this process (raise ulimit -n)";
+        case ENFILE: return "too many open files on this system";
+        default: return std::strerror(error);
     }
 }
 
-bool lowOnSpace(const std::string& folder) {
-    struct statvfs fs;
-    if (::statvfs(folder.c_str(), &fs) != 0) return false;
-    return uint64_t(fs.f_bavail) * fs.f_frsize < (uint64_t(1) << 20);
+// Whether the process uses all but a few of the descriptors it may have:
+// loads that fail for want of one may have given theirs back before their
+// event arrives, while the others still hold theirs.
+bool nearDescriptorLimit() {
+    struct rlimit limit;
+    if (::getrlimit(RLIMIT_NOFILE, &limit) != 0 || limit.rlim_cur == RLIM_INFINITY) return false;
+    DIR* fds = ::opendir("/proc/self/fd");
+    if (fds == nullptr) return errno == EMFILE || errno == ENFILE;
+    rlim_t open = 0;
+    while (::readdir(fds) != nullptr) ++open;
+    ::closedir(fds);
+    // ".", "..", and the listing's own descriptor are no descriptors in use.
+    open = open > 3 ? open - 3 : 0;
+    return open + kDescriptorMargin >= limit.rlim_cur;
+}
+
+// What keeps a file from being created and written in `folder` now, or ""
+// when a probe of 64 KiB can be. The engine's events do not say why its
+// file failed; the conditions that fail it (a full storage, no descriptor
+// left) still hold when the event arrives.
+std::string probeFolder(const std::string& folder) {
+    std::string probe = folder + "/.wavoryx-probe-XXXXXX";
+    const int fd = ::mkostemp(&probe[0], O_CLOEXEC);
+    if (fd < 0) return describeError(errno);
+    if (nearDescriptorLimit()) {
+        ::close(fd);
+        ::unlink(probe.c_str());
+        return describeError(EMFILE);
+    }
+    static const char kZeros[64 * 1024] = {};
+    const ssize_t written = ::write(fd, kZeros, sizeof kZeros);
+    const int error = written < 0 ? errno : ENOSPC;
+    ::close(fd);
+    ::unlink(probe.c_str());
+    return written == ssize_t(sizeof kZeros) ? "" : describeError(error);
+}
+
+std::string megabytes(uint64_t bytes) {
+    char text[32];
+    std::snprintf(text, sizeof text, "%.1f MB", double(bytes) / 1e6);
+    return text;
+}
+
+std::string folderName(const std::string& folder) {
+    return folder.size() > 1 && folder.back() == '/' ? folder.substr(0, folder.size() - 1) : folder;
+}
+
+// Event 0 says 2 for "cannot open" and 1 for "not audio"; the file system
+// tells the cause of the first more precisely.
+std::string loadFailure(const std::string& path, int value, const Session& session) {
+    const std::string problem = value == 1 || value == 2 ? "" : probeFolder(session.workDir());
+    switch (value) {
+        case 2:
+            if (::access(inputFile(path).c_str(), R_OK) != 0) return std::strerror(errno);
+            if (nearDescriptorLimit()) return "cannot be opened: " + describeError(EMFILE);
+            return "cannot be read";
+        case 1: return "not an audio file (no audio track this engine can decode)";
+        case 4:
+            if (problem == "storage full") return problem + " in the working folder " + folderName(session.workDir());
+            return "cannot create a working file in " + session.workDir() + (problem.empty() ? "" : ": " + problem);
+        default:
+            if (problem == "storage full") return problem + " in the working folder " + folderName(session.workDir());
+            return "cannot write a working file in " + session.workDir() + (problem.empty() ? "" : ": " + problem);
+    }
+}
+
+// Why a render stopped (event 25: storage full, or an encoder that could
+// not start). `writtenMs`: audio the encoder had taken, 0 when it never
+// started; the engine has removed what it wrote by now.
+std::string whyRenderStopped(const std::string& workPath, uint64_t writtenMs, bool wrote) {
+    const std::string folder = folderOf(workPath);
+    const std::string problem = probeFolder(folder);
+    if (problem == "storage full" || (problem.empty() && wrote)) {
+        return "storage full in the working folder " + folder + " while writing the output" +
+               (wrote ? " (it filled after " + formatTimeMs(writtenMs) + " of audio)" : "");
+    }
+    if (!problem.empty()) return "cannot write the output in the working folder " + folder + ": " + problem;
+    return "the encoder does not accept this rate, channel count or bit rate";
 }
 
 // Why `path` is something other than a file to load, or "" (a missing
@@ -86,6 +166,8 @@ bool isRenderEnd(int code) {
 }
 
 }  // namespace
+
+std::string folderProblem(const std::string& folder) { return probeFolder(folder); }
 
 const LoadedSource* findSource(const std::vector<LoadedSource>& sources, const std::string& path) {
     for (const LoadedSource& source : sources) {
@@ -207,7 +289,11 @@ bool SourceLoads::take(const EngineEvent& event) {
     }
     mReported.push_back(source.path);
     if (event.code == kLoadNoSpace) {
-        reportError(source.path, "storage full in " + mSession.workDir());
+        // The decoded audio is 16-bit PCM of the length the file states.
+        const uint64_t needed = uint64_t(source.expected) * uint32_t(std::max(source.channels, 0)) * 2;
+        reportError(source.path, "storage full in the working folder " + folderName(mSession.workDir()) +
+                                     " while decoding it" +
+                                     (needed > 0 ? " (its audio needs " + megabytes(needed) + ")" : ""));
     } else {
         reportError(source.path, loadFailure(source.path, event.value, mSession));
     }
@@ -287,6 +373,14 @@ int renderList(Session& session, int listId, const std::string& workPath, const 
         }
     }
     if (loads != nullptr) loads->setProgress(nullptr, false);
+    std::string stopped;
+    if (end.code == kRenderStopped && !cancelling) {
+        // Frames are counted as the encoder takes them, once it started.
+        const int32_t frames = engine.getPcmFrameLength(listId);
+        const int32_t rate = engine.getPcmSampleRate(listId);
+        const uint64_t ms = frames > 0 && rate > 0 ? uint64_t(frames) * 1000 / uint32_t(rate) : 0;
+        stopped = whyRenderStopped(workPath, ms, frames > 0);
+    }
     ::unlink(wavePath.c_str());
     if (end.code != kRenderDone || cancelling) ::unlink(workPath.c_str());
     if (cancelling) {
@@ -310,9 +404,7 @@ int renderList(Session& session, int listId, const std::string& workPath, const 
             reportError(shownPath, end.value == -1 ? "cannot write (the file cannot be created)" : "write error");
             break;
         case kRenderStopped:
-            reportError(shownPath, lowOnSpace(folderOf(workPath)) ? "storage full"
-                                                                  : "the encoder does not accept this rate, channel "
-                                                                    "count or bit rate");
+            reportError(shownPath, stopped);
             break;
         default: reportError(shownPath, "rendering was cancelled"); break;
     }

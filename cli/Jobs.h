@@ -95,6 +95,11 @@ private:
 // (their lines printed, their entries not ok), or the interrupt status.
 int loadSources(Session& session, const std::vector<std::string>& paths, std::vector<LoadedSource>& sources);
 
+// What keeps a file from being created and written in `folder` now ("storage
+// full", "too many open files ...", the system's words), or "" when a probe
+// of 64 KiB can be. For failures the engine's events do not explain.
+std::string folderProblem(const std::string& folder);
+
 // The entry of `path` in `sources`, or nullptr.
 const LoadedSource* findSource(const std::vector<LoadedSource>& sources, const std::string& path);
 

@@ -20,6 +20,7 @@
 #include <sys/stat.h>
 #include <unistd.h>
 
+#include <algorithm>
 #include <cerrno>
 #include <chrono>
 #include <cstdio>
@@ -268,7 +269,16 @@ std::string whyNotCreatable(const std::string& path) {
 std::string failureReason(const RecordState& state, const std::string& path) {
     if (state.full || (state.ended && state.endValue == kEndNoSpace)) return "storage full";
     if (state.failedWith == 1 || (state.ended && state.endValue == kEndWriteError)) return "write error";
-    if (state.failedWith == 3) return "the encoder does not accept this rate, channel count or bit rate";
+    if (state.failedWith == 3) {
+        // The encoder writes its header as it starts: storage or descriptors
+        // that ran out fail it too.
+        const size_t slash = path.find_last_of('/');
+        const std::string folder = slash == std::string::npos ? "." : path.substr(0, std::max<size_t>(slash, 1));
+        const std::string problem = folderProblem(folder);
+        if (problem == "storage full") return problem + " in " + folder;
+        if (!problem.empty()) return "cannot write in " + folder + ": " + problem;
+        return "the encoder does not accept this rate, channel count or bit rate";
+    }
     if (state.failedWith != 0) {
         if (state.started) return "the audio input failed";
         // A failed set-up ends with event 63 when the input opened but the

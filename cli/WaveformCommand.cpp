@@ -41,6 +41,7 @@ constexpr uint32_t kDataStepMs = 5000;
 // Whole pixels come in stretches of whole seconds up to this long; a pixel
 // size that needs longer ones is gathered frame by frame.
 constexpr uint64_t kMaxPixelStepSeconds = 60;
+constexpr int kMostColumns = 20000;
 
 struct WaveformOptions {
     std::string file;
@@ -73,9 +74,11 @@ struct Output {
 int terminalColumns() {
     struct winsize size;
     if (ioctl(STDOUT_FILENO, TIOCGWINSZ, &size) == 0 && size.ws_col > 0) return size.ws_col;
+    // As many columns as --width accepts at most: a huge value would ask
+    // for gigabytes of peaks.
     const char* columns = std::getenv("COLUMNS");
-    const int parsed = columns != nullptr ? std::atoi(columns) : 0;
-    return parsed > 0 ? parsed : 80;
+    const long parsed = columns != nullptr ? std::strtol(columns, nullptr, 10) : 0;
+    return parsed > 0 ? int(std::min<long>(parsed, kMostColumns)) : 80;
 }
 
 void checkWaveformOptions(WaveformOptions& options) {
@@ -308,7 +311,7 @@ void addWaveformCommand(CLI::App& app, CommandLine& line) {
     waveform
         ->add_option("--width", options->width,
                      "Columns (default: the terminal's width; 800 for --png); with --json/--dat: at most N pixels")
-        ->check(wholeNumberIn(1, 20000));
+        ->check(wholeNumberIn(1, kMostColumns));
     waveform->add_option("--height", options->height, "Text rows (default 8), or PNG pixels (default 200)")
         ->check(wholeNumberIn(1, 10000));
     waveform->add_flag("--db", options->decibels, "Logarithmic height: -60 dB at the centre line, 0 dBFS at the edge");

@@ -63,21 +63,51 @@ int copyOut(char* value, const char* text) {
     return static_cast<int>(length);
 }
 
+// The value set for `key`, if any: an override, else the file's.
+bool lookUp(const char* key, std::string* value) {
+    if (key == nullptr) return false;
+    PropertyStore& s = store();
+    std::lock_guard<std::mutex> guard(s.lock);
+    readFileOnce(s);
+    auto found = s.overrides.find(key);
+    if (found == s.overrides.end()) {
+        found = s.fromFile.find(key);
+        if (found == s.fromFile.end()) return false;
+    }
+    *value = found->second;
+    return true;
+}
+
 }  // namespace
 
 int property_get(const char* key, char* value, const char* defaultValue) {
-    PropertyStore& s = store();
-    {
-        std::lock_guard<std::mutex> guard(s.lock);
-        readFileOnce(s);
-        if (key != nullptr) {
-            auto found = s.overrides.find(key);
-            if (found != s.overrides.end()) return copyOut(value, found->second.c_str());
-            found = s.fromFile.find(key);
-            if (found != s.fromFile.end()) return copyOut(value, found->second.c_str());
-        }
-    }
-    return copyOut(value, defaultValue ? defaultValue : "");
+    std::string found;
+    return copyOut(value, lookUp(key, &found) ? found.c_str() : defaultValue ? defaultValue : "");
+}
+
+int32_t property_get_int(const char* key, int32_t defaultValue, int32_t lowest, int32_t highest,
+                         bool refuseOutside) {
+    std::string found;
+    if (!lookUp(key, &found)) return defaultValue;
+    const char* value = found.c_str();
+    const char* text = value;
+    while (*text == ' ' || *text == '\t') ++text;
+    char* end = nullptr;
+    // Saturates instead of wrapping, so that a huge value is out of range
+    // rather than any number at all.
+    const long long number = std::strtoll(text, &end, 10);
+    const bool notANumber = end == text;
+    if (!notANumber && number >= lowest && number <= highest) return static_cast<int32_t>(number);
+    const int32_t used =
+        notANumber || refuseOutside ? defaultValue : number < lowest ? lowest : highest;
+    logPropertyRefused(key, value, notANumber, lowest, highest, std::to_string(used).c_str());
+    return used;
+}
+
+void logPropertyRefused(const char* key, const char* value, bool notANumber, long long lowest,
+                        long long highest, const char* used) {
+    WV_LOGW("%s=%s %s (accepted %lld to %lld); using %s", key, value,
+            notANumber ? "is not a whole number" : "is out of range", lowest, highest, used);
 }
 
 void propertiesReloadForTesting() {

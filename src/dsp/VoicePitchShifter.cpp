@@ -22,7 +22,8 @@ VoicePitchShifter::VoicePitchShifter(uint32_t sampleRate, uint32_t channels, flo
       mScratch(size_t(kScratchFrames) * channels) {
     mSoundTouch->setSampleRate(sampleRate);
     mSoundTouch->setChannels(channels);
-    mSoundTouch->setPitchSemiTones(semitones);
+    const float most = float(kMostSemitones);
+    mSoundTouch->setPitchSemiTones(std::isfinite(semitones) ? std::min(most, std::max(-most, semitones)) : 0.0f);
     mSoundTouch->setSetting(SETTING_SEQUENCE_MS, kSequenceMs);
     mSoundTouch->setSetting(SETTING_SEEKWINDOW_MS, kSeekWindowMs);
     mSoundTouch->setSetting(SETTING_OVERLAP_MS, kOverlapMs);

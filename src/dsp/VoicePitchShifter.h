@@ -32,8 +32,13 @@ public:
     static constexpr int kSeekWindowMs = 15;
     static constexpr int kOverlapMs = 8;
     static constexpr uint32_t kScratchFrames = 1024;
+    // The largest shift either way. SoundTouch stretches by
+    // 2^(semitones / 12): far beyond two octaves one block grows without
+    // bound, and its caller never gets control back.
+    static constexpr int32_t kMostSemitones = 24;
 
-    // `channels` 1 or 2, `sampleRate` in Hz (> 0), `semitones` signed.
+    // `channels` 1 or 2, `sampleRate` in Hz (> 0), `semitones` signed,
+    // clamped to +-kMostSemitones (a value that is no number means 0).
     VoicePitchShifter(uint32_t sampleRate, uint32_t channels, float semitones);
     ~VoicePitchShifter();
     VoicePitchShifter(const VoicePitchShifter&) = delete;

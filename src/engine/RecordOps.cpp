@@ -7,12 +7,12 @@
 #define WV_LOG_TAG "WavoryxPriv"
 #include <algorithm>
 #include <cstdio>
-#include <cstdlib>
 #include <string>
 
 #include "base/Log.h"
 #include "base/Properties.h"
 #include "codec/AudioEncoder.h"
+#include "dsp/VoicePitchShifter.h"
 #include "engine/WavoryxPriv.h"
 #include "record/RecorderThread.h"
 
@@ -24,10 +24,10 @@ constexpr int32_t kDefaultSampleRate = 8000;
 
 enum : int32_t { EFFECT_MALE = 1, EFFECT_FEMALE = 2, EFFECT_FEMALE_HIGH = 3, EFFECT_ROBOT = 4 };
 
-int32_t pitchProperty(const char* key, const char* defaultValue) {
-    char value[kPropertyValueMax];
-    property_get(key, value, defaultValue);
-    return std::atoi(value);
+// A voice effect's shift in semitones, as far either way as the shifter goes.
+int32_t pitchProperty(const char* key, int32_t defaultValue) {
+    return property_get_int(key, defaultValue, -VoicePitchShifter::kMostSemitones,
+                            VoicePitchShifter::kMostSemitones);
 }
 
 // The control pattern of a recording's buffer commands.
@@ -62,13 +62,13 @@ int32_t WavoryxPriv::recordStart(const char* path, int32_t type, int32_t sampleR
     item->jointStereo = mRecordJointStereo;
     switch (effect) {
         case EFFECT_MALE:
-            item->pitch = -float(pitchProperty("persist.wavoryx.malepitch", "4"));
+            item->pitch = -float(pitchProperty("persist.wavoryx.malepitch", 4));
             break;
         case EFFECT_FEMALE:
-            item->pitch = float(pitchProperty("persist.wavoryx.femalepitch", "4"));
+            item->pitch = float(pitchProperty("persist.wavoryx.femalepitch", 4));
             break;
         case EFFECT_FEMALE_HIGH:
-            item->pitch = float(pitchProperty("persist.wavoryx.femalepitch", "9"));
+            item->pitch = float(pitchProperty("persist.wavoryx.femalepitch", 9));
             break;
         case EFFECT_ROBOT:
             item->robot = 1;

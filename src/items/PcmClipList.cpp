@@ -86,7 +86,7 @@ int32_t PcmClipList::getChannelCount() {
 }
 
 uint32_t PcmClipList::getListBetweenFrame(PcmClipList& out, uint32_t& frameCount, uint32_t s,
-                                          uint32_t e, bool useTotal) {
+                                          uint32_t e, bool useTotal, size_t maxClips) {
     frameCount = 0;
     if (s >= e) return 0;
     std::lock_guard<std::mutex> guard(mLock);
@@ -130,6 +130,7 @@ uint32_t PcmClipList::getListBetweenFrame(PcmClipList& out, uint32_t& frameCount
         }
         // The rest of the range lies beyond frames that do not exist yet.
         if (growing == 1) return 1;
+        if (started && out.mClips.size() >= maxClips) return 0;
         s -= length;
         e -= length;
     }

@@ -64,8 +64,12 @@ public:
     // Appends to `out` the clips covering list frames [startFrame, endFrame),
     // cut to the range; sets frameCount to the frames available now. Returns
     // 1 when the range is cut short by a source that may still grow.
+    // With `maxClips`, appends at most that many clips and stops there
+    // (frameCount then counts those only): a reader that walks a list clip
+    // by clip needs the next one, and copying the rest each time makes a
+    // long list quadratic.
     uint32_t getListBetweenFrame(PcmClipList& out, uint32_t& frameCount, uint32_t startFrame,
-                                 uint32_t endFrame, bool useTotal);
+                                 uint32_t endFrame, bool useTotal, size_t maxClips = SIZE_MAX);
 
     // Effects. The clip setters return false for a clip id not in the list;
     // values are stored as given (the engine checks their ranges).

@@ -267,7 +267,7 @@ int32_t PcmInfoReader::readClipList(char* buffer, uint32_t frames, uint64_t gotB
             PcmClipList clips;
             uint32_t count = 0;
             const uint32_t more =
-                mInfo->clipList->getListBetweenFrame(clips, count, mPosition, mEndFrame, false);
+                mInfo->clipList->getListBetweenFrame(clips, count, mPosition, mEndFrame, false, 1);
             if (clips.size() == 0) {
                 mEndState = more ? WAIT : END;
                 return static_cast<int32_t>(got);

@@ -57,6 +57,49 @@ TEST(Properties, RejectsBadKeysAndLongValues) {
     wavoryx_set_property("k", nullptr);
 }
 
+TEST(Properties, WholeNumbersWithinTheirRange) {
+    wvtest::LogCapture capture;
+    wavoryx_set_log_level(WAVORYX_LOG_WARN);
+    const char* key = "test.range";
+    const auto read = [&](const char* value, bool refuse = false) {
+        wavoryx_set_property(key, value);
+        return wv::property_get_int(key, 4, -24, 24, refuse);
+    };
+    // Unset, then at the limits and inside: as given, silently; the leading
+    // digits count, as they always did.
+    EXPECT_EQ(read(nullptr), 4);
+    EXPECT_EQ(read("-24"), -24);
+    EXPECT_EQ(read("24"), 24);
+    EXPECT_EQ(read(" 0"), 0);
+    EXPECT_EQ(read("-3.5"), -3);
+    EXPECT_TRUE(capture.lines().empty());
+    // Beyond: clamped, or the default when refused, one line each naming
+    // the key, the value and the range; huge values do not wrap round.
+    const struct {
+        const char* value;
+        bool refuse;
+        int32_t expected;
+        const char* line;
+    } beyond[] = {
+        {"25", false, 24, "test.range=25 is out of range (accepted -24 to 24); using 24"},
+        {"-25", false, -24, "test.range=-25 is out of range (accepted -24 to 24); using -24"},
+        {"-99999999999", false, -24, "test.range=-99999999999 is out of range (accepted -24 to 24); using -24"},
+        {"4294967297", false, 24, "test.range=4294967297 is out of range (accepted -24 to 24); using 24"},
+        {"99999999999999999999999", false, 24,
+         "test.range=99999999999999999999999 is out of range (accepted -24 to 24); using 24"},
+        {"1000", true, 4, "test.range=1000 is out of range (accepted -24 to 24); using 4"},
+        {"abc", false, 4, "test.range=abc is not a whole number (accepted -24 to 24); using 4"},
+        {"", false, 4, "test.range= is not a whole number (accepted -24 to 24); using 4"},
+    };
+    for (const auto& b : beyond) {
+        capture.clear();
+        EXPECT_EQ(read(b.value, b.refuse), b.expected) << b.value;
+        EXPECT_TRUE(capture.contains(b.line, "Properties")) << b.value;
+        EXPECT_EQ(capture.lines().size(), 1u) << b.value;
+    }
+    wavoryx_set_property(key, nullptr);
+}
+
 TEST(Properties, SafeFromManyThreads) {
     std::vector<std::thread> threads;
     for (int t = 0; t < 4; ++t) {

@@ -96,6 +96,15 @@ TEST(VoicePitchShifter, MovesATonesPitchAndKeepsItsLength) {
     }
 }
 
+TEST(VoicePitchShifter, ShiftsBeyondTwoOctavesAreTwoOctaves) {
+    // Far beyond, the stretch would grow one block without bound.
+    const uint32_t rate = 8000;
+    const std::vector<int16_t> tone = wvtest::makeTone(rate, 1, 0.5, 440.0, 0.5);
+    EXPECT_EQ(shift(tone, rate, 1, 1000.0f), shift(tone, rate, 1, 24.0f));
+    EXPECT_EQ(shift(tone, rate, 1, -1e9f), shift(tone, rate, 1, -24.0f));
+    EXPECT_EQ(shift(tone, rate, 1, std::nanf("")), shift(tone, rate, 1, 0.0f));
+}
+
 TEST(VoicePitchShifter, SaturatesOnTheWayBackToSixteenBits) {
     const uint32_t rate = 16000;
     // A full-scale stereo tone: the overlap-add of the shifter overshoots

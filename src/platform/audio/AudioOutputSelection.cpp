@@ -61,7 +61,7 @@ double devicePaceFromEnvironment() {
     char* end = nullptr;
     const double pace = std::strtod(env, &end);
     if (*end != '\0' || !(pace > 0.0) || pace > 1e6) {
-        WV_LOGW("WAVORYX_DEVICE_PACE=%s is not a positive number; using 1", env);
+        WV_LOGW("WAVORYX_DEVICE_PACE=%s is not a positive number up to 1000000; using 1", env);
         return 1.0;
     }
     return pace;

@@ -60,9 +60,14 @@ void AudioResampler::init_routine() {
     char* end = nullptr;
     errno = 0;
     const unsigned long number = std::strtoul(value, &end, 0);
-    if (end == value || *end != '\0') return;
+    const bool notANumber = end == value || *end != '\0';
     // Anything out of range, including what strtoul saturated, means default.
-    gDefaultQuality.store(number > SRC_HQ_VERY_HIGH ? SRC_DEFAULT : static_cast<int32_t>(number));
+    if (notANumber || number > SRC_HQ_VERY_HIGH) {
+        logPropertyRefused("af.resampler.quality", value, notANumber, SRC_DEFAULT, SRC_HQ_VERY_HIGH,
+                           "the default");
+        return;
+    }
+    gDefaultQuality.store(static_cast<int32_t>(number));
 }
 
 uint32_t AudioResampler::loadMHz() {
