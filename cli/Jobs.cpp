@@ -278,6 +278,7 @@ bool SourceLoads::take(const EngineEvent& event) {
         source.sampleRate = engine.getPcmSampleRate(source.id);
         source.channels = engine.getPcmChannelCount(source.id);
         source.frames = uint32_t(engine.getPcmFrameLength(source.id));
+        reportDamage(source);
         return true;
     }
     mFailed = true;
@@ -298,6 +299,23 @@ bool SourceLoads::take(const EngineEvent& event) {
         reportError(source.path, loadFailure(source.path, event.value, mSession));
     }
     return true;
+}
+
+void SourceLoads::reportDamage(LoadedSource& source) {
+    unsigned int firstMs = 0;
+    const int32_t packets = mSession.engine().getLoadDamage(source.id, &firstMs);
+    if (packets <= 0) return;
+    source.damagedPackets = uint32_t(packets);
+    // A range's times are the file's: the part starts at fromMs.
+    source.firstDamageMs = firstMs;
+    const uint64_t atMs = uint64_t(firstMs) + (source.ranged ? source.fromMs : 0);
+    const std::string line = "wavoryx: " + source.path + ": " + std::to_string(packets) + " damaged packet" +
+                             (packets == 1 ? "" : "s") + " skipped near " + formatTimeMs(atMs) + "\n";
+    if (mProgress != nullptr) {
+        mProgress->interject(line);
+    } else {
+        std::fwrite(line.data(), 1, line.size(), stderr);
+    }
 }
 
 void SourceLoads::cancelRunning() {

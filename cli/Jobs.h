@@ -1,7 +1,9 @@
 // The two long jobs of the command, each run to its end while showing its
 // progress and watching for Ctrl-C and the other ending signals:
-//   loadSources  loads files into the engine (events 6, 3, then 4 or a
-//                failure 0, 5, 7), each distinct path once;
+//   loadSources  loads files into the engine (events 6, 3, 8, then 4 or a
+//                failure 0, 5, 7), each distinct path once; a load that
+//                skipped damaged packets is told in one line
+//                "wavoryx: FILE: N damaged packets skipped near M:SS.mmm";
 //   renderList   renders a clip list to its output file (events 21, then 22
 //                or a failure 20, 23, 25).
 // On a signal they cancel through the engine (cancelLoadFile,
@@ -37,6 +39,8 @@ struct LoadedSource {
     bool ranged = false;    // a load of [fromMs, toMs) of the file only (loadFileRange)
     uint32_t fromMs = 0;
     uint32_t toMs = 0;
+    uint32_t damagedPackets = 0;  // once ended: packets skipped as damaged
+    uint32_t firstDamageMs = 0;   // where the first one lay, in the item
 
     uint64_t durationMs() const { return sampleRate > 0 ? uint64_t(frames) * 1000 / uint32_t(sampleRate) : 0; }
 };
@@ -81,6 +85,10 @@ public:
     LoadedSource* find(const std::string& path);
 
 private:
+    // One line for a load that skipped damaged packets: how many, and where
+    // the first lay in the file.
+    void reportDamage(LoadedSource& source);
+
     Session& mSession;
     std::vector<LoadedSource> mSources;
     std::vector<int> mPercent;

@@ -53,7 +53,8 @@ std::string playStatusText(const PlayView& view) {
     char text[160];
     std::snprintf(text, sizeof text, "%s / %s  %dx %s  %s", formatTimeMs(view.positionMs).c_str(),
                   formatTimeMs(view.durationMs).c_str(), std::abs(view.speed),
-                  view.speed < 0 ? "backwards" : "forwards", view.paused ? "paused" : "playing");
+                  view.speed < 0 ? "backwards" : "forwards",
+                  view.paused ? "paused" : view.buffering ? "buffering" : "playing");
     return text;
 }
 

@@ -48,9 +48,11 @@ struct PlayView {
     uint64_t durationMs = 0;
     int speed = 1;  // negative: backwards
     bool paused = false;
+    bool buffering = false;  // the player waits for the load (events 43, 44)
 };
 
-// "0:01.250 / 0:05.000  2x forwards  playing".
+// "0:01.250 / 0:05.000  2x forwards  playing" ("buffering" while the
+// player waits for the load, "paused" above both).
 std::string playStatusText(const PlayView& view);
 
 // A peak level of the engine's waveform points (0 silence .. 255 full

@@ -12,8 +12,9 @@
 // loaded part reaches kStartLeadMs past the start (--seek, or 0), or when
 // the load ends, whichever comes first; only backwards play from the end
 // needs the whole file. The player then follows the item as it grows and
-// ends at the file's real end; should it catch up with the load, the
-// output plays silence until more is decoded. While the file loads, the
+// ends at the file's real end; should it catch up with the load, it holds
+// its position (the device plays silence, a "file:" output gets nothing)
+// and the live line says "buffering" until more is decoded. While the file loads, the
 // duration shown is what the file states, and the start line and the
 // live line say how much has loaded. A load that fails meanwhile ends the
 // playback with its own message (status 1); quitting cancels the load.
@@ -52,7 +53,12 @@ constexpr int kDrainLimitMs = 3000;
 // not run dry at once while the load goes on.
 constexpr uint64_t kStartLeadMs = 500;
 
-enum PlayEvent { kPlayFailed = WV_EVENT_PLAY_FAILED, kPlayEnded = WV_EVENT_PLAY_END };
+enum PlayEvent {
+    kPlayFailed = WV_EVENT_PLAY_FAILED,
+    kPlayEnded = WV_EVENT_PLAY_END,
+    kPlayWaiting = WV_EVENT_PLAY_WAITING,
+    kPlayResumed = WV_EVENT_PLAY_RESUMED
+};
 enum class Outcome { Ended, Quit, Interrupted, Failed, LoadFailed };
 
 struct PlayOptions {
@@ -151,6 +157,10 @@ public:
                 if (event.id != mSource.id) continue;
                 if (event.code == kPlayEnded) return Outcome::Ended;
                 if (event.code == kPlayFailed) return Outcome::Failed;
+                if (event.code == kPlayWaiting || event.code == kPlayResumed) {
+                    mView.buffering = event.code == kPlayWaiting;
+                    continue;
+                }
                 // The load's own events: its end, or its failure.
                 mLoads.take(event);
                 if (mLoads.failed()) return Outcome::LoadFailed;

@@ -50,6 +50,17 @@ void Progress::draw() {
     std::fflush(stderr);
 }
 
+void Progress::interject(const std::string& line) {
+    const bool barShown = !mQuiet && mTerminal && !mFinished && mPercent >= 0;
+    if (barShown) std::fprintf(stderr, "\r\033[K");
+    std::fwrite(line.data(), 1, line.size(), stderr);
+    if (barShown) {
+        draw();
+    } else {
+        std::fflush(stderr);
+    }
+}
+
 void Progress::finish(bool ok) {
     if (mFinished) return;
     if (ok) update(100);

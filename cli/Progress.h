@@ -29,6 +29,9 @@ public:
     // Shows 100 % when ok, then clears the terminal bar; the caller prints
     // the result or the reason of the failure.
     void finish(bool ok);
+    // Prints `line` (a whole report line, newline included) on standard
+    // error without breaking a terminal bar: the bar is drawn again after it.
+    void interject(const std::string& line);
 
 private:
     void draw();

@@ -76,6 +76,9 @@ enum wv_event {
     WV_EVENT_LOAD_CANCELLED = 5,
     WV_EVENT_LOAD_STARTED = 6,       /* decoding started: format and duration known */
     WV_EVENT_LOAD_NO_SPACE = 7,      /* load stopped, storage full */
+    WV_EVENT_LOAD_DAMAGED = 8,       /* damaged packets skipped so far (see
+                                      * getLoadDamage); after a chunk that skipped
+                                      * more, before the load's ending event */
     WV_EVENT_RENDER_FAILED = 20,     /* -1 no encoder (or a source that will not load),
                                       * -11 write/read/encode error */
     WV_EVENT_RENDER_PROGRESS = 21,   /* percent */
@@ -87,6 +90,11 @@ enum wv_event {
     WV_EVENT_LOUDNESS_RANGE = 28,    /* tenths of LU; the last event of a measurement */
     WV_EVENT_PLAY_FAILED = 40,       /* playback could not start */
     WV_EVENT_PLAY_END = 42,          /* playback reached the end */
+    WV_EVENT_PLAY_WAITING = 43,      /* the player caught up with a load in progress:
+                                      * it holds its position (the device gets
+                                      * silence, a "file:" output nothing) until
+                                      * more is decoded; value: the position, ms */
+    WV_EVENT_PLAY_RESUMED = 44,      /* frames came after 43: playing on; value as 43 */
     WV_EVENT_RECORD_FAILED = 60,     /* 5, 3 or 1 */
     WV_EVENT_RECORD_STARTED = 61,
     WV_EVENT_RECORD_ENDED = 63,      /* 0 finished, 1 write error, 3 no space, -1 failed start */
@@ -210,6 +218,17 @@ public:
      * getSourceInfo; -1, -2, -3 as there; -4 for a null `name` or `value`,
      * a `size` of 0 or another name. */
     int32_t getSourceTag(int id, char const* name, char* value, unsigned int size);
+    /* Damaged data a load passed over. A packet the codec refuses or cannot
+     * decode (corrupt bytes, a frame cut short) is skipped and decoding goes
+     * on with the next one, the codec keeping its state (what it conceals
+     * stays); so a damaged file gives the audio around the damage, without
+     * the skipped packets' frames. Returns how many packets were skipped
+     * so far (0: none; final once the load ended), and sets *firstMs (when
+     * not NULL) to the time in the item, in ms, where the first one lay.
+     * Event 8 tells when the count grew. -1 for an unknown id. A file cut
+     * short ends where its data ends: that is no damage (compare the frames
+     * with the stated length). */
+    int32_t getLoadDamage(int id, unsigned int* firstMs);
     /* Like loadFile (same events 6/3/4/0/5/7, same "<dir><id>.pcm", same
      * cancelLoadFile), but the item holds only the frames
      * [startMs x rate / 1000, endMs x rate / 1000) of the file (64-bit

@@ -43,6 +43,7 @@ enum class Report : int {
     kSetListLoudness,
     kGetWaveformPeaks,
     kGetListLoudnessResult,
+    kGetLoadDamage,
     kCount
 };
 
@@ -108,6 +109,7 @@ inline constexpr ReportSite kReportSites[] = {
      "int32_t WavoryxPriv::getWaveformPeaks(pcm_id_t, duration_t, duration_t, uint32_t, int16_t*)"},
     {Report::kGetListLoudnessResult, 0, 0, 0,
      "int32_t WavoryxPriv::getListLoudnessResult(uint32_t, int32_t*)"},
+    {Report::kGetLoadDamage, 0, 0, 0, "int32_t WavoryxPriv::getLoadDamage(uint32_t, uint32_t*)"},
 };
 
 constexpr bool reportSitesInOrder() {

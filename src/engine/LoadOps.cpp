@@ -79,6 +79,15 @@ int32_t WavoryxPriv::getSourceTag(uint32_t id, const char* name, char* value, ui
     return 0;
 }
 
+int32_t WavoryxPriv::getLoadDamage(uint32_t id, uint32_t* firstMs) {
+    ItemHold hold(this, id);
+    SPcmInfo* item = holdItem(hold, id, Report::kGetLoadDamage);
+    if (item == nullptr) return -1;
+    const uint32_t packets = item->damagedPackets.load();
+    if (firstMs != nullptr) *firstMs = packets > 0 ? item->firstDamageMs.load() : 0;
+    return static_cast<int32_t>(std::min<uint32_t>(packets, INT32_MAX));
+}
+
 int32_t WavoryxPriv::loadFileRange(const char* path, uint32_t startMs, uint32_t endMs) {
     if (endMs <= startMs) return -4;
     SPcmInfo* item = new SPcmInfo(ENCODED_FILE);

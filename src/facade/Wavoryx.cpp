@@ -63,6 +63,9 @@ int32_t Wavoryx::getSourceInfo(int id, WvSourceInfo* info) {
 int32_t Wavoryx::getSourceTag(int id, char const* name, char* value, unsigned int size) {
     return mPriv->getSourceTag(static_cast<uint32_t>(id), name, value, size);
 }
+int32_t Wavoryx::getLoadDamage(int id, unsigned int* firstMs) {
+    return mPriv->getLoadDamage(static_cast<uint32_t>(id), firstMs);
+}
 int32_t Wavoryx::getWaveformSamples(int id, unsigned int startMs, unsigned int endMs,
                                     unsigned int count, void* buffer) {
     return mPriv->getWaveformSamples(static_cast<uint32_t>(id), startMs, endMs, count, buffer);

@@ -163,6 +163,10 @@ struct SPcmInfo {
     LockedString pcmPath;                  // the item's own PCM file, or empty
     std::atomic<int> pcmFd{-1};            // holds pcmPath's lock while the item lives
     std::atomic<bool> loadFailed{false};   // the load failed or was cancelled: no data will come
+    // Damaged packets the load skipped so far, and the media time (ms) of
+    // the first one (set before the count grows past 0).
+    std::atomic<uint32_t> damagedPackets{0};
+    std::atomic<uint32_t> firstDamageMs{0};
     // A load of part of the file: frames [rangeStartMs x rate / 1000,
     // rangeEndMs x rate / 1000); set by the client before the load starts.
     bool ranged = false;

@@ -115,8 +115,14 @@ int32_t AudioDecoder::getDataBuffer(char** data, unsigned int* length) {
         return 0;
     }
     if (mBuffer != nullptr) freeBuffer();
+    mDamage = mMediaSource->damage();
     finishStream();
     return 1;
+}
+
+DecodeDamage AudioDecoder::damage() {
+    if (mMediaSource) mDamage = mMediaSource->damage();
+    return mDamage;
 }
 
 void AudioDecoder::finishStream() {

@@ -62,6 +62,9 @@ public:
     int32_t getDataBuffer(char** data, unsigned int* length);
     // Gives back the buffer of the last getDataBuffer(); always 0.
     int32_t freeBuffer();
+    // Damaged packets the codec skipped so far (see AudioCodec); kept after
+    // the stream ended.
+    DecodeDamage damage();
     // What the file states about the track, once load() returned 0.
     const SourceFacts& facts() const { return mFacts; }
 
@@ -73,6 +76,7 @@ private:
     std::shared_ptr<MediaSource> mMediaSource;
     CodecFactory mCodecFactory;
     SourceFacts mFacts;
+    DecodeDamage mDamage;
     bool mRanged = false;
     uint32_t mStartMs = 0;
     uint32_t mEndMs = 0;

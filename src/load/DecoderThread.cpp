@@ -157,6 +157,7 @@ void DecoderThread::runStep(WVThreadCmd& cmd) {
         // A range load passing over the file before its part takes turns.
         if (length == 0) break;
     }
+    noteDamage(item, job);
     if (ended && staged.empty()) {
         // End of the stream, or a decode error that ends it early: what was
         // decoded is the item.
@@ -178,6 +179,17 @@ void DecoderThread::runStep(WVThreadCmd& cmd) {
         countWritten(item, job, static_cast<uint32_t>(staged.size()) - job->writer->heldLength());
     }
     postNextStep(cmd, elapsedMs(begin, timeOfDay()));
+}
+
+void DecoderThread::noteDamage(SPcmInfo* item, DecodeJob* job) {
+    const DecodeDamage damage = job->decoder->damage();
+    if (damage.packets == job->reportedDamage) return;
+    job->reportedDamage = damage.packets;
+    // The time first, so that a reader who sees a count sees its time.
+    item->firstDamageMs.store(static_cast<uint32_t>(damage.firstUs / 1000));
+    item->damagedPackets.store(damage.packets);
+    mContext->notifyClient(
+        WVThreadCmd(EVT_LOAD_DAMAGED, item->id, static_cast<int32_t>(damage.packets)), 0);
 }
 
 void DecoderThread::countWritten(SPcmInfo* item, DecodeJob* job, uint32_t bytes) {

@@ -18,6 +18,8 @@
 //           no usable decoder;  0 (4) the PCM file cannot be created;
 //   0 (-11) the PCM file cannot be written.
 //   7 (-1)  stopped because the storage is full (after one held-back retry).
+//   8 (n)   damaged packets were skipped: n so far, after a step that
+//           skipped more (at most one per step, always before the ending).
 //   5 (-1)  cancelled on request.
 // Every ending releases the decoder's reference on the item; an ending other
 // than 4 leaves the status as it was and removes a partial PCM file.
@@ -68,6 +70,7 @@ struct DecodeJob {
     float lastProgress = 0.0f;  // the progress last reported for this load
     std::vector<char> staged;   // the step's decoded bytes, written at once
     uint64_t writtenBytes = 0;  // bytes that reached the PCM file
+    uint32_t reportedDamage = 0;  // damaged packets already reported
 };
 
 class DecoderThread : public ChunkedJobThread {
@@ -100,6 +103,9 @@ private:
     // `bytes` more of the load reached the file: the item's frames, the
     // waiting renders and the progress learn it.
     void countWritten(SPcmInfo* item, DecodeJob* job, uint32_t bytes);
+    // Tells the item and the client about damaged packets skipped since the
+    // last step.
+    void noteDamage(SPcmInfo* item, DecodeJob* job);
 
     JobContext* const mContext;
 };

@@ -12,10 +12,13 @@
 // channels), the output is opened with the item's format and only the PCM
 // data is played; an item without PCM data plays its file as it is.
 //
-// The output's thread pulls data through fillBuffer(). A fill never waits:
-// when the input has fewer frames than asked and has not ended (an item
-// still growing, a backwards read with nothing to give), it hands out what
-// it has plus silence and asks again at the next fill. When the input ends
+// The output's thread pulls data through fillBuffer(). A fill never waits.
+// When the PCM data runs out before the item has loaded (the player caught
+// up with the load), it hands out only the frames there are: the position
+// holds, the device plays silence of its own, and the output asks again a
+// moment later; event 43 (the position in ms) is posted when this begins
+// and 44 when frames come again. A backwards read with nothing to give
+// hands out what it has plus silence. When the input ends
 // (the reader's end, a reader failure, the end of the media stream, or
 // frame 0 when playing backwards) event 42 is posted once, 30 ms later,
 // and every later fill hands nothing until a seek: the output then holds
@@ -144,6 +147,9 @@ private:
     Step fillFromReader(uint8_t* data, size_t* done, size_t size);
     Step fillFromSource(uint8_t* data, size_t* done, size_t size,
                         const MediaSource::ReadOptions& options);
+    // Posts 43 when a fill starved and the player was not holding yet, and
+    // 44 when a holding player handed frames again.
+    void noteHolding(bool handedFrames, bool starved);
 
     std::atomic<bool> mUseReader{true};
     bool mReverse = false;  // guarded by mLock
@@ -158,6 +164,8 @@ private:
     int32_t mSampleRate = 0;
     uint32_t mFrameBytes = 0;
     bool mReaderOnly = false;  // formats disagree: the media file is not played
+    bool mStarvedFill = false;  // this fill found the load behind (output thread)
+    bool mHolding = false;      // waiting for the load since event 43 (output thread)
 
     std::mutex mLock;
     int64_t mFramesWritten = 0;    // frames handed since the clock base

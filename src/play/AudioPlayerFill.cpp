@@ -127,7 +127,7 @@ AudioPlayer::Step AudioPlayer::fillFromReader(uint8_t* data, size_t* done, size_
     const int32_t state = mReader->endState();
     if (state == PcmInfoReader::END) return Step::END;
     if (state == PcmInfoReader::WAIT) {
-        WV_LOGW("pcm play need more data!");
+        mStarvedFill = true;
         return Step::WAIT;
     }
     // A short read that made progress (a clip list between clips) is read
@@ -193,6 +193,7 @@ size_t AudioPlayer::fillBuffer(void* data, size_t size) {
     size_t done = 0;
     bool ended = false;
     bool waiting = false;
+    mStarvedFill = false;
     while (done < size && !ended && !waiting) {
         MediaSource::ReadOptions options;
         bool reverse;
@@ -222,20 +223,43 @@ size_t AudioPlayer::fillBuffer(void* data, size_t size) {
             mEndReached = true;
             postEnd = true;
         }
-        if (waiting) {
+        if (waiting && !mStarvedFill) {
             // What is missing plays as silence; the input is asked again at
             // the next fill.
             std::memset(bytes + done, 0, size - done);
             done = size;
         }
+        // Caught up with the load: only the frames there are go out, so the
+        // position holds and the device plays silence of its own until the
+        // next fill finds more.
         mFramesWritten += int64_t(done / mFrameBytes);
         mHandedFrames += done / mFrameBytes;
     }
+    noteHolding(done > 0, mStarvedFill && !ended);
     if (postEnd && mEvents != nullptr) {
         const pcm_id_t id = mItem != nullptr ? mItem->id : 0;
         mEvents->notifyClient(WVThreadCmd(EVT_PLAY_END, id, -1), kEndEventDelayMs);
     }
     return done;
+}
+
+void AudioPlayer::noteHolding(bool handedFrames, bool starved) {
+    const pcm_id_t id = mItem != nullptr ? mItem->id : 0;
+    if (mHolding && handedFrames) {
+        mHolding = false;
+        if (mEvents != nullptr) {
+            mEvents->notifyClient(
+                WVThreadCmd(EVT_PLAY_RESUMED, id, int32_t(mReader->getTimeMs())), 0);
+        }
+    }
+    if (!mHolding && starved) {
+        mHolding = true;
+        WV_LOGW("pcm play need more data!");
+        if (mEvents != nullptr) {
+            mEvents->notifyClient(
+                WVThreadCmd(EVT_PLAY_WAITING, id, int32_t(mReader->getTimeMs())), 0);
+        }
+    }
 }
 
 }  // namespace wv

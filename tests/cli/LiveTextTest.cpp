@@ -46,6 +46,12 @@ TEST(LiveTextTest, PlayLineShowsPositionSpeedDirectionAndState) {
     view.speed = -3;
     view.paused = true;
     EXPECT_EQ(playStatusText(view), "0:01.250 / 1:05.000  3x backwards  paused");
+    // Waiting for the load: said unless paused, which the user chose.
+    view.buffering = true;
+    EXPECT_EQ(playStatusText(view), "0:01.250 / 1:05.000  3x backwards  paused");
+    view.paused = false;
+    view.speed = 1;
+    EXPECT_EQ(playStatusText(view), "0:01.250 / 1:05.000  1x forwards  buffering");
 }
 
 TEST(LiveTextTest, LevelsMapToDecibelsAndAMeter) {

@@ -3,8 +3,10 @@
 // channels than the item keeps, and the refusals before and beside it.
 #include <gtest/gtest.h>
 
+#include <cstdio>
 #include <cstring>
 #include <string>
+#include <utility>
 
 #include "AudioFixtures.h"
 #include "LoadTestHelpers.h"
@@ -159,4 +161,118 @@ TEST(SourceTags, AbsentTagsAreEmptyAndOtherNamesAreRefused) {
     EXPECT_EQ(rig.engine().getSourceTag(id, "title", value, 0), -4);
     EXPECT_EQ(rig.engine().getSourceTag(id + 100, "title", value, sizeof value), -1);
     EXPECT_EQ(rig.engine().getSourceTag(rig.engine().newClipList(), "title", value, sizeof value), -2);
+}
+
+namespace {
+
+void put32(std::string& out, uint32_t v) {
+    for (int i = 0; i < 4; ++i) out += char((v >> (8 * i)) & 0xFF);
+}
+void put16(std::string& out, uint16_t v) {
+    out += char(v & 0xFF);
+    out += char(v >> 8);
+}
+std::string chunk(const char* id, std::string body) {
+    std::string out(id, 4);
+    put32(out, uint32_t(body.size()));
+    if (body.size() % 2 != 0) body += '\0';
+    return out + body;
+}
+// A LIST/INFO chunk: title, artist, date, comment, track.
+std::string infoChunk() {
+    std::string body = "INFO";
+    const char* const entries[][2] = {{"INAM", "Info Title"}, {"IART", "The Artist"}, {"ICRD", "2024"},
+                                      {"ICMT", "A comment"},  {"IPRT", "7"}};
+    for (const auto& e : entries) body += chunk(e[0], std::string(e[1]) + '\0');
+    return chunk("LIST", body);
+}
+// An "id3 " chunk with an ID3v2.3 tag: title and album.
+std::string id3Chunk() {
+    std::string frames;
+    for (const auto& f : {std::make_pair("TIT2", "Id3 Title"), std::make_pair("TALB", "The Album")}) {
+        const std::string text = std::string(1, '\x03') + f.second;
+        frames += f.first;
+        for (int shift = 24; shift >= 0; shift -= 8) frames += char((text.size() >> shift) & 0xFF);
+        frames += std::string(2, '\0') + text;
+    }
+    std::string tag = std::string("ID3\x03\x00\x00", 6);
+    for (int shift = 21; shift >= 0; shift -= 7) tag += char((frames.size() >> shift) & 0x7F);
+    return chunk("id3 ", tag + frames);
+}
+// A 1 s 8 kHz stereo WAV with `before` between its fmt and data chunks and
+// `after` behind its data.
+bool writeTaggedWav(const std::string& path, const std::string& before, const std::string& after) {
+    std::string fmt;
+    put16(fmt, 1);
+    put16(fmt, 2);
+    put32(fmt, 8000);
+    put32(fmt, 32000);
+    put16(fmt, 4);
+    put16(fmt, 16);
+    std::string samples;
+    for (int k = 0; k < 8000; ++k) {
+        put16(samples, uint16_t(k % 1000 + 1));
+        put16(samples, uint16_t(k % 700 + 1));
+    }
+    const std::string body = "WAVE" + chunk("fmt ", fmt) + before + chunk("data", samples) + after;
+    std::string file = "RIFF";
+    put32(file, uint32_t(body.size()));
+    file += body;
+    wvtest::writeFile(path, file.data(), file.size());
+    return wvtest::fileExists(path);
+}
+// What ffprobe says of one of the file's tags ("" for none).
+std::string ffprobeTag(const std::string& path, const std::string& name) {
+    const std::string command = "ffprobe -v error -show_entries format_tags=" + name +
+                                " -of default=noprint_wrappers=1:nokey=1 " + wvtest::shellQuote(path);
+    std::string out;
+    if (FILE* pipe = ::popen(command.c_str(), "r")) {
+        char buffer[256];
+        while (std::fgets(buffer, sizeof buffer, pipe) != nullptr) out += buffer;
+        ::pclose(pipe);
+    }
+    while (!out.empty() && (out.back() == '\n' || out.back() == '\r')) out.pop_back();
+    return out;
+}
+
+}  // namespace
+
+// LIST/INFO and "id3 " chunks, before the samples or after them (where a
+// plain 44-byte header lets the WAV be read in place): the tags ffprobe
+// shows, under the same names.
+TEST(SourceTags, WavTagChunksBeforeAndAfterTheDataAreStated) {
+    if (!wvtest::ffmpegAvailable()) GTEST_SKIP() << "ffmpeg command missing";
+    wvtest::TempDir sources;
+    struct Case {
+        const char* name;
+        std::string before, after;
+        bool inPlace;
+    };
+    const Case cases[] = {
+        {"after.wav", "", infoChunk() + id3Chunk(), true},
+        {"id3-after.wav", "", id3Chunk(), true},
+        {"before.wav", infoChunk(), "", false},
+        {"both.wav", id3Chunk(), infoChunk(), false},
+    };
+    LoadRig rig;
+    for (const Case& c : cases) {
+        SCOPED_TRACE(c.name);
+        const std::string path = sources.file(c.name);
+        ASSERT_TRUE(writeTaggedWav(path, c.before, c.after));
+        const int id = rig.engine().loadFile(path.c_str());
+        ASSERT_TRUE(rig.waitForEnd(id));
+        ASSERT_EQ(rig.eventsOf(id).back().code, 4);
+        EXPECT_EQ(rig.engine().getPcmFrameLength(id), 8000);
+        EXPECT_EQ(!wvtest::fileExists(rig.pcmPath(id)), c.inPlace) << "read in place or decoded";
+        int stated = 0;
+        for (const char* name : {"title", "artist", "album", "date", "track", "comment"}) {
+            char value[64] = "?";
+            const int32_t length = rig.engine().getSourceTag(id, name, value, sizeof value);
+            const std::string probed = ffprobeTag(path, name);
+            EXPECT_EQ(std::string(value), probed) << name;
+            EXPECT_EQ(length, int32_t(probed.size())) << name;
+            stated += !probed.empty();
+        }
+        EXPECT_GE(stated, 2) << "the file's tags were not written as meant";
+    }
 }

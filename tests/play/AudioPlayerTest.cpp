@@ -58,6 +58,11 @@ protected:
         return count;
     }
     int endEvents(pcm_id_t id) const { return endEvents(events.events(), id); }
+    int count(int code, pcm_id_t id) const {
+        int n = 0;
+        for (const auto& e : events.events()) n += e.code == code && e.id == int(id);
+        return n;
+    }
 
     wvtest::EventRecorder events;
     wvtest::TempDir dir;
@@ -198,25 +203,47 @@ TEST_F(AudioPlayerTest, BackwardsPlayEndsAtTheFirstFrame) {
     EXPECT_EQ(player->getMediaTimeUs(), 0);
 }
 
-TEST_F(AudioPlayerTest, AGrowingItemIsWaitedForWithSilenceAndPlayedToItsEnd) {
+// Caught up with the load, the player holds: nothing but the item's frames
+// reaches the output (the device plays its own silence), the position stays
+// at the last frame handed, and events 43 and 44 bracket the wait.
+TEST_F(AudioPlayerTest, AGrowingItemIsWaitedForHoldingThePositionAndPlayedToItsEnd) {
     SPcmInfo* item = wvtest::addMarkedItem(engine, dir, kRate, 8000, DECODING, 2000);
     AudioPlayer* player = playerFor(item);
     EXPECT_TRUE(player->usingReader());
     wvtest::LogCapture log;
     player->resume();
     play(player, 0);
-    for (int i = 0; i < 5; ++i) play(player, 100000);
+    for (int i = 0; i < 10 && count(43, item->id) == 0; ++i) play(player, 100000);
+    ASSERT_TRUE(events.waitForCode(43, int(item->id)));
+    for (int i = 0; i < 5; ++i) device->advance(100000);
     EXPECT_TRUE(log.contains("pcm play need more data!"));
+    EXPECT_EQ(device->handed().size(), 2u * 2000) << "silence was handed while waiting";
     EXPECT_EQ(wvtest::marksOf(device->handed()), wvtest::range(0, 2000));
-    EXPECT_GT(device->handed().size(), 2u * 2000) << "silence keeps the output fed";
+    EXPECT_EQ(player->getMediaTimeUs(), 250000) << "the position moved on while waiting";
     item->frames = 5000;
+    ASSERT_TRUE(events.waitForCode(44, int(item->id)));
     for (int i = 0; i < 5; ++i) play(player, 100000);
     item->frames = 8000;
     item->status = PCM_READY;
-    for (int i = 0; i < 5; ++i) play(player, 100000);
+    for (int i = 0; i < 10 && endEvents(item->id) == 0; ++i) play(player, 100000);
     ASSERT_TRUE(events.waitForCode(42, int(item->id)));
-    EXPECT_EQ(wvtest::marksOf(device->handed()), wvtest::range(0, 8000));
+    for (int i = 0; i < 3; ++i) device->advance(100000);
+    const std::vector<int16_t> handed = device->handed();
+    EXPECT_EQ(handed.size(), 2u * 8000);
+    EXPECT_EQ(wvtest::marksOf(handed), wvtest::range(0, 8000));
     EXPECT_EQ(endEvents(item->id), 1);
+    // Each wait has its resumption; the first wait has its value, the
+    // position in ms where the data ran out.
+    int waits = 0, resumes = 0;
+    for (const auto& e : events.events()) {
+        if (e.id != int(item->id)) continue;
+        if (e.code == 43 && waits++ == 0) {
+            EXPECT_EQ(e.value, 250);
+        }
+        resumes += e.code == 44;
+    }
+    EXPECT_GE(waits, 2);
+    EXPECT_EQ(resumes, waits);
 }
 
 // Whatever records the output (a "file:" WAV) gets exactly the frames

@@ -175,6 +175,34 @@ TEST_F(PlayOpsTest, AFileStillLoadingPlaysWholeAndInOrder) {
     EXPECT_EQ(playedMarks(pcm_id_t(id), out), wvtest::range(0, frames));
 }
 
+// A load slower than the output (the test grows the item only once the
+// player has caught up): the player holds instead of playing silence, so
+// the "file:" output holds every frame once, in order, and nothing else.
+TEST_F(PlayOpsTest, CatchingUpWithASlowLoadHoldsAndTheOutputGetsExactlyTheFrames) {
+    const uint32_t frames = 4 * kRate;
+    SPcmInfo* item = wvtest::addMarkedItem(engine, dir, kRate, frames, DECODING, kRate / 2);
+    const pcm_id_t id = item->id;
+    const std::string out = recordOutput("slow");
+    ASSERT_EQ(engine.playStart(id), 0);
+    ASSERT_EQ(engine.playResume(0), 0);
+    int waits = 0;
+    for (uint32_t present : {kRate, 2 * kRate, 3 * kRate}) {
+        ASSERT_TRUE(wvtest::waitUntil([&] { return count(43, id) > waits; }, std::chrono::seconds(20)));
+        ++waits;
+        item->frames = present;
+    }
+    ASSERT_TRUE(wvtest::waitUntil([&] { return count(43, id) > waits; }, std::chrono::seconds(20)));
+    item->frames = frames;
+    item->status = PCM_READY;
+    ASSERT_TRUE(events.waitForCode(42, int(id)));
+    EXPECT_EQ(count(44, id), count(43, id));
+    engine.removePcm(id);
+    std::vector<int16_t> samples;
+    ASSERT_TRUE(wvtest::readWavSamples(out, &samples));
+    EXPECT_EQ(samples.size(), size_t(frames) * 2) << "silence was played while waiting";
+    EXPECT_TRUE(samples == wvtest::markedFrames(frames));
+}
+
 // Controls from one thread while the output's thread fills: no race, no
 // deadlock, and the engine still answers afterwards.
 TEST_F(PlayOpsTest, ControlsRaceTheOutputThreadSafely) {

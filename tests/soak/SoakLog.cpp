@@ -30,14 +30,17 @@ Kind kindOfCode(int code) {
         case 4:
         case 5:
         case 6:
-        case 7: return Kind::Load;
+        case 7:
+        case 8: return Kind::Load;
         case 20:
         case 21:
         case 22:
         case 23:
         case 25: return Kind::Render;
         case 40:
-        case 42: return Kind::Play;
+        case 42:
+        case 43:
+        case 44: return Kind::Play;
         case 60:
         case 61:
         case 63:

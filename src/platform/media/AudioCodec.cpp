@@ -86,6 +86,8 @@ status_t AudioCodec::start(MetaData*) {
     mGroup = MediaBufferGroup::create();
     mInputEnded = mOutputEnded = false;
     mTimeBaseUs = mFramesSinceBase = 0;
+    mDamage = DecodeDamage();
+    mErrorsInRow = 0;
     mStarted = true;
     return OK;
 }
@@ -122,10 +124,22 @@ void AudioCodec::endStreamLocked(const char* why, int error) {
     if (error != 0) {
         char text[AV_ERROR_MAX_STRING_SIZE] = {};
         av_strerror(error, text, sizeof text);
-        WV_LOGW("%s (%s) at %" PRId64 " us; the stream ends here", why, text,
-                mTimeBaseUs + mFramesSinceBase * 1000000 / mRate);
+        WV_LOGW("%s (%s) at %" PRId64 " us; the stream ends here", why, text, nextTimeUsLocked());
     }
     mInputEnded = mOutputEnded = true;
+}
+
+bool AudioCodec::skipDamagedLocked(const char* why, int error) {
+    char text[AV_ERROR_MAX_STRING_SIZE] = {};
+    av_strerror(error, text, sizeof text);
+    WV_LOGW("%s (%s) at %" PRId64 " us; skipped", why, text, nextTimeUsLocked());
+    mDamage.note(nextTimeUsLocked());
+    return ++mErrorsInRow < kMaxErrorsInRow;
+}
+
+DecodeDamage AudioCodec::damage() {
+    std::lock_guard<std::mutex> guard(mLock);
+    return mDamage;
 }
 
 MediaBuffer* AudioCodec::convertLocked(const AVFrame* frame) {
@@ -180,6 +194,7 @@ status_t AudioCodec::read(MediaBuffer** out, const ReadOptions* options) {
     while (!mOutputEnded) {
         int ret = avcodec_receive_frame(mContext, mFrame);
         if (ret == 0) {
+            mErrorsInRow = 0;
             if (mFrame->best_effort_timestamp != AV_NOPTS_VALUE) {
                 mTimeBaseUs = mTrack->demuxer()->toMediaUs(mTrack->streamIndex(),
                                                            mFrame->best_effort_timestamp);
@@ -216,9 +231,13 @@ status_t AudioCodec::read(MediaBuffer** out, const ReadOptions* options) {
             }
             ret = avcodec_send_packet(mContext, mPacket);
             av_packet_unref(mPacket);
-            if (ret < 0 && ret != AVERROR(EAGAIN))
-                endStreamLocked("packet refused by the decoder", ret);
-        } else {
+            if (ret < 0 && ret != AVERROR(EAGAIN) &&
+                !skipDamagedLocked("packet refused by the decoder", ret)) {
+                endStreamLocked("too many damaged packets", ret);
+            }
+        } else if (ret == AVERROR(EAGAIN) || ret == AVERROR(ENOMEM) ||
+                   !skipDamagedLocked("decode error", ret)) {
+            // EAGAIN here: the input ended and the codec still asks for more.
             endStreamLocked("decode error", ret);
         }
     }

@@ -8,8 +8,11 @@
 // holds one codec frame: 1152 frames for MP3, 1024 for AAC, and so on.
 //
 // The stream ends (ERROR_END_OF_STREAM) at the end of the track, and also at
-// the first packet the demuxer or the codec cannot handle (corrupt or cut
-// files), after everything decoded before it has been handed out. A read
+// the first packet the demuxer cannot read (a cut file), after everything
+// decoded before it has been handed out. A packet the codec refuses or
+// cannot decode (damaged data) is skipped and counted (damage()); the codec
+// keeps its state, so what it conceals stays in the output, and decoding
+// goes on with the next packet. A read
 // with a seek moves the demuxer to a sync point at or before the time
 // (containers such as Ogg only know pages of up to a second) and drops the
 // decoded audio before the time, so the stream goes on from the asked time
@@ -44,6 +47,11 @@ public:
     status_t stop() override;
     std::shared_ptr<MetaData> getFormat() override { return mFormat; }
     status_t read(MediaBuffer** buffer, const ReadOptions* options = nullptr) override;
+    DecodeDamage damage() override;
+
+    // Decode errors in a row after which the stream ends: a codec that keeps
+    // failing without taking packets would otherwise never end.
+    static constexpr int kMaxErrorsInRow = 1000;
 
 private:
     AudioCodec(std::shared_ptr<AvPacketTrack> track, AVCodecContext* context, int rate,
@@ -56,6 +64,9 @@ private:
     // otherwise sets how many of its output frames to drop.
     bool beforeSeekTargetLocked(int64_t frameUs);
     void endStreamLocked(const char* why, int error);
+    // Counts a packet skipped as damaged; false when too many came in a row.
+    bool skipDamagedLocked(const char* why, int error);
+    int64_t nextTimeUsLocked() const { return mTimeBaseUs + mFramesSinceBase * 1000000 / mRate; }
 
     const std::shared_ptr<AvPacketTrack> mTrack;
     AVCodecContext* mContext;
@@ -77,6 +88,8 @@ private:
     // and the output frames to drop from the next converted frame.
     int64_t mSkipUntilUs = -1;
     int mDropFrames = 0;
+    DecodeDamage mDamage;
+    int mErrorsInRow = 0;
 };
 
 }  // namespace wv

@@ -7,6 +7,7 @@ extern "C" {
 }
 
 #include "base/Log.h"
+#include "platform/media/AudioCodec.h"
 #include "platform/media/MediaExtractor.h"
 
 namespace wv {
@@ -103,6 +104,8 @@ status_t FrameRangeCodec::start(MetaData*) {
     mInputEnded = mDrainSent = mLastSentPreroll = false;
     mOriginFrame = mNextPacketFrame = mNextOutFrame = 0;
     mPrerollLeft = 0;
+    mDamage = DecodeDamage();
+    mErrorsInRow = 0;
     if (mFirst >= mEnd) {
         mPhase = Phase::kEnded;
     } else {
@@ -292,6 +295,7 @@ MediaBuffer* FrameRangeCodec::decodeStepLocked() {
     while (mPhase == Phase::kDecoding) {
         int ret = avcodec_receive_frame(mContext, mFrame);
         if (ret == 0) {
+            mErrorsInRow = 0;
             MediaBuffer* buffer = cutLocked(mFrame);
             av_frame_unref(mFrame);
             if (buffer != nullptr) return buffer;
@@ -324,17 +328,32 @@ MediaBuffer* FrameRangeCodec::decodeStepLocked() {
             ret = avcodec_send_packet(mContext, held.packet);
             av_packet_free(&held.packet);
             if (ret < 0 && ret != AVERROR(EAGAIN) && !mLastSentPreroll) {
-                WV_LOGW("packet refused by the decoder; the part ends");
-                mPhase = Phase::kEnded;
+                skipDamagedLocked("packet refused by the decoder");
             }
         } else if (!mLastSentPreroll) {
             // A cold decoder may reject a pre-roll packet (an MP3 frame whose
-            // reservoir lies before it); only later errors end the part.
-            WV_LOGW("decode error; the part ends");
-            mPhase = Phase::kEnded;
+            // reservoir lies before it); only later errors count as damage.
+            skipDamagedLocked("decode error");
         }
     }
     return nullptr;
+}
+
+void FrameRangeCodec::skipDamagedLocked(const char* why) {
+    // As the whole decode does (see AudioCodec): the packet is passed over
+    // and the codec goes on with its state.
+    WV_LOGW("%s; skipped", why);
+    const int64_t position = mNextOutFrame > 0 ? mNextOutFrame : 0;
+    if (position >= mFirst) mDamage.note(position * 1000000 / mRate);
+    if (++mErrorsInRow >= AudioCodec::kMaxErrorsInRow) {
+        WV_LOGW("too many damaged packets; the part ends");
+        mPhase = Phase::kEnded;
+    }
+}
+
+DecodeDamage FrameRangeCodec::damage() {
+    std::lock_guard<std::mutex> guard(mLock);
+    return mDamage;
 }
 
 status_t FrameRangeCodec::read(MediaBuffer** out, const ReadOptions*) {

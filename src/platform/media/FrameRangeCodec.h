@@ -29,9 +29,10 @@
 // may return OK with an empty buffer, so
 // that a caller stepping through the stream can act between batches. The
 // stream ends at `end`, at the track's end, or at the first packet the
-// demuxer or codec cannot handle inside the decoded stretch (a corrupt
-// packet before the part, which would end a full decode early, is not
-// seen). Seeking is not supported: read options are ignored.
+// demuxer cannot read. A packet the codec refuses or cannot decode inside
+// the decoded stretch is skipped as AudioCodec skips it; inside the part
+// it counts as damage (damage()). Seeking is not supported: read options
+// are ignored.
 #pragma once
 
 #include <cstdint>
@@ -61,6 +62,7 @@ public:
     status_t stop() override;
     std::shared_ptr<MetaData> getFormat() override { return mFormat; }
     status_t read(MediaBuffer** buffer, const ReadOptions* options = nullptr) override;
+    DecodeDamage damage() override;
 
     // Packets that reach the decoder before the one holding the first frame
     // wanted, when enough of the track lies before it.
@@ -95,6 +97,7 @@ private:
     MediaBuffer* decodeStepLocked();
     MediaBuffer* cutLocked(const AVFrame* frame);
     void clearHeld();
+    void skipDamagedLocked(const char* why);
 
     const std::shared_ptr<AvPacketTrack> mTrack;
     AVCodecContext* mContext;
@@ -120,6 +123,8 @@ private:
     bool mInputEnded = false;      // the demuxer has no more packets
     bool mDrainSent = false;       // the codec has been told so
     bool mLastSentPreroll = false;
+    DecodeDamage mDamage;
+    int mErrorsInRow = 0;
 };
 
 }  // namespace wv

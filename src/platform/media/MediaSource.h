@@ -34,6 +34,18 @@ enum : status_t {
     INVALID_OPERATION = -38,
 };
 
+// Damaged data a decoder passed over: packets it refused or could not
+// decode, skipped as the reference tools skip them (the codec keeps its
+// state and conceals what it can), and the media time of the first one.
+struct DecodeDamage {
+    uint32_t packets = 0;
+    int64_t firstUs = -1;  // -1 while packets is 0
+
+    void note(int64_t timeUs) {
+        if (packets++ == 0) firstUs = timeUs < 0 ? 0 : timeUs;
+    }
+};
+
 class MediaSource {
 public:
     class ReadOptions {
@@ -71,6 +83,9 @@ public:
     // channels and channel mask.
     virtual std::shared_ptr<MetaData> getFormat() = 0;
     virtual status_t read(MediaBuffer** buffer, const ReadOptions* options = nullptr) = 0;
+    // What a decoder skipped since start(); nothing for other sources. Read
+    // by the thread that reads.
+    virtual DecodeDamage damage() { return {}; }
 };
 
 }  // namespace wv

@@ -8,6 +8,7 @@
 #include <mutex>
 
 #include "base/Log.h"
+#include "platform/media/AvDemuxer.h"
 
 namespace wv {
 namespace {
@@ -155,6 +156,21 @@ WavPcmExtractor::WavPcmExtractor(std::shared_ptr<DataSource> source, const WavPc
     const int64_t bitRate = int64_t(layout.sampleRate) * layout.channels * 16;
     mMeta->setInt32(kKeyBitRate, static_cast<int32_t>(std::min<int64_t>(bitRate, INT32_MAX)));
     mMeta->setInt64(kKeyDuration, layout.durationUs());
+    readTrailingTags();
+}
+
+void WavPcmExtractor::readTrailingTags() {
+    int64_t fileSize = 0;
+    if (mSource->getSize(&fileSize) != OK) return;
+    // Tag chunks (LIST/INFO, "id3 ") after the samples need a chunk header
+    // at least; a plain WAV never opens the general demuxer.
+    if (fileSize - (mLayout.dataOffset + mLayout.dataBytes) < 8) return;
+    std::shared_ptr<AvDemuxer> demuxer = AvDemuxer::open(mSource);
+    if (!demuxer || demuxer->streamCount() < 1) return;
+    for (const TagKey& tag : kTagKeys) {
+        const char* value = demuxer->metadataValue(0, tag.name);
+        if (value != nullptr && value[0] != '\0') mMeta->setCString(tag.key, value);
+    }
 }
 
 std::shared_ptr<MediaSource> WavPcmExtractor::getTrack(size_t index) {

@@ -9,6 +9,11 @@
 // that fits the file; a size of 0 or 0xFFFFFFFF, a size beyond the end of
 // the file, or a file too big for a 32-bit size (> 4 GiB) use the file's
 // length instead.
+//
+// Tags (title, artist, ... as the general demuxer names them, see
+// kTagKeys) come from LIST/INFO and "id3 " chunks after the samples: only
+// a file with bytes after its data chunk opens the general demuxer for
+// them (reading its header and tag chunks, no samples).
 #pragma once
 
 #include <cstdint>
@@ -43,6 +48,7 @@ public:
 
 private:
     WavPcmExtractor(std::shared_ptr<DataSource> source, const WavPcmLayout& layout);
+    void readTrailingTags();
 
     std::shared_ptr<DataSource> mSource;
     WavPcmLayout mLayout;
