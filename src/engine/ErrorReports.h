@@ -42,6 +42,7 @@ enum class Report : int {
     kSetListGain,
     kSetListLoudness,
     kGetWaveformPeaks,
+    kGetSourceFrames,
     kCount
 };
 
@@ -105,6 +106,7 @@ inline constexpr ReportSite kReportSites[] = {
      "int32_t WavoryxPriv::setListLoudness(uint32_t, int32_t, int32_t)"},
     {Report::kGetWaveformPeaks, 0, 0, 0,
      "int32_t WavoryxPriv::getWaveformPeaks(pcm_id_t, duration_t, duration_t, uint32_t, int16_t*)"},
+    {Report::kGetSourceFrames, 0, 0, 0, "int32_t WavoryxPriv::getSourceFrames(uint32_t, uint32_t*)"},
 };
 
 constexpr bool reportSitesInOrder() {
