@@ -2,7 +2,7 @@
 // ranges, rendered to WAV, MP3, FLAC, Opus, AAC or Vorbis. Each distinct source is loaded once, and
 // ranges are cut in frames of their source, so a range is exact to the
 // frame: FROM * rate / 1000 up to TO * rate / 1000 (the source's end when
-// TO is left out or lies beyond it). Effects (fades, crossfades, gains,
+// TO is left out, lies beyond it or in its last, partial millisecond). Effects (fades, crossfades, gains,
 // loudness) are set only when asked for: a plain edit renders its ranges
 // byte for byte.
 #include <unistd.h>
@@ -218,6 +218,12 @@ Cut buildClipList(Wavoryx& engine, int list, const EditOptions& options, SourceL
         const uint32_t skipped = planned[i].ranged ? msToFrame(source.fromMs, source.sampleRate) : 0;
         const uint32_t from = msToFrame(range.fromMs, source.sampleRate) - skipped;
         uint32_t to = range.hasEnd ? msToFrame(range.toMs, source.sampleRate) - skipped : source.frames;
+        // An end in the file's last, partial millisecond is its end: no
+        // time in ms reaches further.
+        const bool inLastMs = source.ok && range.hasEnd &&
+                              (uint64_t(range.toMs) + 1) * uint32_t(source.sampleRate) >
+                                  (uint64_t(skipped) + source.frames) * 1000;
+        if (inLastMs && to <= source.frames) to = source.frames;
         if (source.ok && to > source.frames) {
             to = source.frames;
             if (from < to) {

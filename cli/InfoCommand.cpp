@@ -85,22 +85,25 @@ std::string jsonString(const std::string& text) {
     return out + "\"";
 }
 
-// One file as shown: the load's figures, exact once it decoded whole, and
-// what the file states.
+// One file as shown: the frames counted by decoding it whole (--exact,
+// --loudness), or else the length its container states, whether or not its
+// load happened to end before it was cancelled, so that the answer is the
+// same every time.
 struct ShownFile {
     const LoadedSource* source = nullptr;
+    bool counted = false;  // decoded whole: its frames are counted
     WvSourceInfo facts{};
     bool hasFacts = false;
     const LoudnessFigures* loudness = nullptr;              // with --loudness, once measured
     std::vector<std::pair<std::string, std::string>> tags;  // those the file states, by name
     bool variableRate = false;                              // an MP3 stating a variable bit rate
-    uint32_t frames() const {
-        if (source->ok || !hasFacts || facts.durationUs < 0) return source->ok ? source->frames : source->expected;
-        return uint32_t(uint64_t(facts.durationUs) * uint32_t(source->sampleRate) / 1000000);
-    }
+    bool known() const { return counted || source->lengthStated; }
+    bool exact() const { return counted || source->expectedExact; }
+    uint32_t frames() const { return counted ? source->frames : source->expected; }
+    // From the frames, never the other way round: the last partial
+    // millisecond is dropped only here, for showing.
     uint64_t durationMs() const {
-        if (source->ok || !hasFacts || facts.durationUs < 0) return source->durationMs();
-        return uint64_t(facts.durationUs) / 1000;
+        return source->sampleRate > 0 ? uint64_t(frames()) * 1000 / uint32_t(source->sampleRate) : 0;
     }
 };
 
@@ -134,7 +137,7 @@ std::vector<std::pair<std::string, std::string>> tagsOf(Wavoryx& engine, int id)
 // error, since every other figure shown is then the decoded one.
 bool endsEarly(const ShownFile& file, std::string& said) {
     const LoadedSource& s = *file.source;
-    if (!s.ok || !file.hasFacts || file.facts.durationUs <= 0 || s.sampleRate <= 0) return false;
+    if (!file.counted || !file.hasFacts || file.facts.durationUs <= 0 || s.sampleRate <= 0) return false;
     const uint64_t stated = uint64_t(file.facts.durationUs) * uint32_t(s.sampleRate) / 1000000;
     if (stated <= uint64_t(s.frames) + std::max<uint64_t>(uint32_t(s.sampleRate), stated / 50)) return false;
     char text[96];
@@ -172,9 +175,13 @@ std::string detailsText(const std::string& kind, const ShownFile& file) {
 void printText(const ShownFile& file) {
     const LoadedSource& source = *file.source;
     const std::string kind = fileKind(inputFile(source.path));
-    std::printf("%s: %s, %d Hz, %s, %s%u frames, %s%s\n", source.path.c_str(), kind.c_str(), source.sampleRate,
-                channelsText(file).c_str(), source.ok ? "" : "about ", file.frames(),
-                formatTimeMs(file.durationMs()).c_str(), detailsText(kind, file).c_str());
+    std::string length = "unknown length";
+    if (file.known()) {
+        length = std::string(file.exact() ? "" : "about ") + std::to_string(file.frames()) + " frames, " +
+                 formatTimeMs(file.durationMs());
+    }
+    std::printf("%s: %s, %d Hz, %s, %s%s\n", source.path.c_str(), kind.c_str(), source.sampleRate,
+                channelsText(file).c_str(), length.c_str(), detailsText(kind, file).c_str());
     if (file.loudness != nullptr) {
         const LoudnessFigures& l = *file.loudness;
         std::printf("  loudness %s LUFS, range %s LU, true peak %s dBTP\n", tenthsText(l.integrated).c_str(),
@@ -191,10 +198,10 @@ void printJson(const std::vector<ShownFile>& files) {
         const WvSourceInfo& f = file.facts;
         std::printf(
             "%s\n  {\"file\": %s, \"format\": %s, \"sampleRate\": %d, \"channels\": %d, "
-            "\"frames\": %u, \"durationMs\": %llu, \"exact\": %s",
+            "\"frames\": %s, \"durationMs\": %s, \"exact\": %s",
             i == 0 ? "" : ",", jsonString(s.path).c_str(), jsonString(fileKind(inputFile(s.path))).c_str(),
-            s.sampleRate, s.channels, file.frames(), static_cast<unsigned long long>(file.durationMs()),
-            s.ok ? "true" : "false");
+            s.sampleRate, s.channels, file.known() ? std::to_string(file.frames()).c_str() : "null",
+            file.known() ? std::to_string(file.durationMs()).c_str() : "null", file.exact() ? "true" : "false");
         if (file.hasFacts) {
             std::printf(
                 ", \"container\": %s, \"codec\": %s, \"sourceChannels\": %d, \"channelLayout\": %s, "
@@ -240,18 +247,8 @@ int runInfo(const InfoOptions& options, const GlobalOptions& global) {
         progress.finish(status == 0);
     } else {
         // What the file states is known once decoding has begun; nothing
-        // more is decoded. A file read in place (a WAV) has all its frames
-        // from the start: its end follows at once and makes them exact.
+        // more is decoded.
         status = loads.waitUntil([&] { return loads.allBegun(); }, false);
-        Wavoryx& engine = session.engine();
-        const auto readInPlace = [&] {
-            for (const LoadedSource& source : loads.sources()) {
-                if (source.ended || source.expected == 0) continue;
-                if (uint32_t(engine.getPcmFrameLength(source.id)) >= source.expected) return false;
-            }
-            return true;
-        };
-        if (status <= 1) status = std::max(status, loads.waitUntil(readInPlace, false));
     }
     if (status > 1) return status;
     // One entry per file named, in order, even when named twice.
@@ -261,6 +258,7 @@ int runInfo(const InfoOptions& options, const GlobalOptions& global) {
         if (source == nullptr || !source->begun || (source->ended && !source->ok)) continue;
         ShownFile file;
         file.source = source;
+        file.counted = (options.exact || options.loudness) && source->ok;
         file.hasFacts = session.engine().getSourceInfo(source->id, &file.facts) == 0;
         if (file.hasFacts) file.tags = tagsOf(session.engine(), source->id);
         file.variableRate = fileKind(inputFile(name)) == "MP3" && statesVariableRate(inputFile(name));
@@ -296,8 +294,10 @@ void addInfoCommand(CLI::App& app, CommandLine& line) {
                    "Decode each file whole and measure its integrated loudness (LUFS), loudness range (LU) and "
                    "true peak (dBTP), after ITU-R BS.1770 / EBU R128");
     info->footer(
-        "Without --exact nothing is decoded: frames and duration are what the file states\n"
-        "(\"about\"), exact for WAV. With --exact each file is decoded and its frames counted.\n"
+        "Without --exact nothing is decoded: frames and duration are what the file states,\n"
+        "exact where its container counts them (WAV, FLAC, an MP3 with an info frame), else\n"
+        "\"about\", or \"unknown length\" (null in JSON). With --exact each file is decoded and its\n"
+        "frames counted.\n"
         "With --loudness each file is decoded whole and measured; silence shows -inf (null in JSON).\n"
         "Examples:\n"
         "  wavoryx info song.mp3 take.wav\n"

@@ -261,11 +261,14 @@ bool SourceLoads::take(const EngineEvent& event) {
         source.begun = true;
         source.sampleRate = engine.getPcmSampleRate(source.id);
         source.channels = engine.getPcmChannelCount(source.id);
-        const int32_t ms = engine.getPcmDuration(source.id);
-        source.expected = ms > 0 ? uint32_t(uint64_t(ms) * uint32_t(source.sampleRate) / 1000) : 0;
+        uint32_t frames = 0;
+        const int32_t length = engine.getSourceFrames(source.id, &frames);
+        source.expected = length >= 0 ? frames : 0;
+        source.lengthStated = length >= 0;
+        source.expectedExact = length == 1;
         WvSourceInfo facts;
         source.stated = source.expected;
-        if (engine.getSourceInfo(source.id, &facts) == 0 && facts.durationUs >= 0) {
+        if (source.ranged && engine.getSourceInfo(source.id, &facts) == 0 && facts.durationUs >= 0) {
             source.stated = uint32_t(uint64_t(facts.durationUs) * uint32_t(source.sampleRate) / 1000000);
         }
         return true;

@@ -34,6 +34,8 @@ struct LoadedSource {
     int channels = 0;
     uint32_t frames = 0;    // once ok: exact
     uint32_t expected = 0;  // from `begun` on: the length the container states, in frames
+    bool lengthStated = false;   // from `begun` on: whether the container states a length at all
+    bool expectedExact = false;  // ... and whether `expected` is exact, counted by the container
     uint32_t needed = 0;    // frames a list cut before the load ended counts on
     uint32_t stated = 0;    // from `begun` on: the whole file's stated length, in frames
     bool ranged = false;    // a load of [fromMs, toMs) of the file only (loadFileRange)

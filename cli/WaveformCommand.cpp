@@ -163,6 +163,15 @@ bool examineOutputs(const WaveformOptions& options, Overwrite overwrite, std::ve
     return true;
 }
 
+// The frame a drawing up to `toMs` ends at: toMs x rate / 1000, or the
+// last frame when toMs lies in the last, partial millisecond (or past it),
+// as the engine counts its ranges.
+uint64_t endFrameOf(const LoadedSource& source, uint32_t toMs) {
+    const uint64_t rate = uint64_t(source.sampleRate);
+    if ((uint64_t(toMs) + 1) * rate > uint64_t(source.frames) * 1000) return source.frames;
+    return uint64_t(toMs) * rate / 1000;
+}
+
 // Pixels of samplesPerPixel frames from frame fromMs x rate / 1000 on.
 // Whole seconds are whole frames at any rate: over a stretch of whole
 // seconds that holds whole pixels the engine's bins are the pixels exactly.
@@ -171,7 +180,7 @@ bool examineOutputs(const WaveformOptions& options, Overwrite overwrite, std::ve
 bool gatherPixels(Wavoryx& engine, const LoadedSource& source, uint32_t fromMs, uint32_t toMs, PeakData& data) {
     const uint64_t rate = uint64_t(source.sampleRate);
     const uint64_t perPixel = uint64_t(data.samplesPerPixel);
-    const uint64_t endFrame = std::min<uint64_t>(uint64_t(toMs) * rate / 1000, source.frames);
+    const uint64_t endFrame = endFrameOf(source, toMs);
     uint64_t stepSeconds = perPixel / std::gcd(rate, perPixel);
     stepSeconds *= std::max<uint64_t>(1, kDataStepMs / 1000 / stepSeconds);
     const bool pixelSteps = stepSeconds <= kMaxPixelStepSeconds;
@@ -180,9 +189,13 @@ bool gatherPixels(Wavoryx& engine, const LoadedSource& source, uint32_t fromMs, 
     uint64_t startMs = fromMs;
     uint64_t first = startMs * rate / 1000;
     while (first < endFrame && interruptSignal() == 0) {
-        const bool wholePixels = pixelSteps && first + stepSeconds * rate <= endFrame;
+        // A step ending at toMs reaches endFrame, which may lie past whole pixels.
+        const bool wholePixels = pixelSteps && first + stepSeconds * rate <= endFrame &&
+                                 (startMs + stepSeconds * 1000 < toMs || first + stepSeconds * rate == endFrame);
         const uint64_t stepEndMs = std::min<uint64_t>(startMs + (wholePixels ? stepSeconds * 1000 : kDataStepMs), toMs);
-        const uint64_t last = wholePixels ? first + stepSeconds * rate : std::min(stepEndMs * rate / 1000, endFrame);
+        const uint64_t last = wholePixels ? first + stepSeconds * rate
+                              : stepEndMs == toMs ? endFrame
+                                                  : std::min(stepEndMs * rate / 1000, endFrame);
         const uint64_t bins = wholePixels ? (last - first) / perPixel : last - first;
         pairs.resize(size_t(bins) * 2);
         if (engine.getWaveformPeaks(source.id, unsigned(startMs), unsigned(stepEndMs), unsigned(bins), pairs.data()) <
@@ -207,8 +220,7 @@ bool writeDataFiles(Session& session, const WaveformOptions& options, const Load
     data.sampleRate = source.sampleRate;
     data.bits = options.bits;
     const uint64_t rate = uint64_t(source.sampleRate);
-    const uint64_t frames =
-        std::min<uint64_t>(uint64_t(toMs) * rate / 1000, source.frames) - uint64_t(options.fromMs) * rate / 1000;
+    const uint64_t frames = endFrameOf(source, toMs) - uint64_t(options.fromMs) * rate / 1000;
     if (options.width > 0) {
         // At most --width pixels: the last may be partial.
         data.samplesPerPixel = int32_t(std::max<uint64_t>(1, (frames + uint64_t(options.width) - 1) / options.width));

@@ -229,11 +229,27 @@ public:
      * short ends where its data ends: that is no damage (compare the frames
      * with the stated length). */
     int32_t getLoadDamage(int id, unsigned int* firstMs);
+    /* The length the file of a loaded item states, in frames at the rate
+     * getPcmSampleRate reports, into *frames (for a part loaded by
+     * loadFileRange, the part's, cut at the stated end), known from event 6
+     * on without decoding anything; the same answer every time, whether or
+     * not the load has ended since. Returns 1 when the container states the
+     * length exactly: a WAV's data size, the total of a FLAC or WavPack
+     * stream header, an MP3's info frame (frame count x samples per frame
+     * less the encoder delay and padding of its encoder tag, which the
+     * decoder drops); a load that ends well then holds exactly that many
+     * frames. Returns 0 when the length is only an estimate from a stated
+     * or guessed duration (rounded down to a frame). -3 (and *frames 0) when
+     * the file states no length, and as getSourceInfo; -1 and -2 as there;
+     * -4 for a null `frames`. Any thread. */
+    int32_t getSourceFrames(int id, uint32_t* frames);
     /* Like loadFile (same events 6/3/4/0/5/7, same "<dir><id>.pcm", same
      * cancelLoadFile), but the item holds only the frames
      * [startMs x rate / 1000, endMs x rate / 1000) of the file (64-bit
      * integer arithmetic, rate = the track's), the end cut at the file's
-     * end. Those frames are identical, bit for bit, to the same frames of a
+     * end; where the file states its length exactly (see getSourceFrames)
+     * an endMs in its last, partial millisecond or past it takes the file
+     * to its last frame. Those frames are identical, bit for bit, to the same frames of a
      * loadFile of the whole file. The decoding starts a little before the
      * part; what lies before that is read (demuxed) but not decoded. Two
      * exceptions decode every packet from the start (keeping nothing
@@ -260,7 +276,9 @@ public:
     int32_t getPcmFrameLength(int id);
     /* Expected duration in ms, -3 while unknown. */
     int32_t getPcmDuration(int id);
-    /* `count` 8-bit peaks of [startMs, endMs) into `buffer`. */
+    /* `count` 8-bit peaks of [startMs, endMs) into `buffer`; an endMs in
+     * the item's last, partial millisecond or past it ends at its last
+     * frame. */
     int32_t getWaveformSamples(int id, unsigned int startMs, unsigned int endMs, unsigned int count,
                                void* buffer);
     /* True minimum and maximum of [startMs, endMs), for drawing: `count`
@@ -268,7 +286,9 @@ public:
      * minMax[2i + 1] the largest 16-bit sample of bin i over all channels,
      * as stored (a positive-only signal keeps a positive minimum).
      * Milliseconds become frames as ms x rate / 1000 (integers), cut at the
-     * item's length (the expected length of an item still loading); a clip
+     * item's length (the expected length of an item still loading), and an
+     * endMs in the last, partial millisecond or past it is the last frame,
+     * so that a range to the end leaves nothing out; a clip
      * list's time runs through its clips one after the other, each lasting
      * its frames / its source's rate, exactly. With start and end those
      * frames and n = end - start, bin i covers frames [start + i x n /
@@ -293,7 +313,9 @@ public:
      * the range is cut at the source's length. Returns the clip's number
      * (1, 2, ...), -1, -2, or -4 when the list would contain itself. */
     int32_t addClip(int listId, int pcmId, unsigned int startFrame, unsigned int endFrame);
-    /* The same in milliseconds, converted when the source's rate is known. */
+    /* The same in milliseconds, converted when the source's rate is known;
+     * an endMs in the source's last, partial millisecond or past it ends the
+     * clip at the source's last frame. */
     int32_t addClipMs(int listId, int pcmId, unsigned int startMs, unsigned int endMs);
     /* Effects of a list, applied wherever the list is read: render,
      * playback (forwards and backwards, from any seek), waveform, loudness.

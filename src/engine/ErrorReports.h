@@ -44,6 +44,7 @@ enum class Report : int {
     kGetWaveformPeaks,
     kGetListLoudnessResult,
     kGetLoadDamage,
+    kGetSourceFrames,
     kCount
 };
 
@@ -110,6 +111,7 @@ inline constexpr ReportSite kReportSites[] = {
     {Report::kGetListLoudnessResult, 0, 0, 0,
      "int32_t WavoryxPriv::getListLoudnessResult(uint32_t, int32_t*)"},
     {Report::kGetLoadDamage, 0, 0, 0, "int32_t WavoryxPriv::getLoadDamage(uint32_t, uint32_t*)"},
+    {Report::kGetSourceFrames, 0, 0, 0, "int32_t WavoryxPriv::getSourceFrames(uint32_t, uint32_t*)"},
 };
 
 constexpr bool reportSitesInOrder() {

@@ -52,6 +52,22 @@ int32_t WavoryxPriv::getSourceInfo(uint32_t id, WvSourceInfo* info) {
     return 0;
 }
 
+int32_t WavoryxPriv::getSourceFrames(uint32_t id, uint32_t* frames) {
+    if (frames == nullptr) return -4;
+    *frames = 0;
+    ItemHold hold(this, id);
+    SPcmInfo* item = holdItem(hold, id, Report::kGetSourceFrames);
+    if (item == nullptr) return -1;
+    const int32_t status = item->status.load();
+    if (status == CLIP_LIST || status == RECORDING) return -2;
+    SourceFacts facts;
+    if (!item->sourceFacts(&facts) || facts.frames < 0) return -3;
+    // totalFrames is set before the facts become visible and never changes
+    // after: the answer does not depend on how far the load has gone.
+    *frames = item->totalFrames.load();
+    return facts.framesExact ? 1 : 0;
+}
+
 int32_t WavoryxPriv::getSourceTag(uint32_t id, const char* name, char* value, uint32_t size) {
     if (name == nullptr || value == nullptr || size == 0) return -4;
     bool known = false;

@@ -29,8 +29,7 @@ int32_t WavoryxPriv::getWaveformSamples(pcm_id_t id, duration_t startMs, duratio
     if (item == nullptr) return -1;
     uint32_t remaining = startMs;
     const uint32_t startFrame = item->duration2frame(remaining, 0, 0xFFFFFFFF);
-    remaining = endMs;
-    const uint32_t endFrame = item->duration2frame(remaining, 0, 0xFFFFFFFF);
+    const uint32_t endFrame = item->endFrameAtMs(endMs);
     if (startFrame >= endFrame || count == 0 || buffer == nullptr) return -4;
 
     PcmInfoReader reader(item);
@@ -128,6 +127,17 @@ uint32_t frameAtMs(SPcmInfo* item, uint32_t ms) {
     return static_cast<uint32_t>(std::min<uint64_t>(frame, UINT32_MAX));
 }
 
+// The end of a range at `ms`: an end in the last, partial millisecond (or
+// past it) is the last frame, so that a range to the end misses nothing.
+uint32_t endFrameAtMs(SPcmInfo* item, uint32_t ms) {
+    ExactTime next{uint64_t(ms) + 1, 1000};
+    uint64_t frame = 0;
+    if (!frameAtTime(item, 0, PcmInfoReader::kToEnd, next, &frame) && next.num > 0) {
+        return static_cast<uint32_t>(std::min<uint64_t>(frame, UINT32_MAX));
+    }
+    return frameAtMs(item, ms);
+}
+
 // Feeds frames [start, start + frames) of `item` to the binner, each source
 // in its own rate and channels, then moves the binner to the frame after
 // them whether or not all could be read (frames not decoded yet, a file
@@ -168,7 +178,7 @@ int32_t WavoryxPriv::getWaveformPeaks(pcm_id_t id, duration_t startMs, duration_
     // a list not rendered yet has not had them converted.
     if (item->status.load() == CLIP_LIST && item->clipList) item->clipList->isPcmReady();
     const uint32_t startFrame = frameAtMs(item, startMs);
-    const uint32_t endFrame = frameAtMs(item, endMs);
+    const uint32_t endFrame = endFrameAtMs(item, endMs);
     if (startFrame >= endFrame || count == 0 || minMax == nullptr) return WV_ERR_OUT_OF_RANGE;
 
     std::unique_ptr<char[]> block(new (std::nothrow) char[kPeakReadBytes]);

@@ -56,6 +56,7 @@ public:
     int32_t getSourceInfo(uint32_t id, WvSourceInfo* info);
     int32_t getSourceTag(uint32_t id, const char* name, char* value, uint32_t size);
     int32_t getLoadDamage(uint32_t id, uint32_t* firstMs);
+    int32_t getSourceFrames(uint32_t id, uint32_t* frames);
 
     // Clip lists.
     int32_t newClipList();

@@ -60,6 +60,10 @@ int32_t Wavoryx::getSourceInfo(int id, WvSourceInfo* info) {
     return mPriv->getSourceInfo(static_cast<uint32_t>(id), info);
 }
 
+int32_t Wavoryx::getSourceFrames(int id, uint32_t* frames) {
+    return mPriv->getSourceFrames(static_cast<uint32_t>(id), frames);
+}
+
 int32_t Wavoryx::getSourceTag(int id, char const* name, char* value, unsigned int size) {
     return mPriv->getSourceTag(static_cast<uint32_t>(id), name, value, size);
 }

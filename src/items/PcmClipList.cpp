@@ -42,7 +42,7 @@ uint32_t PcmClipList::isPcmReady() {
             // Converted once, against the expected length while the source
             // still grows.
             clip.start = clip.source->duration2frame(clip.start, 0, 0xFFFFFFFF);
-            clip.end = clip.source->duration2frame(clip.end, 0, 0xFFFFFFFF);
+            clip.end = clip.source->endFrameAtMs(clip.end);
             clip.inMs = false;
         }
     }

@@ -79,6 +79,10 @@ struct SourceFacts {
     int32_t bitsPerSample = 0;  // 0 when the codec has no such width
     int32_t bitRate = 0;        // bit/s; 0 when unstated
     int64_t durationUs = -1;    // -1 when unstated
+    // The length in frames at sampleRate: counted by the container when
+    // framesExact, else from durationUs (rounded down); -1 when unstated.
+    int64_t frames = -1;
+    bool framesExact = false;
     // Tags by name ("title", "artist", ...), those the file states.
     std::vector<std::pair<std::string, std::string>> tags;
 };
@@ -102,6 +106,11 @@ struct SPcmInfo {
     // [s, e); durationMs keeps what could not be consumed. A clip list walks
     // its clips (s and e unused); an unloaded file gives 0.
     uint32_t duration2frame(uint32_t& durationMs, uint32_t s, uint32_t e) const;
+    // The frame a range ending at `ms` ends at: ms x rate / 1000, except
+    // that an end in the item's last, partial millisecond, or past it, is
+    // the item's last frame (its expected one while it grows). A clip list
+    // converts as duration2frame does.
+    uint32_t endFrameAtMs(uint32_t ms) const;
     // Length in ms of the frames [s, e) (of all clips for a list).
     uint32_t frame2duration(uint32_t s, uint32_t e) const;
     // Frames of [s, e) readable now, into frameCount. Returns 1 when the

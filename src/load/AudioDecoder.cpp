@@ -69,9 +69,10 @@ int32_t AudioDecoder::load(const char* path, int* sampleRate, int* format, int* 
     }
     *isRaw = false;
     meta->dumpToLog();
-    mMediaSource = mRanged
-                       ? pcmRangeSourceOf(found, frameAtMs(mStartMs, rate), frameAtMs(mEndMs, rate))
-                       : pcmSourceOf(found.openTrack(), mCodecFactory);
+    const int64_t exact = mFacts.framesExact ? mFacts.frames : -1;
+    mMediaSource = mRanged ? pcmRangeSourceOf(found, frameAtMs(mStartMs, rate),
+                                              endFrameAtMs(mEndMs, rate, exact))
+                           : pcmSourceOf(found.openTrack(), mCodecFactory);
     if (!mMediaSource) {
         WV_LOGE("could not create a decoder for %s (%s)", path, mime);
         return LOAD_NOT_PARSABLE;
@@ -94,6 +95,11 @@ void AudioDecoder::noteFacts(const MetaData& meta) {
     meta.findInt32(kKeyBitsPerSample, &mFacts.bitsPerSample);
     meta.findInt32(kKeyBitRate, &mFacts.bitRate);
     meta.findInt64(kKeyDuration, &mFacts.durationUs);
+    if (meta.findInt64(kKeyFrameCount, &mFacts.frames)) {
+        mFacts.framesExact = true;
+    } else if (mFacts.durationUs >= 0 && mFacts.sampleRate > 0) {
+        mFacts.frames = mFacts.durationUs * mFacts.sampleRate / 1000000;
+    }
     for (const TagKey& tag : kTagKeys) {
         if (meta.findCString(tag.key, &text)) mFacts.tags.emplace_back(tag.name, text);
     }

@@ -5,6 +5,9 @@
 
 #include <fcntl.h>
 
+#include <algorithm>
+#include <climits>
+#include <cstdint>
 #include <string>
 
 #include "codec/WorkingFile.h"
@@ -70,20 +73,25 @@ void DecoderThread::startJob(WVThreadCmd& cmd) {
         endJob(id, EVT_LOAD_FAILED, loaded == AudioDecoder::LOAD_NOT_OPENABLE ? 2 : 1);
         return;
     }
-    item->setSourceFacts(decoder->facts());
     item->sampleRate.store(rate);
     item->format.store(format);
     item->channelCount.store(channels);
-    const int64_t durationMs = durationUs / 1000;
-    uint32_t totalFrames = static_cast<uint32_t>(durationMs * rate / 1000);
+    // Counted in frames, never through a duration in ms, which would drop
+    // the last partial millisecond.
+    const SourceFacts& facts = decoder->facts();
+    int64_t total = facts.frames > 0 ? facts.frames : 0;
     if (item->ranged) {
         // The part's length, cut where the whole file's expected length ends.
-        int64_t end = AudioDecoder::frameAtMs(item->rangeEndMs, rate);
-        if (end > totalFrames) end = totalFrames;
+        int64_t end = AudioDecoder::endFrameAtMs(item->rangeEndMs, rate,
+                                                 facts.framesExact ? facts.frames : -1);
+        if (end > total) end = total;
         const int64_t length = end - AudioDecoder::frameAtMs(item->rangeStartMs, rate);
-        totalFrames = length > 0 ? static_cast<uint32_t>(length) : 0;
+        total = length > 0 ? length : 0;
     }
+    const uint32_t totalFrames = static_cast<uint32_t>(std::min<int64_t>(total, UINT32_MAX));
     item->totalFrames.store(totalFrames);
+    // After the length: whoever sees the facts sees the length they state.
+    item->setSourceFacts(facts);
 
     if (isRaw) {
         // Read in place by the PCM reader, after the 44-byte header.

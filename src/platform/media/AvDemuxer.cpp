@@ -112,6 +112,10 @@ int64_t AvDemuxer::containerDurationUs() const {
     return mFormat->duration == AV_NOPTS_VALUE || mFormat->duration <= 0 ? -1 : mFormat->duration;
 }
 
+bool AvDemuxer::durationGuessed() const {
+    return mFormat->duration_estimation_method == AVFMT_DURATION_FROM_BITRATE;
+}
+
 void AvDemuxer::setStreamWanted(int index, bool wanted) {
     std::lock_guard<std::mutex> guard(mLock);
     mFormat->streams[index]->discard = wanted ? AVDISCARD_DEFAULT : AVDISCARD_ALL;

@@ -37,6 +37,10 @@ public:
     const char* metadataValue(int index, const char* name) const;
     // Container-level duration in microseconds, or -1 when unknown.
     int64_t containerDurationUs() const;
+    // Whether the durations were only estimated from the bit rate.
+    bool durationGuessed() const;
+    // The bytes the container is read from.
+    const std::shared_ptr<DataSource>& source() const { return mSource; }
 
     // Marks whether packets of a stream are wanted; unwanted ones are
     // skipped by the parser where it can.

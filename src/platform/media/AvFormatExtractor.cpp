@@ -8,6 +8,7 @@ extern "C" {
 #include "base/Log.h"
 #include "platform/media/AvPacketTrack.h"
 #include "platform/media/MimeTypes.h"
+#include "platform/media/Mp3InfoFrame.h"
 
 namespace wv {
 
@@ -66,7 +67,30 @@ std::shared_ptr<MetaData> AvFormatExtractor::describeStream(int index) const {
         durationUs = mDemuxer->containerDurationUs();
     }
     if (durationUs >= 0) meta->setInt64(kKeyDuration, durationUs);
+    int64_t frames = 0;
+    if (statedFrames(*st, &frames)) meta->setInt64(kKeyFrameCount, frames);
     return meta;
+}
+
+bool AvFormatExtractor::statedFrames(const AVStream& st, int64_t* frames) const {
+    const AVCodecParameters& codec = *st.codecpar;
+    const std::string container = mDemuxer->containerName();
+    if (codec.codec_id == AV_CODEC_ID_MP3 && container == "mp3") {
+        return mp3StatedFrames(*mDemuxer->source(), frames);
+    }
+    // Containers that count the samples themselves (a data size, a total
+    // in the stream header), in a time base of one sample: their duration
+    // is the length, unless FFmpeg only guessed it from the bit rate.
+    static const char* const kCounting[] = {"wav", "w64", "aiff", "flac", "wv"};
+    bool counting = false;
+    for (const char* name : kCounting) counting = counting || container == name;
+    if (!counting || st.duration == AV_NOPTS_VALUE || st.duration <= 0) return false;
+    if (mDemuxer->durationGuessed() || st.time_base.num != 1 || codec.sample_rate <= 0 ||
+        st.time_base.den != codec.sample_rate) {
+        return false;
+    }
+    *frames = st.duration;
+    return true;
 }
 
 std::shared_ptr<MediaSource> AvFormatExtractor::getTrack(size_t index) {

@@ -25,6 +25,8 @@ public:
 private:
     explicit AvFormatExtractor(std::shared_ptr<AvDemuxer> demuxer);
     std::shared_ptr<MetaData> describeStream(int index) const;
+    // The length `st` states exactly, in frames (see kKeyFrameCount).
+    bool statedFrames(const AVStream& st, int64_t* frames) const;
 
     std::shared_ptr<AvDemuxer> mDemuxer;
     std::vector<std::shared_ptr<MetaData>> mTrackMeta;

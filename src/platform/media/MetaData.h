@@ -10,6 +10,9 @@
 //   kKeyChannelMask   int32      positional output mask (0x1 mono, 0x3 stereo)
 //   kKeyDuration      int64      microseconds; absent when the container does
 //                                not state it
+//   kKeyFrameCount    int64      frames at kKeySampleRate, present only where
+//                                the container states the length exactly
+//                                (not rounded through a duration)
 //   kKeyTime          int64      media time of a buffer's first frame, us
 //   kKeyBitRate       int32      bits per second, when known
 //   kKeyPcmEncoding   int32      1: interleaved signed 16-bit samples
@@ -37,6 +40,7 @@ enum : uint32_t {
     kKeyTime = fourcc('t', 'i', 'm', 'e'),
     kKeyBitRate = fourcc('b', 'r', 't', 'e'),
     kKeyPcmEncoding = fourcc('P', 'C', 'M', 'e'),
+    kKeyFrameCount = fourcc('#', 'f', 'r', 'm'),
     // Channels the container states, before any downmix (int32).
     kKeySourceChannelCount = fourcc('s', 'c', 'h', 'n'),
     // What the file states, for the client to show (C strings and int32):

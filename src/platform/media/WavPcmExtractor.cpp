@@ -156,6 +156,8 @@ WavPcmExtractor::WavPcmExtractor(std::shared_ptr<DataSource> source, const WavPc
     const int64_t bitRate = int64_t(layout.sampleRate) * layout.channels * 16;
     mMeta->setInt32(kKeyBitRate, static_cast<int32_t>(std::min<int64_t>(bitRate, INT32_MAX)));
     mMeta->setInt64(kKeyDuration, layout.durationUs());
+    // The data size counts whole frames: a duration in us would round some away.
+    mMeta->setInt64(kKeyFrameCount, layout.frames());
     readTrailingTags();
 }
 
