@@ -1,5 +1,6 @@
 // wavoryx edit SOURCE[@FROM-TO]... -o OUT: one clip list of the given
-// ranges, rendered to WAV, MP3, FLAC, Opus, AAC or Vorbis. Each distinct source is loaded once, and
+// ranges, rendered to WAV, MP3, FLAC, Opus, AAC or Vorbis. Each distinct source is loaded once (in
+// at most kMostLoadsPerFile parts, each decoded once), and
 // ranges are cut in frames of their source, so a range is exact to the
 // frame: FROM * rate / 1000 up to TO * rate / 1000 (the source's end when
 // TO is left out, lies beyond it or in its last, partial millisecond). Effects (fades, crossfades, gains,
@@ -158,34 +159,71 @@ bool loadsAlone(const std::string& path, uint32_t fromMs, bool hasEnd) {
     return kind == "MP3" || kind == "FLAC" || kind == "Ogg Vorbis";
 }
 
-// One load per file, however many ranges name it: each load holds its own
-// descriptors and decoder, so a load per range runs out of descriptors at a
-// few hundred ranges. The ranges of a file share the part from the
-// earliest start to the latest end, loaded alone where that decodes less.
-std::vector<RangeLoad> startLoads(SourceLoads& loads, const EditOptions& options, bool whole) {
-    struct Span {
-        uint32_t fromMs = UINT32_MAX;
-        uint32_t toMs = 0;
-    };
-    std::map<std::string, Span> spans;
-    for (const SourceRange& range : options.ranges) {
-        Span& span = spans[range.path];
-        span.fromMs = std::min(span.fromMs, range.fromMs);
-        span.toMs = std::max(span.toMs, range.hasEnd ? range.toMs : UINT32_MAX);
+// Ranges of a file nearer than this to each other share a load: decoding
+// the gap costs less than starting another load.
+constexpr uint32_t kJoinGapMs = 30000;
+// Each load holds its own descriptors and decoder: a file never gets more
+// than this many, however many ranges name it.
+constexpr size_t kMostLoadsPerFile = 16;
+
+struct Span {
+    uint32_t fromMs = 0;
+    uint32_t toMs = 0;  // UINT32_MAX: to the end of the file
+};
+
+// The parts of the file `path` to load for `ranges` (those of it): ranges
+// that overlap or lie close together are one part; when that leaves too
+// many parts, the whole stretch from the first range to the last is one.
+std::vector<Span> spansOf(const std::string& path, const std::vector<SourceRange>& ranges) {
+    std::vector<Span> wanted;
+    for (const SourceRange& range : ranges) {
+        if (range.path == path) wanted.push_back({range.fromMs, range.hasEnd ? range.toMs : UINT32_MAX});
     }
-    std::map<std::string, RangeLoad> byPath;
+    std::sort(wanted.begin(), wanted.end(), [](const Span& a, const Span& b) { return a.fromMs < b.fromMs; });
+    std::vector<Span> spans;
+    for (const Span& span : wanted) {
+        if (!spans.empty() && uint64_t(span.fromMs) <= uint64_t(spans.back().toMs) + kJoinGapMs) {
+            spans.back().toMs = std::max(spans.back().toMs, span.toMs);
+        } else {
+            spans.push_back(span);
+        }
+    }
+    if (spans.size() > kMostLoadsPerFile) {
+        Span all = spans.front();
+        for (const Span& span : spans) all.toMs = std::max(all.toMs, span.toMs);
+        spans.assign(1, all);
+    }
+    return spans;
+}
+
+// A file's ranges share a few loads (see spansOf): a load per range runs
+// out of descriptors at a few hundred ranges.
+std::vector<RangeLoad> startLoads(SourceLoads& loads, const EditOptions& options, bool whole) {
+    struct PartLoad {
+        Span span;
+        RangeLoad load;
+    };
+    std::map<std::string, std::vector<PartLoad>> started;
     std::vector<RangeLoad> planned;
     for (const SourceRange& range : options.ranges) {
-        auto found = byPath.find(range.path);
-        if (found == byPath.end()) {
-            const Span& span = spans[range.path];
-            RangeLoad load;
-            load.ranged = !whole && loadsAlone(range.path, span.fromMs, span.toMs != UINT32_MAX);
-            load.load = load.ranged ? loads.startRange(range.path, span.fromMs, span.toMs)
-                                    : loads.startWhole(range.path);
-            found = byPath.emplace(range.path, load).first;
+        auto found = started.find(range.path);
+        if (found == started.end()) {
+            std::vector<PartLoad> parts;
+            for (const Span& span : whole ? std::vector<Span>{{0, UINT32_MAX}} : spansOf(range.path, options.ranges)) {
+                PartLoad part{span, RangeLoad()};
+                part.load.ranged = !whole && loadsAlone(range.path, span.fromMs, span.toMs != UINT32_MAX);
+                part.load.load = part.load.ranged ? loads.startRange(range.path, span.fromMs, span.toMs)
+                                                  : loads.startWhole(range.path);
+                parts.push_back(part);
+            }
+            found = started.emplace(range.path, std::move(parts)).first;
         }
-        planned.push_back(found->second);
+        const uint32_t toMs = range.hasEnd ? range.toMs : UINT32_MAX;
+        RangeLoad load = found->second.front().load;
+        for (const PartLoad& part : found->second) {
+            if (part.span.fromMs <= range.fromMs && toMs <= part.span.toMs) load = part.load;
+        }
+        planned.push_back(load);
     }
     return planned;
 }
