@@ -59,6 +59,8 @@ struct EditOptions {
     bool truePeakGiven = false;
     std::optional<uint32_t> fadeInMs, fadeOutMs, crossfadeMs;
     std::optional<int32_t> gainMillibels;
+    // A word after --normalize that is not a number: a source, not its value.
+    std::string sourceAfterNormalize;
     int lufsTenths = 0;
     int truePeakTenths = kDefaultTruePeakTenths;
 };
@@ -389,7 +391,7 @@ int cutAndRender(Session& session, SourceLoads& loads, const EditOptions& option
     engine.setEncodePara(list, options.rate, options.encoding.bitrate, options.channels, 0);
     applyEncodingOptions(engine, list, options.encoding);
     engine.setResampleQuality(list, options.resample);
-    const int rendered = renderList(session, list, rendering, options.output, &loads);
+    const int rendered = renderList(session, list, rendering, options.output, &loads, options.normalize);
     // A file holding less than it states: its ranges are cut anew.
     return rendered == 0 && loads.shortOfNeeds() ? -1 : rendered;
 }
@@ -429,6 +431,8 @@ int runEdit(const EditOptions& options, const GlobalOptions& global) {
         return 1;
     }
     if (!mayReplace(target, global.overwrite)) return 1;
+    const std::string note = unusedOptionsNote(options.encoding);
+    if (!note.empty()) reportLine(note);
     Session session(global);
     if (!session.open(namesStandardInput(paths))) return interruptSignal() != 0 ? interruptExitStatus() : 1;
     const encode_type type = options.encoding.type;
@@ -475,6 +479,23 @@ int runEdit(const EditOptions& options, const GlobalOptions& global) {
     return 0;
 }
 
+// The sources in the order given, with the word taken back from --normalize
+// where it stood.
+void placeSourceAfterNormalize(const CLI::App& edit, const CLI::Option& sources, const CLI::Option& normalize,
+                               EditOptions& options) {
+    std::vector<std::string> given = sources.results();
+    if (!given.empty() && given.back() == options.sourceAfterNormalize) given.pop_back();
+    std::vector<std::string> ordered;
+    size_t next = 0;
+    for (const CLI::Option* option : edit.parse_order()) {
+        if (option == &sources && next < given.size()) ordered.push_back(given[next++]);
+        if (option == &normalize) ordered.push_back(options.sourceAfterNormalize);
+    }
+    ordered.insert(ordered.end(), given.begin() + long(next), given.end());
+    options.sources = ordered;
+    options.sourceAfterNormalize.clear();
+}
+
 void addEffectOptions(CLI::App* edit, EditOptions& options) {
     edit->add_option("--fade-in", options.fadeInText,
                      std::string("Fade the start of the output in from silence over TIME (the first range's "
@@ -502,12 +523,28 @@ void addEffectOptions(CLI::App* edit, EditOptions& options) {
                      "FILE@FROM-TO:gain=DB")
         ->check(decimalIn(kLowestGainDb, kHighestGainDb, 100, "dB"))
         ->type_name("DB");
+    // Its value is optional, so the parser would take the next word for it
+    // whatever it is: one that is no number goes back to the sources
+    // (which count it before their requirement is checked).
+    CLI::Option* sources = edit->get_option("SOURCE");
+    CLI::Validator loudness = decimalIn(-70, -5, 10, "LUFS");
     edit->add_option("--normalize", options.loudnessText,
                      std::string("Bring the integrated loudness to LUFS, -70 to -5 (default ") + kDefaultLoudness +
                          " when given alone), with a true-peak limiter; the audio is read twice")
         ->expected(0, 1)
         ->default_str(kDefaultLoudness)
-        ->check(decimalIn(-70, -5, 10, "LUFS"))
+        ->transform(CLI::Validator(
+            [loudness, sources, &options](std::string& input) -> std::string {
+                double value = 0;
+                if (input.empty() || parseDecimal(input, value)) return loudness(input);
+                if (options.sourceAfterNormalize.empty()) {
+                    options.sourceAfterNormalize = input;
+                    sources->add_result(input);
+                }
+                input.clear();
+                return std::string();
+            },
+            loudness.get_description()))
         ->type_name("LUFS");
     edit->add_option("--true-peak", options.truePeakText, "Ceiling of --normalize in dBTP, -20 to 0 (default -1)")
         ->check(decimalIn(-20, 0, 10, "dBTP"))
@@ -556,8 +593,10 @@ void addEditCommand(CLI::App& app, CommandLine& line) {
         "--true-peak -1");
     CLI::Option* normalize = edit->get_option("--normalize");
     CLI::Option* truePeak = edit->get_option("--true-peak");
-    edit->callback([options, &line, normalize, truePeak] {
+    CLI::Option* sources = edit->get_option("SOURCE");
+    edit->callback([options, &line, normalize, truePeak, sources, edit] {
         options->normalize = normalize->count() > 0;
+        if (!options->sourceAfterNormalize.empty()) placeSourceAfterNormalize(*edit, *sources, *normalize, *options);
         options->truePeakGiven = truePeak->count() > 0;
         checkEditOptions(*options);
         line.run = [options, &line] { return runEdit(*options, line.global); };

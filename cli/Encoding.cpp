@@ -1,6 +1,9 @@
 #include "Encoding.h"
 
+#include <sys/stat.h>
+
 #include <cctype>
+#include <vector>
 
 #include "OptionChecks.h"
 
@@ -33,17 +36,42 @@ void addEncodingOptions(CLI::App* command, EncodingChoice& choice) {
                      "wav, mp3, flac, opus, m4a (AAC) or ogg (Vorbis) (default: from the "
                      "extension of OUT)")
         ->check(oneOf({"wav", "mp3", "flac", "opus", "m4a", "ogg"}));
-    command
-        ->add_option("--bitrate", choice.bitrate,
-                     "Bit rate in kbit/s of MP3 (default 320), Opus (128), AAC (192) and Vorbis (192)")
-        ->check(wholeNumberIn(8, 512));
-    command->add_option("--quality", choice.quality, "MP3 encoder quality, 0 (best, slowest) to 9 (default 5)")
-        ->check(wholeNumberIn(0, 9));
-    command->add_option("--vbr", choice.vbr, "MP3 variable bit rate at level 1 (best) to 9, instead of --bitrate")
-        ->check(wholeNumberIn(1, 9))
-        ->type_name("N");
-    command->add_flag("--joint,!--no-joint", choice.joint,
-                      "MP3 stereo as joint stereo (the default) or as two separate channels");
+    choice.bitrateOption =
+        command
+            ->add_option("--bitrate", choice.bitrate,
+                         "Bit rate in kbit/s of MP3 (default 320), Opus (128), AAC (192) and Vorbis (192)")
+            ->check(wholeNumberIn(8, 512));
+    choice.qualityOption =
+        command->add_option("--quality", choice.quality, "MP3 encoder quality, 0 (best, slowest) to 9 (default 5)")
+            ->check(wholeNumberIn(0, 9));
+    choice.vbrOption =
+        command->add_option("--vbr", choice.vbr, "MP3 variable bit rate at level 1 (best) to 9, instead of --bitrate")
+            ->check(wholeNumberIn(1, 9))
+            ->type_name("N");
+    // Two flags rather than one negatable one, whose help would show the
+    // default as "{false}".
+    CLI::Option* joint = command->add_flag_callback(
+        "--joint", [&choice] { choice.joint = true; }, "MP3 stereo as joint stereo (the default)");
+    CLI::Option* plain = command->add_flag_callback(
+        "--no-joint", [&choice] { choice.joint = false; },
+        "MP3 stereo as plain stereo: left and right coded apart, in every frame");
+    joint->excludes(plain);
+}
+
+std::string unusedOptionsNote(const EncodingChoice& choice) {
+    const bool mp3 = choice.type == ENCODE_MP3;
+    const bool rated = mp3 || choice.type == ENCODE_OPUS || choice.type == ENCODE_AAC || choice.type == ENCODE_VORBIS;
+    std::vector<std::string> unused;
+    if (!rated && choice.bitrateOption != nullptr && choice.bitrateOption->count() > 0) unused.push_back("--bitrate");
+    if (!mp3 && choice.vbrOption != nullptr && choice.vbrOption->count() > 0) unused.push_back("--vbr");
+    if (!mp3 && choice.qualityOption != nullptr && choice.qualityOption->count() > 0) unused.push_back("--quality");
+    if (unused.empty()) return std::string();
+    std::string names;
+    for (size_t i = 0; i < unused.size(); ++i) {
+        names += (i == 0 ? "" : i + 1 == unused.size() ? " and " : ", ") + unused[i];
+    }
+    return "note: " + names + (unused.size() == 1 ? " does" : " do") + " not apply to " + encodingName(choice.type) +
+           " output; ignored";
 }
 
 void settleEncoding(EncodingChoice& choice, const std::string& output) {
@@ -68,6 +96,14 @@ void settleEncoding(EncodingChoice& choice, const std::string& output) {
         }
         return;
     }
+    // A folder has no format to tell: say what it is.
+    struct stat st;
+    if ((!output.empty() && output.back() == '/') ||
+        (::stat(output.c_str(), &st) == 0 && S_ISDIR(st.st_mode))) {
+        const bool exists = ::stat(output.c_str(), &st) == 0;
+        throw CLI::ValidationError("--output", "'" + output + (exists ? "' is a folder" : "' names a folder") +
+                                                   ": name a file to write");
+    }
     throw CLI::ValidationError("--format", "cannot tell the format of '" + output +
                                                "': name it .wav, .mp3, .flac, .opus, .m4a or .ogg, or give --format");
 }
@@ -91,7 +127,9 @@ std::string encodingSummary(Wavoryx& engine, int id, encode_type type) {
 const char* encodingSuffix(encode_type type) { return known(type).suffix; }
 
 void applyEncodingOptions(Wavoryx& engine, int id, const EncodingChoice& choice) {
-    engine.setEncodeOptions(id, choice.quality, choice.vbr, choice.joint ? 1 : 0);
+    // Plain stereo rather than the engine's default dual channel, which some
+    // decoders take for two mono programmes.
+    engine.setEncodeOptions(id, choice.quality, choice.vbr, choice.joint ? 1 : 2);
 }
 
 }  // namespace wvcli

@@ -19,6 +19,10 @@ struct EncodingChoice {
     int vbr = 0;         // MP3: 0 constant bit rate, 1-9 VBR level
     bool joint = true;   // MP3: joint stereo, as most MP3 encoders do
     encode_type type = ENCODE_WAV;
+    // The options as defined, to tell whether they were given.
+    const CLI::Option* bitrateOption = nullptr;
+    const CLI::Option* qualityOption = nullptr;
+    const CLI::Option* vbrOption = nullptr;
 };
 
 // Adds the options to `command`; `what` is "render" or "recording" for the
@@ -28,6 +32,10 @@ void addEncodingOptions(CLI::App* command, EncodingChoice& choice);
 // Sets choice.type from --format or the extension of `output`; a usage
 // error (CLI11 ValidationError) when neither names a format.
 void settleEncoding(EncodingChoice& choice, const std::string& output);
+
+// "note: --bitrate does not apply to WAV output; ignored", naming the
+// options given that the settled format has no use for; empty when none.
+std::string unusedOptionsNote(const EncodingChoice& choice);
 
 // "WAV", "MP3", "FLAC", "Opus", "AAC", "Vorbis".
 const char* encodingName(encode_type type);

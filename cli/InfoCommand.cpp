@@ -5,6 +5,7 @@
 // and adds its integrated loudness, loudness range and true peak.
 #include <algorithm>
 #include <cstdio>
+#include <cstring>
 #include <memory>
 #include <string>
 #include <utility>
@@ -164,7 +165,9 @@ std::string detailsText(const std::string& kind, const ShownFile& file) {
     const bool general = kind == "MP4" || kind == "3GP" || kind == "Ogg" || kind == "unknown";
     if (general && f.codec[0] != '\0') text += std::string(", ") + f.codec;
     if (f.bitsPerSample > 0 && !(kind == "WAV" && f.bitsPerSample == 16)) {
-        text += ", " + std::to_string(f.bitsPerSample) + "-bit";
+        // The codec's name tells float samples from integers of the same width.
+        const bool floating = std::strncmp(f.codec, "pcm_f", 5) == 0;
+        text += ", " + std::to_string(f.bitsPerSample) + (floating ? "-bit float" : "-bit");
     }
     const bool lossy = f.bitsPerSample == 0;
     if (lossy && f.bitRate > 0) text += ", " + std::to_string((f.bitRate + 500) / 1000) + " kbit/s";

@@ -12,6 +12,7 @@
 #include <cstdio>
 #include <cstring>
 #include <string>
+#include <memory>
 
 #include <wavoryx/Wavoryx.h>
 
@@ -29,6 +30,8 @@ constexpr int kPollMs = 100;
 // decoder's); fewer free than this is taken as running out.
 constexpr rlim_t kDescriptorMargin = 8;
 constexpr auto kCancelWait = std::chrono::seconds(10);
+// Where a render that measures its loudness first starts writing.
+constexpr int kMeasuredPercent = 50;
 
 enum LoadEvent {
     kLoadFailed = WV_EVENT_LOAD_FAILED,
@@ -360,11 +363,15 @@ int loadSources(Session& session, const std::vector<std::string>& paths, std::ve
 }
 
 int renderList(Session& session, int listId, const std::string& workPath, const std::string& shownPath,
-               SourceLoads* loads) {
+               SourceLoads* loads, bool measuresFirst) {
     Wavoryx& engine = session.engine();
     const std::string wavePath = workPath + ".wave";
-    Progress progress("writing " + baseName(shownPath), session.options().quiet);
-    if (loads != nullptr) loads->setProgress(&progress, false);
+    // A render that measures first does so in its first half (see
+    // setListLoudness); each half is shown as a job of its own.
+    bool measuring = measuresFirst;
+    auto bar = std::make_unique<Progress>((measuring ? "measuring " : "writing ") + baseName(shownPath),
+                                          session.options().quiet);
+    if (loads != nullptr) loads->setProgress(bar.get(), false);
     if (engine.process(listId) != 0) {
         reportError(shownPath, "the engine refused the render");
         return 1;
@@ -387,7 +394,18 @@ int renderList(Session& session, int listId, const std::string& workPath, const 
             continue;
         }
         if (event.code == kRenderProgress) {
-            progress.update(event.value);
+            if (measuring && event.value >= kMeasuredPercent) {
+                bar->finish(true);
+                measuring = false;
+                bar = std::make_unique<Progress>("writing " + baseName(shownPath), session.options().quiet);
+                if (loads != nullptr) loads->setProgress(bar.get(), false);
+            }
+            if (!measuresFirst) {
+                bar->update(event.value);
+            } else {
+                bar->update(measuring ? event.value * 100 / kMeasuredPercent
+                                      : (event.value - kMeasuredPercent) * 100 / (100 - kMeasuredPercent));
+            }
         } else if (isRenderEnd(event.code)) {
             end = event;
             break;
@@ -405,10 +423,10 @@ int renderList(Session& session, int listId, const std::string& workPath, const 
     ::unlink(wavePath.c_str());
     if (end.code != kRenderDone || cancelling) ::unlink(workPath.c_str());
     if (cancelling) {
-        progress.finish(false);
+        bar->finish(false);
         return interruptExitStatus();
     }
-    progress.finish(end.code == kRenderDone && (loads == nullptr || !loads->shortOfNeeds()));
+    bar->finish(end.code == kRenderDone && (loads == nullptr || !loads->shortOfNeeds()));
     // A source that failed to load ends the render; its own line says why.
     // The render may tell first: the load's event follows at once.
     if (end.code == kRenderFailed && end.value == -1 && loads != nullptr) {

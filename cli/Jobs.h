@@ -120,9 +120,10 @@ const LoadedSource* findSource(const std::vector<LoadedSource>& sources, const s
 // 1 or the interrupt status.
 // `loads` (may be null): loads that go on while the list renders; their
 // events are taken on the way, and a failed one is reported as a load
-// failure rather than as a failed render.
+// failure rather than as a failed render. `measuresFirst`: the list is
+// loudness-normalised, and its measuring half is shown as such.
 int renderList(Session& session, int listId, const std::string& workPath, const std::string& shownPath,
-               SourceLoads* loads = nullptr);
+               SourceLoads* loads = nullptr, bool measuresFirst = false);
 
 }  // namespace wvcli
 

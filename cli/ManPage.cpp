@@ -92,6 +92,17 @@ std::string lowerFirst(std::string text) {
     return text;
 }
 
+// The global options by name, for each command's section: they may
+// follow the command as well.
+std::string globalOptionNames(const CommandDoc& program) {
+    std::string text;
+    for (const OptionDoc& option : program.options) {
+        if (option.names.back() == "--help") continue;
+        for (const std::string& name : option.names) text += (text.empty() ? "" : ", ") + ("\\%" + bold(name));
+    }
+    return ".PP\nThe global options apply too: " + text + " (see \\fBOPTIONS\\fR).\n";
+}
+
 const char kExitStatus[] =
     ".SH EXIT STATUS\n"
     ".TP\n.B 0\nSuccess. A recording stopped with \\fBq\\fR or \\fB\\-\\-duration\\fR is a success too.\n"
@@ -118,7 +129,8 @@ const char kEnvironment[] =
     "\\fBdebug\\fR, \\fBinfo\\fR (the default with \\fB\\-v\\fR), \\fBwarn\\fR, \\fBerror\\fR or \\fBoff\\fR.\n"
     ".TP\n.B WAVORYX_PROPERTIES\nA file of \\fIkey\\fR=\\fIvalue\\fR lines (\\fB#\\fR starts a comment) for "
     "the engine's settings, such as \\fBaf.resampler.quality\\fR.\n"
-    ".TP\n.B COLUMNS\nThe width of a text waveform when standard output is not a terminal (default 80).\n";
+    ".TP\n.B COLUMNS\nThe width of a text waveform when standard output is not a terminal (default 80; at most "
+    "20000, as \\fB\\-\\-width\\fR).\n";
 
 const char kFiles[] =
     ".SH FILES\n"
@@ -149,6 +161,7 @@ std::string manPage(const ProgramDoc& doc) {
         page += synopsis(command) + ".PP\n" + roff(sentence(command.description)) + "\n";
         for (const OptionDoc& positional : command.positionals) page += optionEntry(positional, true);
         for (const OptionDoc& option : command.options) page += optionEntry(option, false);
+        page += globalOptionNames(program);
         if (!command.prose.empty()) page += ".PP\n" + lines(command.prose);
         if (!command.examples.empty()) page += ".PP\nExamples:\n" + examples(command.examples);
     }

@@ -101,7 +101,11 @@ uint64_t knownDurationMs(const LoadedSource& source) {
 std::string loadingText(Wavoryx& engine, const LoadedSource& source) {
     if (source.ended) return "";
     const uint64_t stated = knownDurationMs(source);
-    const uint64_t percent = stated > 0 ? std::min<uint64_t>(99, loadedMs(engine, source) * 100 / stated) : 0;
+    const uint64_t loaded = loadedMs(engine, source);
+    // All of it is there (a WAV read in place is, at once): nothing to say
+    // while the load's end is on its way.
+    if (stated > 0 && loaded >= stated) return "";
+    const uint64_t percent = stated > 0 ? std::min<uint64_t>(99, loaded * 100 / stated) : 0;
     return std::to_string(percent) + "% loaded";
 }
 

@@ -339,6 +339,8 @@ int runRecord(const RecordOptions& options, const GlobalOptions& global) {
         return 1;
     }
     if (!mayReplace(checked, global.overwrite)) return 1;
+    const std::string note = unusedOptionsNote(options.encoding);
+    if (!note.empty()) reportLine(note);
     Session session(global);
     if (!session.open()) return 1;
     RecordPlace place;

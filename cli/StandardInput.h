@@ -10,9 +10,10 @@
 
 namespace wvcli {
 
-// A range of standard input ("-@1-2") would be taken for an option by the
-// parser: main() hides its dash behind this prefix before parsing, and
-// parseSourceRange takes it off again.
+// A range of standard input ("-@1-2"), or a name after "--" that begins
+// with '-', would be taken for an option by the parser: its dash is hidden
+// behind this prefix before parsing (parserWords, CommandWords.h) and taken
+// off again where the word arrives.
 constexpr char kHiddenDash[] = "\x1f-";
 
 // Whether `paths` name standard input.

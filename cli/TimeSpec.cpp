@@ -2,6 +2,7 @@
 
 #include <sys/stat.h>
 
+#include <cctype>
 #include <cmath>
 #include <cstdio>
 #include <vector>
@@ -24,13 +25,16 @@ bool parseDigits(const std::string& text, uint64_t& value) {
     return true;
 }
 
-// "S", "S.f", "S.ff", "S.fff", "S." or ".f" as milliseconds.
-bool parseSeconds(const std::string& text, uint64_t& ms) {
+// "S", "S.f", "S.ff", "S.fff", "S." or ".f" as milliseconds; more decimals
+// (as sox and ffmpeg take) round to the nearest millisecond, a half up.
+// `wholeSeconds` gets S.
+bool parseSeconds(const std::string& text, uint64_t& ms, uint64_t& wholeSeconds) {
     const size_t dot = text.find('.');
     uint64_t whole = 0;
     if (dot == std::string::npos) {
         if (!parseDigits(text, whole)) return false;
         ms = whole * 1000;
+        wholeSeconds = whole;
         return true;
     }
     const std::string intPart = text.substr(0, dot);
@@ -38,11 +42,15 @@ bool parseSeconds(const std::string& text, uint64_t& ms) {
     if (intPart.empty() && fraction.empty()) return false;
     if (!intPart.empty() && !parseDigits(intPart, whole)) return false;
     uint64_t frac = 0;
-    if (!fraction.empty()) {
-        if (fraction.size() > 3 || !parseDigits(fraction, frac)) return false;
-        for (size_t i = fraction.size(); i < 3; ++i) frac *= 10;
+    for (size_t i = 0; i < fraction.size(); ++i) {
+        const char c = fraction[i];
+        if (c < '0' || c > '9') return false;
+        if (i < 3) frac = frac * 10 + uint64_t(c - '0');
+        if (i == 3 && c >= '5') ++frac;  // after the three places, so 0.9995 gives 1000
     }
+    for (size_t i = fraction.size(); i < 3; ++i) frac *= 10;
     ms = whole * 1000 + frac;
+    wholeSeconds = whole;
     return true;
 }
 
@@ -76,6 +84,22 @@ size_t lastEffectSuffix(const std::string& text, std::string& key) {
         }
     }
     return std::string::npos;
+}
+
+// The name of the first ":name=" in `text` that is no effect key
+// ("a.wav@1-2:foo=1" holds foo); empty when there is none.
+std::string unknownEffect(const std::string& text) {
+    for (size_t colon = text.find(':'); colon != std::string::npos; colon = text.find(':', colon + 1)) {
+        size_t end = colon + 1;
+        while (end < text.size() && (std::isalnum(static_cast<unsigned char>(text[end])) || text[end] == '-' ||
+                                     text[end] == '_')) {
+            ++end;
+        }
+        if (end == colon + 1 || end == text.size() || text[end] != '=') continue;
+        if (!std::isalpha(static_cast<unsigned char>(text[colon + 1]))) continue;
+        return text.substr(colon + 1, end - colon - 1);
+    }
+    return std::string();
 }
 
 // Applies one "key=value" effect to `range`.
@@ -169,12 +193,13 @@ bool parseTimeMs(const std::string& text, uint32_t& ms, std::string& why) {
         const bool seconds = !millis && text.size() > 1 && text.back() == 's';
         if (millis) {
             if (!parseDigits(text.substr(0, text.size() - 2), total)) return false;
-        } else if (!parseSeconds(seconds ? text.substr(0, text.size() - 1) : text, total)) {
+        } else if (uint64_t whole = 0; !parseSeconds(seconds ? text.substr(0, text.size() - 1) : text, total, whole)) {
             return false;
         }
     } else {
         uint64_t seconds = 0;
-        if (!parseSeconds(parts.back(), seconds) || seconds >= 60000) return false;
+        uint64_t wholeSeconds = 0;
+        if (!parseSeconds(parts.back(), seconds, wholeSeconds) || wholeSeconds >= 60) return false;
         uint64_t minutes = 0;
         if (!parseDigits(parts[parts.size() - 2], minutes)) return false;
         uint64_t hours = 0;
@@ -219,7 +244,13 @@ bool parseSourceRange(const std::string& shown, SourceRange& range, std::string&
     // Suffixes come off until what is left names an existing file.
     for (size_t colon = lastEffectSuffix(text, key); colon != std::string::npos;
          colon = exists(text) ? std::string::npos : lastEffectSuffix(text, key)) {
-        if (!applyEffect(whole, key, text.substr(colon + 1 + key.size()), range, why)) return false;
+        const std::string value = text.substr(colon + 1 + key.size());
+        const std::string unknown = unknownEffect(value);
+        if (!unknown.empty()) {
+            why = "'" + whole + "': unknown effect " + unknown + " (use " + kRangeEffectForms + ")";
+            return false;
+        }
+        if (!applyEffect(whole, key, value, range, why)) return false;
         text.erase(colon);
     }
     const size_t at = text.rfind('@');
@@ -236,9 +267,18 @@ bool parseSourceRange(const std::string& shown, SourceRange& range, std::string&
     }
     const std::string from = bounds.substr(0, dash);
     const std::string to = bounds.substr(dash + 1);
-    if (!from.empty() && !parseTimeMs(from, range.fromMs, why)) return false;
+    // Effects that are not known were left in the bounds: name them rather
+    // than the time they spoil.
+    const auto badBounds = [&] {
+        const std::string effect = unknownEffect(bounds);
+        if (!effect.empty()) {
+            why = "'" + whole + "': unknown effect " + effect + " (use " + kRangeEffectForms + ")";
+        }
+        return false;
+    };
+    if (!from.empty() && !parseTimeMs(from, range.fromMs, why)) return badBounds();
     if (!to.empty()) {
-        if (!parseTimeMs(to, range.toMs, why)) return false;
+        if (!parseTimeMs(to, range.toMs, why)) return badBounds();
         range.hasEnd = true;
         if (range.toMs < range.fromMs) {
             why = "'" + text + "': the range ends before it starts";

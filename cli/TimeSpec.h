@@ -1,7 +1,8 @@
 // Times on the command line, in whole milliseconds.
 //
 // Accepted forms (no sign, no spaces):
-//   90  1.5     seconds with up to three decimals ("2." and ".5" too)
+//   90  1.5     seconds, decimals past the third rounded to the nearest
+//               millisecond, a half up ("2." and ".5" too)
 //   2.5s        seconds, the unit named
 //   1500ms      whole milliseconds
 //   1:02.5      minutes:seconds, seconds below 60, decimals as above

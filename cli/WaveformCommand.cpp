@@ -7,6 +7,7 @@
 #include <unistd.h>
 
 #include <algorithm>
+#include <cerrno>
 #include <cstdio>
 #include <cstdlib>
 #include <memory>
@@ -35,13 +36,15 @@ namespace {
 constexpr int kDefaultPngWidth = 800;
 constexpr int kDefaultPngHeight = 200;
 constexpr int kDefaultTextRows = 8;
+constexpr int kDefaultTextColumns = 80;
+constexpr int kMaxWidth = 20000;
+constexpr int kMaxHeight = 10000;
 constexpr int kDefaultPixelsPerSecond = 100;
 // Data files are asked of the engine this many ms at a time (at least).
 constexpr uint32_t kDataStepMs = 5000;
 // Whole pixels come in stretches of whole seconds up to this long; a pixel
 // size that needs longer ones is gathered frame by frame.
 constexpr uint64_t kMaxPixelStepSeconds = 60;
-constexpr int kMostColumns = 20000;
 
 struct WaveformOptions {
     std::string file;
@@ -71,14 +74,19 @@ struct Output {
     OutputTarget target;
 };
 
+// The terminal's width, held to what --width accepts: the environment is
+// no more trusted than the command line, and a huge COLUMNS would ask for
+// that many columns of memory.
 int terminalColumns() {
     struct winsize size;
-    if (ioctl(STDOUT_FILENO, TIOCGWINSZ, &size) == 0 && size.ws_col > 0) return size.ws_col;
-    // As many columns as --width accepts at most: a huge value would ask
-    // for gigabytes of peaks.
+    if (ioctl(STDOUT_FILENO, TIOCGWINSZ, &size) == 0 && size.ws_col > 0) return std::min<int>(size.ws_col, kMaxWidth);
     const char* columns = std::getenv("COLUMNS");
-    const long parsed = columns != nullptr ? std::strtol(columns, nullptr, 10) : 0;
-    return parsed > 0 ? int(std::min<long>(parsed, kMostColumns)) : 80;
+    if (columns == nullptr) return kDefaultTextColumns;
+    char* end = nullptr;
+    errno = 0;
+    const long parsed = std::strtol(columns, &end, 10);
+    if (end == columns || *end != '\0' || parsed < 1) return kDefaultTextColumns;
+    return errno == ERANGE || parsed > kMaxWidth ? kMaxWidth : int(parsed);
 }
 
 void checkWaveformOptions(WaveformOptions& options) {
@@ -110,13 +118,19 @@ void checkWaveformOptions(WaveformOptions& options) {
 }
 
 // The picture is always a PNG: a name promising another kind would mislead.
+// Standard output has no name to mislead with.
 bool namesAPng(const std::string& path) {
+    if (path == "-") return true;
     const size_t dot = path.find_last_of('.');
     if (dot == std::string::npos || path.find('/', dot) != std::string::npos) return false;
     std::string suffix = path.substr(dot);
     for (char& c : suffix) c = char(std::tolower(static_cast<unsigned char>(c)));
     return suffix == ".png";
 }
+
+// Where the result line of an output goes: with the messages when the
+// output itself is on standard output, so that nothing follows its data.
+FILE* resultStream(const std::string& path) { return path == "-" ? stderr : stdout; }
 
 void printText(const std::vector<int16_t>& minMax, int rows, Scale scale, uint32_t fromMs, uint32_t toMs) {
     for (const std::string& line : drawTextWaveform(minMax, rows, scale)) std::printf("%s\n", line.c_str());
@@ -289,7 +303,8 @@ int runWaveform(const WaveformOptions& options, const GlobalOptions& global) {
                 return 1;
             }
             if (!global.quiet) {
-                std::printf("wrote %s: %dx%d, %s to %s of %s\n", options.png.c_str(), width, height,
+                std::fprintf(resultStream(options.png), "wrote %s: %dx%d, %s to %s of %s\n", options.png.c_str(),
+                             width, height,
                             formatTimeMs(options.fromMs).c_str(), formatTimeMs(toMs).c_str(), source.path.c_str());
             }
         }
@@ -303,8 +318,8 @@ int runWaveform(const WaveformOptions& options, const GlobalOptions& global) {
     if (data && !global.quiet) {
         for (const std::string* path : {&options.json, &options.dat}) {
             if (!path->empty()) {
-                std::printf("wrote %s: %s to %s of %s\n", path->c_str(), formatTimeMs(options.fromMs).c_str(),
-                            formatTimeMs(toMs).c_str(), source.path.c_str());
+                std::fprintf(resultStream(*path), "wrote %s: %s to %s of %s\n", path->c_str(),
+                             formatTimeMs(options.fromMs).c_str(), formatTimeMs(toMs).c_str(), source.path.c_str());
             }
         }
     }
@@ -323,9 +338,9 @@ void addWaveformCommand(CLI::App& app, CommandLine& line) {
     waveform
         ->add_option("--width", options->width,
                      "Columns (default: the terminal's width; 800 for --png); with --json/--dat: at most N pixels")
-        ->check(wholeNumberIn(1, kMostColumns));
+        ->check(wholeNumberIn(1, kMaxWidth));
     waveform->add_option("--height", options->height, "Text rows (default 8), or PNG pixels (default 200)")
-        ->check(wholeNumberIn(1, 10000));
+        ->check(wholeNumberIn(1, kMaxHeight));
     waveform->add_flag("--db", options->decibels, "Logarithmic height: -60 dB at the centre line, 0 dBFS at the edge");
     waveform->add_option("--png", options->png, "Write a PNG picture to PATH instead")->type_name("PATH");
     waveform

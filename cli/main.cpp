@@ -8,6 +8,7 @@
 #include <CLI/CLI.hpp>
 
 #include "CommandDocs.h"
+#include "CommandWords.h"
 #include "Commands.h"
 #include "Interrupt.h"
 #include "Session.h"
@@ -24,6 +25,17 @@ public:
     std::string make_usage(const CLI::App* app, std::string name) const override {
         if (app->get_parent() != nullptr && name.rfind("wavoryx ", 0) != 0) name = "wavoryx " + name;
         return CLI::Formatter::make_usage(app, name);
+    }
+    // A command takes the global options too (they fall through), so its
+    // help lists them.
+    std::string make_subcommands(const CLI::App* app, CLI::AppFormatMode mode) const override {
+        const CLI::App* parent = app->get_parent();
+        if (parent == nullptr) return CLI::Formatter::make_subcommands(app, mode);
+        const std::vector<const CLI::Option*> globals = parent->get_options([parent](const CLI::Option* option) {
+            return !option->get_group().empty() && option != parent->get_help_ptr();
+        });
+        return CLI::Formatter::make_subcommands(app, mode) +
+               make_group("Global options (before or after the command)", false, globals);
     }
 };
 
@@ -72,11 +84,8 @@ int main(int argc, char** argv) {
         return 1;
     }
 
-    std::vector<std::string> args;
-    for (int i = argc - 1; i > 0; --i) {
-        const std::string arg = argv[i];
-        args.push_back(arg.rfind("-@", 0) == 0 ? wvcli::kHiddenDash + arg.substr(1) : arg);
-    }
+    wvcli::revealNames(app);
+    std::vector<std::string> args = wvcli::parserWords(app, std::vector<std::string>(argv + 1, argv + argc));
     try {
         app.parse(args);
     } catch (const CLI::ParseError& error) {

@@ -376,8 +376,10 @@ public:
      * LAME's VBR quality levels 1 (larger, better) to 9, the bit rate then
      * being LAME's choice. `jointStereo`: 0 (default) two channels are
      * coded apart (dual channel); 1 joint stereo, as most MP3 encoders do
-     * by default. Returns 0; -4 for a value out of range; -1 for an
-     * unknown id, -2 for an item that is not a list. WAV ignores them. */
+     * by default; 2 plain stereo (left and right coded apart in every
+     * frame, one programme, as some decoders need). Returns 0; -4 for a
+     * value out of range; -1 for an unknown id, -2 for an item that is not
+     * a list. WAV ignores them. */
     int32_t setEncodeOptions(int id, int quality, int vbr, int jointStereo);
     /* Sample-rate converter of a list's renders, used for every clip whose
      * source rate differs from the output rate; read when a render starts.

@@ -39,7 +39,9 @@ bool hasBitRate(EncodeFormat format);
 struct EncodeOptions {
     int quality = 5;           // MP3: LAME's algorithm quality, 0 (best, slowest) to 9
     int vbr = 0;               // MP3: 0 constant bit rate; 1-9 LAME's VBR quality level
-    bool jointStereo = false;  // MP3, two channels: joint stereo rather than dual channel
+    // MP3, two channels: 0 dual channel, 1 joint stereo, 2 plain stereo
+    // (left and right coded apart in every frame, one programme).
+    int jointStereo = 0;
 };
 
 class AudioEncoder : public FileWriter {

@@ -48,9 +48,10 @@ int Mp3Encoder::initEncoder(uint32_t sampleRate, uint32_t channels, uint32_t bit
 
     if (mLame != nullptr) lame_close(mLame);
     mLame = nullptr;
-    mMode = channels == 1          ? MODE_MONO
-            : mOptions.jointStereo ? MODE_JOINT_STEREO
-                                   : MODE_DUAL_CHANNEL;
+    mMode = channels == 1               ? MODE_MONO
+            : mOptions.jointStereo == 1 ? MODE_JOINT_STEREO
+            : mOptions.jointStereo == 2 ? MODE_STEREO
+                                        : MODE_DUAL_CHANNEL;
     // The info frame is written in place at the end: an output that cannot
     // seek gets none, rather than an empty frame that decodes as silence.
     const bool infoFrame = isSeekable();

@@ -3,8 +3,9 @@
 // LAME is set up with the input rate and channel count, the constant bit
 // rate in kbit/s, mode 2 (dual channel, not joint stereo) for two channels
 // or mode 3 (mono) for one, and quality 5, unless setOptions() chose joint
-// stereo, another quality or a VBR level (the bit rate is then LAME's
-// choice for that level). The file starts with the ID3v2
+// stereo (mode 1) or plain stereo (mode 0), another quality or a VBR level
+// (the bit rate is then LAME's choice for that level). The file starts
+// with the ID3v2
 // tag LAME produces, if any, followed by LAME's info frame (written in its
 // final form by flushEncoding(), which also flushes LAME's last frames):
 // decoders that read it (ffmpeg, mpg123, this engine's loadFile) drop the
@@ -29,6 +30,7 @@ class Mp3Encoder : public AudioEncoder {
 public:
     static constexpr uint32_t OUTPUT_BYTES = 147456;
     static constexpr int MAX_FRAMES_PER_CALL = 65536;
+    static constexpr int MODE_STEREO = 0;
     static constexpr int MODE_JOINT_STEREO = 1;
     static constexpr int MODE_DUAL_CHANNEL = 2;
     static constexpr int MODE_MONO = 3;

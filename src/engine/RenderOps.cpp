@@ -43,7 +43,7 @@ int32_t WavoryxPriv::setEncodePara(uint32_t listId, int32_t sampleRate, int32_t 
 
 int32_t WavoryxPriv::setEncodeOptions(uint32_t id, int32_t quality, int32_t vbr,
                                       int32_t jointStereo) {
-    if (quality < 0 || quality > 9 || vbr < 0 || vbr > 9 || jointStereo < 0 || jointStereo > 1) {
+    if (quality < 0 || quality > 9 || vbr < 0 || vbr > 9 || jointStereo < 0 || jointStereo > 2) {
         WV_LOGE("setEncodeOptions: quality %d, vbr %d, joint stereo %d out of range", quality, vbr,
                 jointStereo);
         return -4;

@@ -139,7 +139,7 @@ struct SPcmInfo {
         EncodeOptions options;
         options.quality = encodeQuality.load();
         options.vbr = vbrLevel.load();
-        options.jointStereo = jointStereo.load() != 0;
+        options.jointStereo = jointStereo.load();
         return options;
     }
     // The source file's facts, once its load has begun (false before).

@@ -63,7 +63,7 @@ int32_t AudioDecoder::load(const char* path, int* sampleRate, int* format, int* 
     // A part of a file is decoded even from a WAV: its frames go to a file
     // of their own.
     if (!mRanged && std::strstr(mime, "raw") != nullptr) {
-        WV_LOGE("Raw sound file found.");
+        WV_LOGD("Raw sound file found.");
         *isRaw = true;
         return LOAD_OK;
     }

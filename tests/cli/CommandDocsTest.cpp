@@ -87,6 +87,19 @@ TEST(CommandDocsTest, ManualEscapesWhatRoffWouldRead) {
     EXPECT_EQ(page.find("secret"), std::string::npos);
 }
 
+TEST(CommandDocsTest, ManualNamesTheGlobalOptionsInEachCommandsSection) {
+    Tool tool;
+    const std::string page = manPage(describeProgram(tool.app, "1.2.3"));
+    const size_t section = page.find(".SH \"WAVORYX CUT\"");
+    ASSERT_NE(section, std::string::npos);
+    const size_t line = page.find("The global options apply too: ", section);
+    ASSERT_NE(line, std::string::npos) << page;
+    const std::string names = page.substr(line, page.find('\n', line) - line);
+    EXPECT_NE(names.find("\\%\\fB\\-\\-work\\-dir\\fR"), std::string::npos) << names;
+    EXPECT_EQ(names.find("help"), std::string::npos) << names;
+    EXPECT_EQ(names.find("secret"), std::string::npos) << names;
+}
+
 TEST(CommandDocsTest, CompletionsQuoteForTheShell) {
     Tool tool;
     const ProgramDoc doc = describeProgram(tool.app, "1");

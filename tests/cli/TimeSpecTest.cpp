@@ -49,11 +49,48 @@ TEST(TimeSpecTest, ReadsSecondsUnitsAndClockForms) {
 }
 
 TEST(TimeSpecTest, RejectsWhatIsNotATime) {
-    for (const char* text : {"",   ".",  "-5",           "+5",      "1.2345",        "1,5", "5 s", "5sec",    "1.5ms",
+    for (const char* text : {"",   ".",  "-5",           "+5",      "1.23x5",        "1,5", "5 s", "5sec",    "1.5ms",
                              "ms", "s",  "1:30s",        "1:60",    "1:60.0",        "1:",  ":5",  "1:2:3:4", "1:60:00",
-                             "a",  " 5", "4294967295ms", "4294968", "99999999999999"}) {
+                             "a",  " 5", "4294967295ms", "4294968", "99999999999999", "1.2.3", "1.0005x"}) {
         EXPECT_TRUE(rejected(text)) << text;
     }
+}
+
+TEST(TimeSpecTest, RoundsDecimalsPastTheMillisecond) {
+    // As other audio tools take them: to the nearest millisecond, a half up.
+    EXPECT_EQ(parsed("1.2345"), 1235u);
+    EXPECT_EQ(parsed("1.2344999"), 1234u);
+    EXPECT_EQ(parsed("0.0004"), 0u);
+    EXPECT_EQ(parsed("0.0005"), 1u);
+    EXPECT_EQ(parsed("0.123456789012345678901234567890"), 123u);
+    EXPECT_EQ(parsed(".9996s"), 1000u);
+    EXPECT_EQ(parsed("1:02.50049"), 62500u);
+    // The seconds of a clock form are below 60 as written, even when they
+    // round up to it.
+    EXPECT_EQ(parsed("0:59.9996"), 60000u);
+    EXPECT_EQ(parsed("1:00:59.99951"), 3660000u);
+    EXPECT_TRUE(rejected("1:60.0001"));
+    EXPECT_TRUE(rejected("4294967.2945")) << "rounds past the largest time";
+    EXPECT_EQ(parsed("4294967.2944"), 4294967294u);
+    SourceRange range;
+    std::string why;
+    ASSERT_TRUE(parseSourceRange("a.wav@0.0015-1.99951", range, why)) << why;
+    EXPECT_EQ(range.fromMs, 2u);
+    EXPECT_EQ(range.toMs, 2000u);
+}
+
+TEST(TimeSpecTest, NamesAnUnknownEffectOfARange) {
+    SourceRange range;
+    std::string why;
+    for (const char* text : {"a.mp3@1-2:foo=1", "a.mp3@1-2:fade=1:foo=1", "a.mp3@1-2:foo=1:fade=1",
+                             "a.mp3@1-2:gain=-3:foo=1"}) {
+        ASSERT_FALSE(parseSourceRange(text, range, why)) << text;
+        EXPECT_NE(why.find("unknown effect foo"), std::string::npos) << text << ": " << why;
+        EXPECT_EQ(why.find("not a time"), std::string::npos) << text << ": " << why;
+    }
+    // A time that is wrong is still said to be one.
+    ASSERT_FALSE(parseSourceRange("a.mp3@1-2x", range, why));
+    EXPECT_NE(why.find("'2x' is not a time"), std::string::npos) << why;
 }
 
 TEST(TimeSpecTest, FormatsAsMinutesOrHours) {

@@ -72,9 +72,11 @@ TEST_F(EncodeOptions, JointStereoAndVbrReachTheFileAndKeepTheLengthExact) {
     const uint32_t dual = mp3List("dual.mp3", frames, 128);
     const uint32_t joint = mp3List("joint.mp3", frames, 128);
     const uint32_t vbr = mp3List("vbr.mp3", frames, 128);
+    const uint32_t plain = mp3List("plain.mp3", frames, 128);
     ASSERT_EQ(engine->setEncodeOptions(joint, 5, 0, 1), 0);
+    ASSERT_EQ(engine->setEncodeOptions(plain, 5, 0, 2), 0);
     ASSERT_EQ(engine->setEncodeOptions(vbr, 2, 4, 1), 0);
-    for (uint32_t list : {dual, joint, vbr}) ASSERT_EQ(render(list).code, wv::EVT_RENDER_DONE);
+    for (uint32_t list : {dual, joint, vbr, plain}) ASSERT_EQ(render(list).code, wv::EVT_RENDER_DONE);
 
     const wvtest::Mp3Frames d = wvtest::walkMp3Frames(wvtest::readFile(dir.file("dual.mp3")));
     EXPECT_EQ(d.mode, 2);  // the default stays dual channel
@@ -82,11 +84,14 @@ TEST_F(EncodeOptions, JointStereoAndVbrReachTheFileAndKeepTheLengthExact) {
     const wvtest::Mp3Frames j = wvtest::walkMp3Frames(wvtest::readFile(dir.file("joint.mp3")));
     EXPECT_EQ(j.mode, 1);
     EXPECT_EQ(j.bitrateKbps, 128);
+    const wvtest::Mp3Frames p = wvtest::walkMp3Frames(wvtest::readFile(dir.file("plain.mp3")));
+    EXPECT_EQ(p.mode, 0);
+    EXPECT_EQ(p.bitrateKbps, 128);
     const wvtest::Mp3Frames v = wvtest::walkMp3Frames(wvtest::readFile(dir.file("vbr.mp3")));
     EXPECT_GT(v.frames, 0) << "frames do not tile the file";
     EXPECT_TRUE(v.infoFrame);
     EXPECT_EQ(v.bitrateKbps, -1) << "a VBR stream changes its bit rate";
-    for (const char* name : {"dual.mp3", "joint.mp3", "vbr.mp3"}) {
+    for (const char* name : {"dual.mp3", "joint.mp3", "vbr.mp3", "plain.mp3"}) {
         EXPECT_EQ(decodedFrames(name, 2), frames) << name;
     }
 }
@@ -116,7 +121,7 @@ TEST_F(EncodeOptions, RefusesValuesOutOfRangeAndItemsThatAreNotLists) {
     EXPECT_EQ(engine->setEncodeOptions(list, 10, 0, 0), -4);
     EXPECT_EQ(engine->setEncodeOptions(list, -1, 0, 0), -4);
     EXPECT_EQ(engine->setEncodeOptions(list, 5, 10, 0), -4);
-    EXPECT_EQ(engine->setEncodeOptions(list, 5, 0, 2), -4);
+    EXPECT_EQ(engine->setEncodeOptions(list, 5, 0, 3), -4);
     EXPECT_EQ(engine->setEncodeOptions(list + 1000, 5, 0, 0), -1);
     wv::SPcmInfo* item = addPcmItem(stereoNoise(10), 44100, 2);
     EXPECT_EQ(engine->setEncodeOptions(item->id, 5, 0, 0), -2);
