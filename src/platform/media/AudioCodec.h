@@ -7,6 +7,9 @@
 // kKeyTime, the media time of its first frame in microseconds. A buffer
 // holds one codec frame: 1152 frames for MP3, 1024 for AAC, and so on.
 //
+// An MP4 track ends where its container says (the edit list's length), not
+// at the end of its last codec frame.
+//
 // The stream ends (ERROR_END_OF_STREAM) at the end of the track, and also at
 // the first packet the demuxer or the codec cannot handle (corrupt or cut
 // files), after everything decoded before it has been handed out. A read
@@ -77,6 +80,9 @@ private:
     // and the output frames to drop from the next converted frame.
     int64_t mSkipUntilUs = -1;
     int mDropFrames = 0;
+    // Media time of the track's stated end (MP4), after which decoded
+    // frames are padding; -1 when the container states no exact end.
+    int64_t mEndUs = -1;
 };
 
 }  // namespace wv
