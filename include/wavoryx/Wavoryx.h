@@ -434,8 +434,8 @@ public:
      * (1 gain limit, 2 true-peak ceiling, 3 no loudness at all). The render
      * itself is as setListLoudness describes whatever the result. Returns
      * -1 for an unknown id, -2 for an item that is not a list, -3 when no
-     * normalised render of the list has ended (or a render is under way), -4 for a null
-     * `reachedTenths`. Any thread. */
+     * normalised render of the list has ended (or a render is under way),
+     * -4 for a null `reachedTenths`. Any thread. */
     int32_t getListLoudnessResult(int listId, int32_t* reachedTenths);
     /* Bit rate (kbit/s) of a list's or recording's output. Once its
      * encoder has started (during the render and after it), the rate the

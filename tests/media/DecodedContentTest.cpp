@@ -5,9 +5,11 @@
 
 #include <algorithm>
 #include <cmath>
+#include <cstdio>
 #include <fstream>
 #include <memory>
 
+#include "AudioFiles.h"
 #include "AudioFixtures.h"
 #include "MediaDecode.h"
 #include "TestSupport.h"
@@ -110,6 +112,50 @@ TEST_F(DecodedContent, LossyFilesKeepLengthToneAndChannelLevels) {
         const double right = wvtest::channelRms(middle, frames, 2, 1);
         EXPECT_NEAR(left, 0.5 / std::sqrt(2.0), 0.02);
         EXPECT_NEAR(right / left, 0.875, 0.02);
+    }
+}
+
+// The track's length as the container states it (ffprobe's duration_ts,
+// at the sample rate for these files); -1 on failure.
+long statedFrames(const std::string& file) {
+    const std::string command = "ffprobe -v error -select_streams a:0 -show_entries stream=duration_ts "
+                                "-of default=nw=1:nk=1 '" + file + "'";
+    FILE* pipe = ::popen(command.c_str(), "r");
+    if (pipe == nullptr) return -1;
+    long frames = -1;
+    if (std::fscanf(pipe, "%ld", &frames) != 1) frames = -1;
+    ::pclose(pipe);
+    return frames;
+}
+
+TEST_F(DecodedContent, AnM4aEndsWhereItsEditListSaysAndStartsAfterThePriming) {
+    // A length that no AAC frame boundary meets: the last frame's padding
+    // is left out, as far as the container's edit list says: to the frame
+    // with a time scale of the sample rate, to the millisecond with
+    // ffmpeg's default one.
+    const uint32_t frames = 3 * 44100 / 2 + 123;
+    const std::vector<int16_t> tone = wvtest::makeTone(44100, 2, double(frames) / 44100, 440.0);
+    ASSERT_EQ(tone.size(), size_t(frames) * 2);
+    ASSERT_TRUE(wvtest::writeWav(path("odd.wav"), tone, 44100, 2));
+    const struct {
+        const char* name;
+        const char* args;
+        uint32_t stated;
+    } files[] = {{"exact.m4a", "-c:a aac -b:a 128k -movie_timescale 44100", frames},
+                 {"ms.m4a", "-c:a aac -b:a 128k", (frames * 1000 + 44099) / 44100 * 441 / 10}};
+    for (const auto& f : files) {
+        SCOPED_TRACE(f.name);
+        ASSERT_TRUE(wvtest::encodeWithFfmpeg(path("odd.wav"), path(f.name), f.args));
+        ASSERT_EQ(statedFrames(path(f.name)), long(f.stated));
+        std::vector<int16_t> ffmpeg;  // every frame ffmpeg's decoder makes, padding included
+        ASSERT_TRUE(wvtest::decodeToPcm16(path(f.name), dir->path(), &ffmpeg));
+        ASSERT_GT(ffmpeg.size(), size_t(f.stated) * 2);
+        DecodedAudio audio;
+        ASSERT_TRUE(wvtest::decodeWithMediaLayer(path(f.name), &audio));
+        EXPECT_EQ(audio.frames(), size_t(f.stated));
+        ASSERT_LE(audio.samples.size(), ffmpeg.size());
+        EXPECT_TRUE(std::equal(audio.samples.begin(), audio.samples.end(), ffmpeg.begin()))
+            << "the same frames as ffmpeg's from the first";
     }
 }
 

@@ -5,6 +5,7 @@
 #include <gtest/gtest.h>
 
 #include <cmath>
+#include <cstdio>
 #include <cstdlib>
 #include <vector>
 
@@ -294,6 +295,16 @@ TEST(Recording, EveryFormatRecordsThroughAPauseToTheLengthItReports) {
         ASSERT_TRUE(wvtest::decodeToPcm16(out, dir.path(), &decoded));
         EXPECT_GE(decoded.size() / 2 + (f.type == ENCODE_VORBIS ? 128 : 0), frames);
         EXPECT_LE(decoded.size() / 2, frames + f.slack);
+        if (f.type == ENCODE_FLAC) {
+            // The header states the length, rewritten when the recording ends.
+            FILE* pipe = ::popen(("ffprobe -v error -select_streams a:0 -show_entries stream=duration_ts "
+                                  "-of default=nw=1:nk=1 '" + out + "'").c_str(), "r");
+            ASSERT_NE(pipe, nullptr);
+            long stated = -1;
+            if (std::fscanf(pipe, "%ld", &stated) != 1) stated = -1;
+            ::pclose(pipe);
+            EXPECT_EQ(stated, long(frames));
+        }
     }
 }
 

@@ -45,6 +45,7 @@ std::shared_ptr<MediaSource> AudioCodec::Create(const std::shared_ptr<MetaData>&
         avcodec_free_context(&context);
         return nullptr;
     }
+    const int64_t endUs = track->statedEndUs();
     auto format = std::make_shared<MetaData>();
     format->setCString(kKeyMIMEType, MEDIA_MIMETYPE_AUDIO_RAW);
     format->setInt32(kKeySampleRate, rate);
@@ -53,8 +54,9 @@ std::shared_ptr<MediaSource> AudioCodec::Create(const std::shared_ptr<MetaData>&
     format->setInt32(kKeyPcmEncoding, 1);
     int64_t durationUs;
     if (meta->findInt64(kKeyDuration, &durationUs)) format->setInt64(kKeyDuration, durationUs);
-    return std::shared_ptr<MediaSource>(
-        new AudioCodec(std::move(track), context, rate, channels, std::move(format)));
+    auto* codecSource = new AudioCodec(std::move(track), context, rate, channels, std::move(format));
+    codecSource->mEndUs = endUs;
+    return std::shared_ptr<MediaSource>(codecSource);
 }
 
 AudioCodec::AudioCodec(std::shared_ptr<AvPacketTrack> track, AVCodecContext* context, int rate,
@@ -164,10 +166,22 @@ MediaBuffer* AudioCodec::convertLocked(const AVFrame* frame) {
         buffer->release();
         return nullptr;
     }
+    const int64_t startUs = mTimeBaseUs + mFramesSinceBase * 1000000 / mRate;
+    int kept = frames - drop;
+    if (mEndUs >= 0) {
+        // Rounded to the nearest frame: the times are whole microseconds.
+        const int64_t left = ((mEndUs - startUs) * mRate + 500000) / 1000000;
+        if (left < kept) kept = left > 0 ? static_cast<int>(left) : 0;
+        if (kept == 0) {
+            buffer->release();
+            mInputEnded = mOutputEnded = true;
+            return nullptr;
+        }
+    }
     buffer->set_range(static_cast<size_t>(drop) * frameBytes,
-                      static_cast<size_t>(frames - drop) * frameBytes);
-    buffer->meta_data()->setInt64(kKeyTime, mTimeBaseUs + mFramesSinceBase * 1000000 / mRate);
-    mFramesSinceBase += frames - drop;
+                      static_cast<size_t>(kept) * frameBytes);
+    buffer->meta_data()->setInt64(kKeyTime, startUs);
+    mFramesSinceBase += kept;
     return buffer;
 }
 

@@ -7,6 +7,9 @@
 // kKeyTime, the media time of its first frame in microseconds. A buffer
 // holds one codec frame: 1152 frames for MP3, 1024 for AAC, and so on.
 //
+// An MP4 track ends where its container says (the edit list's length), not
+// at the end of its last codec frame.
+//
 // The stream ends (ERROR_END_OF_STREAM) at the end of the track, and also at
 // the first packet the demuxer cannot read (a cut file), after everything
 // decoded before it has been handed out. A packet the codec refuses or
@@ -90,6 +93,9 @@ private:
     int mDropFrames = 0;
     DecodeDamage mDamage;
     int mErrorsInRow = 0;
+    // Media time of the track's stated end (MP4), after which decoded
+    // frames are padding; -1 when the container states no exact end.
+    int64_t mEndUs = -1;
 };
 
 }  // namespace wv

@@ -70,4 +70,15 @@ const AVCodecParameters* AvPacketTrack::codecParameters() const {
     return mDemuxer->stream(mStreamIndex)->codecpar;
 }
 
+int64_t AvPacketTrack::statedEndUs() const {
+    const AVStream* stream = mDemuxer->stream(mStreamIndex);
+    const char* container = mDemuxer->containerName();
+    if (container == nullptr || std::strncmp(container, "mov,", 4) != 0 ||
+        stream->duration == AV_NOPTS_VALUE || stream->duration <= 0) {
+        return -1;
+    }
+    const int64_t start = stream->start_time != AV_NOPTS_VALUE ? stream->start_time : 0;
+    return mDemuxer->toMediaUs(mStreamIndex, start + stream->duration);
+}
+
 }  // namespace wv

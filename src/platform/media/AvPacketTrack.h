@@ -31,6 +31,11 @@ public:
     // Moves the track (the whole demuxer) near `timeUs`.
     status_t seek(int64_t timeUs, ReadOptions::SeekMode mode);
     const AVCodecParameters* codecParameters() const;
+    // The media time (us) where the container states the track ends
+    // exactly, before the padding of its last codec frame: an MP4 track's
+    // (its edit list's length, which the demuxer makes the stream's
+    // duration). -1 for containers whose durations are estimates.
+    int64_t statedEndUs() const;
     int streamIndex() const { return mStreamIndex; }
     const std::shared_ptr<AvDemuxer>& demuxer() const { return mDemuxer; }
 

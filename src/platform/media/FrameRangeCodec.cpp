@@ -67,6 +67,13 @@ std::shared_ptr<MediaSource> FrameRangeCodec::Create(const std::shared_ptr<MetaD
     // state is the whole stream's history. Both are decoded from the start.
     const bool decodeAll =
         params->codec_id == AV_CODEC_ID_OPUS || params->codec_id == AV_CODEC_ID_AAC;
+    // Where a whole load ends too: the padding after a stated end is none
+    // of the track's frames.
+    const int64_t statedEndUs = track->statedEndUs();
+    if (statedEndUs >= 0) {
+        const int64_t statedEnd = (statedEndUs * rate + 500000) / 1000000;
+        if (endFrame > statedEnd) endFrame = statedEnd;
+    }
     return std::shared_ptr<MediaSource>(new FrameRangeCodec(std::move(track), context,
                                                             std::move(format), rate, channels,
                                                             firstFrame, endFrame, decodeAll));
