@@ -341,7 +341,7 @@ int runEdit(const EditOptions& options, const GlobalOptions& global) {
         reportError(options.output, sameFileReason(*input));
         return 1;
     }
-    if (!mayReplace(target, global.overwrite)) return 1;
+    if (!mayReplace(target, global.overwrite)) return interruptSignal() != 0 ? interruptExitStatus() : 1;
     Session session(global);
     if (!session.open(namesStandardInput(paths))) return interruptSignal() != 0 ? interruptExitStatus() : 1;
     const encode_type type = options.encoding.type;

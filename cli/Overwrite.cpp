@@ -5,6 +5,7 @@
 #include <cctype>
 #include <string>
 
+#include "Interrupt.h"
 #include "Session.h"
 
 namespace wvcli {
@@ -31,6 +32,12 @@ bool mayReplace(const OutputTarget& target, Overwrite policy, std::FILE* answers
     std::fflush(stderr);
     char line[64] = {0};
     if (std::fgets(line, sizeof line, answers) != nullptr && isYes(line)) return true;
+    // Ctrl-C is no answer: the caller exits as interrupted, and the
+    // prompt's line is ended for the shell's next one.
+    if (interruptSignal() != 0) {
+        std::fputc('\n', stderr);
+        return false;
+    }
     reportError(target.path, "exists; not overwritten");
     return false;
 }

@@ -24,7 +24,9 @@ enum class Overwrite {
 // under `policy`. kAsk with a terminal on standard input writes
 // "FILE exists. Overwrite? [y/N] " to standard error and reads one line
 // from `answers` (standard input): y or yes (any case) replaces. Otherwise
-// prints one "wavoryx: FILE: ..." line saying why not, and returns false.
+// prints one "wavoryx: FILE: ..." line saying why not, and returns false;
+// after an ending signal at the question it prints nothing and returns
+// false (the caller exits with interruptExitStatus()).
 bool mayReplace(const OutputTarget& target, Overwrite policy, std::FILE* answers = stdin);
 
 // Whether the answer line means yes.

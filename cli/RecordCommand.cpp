@@ -328,7 +328,7 @@ int runRecord(const RecordOptions& options, const GlobalOptions& global) {
         reportError(options.output, sameFileReason(input.file) + " (WAVORYX_AUDIO_IN)");
         return 1;
     }
-    if (!mayReplace(checked, global.overwrite)) return 1;
+    if (!mayReplace(checked, global.overwrite)) return interruptSignal() != 0 ? interruptExitStatus() : 1;
     Session session(global);
     if (!session.open()) return 1;
     RecordPlace place;

@@ -235,7 +235,7 @@ bool writeDataFiles(Session& session, const WaveformOptions& options, const Load
 
 int runWaveform(const WaveformOptions& options, const GlobalOptions& global) {
     std::vector<Output> outputs;
-    if (!examineOutputs(options, global.overwrite, outputs)) return 1;
+    if (!examineOutputs(options, global.overwrite, outputs)) return interruptSignal() != 0 ? interruptExitStatus() : 1;
     const bool png = !options.png.empty();
     const bool data = !options.json.empty() || !options.dat.empty();
     Session session(global);
