@@ -18,7 +18,8 @@ bool isYes(const char* line) {
     return word == "y" || word == "yes";
 }
 
-bool mayReplace(const OutputTarget& target, Overwrite policy, std::FILE* answers) {
+bool mayReplace(OutputTarget& target, Overwrite policy, std::FILE* answers) {
+    target.lastWriterWins = policy == Overwrite::kAlways;
     if (target.kind != TargetKind::Regular || policy == Overwrite::kAlways) return true;
     if (policy == Overwrite::kNever) {
         reportError(target.path, "exists; not overwritten (-n)");

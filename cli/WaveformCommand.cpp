@@ -154,7 +154,7 @@ bool examineOutputs(const WaveformOptions& options, Overwrite overwrite, std::ve
         return false;
     }
     // Asked last: nobody is asked about a file that would be refused anyway.
-    for (const Output& output : outputs) {
+    for (Output& output : outputs) {
         if (!mayReplace(output.target, overwrite)) return false;
     }
     return true;
