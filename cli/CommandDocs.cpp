@@ -74,6 +74,7 @@ CommandDoc describeCommand(const CLI::App& command) {
 bool writeWhole(const std::string& path, const std::string& text, std::string& why) {
     OutputTarget target;
     if (!examineOutput(path, target, why)) return false;
+    target.lastWriterWins = true;  // the build's own files, written anew each time
     std::string temp;
     int fd = -1;
     for (int attempt = 0; attempt < 100 && fd < 0; ++attempt) {

@@ -430,7 +430,7 @@ int runEdit(const EditOptions& options, const GlobalOptions& global) {
         reportError(options.output, sameFileReason(*input));
         return 1;
     }
-    if (!mayReplace(target, global.overwrite)) return 1;
+    if (!mayReplace(target, global.overwrite)) return interruptSignal() != 0 ? interruptExitStatus() : 1;
     const std::string note = unusedOptionsNote(options.encoding);
     if (!note.empty()) reportLine(note);
     Session session(global);

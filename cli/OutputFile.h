@@ -5,8 +5,12 @@
 // choosing (in the private working folder, or beside the target); only a
 // complete file is then moved onto what the user named:
 //   - nothing there yet, or a regular file (or a link to one): the finished
-//     file is renamed onto it (the link's own file, so the link stays); across
-//     file systems it is first copied to a fresh file beside the target;
+//     file is renamed onto it (the link's own file, so the link stays), in
+//     one step; where nothing was there at the start and replacing was not
+//     agreed, only while the name is still free. Across file systems it is
+//     first copied beside the target: into a nameless file (O_TMPFILE) where
+//     the file system has them, which a killed run cannot leave behind, else
+//     into a fresh locked one that a later run removes if its run died;
 //   - anything else (a character device such as /dev/null or /dev/stdout, a
 //     FIFO, or a link to one of them): the bytes are written into it; it is
 //     never unlinked, renamed over or chmod'ed;
@@ -38,6 +42,11 @@ struct OutputTarget {
     std::string filePath;  // the file a finished output replaces: `path`, or what its links name
     TargetKind kind = TargetKind::Absent;
     bool standardOutput = false;  // "-"; kind is Special
+    // -y: a finished output replaces whatever regular file is at filePath
+    // by then. Otherwise it replaces only the file that was there when the
+    // target was examined (and agreed to be replaced); a file that appears
+    // at a free name during the work is left as it is, and the commit fails.
+    bool lastWriterWins = false;
 };
 
 // What is at `path`, in `target`; false with `why` ("is a folder", "cannot
@@ -56,6 +65,11 @@ bool commitOutput(const std::string& done, const OutputTarget& target, bool inte
 // The engine makes its files executable by all; an output the command
 // keeps gets the mode of any new document instead (0666 less the umask).
 void giveDocumentMode(const std::string& path);
+
+// Removes, in `folder`, the copies that runs killed while committing left
+// (freshNameBeside's names with the tag "wavoryx", regular files of this
+// user whose lock no live run holds); returns how many.
+int removeStaleCopies(const std::string& folder);
 
 // A name that does not exist now, in the folder of `path`:
 // "STEM.TAG-XXXXXX.EXT" (or "NAME.TAG-XXXXXX" without an extension).

@@ -5,6 +5,7 @@
 #include <cctype>
 #include <string>
 
+#include "Interrupt.h"
 #include "Session.h"
 
 namespace wvcli {
@@ -17,7 +18,8 @@ bool isYes(const char* line) {
     return word == "y" || word == "yes";
 }
 
-bool mayReplace(const OutputTarget& target, Overwrite policy, std::FILE* answers) {
+bool mayReplace(OutputTarget& target, Overwrite policy, std::FILE* answers) {
+    target.lastWriterWins = policy == Overwrite::kAlways;
     if (target.kind != TargetKind::Regular || policy == Overwrite::kAlways) return true;
     if (policy == Overwrite::kNever) {
         reportError(target.path, "exists; not overwritten (-n)");
@@ -31,6 +33,12 @@ bool mayReplace(const OutputTarget& target, Overwrite policy, std::FILE* answers
     std::fflush(stderr);
     char line[64] = {0};
     if (std::fgets(line, sizeof line, answers) != nullptr && isYes(line)) return true;
+    // Ctrl-C is no answer: the caller exits as interrupted, and the
+    // prompt's line is ended for the shell's next one.
+    if (interruptSignal() != 0) {
+        std::fputc('\n', stderr);
+        return false;
+    }
     reportError(target.path, "exists; not overwritten");
     return false;
 }

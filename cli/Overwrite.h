@@ -21,11 +21,13 @@ enum class Overwrite {
 };
 
 // True when `target` is not an existing regular file, or may be replaced
-// under `policy`. kAsk with a terminal on standard input writes
+// under `policy`; sets target.lastWriterWins for -y. kAsk with a terminal on standard input writes
 // "FILE exists. Overwrite? [y/N] " to standard error and reads one line
 // from `answers` (standard input): y or yes (any case) replaces. Otherwise
-// prints one "wavoryx: FILE: ..." line saying why not, and returns false.
-bool mayReplace(const OutputTarget& target, Overwrite policy, std::FILE* answers = stdin);
+// prints one "wavoryx: FILE: ..." line saying why not, and returns false;
+// after an ending signal at the question it prints nothing and returns
+// false (the caller exits with interruptExitStatus()).
+bool mayReplace(OutputTarget& target, Overwrite policy, std::FILE* answers = stdin);
 
 // Whether the answer line means yes.
 bool isYes(const char* line);

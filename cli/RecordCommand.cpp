@@ -294,8 +294,10 @@ std::string failureReason(const RecordState& state, const std::string& path) {
 // Chooses where the engine writes (see the top of this file). The engine
 // also writes "<path>.wave" beside it, so a name whose ".wave" already
 // exists is not used either.
-bool choosePlace(const Session& session, const RecordOptions& options, RecordPlace& place, std::string& why) {
-    if (!examineOutput(options.output, place.target, why)) return false;
+// `checked` is the target as examined and decided on before the recording.
+void choosePlace(const Session& session, const RecordOptions& options, const OutputTarget& checked,
+                 RecordPlace& place) {
+    place.target = checked;
     const OutputTarget& target = place.target;
     struct stat st;
     if (target.kind == TargetKind::Special) {
@@ -307,7 +309,6 @@ bool choosePlace(const Session& session, const RecordOptions& options, RecordPla
             place.path = freshNameBeside(target.filePath, "recording");
         } while (::lstat((place.path + ".wave").c_str(), &st) == 0);
     }
-    return true;
 }
 
 // Removes what a failed recording left at `place`: the file the engine
@@ -338,16 +339,13 @@ int runRecord(const RecordOptions& options, const GlobalOptions& global) {
         reportError(options.output, sameFileReason(input.file) + " (WAVORYX_AUDIO_IN)");
         return 1;
     }
-    if (!mayReplace(checked, global.overwrite)) return 1;
+    if (!mayReplace(checked, global.overwrite)) return interruptSignal() != 0 ? interruptExitStatus() : 1;
     const std::string note = unusedOptionsNote(options.encoding);
     if (!note.empty()) reportLine(note);
     Session session(global);
     if (!session.open()) return 1;
     RecordPlace place;
-    if (!choosePlace(session, options, place, why)) {
-        reportError(options.output, why);
-        return 1;
-    }
+    choosePlace(session, options, checked, place);
     Wavoryx& engine = session.engine();
     applyEncodingOptions(engine, 0, options.encoding);
     const int id = engine.recordStart(place.path.c_str(), options.encoding.type, options.rate, options.channels,

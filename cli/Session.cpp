@@ -1,6 +1,7 @@
 #include "Session.h"
 
 #include <sys/stat.h>
+#include <unistd.h>
 
 #include <atomic>
 #include <cerrno>
@@ -104,6 +105,8 @@ Session::~Session() {
         std::error_code ignored;
         std::filesystem::remove_all(mWorkDir, ignored);
     }
+    // Only now may another run take the folder for a stale one.
+    if (mFolderLock >= 0) ::close(mFolderLock);
 }
 
 bool Session::open(bool readsStandardInput) {
@@ -115,14 +118,15 @@ bool Session::open(bool readsStandardInput) {
     std::string parent = mOptions.workDir.empty() ? defaultParent() : mOptions.workDir;
     while (parent.size() > 1 && parent.back() == '/') parent.pop_back();
     removeStaleWorkFolders(parent);
-    const std::string name = parent + "/" + workFolderPrefix() + "XXXXXX";
-    std::vector<char> pattern(name.begin(), name.end());
-    pattern.push_back('\0');
-    if (mkdtemp(pattern.data()) == nullptr) {
-        reportError(parent, std::string("cannot make a working folder (") + std::strerror(errno) + ")");
+    std::string folder;
+    mFolderLock = makeWorkFolder(parent, folder);
+    if (mFolderLock < 0) {
+        const int error = errno;
+        if (!folder.empty()) ::rmdir(folder.c_str());
+        reportError(parent, std::string("cannot make a working folder (") + std::strerror(error) + ")");
         return false;
     }
-    mWorkDir = std::string(pattern.data()) + "/";
+    mWorkDir = folder + "/";
     if (readsStandardInput && !spoolStandardInput(mWorkDir)) return false;
 
     Session* expected = nullptr;

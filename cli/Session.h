@@ -72,6 +72,7 @@ private:
 
     GlobalOptions mOptions;
     std::string mWorkDir;
+    int mFolderLock = -1;  // the working folder's lock (see WorkFolders.h)
     std::unique_ptr<Wavoryx> mEngine;
     bool mLoopRunning = false;
     std::mutex mLock;

@@ -171,7 +171,7 @@ bool examineOutputs(const WaveformOptions& options, Overwrite overwrite, std::ve
         return false;
     }
     // Asked last: nobody is asked about a file that would be refused anyway.
-    for (const Output& output : outputs) {
+    for (Output& output : outputs) {
         if (!mayReplace(output.target, overwrite)) return false;
     }
     return true;
@@ -264,7 +264,7 @@ bool writeDataFiles(Session& session, const WaveformOptions& options, const Load
 
 int runWaveform(const WaveformOptions& options, const GlobalOptions& global) {
     std::vector<Output> outputs;
-    if (!examineOutputs(options, global.overwrite, outputs)) return 1;
+    if (!examineOutputs(options, global.overwrite, outputs)) return interruptSignal() != 0 ? interruptExitStatus() : 1;
     const bool png = !options.png.empty();
     const bool data = !options.json.empty() || !options.dat.empty();
     Session session(global);

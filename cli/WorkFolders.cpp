@@ -2,11 +2,14 @@
 
 #include <dirent.h>
 #include <fcntl.h>
+#include <sys/file.h>
 #include <sys/stat.h>
 #include <unistd.h>
 
 #include <cctype>
+#include <cerrno>
 #include <cstdio>
+#include <ctime>
 #include <cstdlib>
 #include <filesystem>
 #include <fstream>
@@ -19,6 +22,10 @@ namespace {
 const char kPrefix[] = "wavoryx-";
 constexpr size_t kPrefixLength = sizeof kPrefix - 1;
 constexpr size_t kRandomLength = 6;  // mkdtemp's XXXXXX
+// How old a folder without a lock file must be to be taken as stale: far
+// longer than a run takes between making its folder and locking it.
+constexpr time_t kUnlockedGraceSeconds = 24 * 60 * 60;
+constexpr int kMakeTries = 100;
 // Field 22 of /proc/PID/stat, counted from the first field after the
 // command name (field 3).
 constexpr int kStartField = 22 - 3;
@@ -36,7 +43,31 @@ bool takeNumber(const std::string& text, size_t& at, uint64_t& value) {
     return true;
 }
 
+bool sameFile(const struct stat& a, const struct stat& b) { return a.st_dev == b.st_dev && a.st_ino == b.st_ino; }
+
+// Whether the folder `name` in `dir` is stale; when it is, `held` keeps its
+// lock (taken here) until it is removed, so that no run can take it back.
+bool isStale(int dir, const std::string& name, const struct stat& folder, int& held) {
+    const int fd = ::openat(dir, name.c_str(), O_RDONLY | O_DIRECTORY | O_NOFOLLOW | O_CLOEXEC);
+    if (fd < 0) return false;
+    struct stat opened;
+    bool stale = false;
+    if (::fstat(fd, &opened) == 0 && sameFile(opened, folder)) {
+        held = ::openat(fd, kWorkFolderLock, O_RDONLY | O_NOFOLLOW | O_CLOEXEC | O_NONBLOCK);
+        if (held >= 0) {
+            struct stat lock;
+            stale = ::fstat(held, &lock) == 0 && S_ISREG(lock.st_mode) && ::flock(held, LOCK_EX | LOCK_NB) == 0;
+        } else if (errno == ENOENT) {
+            stale = folder.st_mtime + kUnlockedGraceSeconds < std::time(nullptr);
+        }
+    }
+    ::close(fd);
+    return stale;
+}
+
 }  // namespace
+
+const char kWorkFolderLock[] = "lock";
 
 uint64_t processStartTime(pid_t pid) {
     std::ifstream stat("/proc/" + std::to_string(pid) + "/stat");
@@ -72,12 +103,10 @@ bool parseWorkFolderName(const std::string& name, pid_t& pid, uint64_t& start) {
 }
 
 int removeStaleWorkFolders(const std::string& parent) {
-    // Without /proc no process can be told alive: remove nothing.
-    if (processStartTime(::getpid()) == 0) return 0;
     DIR* dir = ::opendir(parent.c_str());
     if (dir == nullptr) return 0;
-    std::vector<std::string> stale;
     const uid_t me = ::getuid();
+    int removed = 0;
     while (const dirent* entry = ::readdir(dir)) {
         const std::string name = entry->d_name;
         pid_t pid = 0;
@@ -86,18 +115,46 @@ int removeStaleWorkFolders(const std::string& parent) {
         struct stat st;
         if (::fstatat(::dirfd(dir), name.c_str(), &st, AT_SYMLINK_NOFOLLOW) != 0) continue;
         if (!S_ISDIR(st.st_mode) || st.st_uid != me) continue;
-        const uint64_t running = processStartTime(pid);
-        if (running != 0 && running == start) continue;
-        stale.push_back(parent + "/" + name);
+        int held = -1;
+        if (isStale(::dirfd(dir), name, st, held)) {
+            // remove_all removes links themselves, never what they point to.
+            std::error_code ignored;
+            if (std::filesystem::remove_all(parent + "/" + name, ignored) > 0) ++removed;
+        }
+        if (held >= 0) ::close(held);
     }
     ::closedir(dir);
-    int removed = 0;
-    for (const std::string& path : stale) {
-        // remove_all removes links themselves, never what they point to.
-        std::error_code ignored;
-        if (std::filesystem::remove_all(path, ignored) > 0) ++removed;
-    }
     return removed;
+}
+
+int makeWorkFolder(const std::string& parent, std::string& path) {
+    for (int attempt = 0; attempt < kMakeTries; ++attempt) {
+        const std::string name = parent + "/" + workFolderPrefix() + "XXXXXX";
+        std::vector<char> pattern(name.begin(), name.end());
+        pattern.push_back('\0');
+        path.clear();
+        if (::mkdtemp(pattern.data()) == nullptr) return -1;
+        path = pattern.data();
+        const std::string lockPath = path + "/" + kWorkFolderLock;
+        const int fd = ::open(lockPath.c_str(), O_RDONLY | O_CREAT | O_EXCL | O_NOFOLLOW | O_CLOEXEC, 0600);
+        if (fd < 0) {
+            // Taken by another run's clean-up in the moment before the lock
+            // existed (a day-old clock, say): another folder is made.
+            if (errno == ENOENT) continue;
+            return -1;
+        }
+        // Another run's clean-up may hold the lock, or have removed the
+        // folder already: the folder is then theirs, and another is made.
+        struct stat mine;
+        struct stat named;
+        if (::flock(fd, LOCK_EX | LOCK_NB) == 0 && ::fstat(fd, &mine) == 0 &&
+            ::lstat(lockPath.c_str(), &named) == 0 && sameFile(mine, named)) {
+            return fd;
+        }
+        ::close(fd);
+    }
+    errno = EAGAIN;
+    return -1;
 }
 
 }  // namespace wvcli

@@ -6,6 +6,7 @@
 #include <vector>
 
 #include <CLI/CLI.hpp>
+#include <wavoryx/platform.h>
 
 #include "CommandDocs.h"
 #include "CommandWords.h"
@@ -42,6 +43,8 @@ public:
 }  // namespace
 
 int main(int argc, char** argv) {
+    // A closed standard stream must not lend its number to an output file.
+    wavoryx_keep_standard_descriptors();
     CLI::App app("Load, cut, render and draw audio with the Wavoryx engine.", "wavoryx");
     app.set_version_flag("--version", "wavoryx " WAVORYX_CLI_VERSION);
     app.formatter(std::make_shared<UsageFormatter>());

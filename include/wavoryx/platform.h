@@ -71,6 +71,14 @@ WAVORYX_API int wavoryx_set_audio_output(const char* spec);
  *              a warning)
  * Returns 0, or -1 for any other text. */
 WAVORYX_API int wavoryx_set_audio_input(const char* spec);
+/* Opens /dev/null on whichever of descriptors 0, 1 and 2 is closed, so that
+ * no file opened later takes one of those numbers (and receives what is
+ * written to standard error). A Wavoryx engine does it when constructed;
+ * an application started with a closed standard stream calls it first
+ * thing in main(), before it opens any file itself. Any thread; the three
+ * descriptors are left inheritable. Returns 0, or -errno when /dev/null
+ * cannot be opened. */
+WAVORYX_API int wavoryx_keep_standard_descriptors(void);
 
 #ifdef __cplusplus
 }

@@ -4,6 +4,7 @@
 #include <cstring>
 
 #include "engine/WavoryxPriv.h"
+#include "platform/StandardDescriptors.h"
 
 namespace {
 // The caller's encode_type as the integer it holds. Any value is documented
@@ -18,7 +19,9 @@ int32_t encodeTypeBits(const encode_type& type) {
 }
 }  // namespace
 
-Wavoryx::Wavoryx() : mPriv(new WavoryxPriv()) {}
+// Before any of the engine's threads can open a file that would otherwise
+// take the number of a closed standard stream.
+Wavoryx::Wavoryx() : mPriv((wv::keepStandardDescriptors(), new WavoryxPriv())) {}
 
 Wavoryx::~Wavoryx() {
     delete mPriv;
