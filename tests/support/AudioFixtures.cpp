@@ -160,7 +160,7 @@ bool copyWhole(const std::string& from, const std::string& to) {
     std::string temp = to + ".XXXXXX";
     const int fd = mkstemp(temp.data());
     if (fd < 0) return false;
-    bool ok = true;
+    bool ok = fchmod(fd, 0644) == 0;  // as ffmpeg would have made it
     for (size_t done = 0; ok && done < bytes.size();) {
         const ssize_t n = write(fd, bytes.data() + done, bytes.size() - done);
         ok = n > 0;
