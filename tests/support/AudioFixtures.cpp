@@ -6,6 +6,11 @@
 #include <cstring>
 #include <fstream>
 #include <iterator>
+#include <sstream>
+
+#include <stdlib.h>
+#include <sys/stat.h>
+#include <unistd.h>
 
 namespace wvtest {
 namespace {
@@ -112,8 +117,72 @@ bool runFfmpeg(const std::string& args) {
     return std::system(command.c_str()) == 0;
 }
 
+namespace {
+
+bool readAll(const std::string& path, std::string* bytes) {
+    std::ifstream in(path, std::ios::binary);
+    if (!in) return false;
+    std::ostringstream all;
+    all << in.rdbuf();
+    *bytes = all.str();
+    return !in.bad();
+}
+
+// Every test runs in a process of its own, so a suite's fixtures would be
+// encoded again for each of its tests. With WAVORYX_TEST_FIXTURE_CACHE set
+// (ctest sets it to a folder of the build), an encoding is kept there under
+// a hash of its input bytes, arguments and output name's extension, and
+// later asked-for copies are copied from it.
+std::string cachedEncodingPath(const std::string& inPath, const std::string& outPath, const std::string& extraArgs) {
+    const char* folder = std::getenv("WAVORYX_TEST_FIXTURE_CACHE");
+    std::string input;
+    if (folder == nullptr || *folder == '\0' || !readAll(inPath, &input)) return "";
+    const size_t slash = outPath.find_last_of('/');
+    const size_t dot = outPath.find_last_of('.');
+    const std::string extension = (dot == std::string::npos || (slash != std::string::npos && dot < slash))
+                                      ? std::string()
+                                      : outPath.substr(dot);
+    uint64_t hash = 14695981039346656037ull;  // FNV-1a
+    for (const std::string* part : {static_cast<const std::string*>(&input), &extraArgs, &extension}) {
+        for (unsigned char c : *part) hash = (hash ^ c) * 1099511628211ull;
+        hash = (hash ^ 0xffu) * 1099511628211ull;
+    }
+    char name[32];
+    std::snprintf(name, sizeof name, "%016llx", static_cast<unsigned long long>(hash));
+    return std::string(folder) + "/" + name + extension;
+}
+
+// Whole file or nothing: written beside `to` under a unique name, then
+// renamed over it, so a concurrent test never reads half a fixture.
+bool copyWhole(const std::string& from, const std::string& to) {
+    std::string bytes;
+    if (!readAll(from, &bytes)) return false;
+    std::string temp = to + ".XXXXXX";
+    const int fd = mkstemp(temp.data());
+    if (fd < 0) return false;
+    bool ok = fchmod(fd, 0644) == 0;  // as ffmpeg would have made it
+    for (size_t done = 0; ok && done < bytes.size();) {
+        const ssize_t n = write(fd, bytes.data() + done, bytes.size() - done);
+        ok = n > 0;
+        if (ok) done += size_t(n);
+    }
+    ok = (close(fd) == 0) && ok;
+    ok = ok && std::rename(temp.c_str(), to.c_str()) == 0;
+    if (!ok) std::remove(temp.c_str());
+    return ok;
+}
+
+}  // namespace
+
 bool encodeWithFfmpeg(const std::string& inPath, const std::string& outPath, const std::string& extraArgs) {
-    return runFfmpeg("-i " + shellQuote(inPath) + " " + extraArgs + " " + shellQuote(outPath));
+    const std::string cached = cachedEncodingPath(inPath, outPath, extraArgs);
+    if (!cached.empty() && access(cached.c_str(), R_OK) == 0 && copyWhole(cached, outPath)) return true;
+    if (!runFfmpeg("-i " + shellQuote(inPath) + " " + extraArgs + " " + shellQuote(outPath))) return false;
+    if (!cached.empty()) {
+        mkdir(std::getenv("WAVORYX_TEST_FIXTURE_CACHE"), 0755);
+        copyWhole(outPath, cached);  // a cache that cannot be written costs only time
+    }
+    return true;
 }
 
 bool ffmpegAvailable() {
