@@ -148,9 +148,11 @@ TEST_F(WaveformPeaksTest, ListsOfSeveralClipsMixMonoAndStereoUnconverted) {
     for (const auto& part : {mono.slice(0, 30000), stereo.slice(30000, 44100), mono.slice(100, 2305)})
         all.insert(all.end(), part.begin(), part.end());
     ASSERT_EQ(all.size(), 65305u);
-    // The whole list (2961 ms at 22.05 kHz), then a range that starts in the
-    // second clip (1000 ms = frame 22050) and ends in the nested list.
-    EXPECT_EQ(peaks(list, 0, 2961, 500), expectedPeaks(std::vector<Frame>(all.begin(), all.begin() + 65290), 500));
+    // The whole list (2961.68 ms at 22.05 kHz: an end at 2961 ms lies in its
+    // last, partial millisecond and takes every frame), then a range that
+    // starts in the second clip (1000 ms = frame 22050) and ends in the
+    // nested list.
+    EXPECT_EQ(peaks(list, 0, 2961, 500), expectedPeaks(all, 500));
     EXPECT_EQ(peaks(list, 1000, 2960, 97),
               expectedPeaks(std::vector<Frame>(all.begin() + 22050, all.begin() + 65268), 97));
 }

@@ -65,10 +65,10 @@ int entriesIn(const std::string& dir) {
     return count;
 }
 
-TEST(LoadEvents, CanonicalWavIsReadInPlaceWithTheLengthItsDurationStates) {
+TEST(LoadEvents, CanonicalWavIsReadInPlaceWithEveryFrameItsDataHolds) {
     wvtest::TempDir sources;
     const std::string wav = sources.file("canonical.wav");
-    // 54441 frames: 1234.489 ms, which the load truncates to 1234 ms.
+    // 54441 frames: 1234.489 ms; the last, partial millisecond is kept.
     ASSERT_TRUE(wvtest::writeWav(wav, wvtest::makeTone(44100, 2, 54441 / 44100.0, 440.0), 44100, 2));
     LoadRig rig;
     const int id = rig.engine().loadFile(wav.c_str());
@@ -79,9 +79,9 @@ TEST(LoadEvents, CanonicalWavIsReadInPlaceWithTheLengthItsDurationStates) {
     ASSERT_NE(item, nullptr);
     EXPECT_TRUE(item->pcmPath.empty());
     EXPECT_EQ(item->status.load(), wv::PCM_READY);
-    EXPECT_EQ(item->totalFrames.load(), 1234u * 44100u / 1000u);
+    EXPECT_EQ(item->totalFrames.load(), 54441u);
     EXPECT_EQ(item->frames.load(), item->totalFrames.load());
-    EXPECT_EQ(rig.engine().getPcmDuration(id), 1233);  // 54419 frames at 44100 Hz
+    EXPECT_EQ(rig.engine().getPcmDuration(id), 1234);
     ASSERT_TRUE(rig.waitForDecoderRelease(id));
     EXPECT_EQ(rig.engine().removePcm(static_cast<wv::pcm_id_t>(id)), id);
     EXPECT_TRUE(wvtest::fileExists(wav)) << "the source of a raw item is not the item's to delete";
