@@ -196,4 +196,31 @@ TEST(DamagedFiles, APartOfAFileDamagedAtItsStartHoldsTheWholeLoadsFrames) {
     EXPECT_TRUE(std::equal(got.begin(), got.end(), all.begin()));
 }
 
+// Damage inside a part is told as a whole load tells it, its time counted
+// from the part's start (the item's time).
+TEST(DamagedFiles, DamageInsideAPartIsToldInTheItemsTime) {
+    if (!wvtest::ffmpegAvailable()) GTEST_SKIP() << "ffmpeg command missing";
+    LoadRig rig;
+    const std::string wav = rig.scratch("tone.wav");
+    const std::string mp3 = rig.scratch("tone.mp3");
+    ASSERT_TRUE(wvtest::writeToneWav(wav, kRate, 2, kSeconds, 440.0));
+    ASSERT_TRUE(wvtest::encodeWithFfmpeg(wav, mp3, "-c:a libmp3lame"));
+    std::vector<char> bytes = bytesOf(mp3);
+    kDamages[3].damage(bytes);
+    const std::string path = rig.scratch("damaged.mp3");
+    ASSERT_TRUE(writeBytes(path, bytes));
+
+    const int whole = rig.engine().loadFile(path.c_str());
+    ASSERT_TRUE(rig.waitForEnd(whole));
+    uint32_t wholeMs = 0;
+    ASSERT_GT(rig.engine().getLoadDamage(uint32_t(whole), &wholeMs), 0);
+    ASSERT_GT(wholeMs, 1000u);
+    const int part = rig.engine().loadFileRange(path.c_str(), 1000, 2800);
+    ASSERT_TRUE(rig.waitForEnd(part));
+    ASSERT_EQ(rig.eventsOf(part).back().code, 4);
+    uint32_t partMs = 0;
+    EXPECT_GT(rig.engine().getLoadDamage(uint32_t(part), &partMs), 0);
+    EXPECT_NEAR(double(partMs), double(wholeMs) - 1000.0, 60.0);
+}
+
 }  // namespace

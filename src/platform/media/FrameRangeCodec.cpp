@@ -350,8 +350,9 @@ void FrameRangeCodec::skipDamagedLocked(const char* why) {
     // As the whole decode does (see AudioCodec): the packet is passed over
     // and the codec goes on with its state.
     WV_LOGW("%s; skipped", why);
+    // Counted from the part's first frame, as the item's frames are.
     const int64_t position = mNextOutFrame > 0 ? mNextOutFrame : 0;
-    if (position >= mFirst) mDamage.note(position * 1000000 / mRate);
+    if (position >= mFirst) mDamage.note((position - mFirst) * 1000000 / mRate);
     if (++mErrorsInRow >= AudioCodec::kMaxErrorsInRow) {
         WV_LOGW("too many damaged packets; the part ends");
         mPhase = Phase::kEnded;

@@ -31,7 +31,7 @@
 // stream ends at `end`, at the track's end, or at the first packet the
 // demuxer cannot read. A packet the codec refuses or cannot decode inside
 // the decoded stretch is skipped as AudioCodec skips it; inside the part
-// it counts as damage (damage()). Seeking is not supported: read options
+// it counts as damage (damage(), its time counted from the part's start). Seeking is not supported: read options
 // are ignored.
 #pragma once
 
