@@ -144,10 +144,10 @@ TEST_F(WaveformSamplesTest, ItemsAndListsGiveTheOneBlockPoints) {
     std::vector<uint8_t> out(100);
     EXPECT_EQ(engine.getWaveformSamples(mono->id, 0, 1000, 100, out.data()), 100);
     EXPECT_EQ(out, oneBlock(mono, 0, 44100, 100));
-    // Past the end: cut at the length (2267 ms, so frame 99974 after the
-    // millisecond round trip).
+    // Past the end: cut at the length, its last partial millisecond
+    // (frames 99960 to 99999) included.
     EXPECT_EQ(engine.getWaveformSamples(mono->id, 500, 5000, 100, out.data()), 100);
-    EXPECT_EQ(out, oneBlock(mono, 22050, 99974, 100));
+    EXPECT_EQ(out, oneBlock(mono, 22050, 100000, 100));
 
     // Three clips of a list, longer than one block: the one-block read
     // stops fetching clips once half its buffer is filled.
