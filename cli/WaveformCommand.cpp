@@ -1,6 +1,7 @@
 // wavoryx waveform FILE [--from T] [--to T] [--width N] [--height H] [--db]
 // [--png PATH [--colors LIST] [--transparent]] [--json PATH] [--dat PATH]
-// [--bits 8|16] [--pixels-per-second N]: the true minimum and maximum of a
+// [--bits 8|16] [--pixels-per-second N | -z N] [--average-channels]
+// [--amplitude-scale X|auto]: the true minimum and maximum of a
 // file (or of a stretch of it) drawn in the terminal with block characters,
 // written as a PNG picture, or as waveform data files.
 #include <sys/ioctl.h>
@@ -8,6 +9,7 @@
 
 #include <algorithm>
 #include <cerrno>
+#include <cmath>
 #include <cstdio>
 #include <cstdlib>
 #include <memory>
@@ -60,6 +62,10 @@ struct WaveformOptions {
     std::string dat;
     int bits = 16;
     int pixelsPerSecond = 0;
+    int zoom = 0;
+    bool averageChannels = false;
+    std::string amplitudeScale;
+    double scale = 1.0;  // 0 for auto
     uint32_t fromMs = 0;
     uint32_t toMs = 0;
     bool hasTo = false;
@@ -106,6 +112,26 @@ void checkWaveformOptions(WaveformOptions& options) {
     }
     if (options.pixelsPerSecond > 0 && options.width > 0) {
         throw CLI::ValidationError("--pixels-per-second", "give it or --width, not both");
+    }
+    if (options.zoom > 0 && !data) throw CLI::ValidationError("--zoom", "is for --json and --dat");
+    if (options.zoom > 0 && (options.width > 0 || options.pixelsPerSecond > 0)) {
+        throw CLI::ValidationError("--zoom", "give it, --width or --pixels-per-second, not two");
+    }
+    if (options.averageChannels && !data) throw CLI::ValidationError("--average-channels", "is for --json and --dat");
+    if (!options.amplitudeScale.empty()) {
+        if (!data) throw CLI::ValidationError("--amplitude-scale", "is for --json and --dat");
+        if (options.amplitudeScale == "auto") {
+            options.scale = 0;
+        } else {
+            char* end = nullptr;
+            options.scale = std::strtod(options.amplitudeScale.c_str(), &end);
+            if (end == options.amplitudeScale.c_str() || *end != '\0' || !(options.scale > 0) ||
+                !(options.scale <= 1e6)) {
+                throw CLI::ValidationError("--amplitude-scale", "'" + options.amplitudeScale +
+                                                                    "' is not a number above 0 (up to 1000000) "
+                                                                    "or auto");
+            }
+        }
     }
     if ((!options.colors.empty() || options.transparent) && options.png.empty()) {
         throw CLI::ValidationError(options.transparent ? "--transparent" : "--colors", "is for --png");
@@ -191,13 +217,17 @@ uint64_t endFrameOf(const LoadedSource& source, uint32_t toMs) {
 // seconds that holds whole pixels the engine's bins are the pixels exactly.
 // What is left at the end (or everything, when no short stretch holds whole
 // pixels) is asked for one pair per frame, kDataStepMs at a time.
-bool gatherPixels(Wavoryx& engine, const LoadedSource& source, uint32_t fromMs, uint32_t toMs, PeakData& data) {
+// With `average` each frame counts as the mean of its channels, rounded
+// toward zero; a frame's pair (one bin per frame) holds its two channels'
+// samples, whichever way round, so their sum is exact.
+bool gatherPixels(Wavoryx& engine, const LoadedSource& source, uint32_t fromMs, uint32_t toMs, bool average,
+                  PeakData& data) {
     const uint64_t rate = uint64_t(source.sampleRate);
     const uint64_t perPixel = uint64_t(data.samplesPerPixel);
     const uint64_t endFrame = endFrameOf(source, toMs);
     uint64_t stepSeconds = perPixel / std::gcd(rate, perPixel);
     stepSeconds *= std::max<uint64_t>(1, kDataStepMs / 1000 / stepSeconds);
-    const bool pixelSteps = stepSeconds <= kMaxPixelStepSeconds;
+    const bool pixelSteps = !average && stepSeconds <= kMaxPixelStepSeconds;
     PixelGatherer gatherer{uint32_t(perPixel)};
     std::vector<int16_t> pairs;
     uint64_t startMs = fromMs;
@@ -219,6 +249,11 @@ bool gatherPixels(Wavoryx& engine, const LoadedSource& source, uint32_t fromMs, 
         if (wholePixels) {
             gatherer.addPixels(pairs.data(), size_t(bins));
         } else {
+            if (average) {
+                for (size_t i = 0; i < pairs.size(); i += 2) {
+                    pairs[i] = pairs[i + 1] = int16_t((int(pairs[i]) + int(pairs[i + 1])) / 2);
+                }
+            }
             gatherer.add(pairs.data(), size_t(bins));
         }
         first = last;
@@ -228,6 +263,22 @@ bool gatherPixels(Wavoryx& engine, const LoadedSource& source, uint32_t fromMs, 
     return true;
 }
 
+// Every value times `scale`, rounded toward zero and held to 16 bits; scale
+// 0 is the largest that keeps the values within 16 bits (none, for silence).
+// Scaling each pixel's extremes equals scaling every sample first: the
+// product is monotonic.
+void scaleAmplitude(std::vector<int16_t>& minMax, double scale) {
+    if (scale == 0) {
+        int highest = 0;
+        for (int16_t value : minMax) highest = std::max(highest, std::abs(int(value)));
+        scale = highest == 0 ? 1.0 : 32767.0 / highest;
+    }
+    for (int16_t& value : minMax) {
+        const double scaled = std::trunc(double(value) * scale);
+        value = int16_t(std::clamp(scaled, -32768.0, 32767.0));
+    }
+}
+
 bool writeDataFiles(Session& session, const WaveformOptions& options, const LoadedSource& source, uint32_t toMs,
                     const std::vector<Output>& outputs, std::string& failedPath, std::string& why) {
     PeakData data;
@@ -235,18 +286,26 @@ bool writeDataFiles(Session& session, const WaveformOptions& options, const Load
     data.bits = options.bits;
     const uint64_t rate = uint64_t(source.sampleRate);
     const uint64_t frames = endFrameOf(source, toMs) - uint64_t(options.fromMs) * rate / 1000;
-    if (options.width > 0) {
+    if (options.zoom > 0) {
+        data.samplesPerPixel = options.zoom;
+    } else if (options.width > 0) {
         // At most --width pixels: the last may be partial.
         data.samplesPerPixel = int32_t(std::max<uint64_t>(1, (frames + uint64_t(options.width) - 1) / options.width));
     } else {
         const int perSecond = options.pixelsPerSecond > 0 ? options.pixelsPerSecond : kDefaultPixelsPerSecond;
         data.samplesPerPixel = std::max(1, (source.sampleRate + perSecond / 2) / perSecond);
     }
-    if (!gatherPixels(session.engine(), source, options.fromMs, toMs, data)) {
+    if (options.averageChannels && source.channels > 2) {
+        failedPath = source.path;
+        why = "--average-channels takes mono or stereo audio, not " + std::to_string(source.channels) + " channels";
+        return false;
+    }
+    if (!gatherPixels(session.engine(), source, options.fromMs, toMs, options.averageChannels, data)) {
         failedPath = source.path;
         why = "the engine could not measure its peaks";
         return false;
     }
+    if (!options.amplitudeScale.empty()) scaleAmplitude(data.minMax, options.scale);
     for (const Output& output : outputs) {
         const bool json = output.path == options.json;
         if (output.path != options.json && output.path != options.dat) continue;
@@ -357,6 +416,17 @@ void addWaveformCommand(CLI::App& app, CommandLine& line) {
         ->add_option("--pixels-per-second", options->pixelsPerSecond,
                      "Data pixels per second of audio (default 100), instead of --width")
         ->check(wholeNumberIn(1, 48000));
+    waveform
+        ->add_option("-z,--zoom", options->zoom,
+                     "Data pixels of N frames each (samples per pixel), instead of --width or --pixels-per-second")
+        ->type_name("N")
+        ->check(wholeNumberIn(1, 100000000));
+    waveform->add_flag("--average-channels", options->averageChannels,
+                       "Data from the mean of the channels (mono or stereo) instead of their extremes");
+    waveform
+        ->add_option("--amplitude-scale", options->amplitudeScale,
+                     "Data values times X (rounded toward zero, held to 16 bits), or auto: as high as fits")
+        ->type_name("X|auto");
     waveform->footer(std::string("Times as ") + kTimeForms + ".\n" +
                      "Each column (or data pixel) shows the lowest and the highest sample of its\n"
                      "stretch over all channels, as they are: a signal that stays above zero is\n"
@@ -369,12 +439,19 @@ void addWaveformCommand(CLI::App& app, CommandLine& line) {
                      "merged), samples_per_pixel frames per pixel from --from on, the last pixel\n"
                      "possibly shorter; with --bits 8 each value is the 16-bit one divided by 256,\n"
                      "rounded down. Without --png they replace the terminal drawing.\n"
+                     "--average-channels makes each frame one value, the sum of its channels\n"
+                     "divided by their number, rounded toward zero, and takes the extremes of those:\n"
+                     "the values other waveform data tools write by default. It is an option so that\n"
+                     "the default data keep showing every channel's true peaks (a channel in\n"
+                     "opposite phase to the other averages to silence). For the same data as those\n"
+                     "tools give with -z N: --zoom N --average-channels.\n"
                      "Examples:\n"
                      "  wavoryx waveform song.mp3\n"
                      "  wavoryx waveform song.mp3 --from 0:30 --to 0:45 --width 60 --height 4 --db\n"
                      "  wavoryx waveform song.mp3 --png song.png --width 1200 --height 300\n"
                      "  wavoryx waveform song.mp3 --png song.png --colors '#ff8800,#202020' --transparent\n"
-                     "  wavoryx waveform song.mp3 --json song.json --dat song.dat --pixels-per-second 50 --bits 8");
+                     "  wavoryx waveform song.mp3 --json song.json --dat song.dat --pixels-per-second 50 --bits 8\n"
+                     "  wavoryx waveform song.wav --dat song.dat -z 256 --average-channels --amplitude-scale auto");
     waveform->callback([options, &line] {
         checkWaveformOptions(*options);
         line.run = [options, &line] { return runWaveform(*options, line.global); };
