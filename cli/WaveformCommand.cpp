@@ -1,6 +1,6 @@
 // wavoryx waveform FILE [--from T] [--to T] [--width N] [--height H] [--db]
 // [--png PATH [--colors LIST] [--transparent]] [--json PATH] [--dat PATH]
-// [--bits 8|16] [--pixels-per-second N | -z N] [--average-channels]
+// [--bits 8|16] [--pixels-per-second N | -z N] [--average-channels | --split-channels]
 // [--amplitude-scale X|auto]: the true minimum and maximum of a
 // file (or of a stretch of it) drawn in the terminal with block characters,
 // written as a PNG picture, or as waveform data files.
@@ -21,6 +21,7 @@
 
 #include <wavoryx/Wavoryx.h>
 
+#include "ChannelPeaks.h"
 #include "Commands.h"
 #include "Interrupt.h"
 #include "Jobs.h"
@@ -64,6 +65,7 @@ struct WaveformOptions {
     int pixelsPerSecond = 0;
     int zoom = 0;
     bool averageChannels = false;
+    bool splitChannels = false;
     std::string amplitudeScale;
     double scale = 1.0;  // 0 for auto
     uint32_t fromMs = 0;
@@ -118,6 +120,10 @@ void checkWaveformOptions(WaveformOptions& options) {
         throw CLI::ValidationError("--zoom", "give it, --width or --pixels-per-second, not two");
     }
     if (options.averageChannels && !data) throw CLI::ValidationError("--average-channels", "is for --json and --dat");
+    if (options.splitChannels && !data) throw CLI::ValidationError("--split-channels", "is for --json and --dat");
+    if (options.splitChannels && options.averageChannels) {
+        throw CLI::ValidationError("--split-channels", "give it or --average-channels, not both");
+    }
     if (!options.amplitudeScale.empty()) {
         if (!data) throw CLI::ValidationError("--amplitude-scale", "is for --json and --dat");
         if (options.amplitudeScale == "auto") {
@@ -219,7 +225,8 @@ uint64_t endFrameOf(const LoadedSource& source, uint32_t toMs) {
 // pixels) is asked for one pair per frame, kDataStepMs at a time.
 // With `average` each frame counts as the mean of its channels, rounded
 // toward zero; a frame's pair (one bin per frame) holds its two channels'
-// samples, whichever way round, so their sum is exact.
+// samples, whichever way round (the engine holds one or two), so their sum
+// is exact.
 bool gatherPixels(Wavoryx& engine, const LoadedSource& source, uint32_t fromMs, uint32_t toMs, bool average,
                   PeakData& data) {
     const uint64_t rate = uint64_t(source.sampleRate);
@@ -295,12 +302,15 @@ bool writeDataFiles(Session& session, const WaveformOptions& options, const Load
         const int perSecond = options.pixelsPerSecond > 0 ? options.pixelsPerSecond : kDefaultPixelsPerSecond;
         data.samplesPerPixel = std::max(1, (source.sampleRate + perSecond / 2) / perSecond);
     }
-    if (options.averageChannels && source.channels > 2) {
-        failedPath = source.path;
-        why = "--average-channels takes mono or stereo audio, not " + std::to_string(source.channels) + " channels";
-        return false;
-    }
-    if (!gatherPixels(session.engine(), source, options.fromMs, toMs, options.averageChannels, data)) {
+    if (options.splitChannels) {
+        data.channels = source.channels;
+        const int status = channelPeaks(session, source, uint64_t(options.fromMs) * rate / 1000,
+                                        endFrameOf(source, toMs), uint32_t(data.samplesPerPixel), data.minMax);
+        if (status != 0) {
+            failedPath.clear();  // reported
+            return false;
+        }
+    } else if (!gatherPixels(session.engine(), source, options.fromMs, toMs, options.averageChannels, data)) {
         failedPath = source.path;
         why = "the engine could not measure its peaks";
         return false;
@@ -371,7 +381,7 @@ int runWaveform(const WaveformOptions& options, const GlobalOptions& global) {
     std::string failedPath;
     if (data && !writeDataFiles(session, options, source, toMs, outputs, failedPath, why)) {
         if (interruptSignal() != 0) return interruptExitStatus();
-        reportError(failedPath, why);
+        if (!failedPath.empty()) reportError(failedPath, why);
         return 1;
     }
     if (data && !global.quiet) {
@@ -422,7 +432,9 @@ void addWaveformCommand(CLI::App& app, CommandLine& line) {
         ->type_name("N")
         ->check(wholeNumberIn(1, 100000000));
     waveform->add_flag("--average-channels", options->averageChannels,
-                       "Data from the mean of the channels (mono or stereo) instead of their extremes");
+                       "Data from the mean of the channels instead of their extremes");
+    waveform->add_flag("--split-channels", options->splitChannels,
+                       "Data with one channel per audio channel, each its own extremes");
     waveform
         ->add_option("--amplitude-scale", options->amplitudeScale,
                      "Data values times X (rounded toward zero, held to 16 bits), or auto: as high as fits")
@@ -444,7 +456,9 @@ void addWaveformCommand(CLI::App& app, CommandLine& line) {
                      "the values other waveform data tools write by default. It is an option so that\n"
                      "the default data keep showing every channel's true peaks (a channel in\n"
                      "opposite phase to the other averages to silence). For the same data as those\n"
-                     "tools give with -z N: --zoom N --average-channels.\n"
+                     "tools give with -z N: --zoom N --average-channels. --split-channels writes one\n"
+                     "data channel per audio channel instead (rendered once to the working folder).\n"
+                     "Files of more than two channels are loaded as stereo: the data are of that.\n"
                      "Examples:\n"
                      "  wavoryx waveform song.mp3\n"
                      "  wavoryx waveform song.mp3 --from 0:30 --to 0:45 --width 60 --height 4 --db\n"

@@ -23,15 +23,15 @@ int valueAt(const PeakData& data, size_t i) { return data.bits == 8 ? data.minMa
 
 std::string datBytes(const PeakData& data) {
     std::string out;
-    const uint32_t pixels = uint32_t(data.minMax.size() / 2);
+    const uint32_t pixels = uint32_t(data.minMax.size() / 2 / size_t(data.channels));
     putLittle32(out, uint32_t(kVersion));
     putLittle32(out, data.bits == 8 ? kEightBitFlag : 0);
     putLittle32(out, uint32_t(data.sampleRate));
     putLittle32(out, uint32_t(data.samplesPerPixel));
     putLittle32(out, pixels);
-    putLittle32(out, 1);  // channels
+    putLittle32(out, uint32_t(data.channels));
     out.reserve(out.size() + data.minMax.size() * size_t(data.bits / 8));
-    for (size_t i = 0; i < size_t(pixels) * 2; ++i) {
+    for (size_t i = 0; i < data.minMax.size(); ++i) {
         const uint16_t value = uint16_t(valueAt(data, i));
         out += char(value & 0xFF);
         if (data.bits == 16) out += char(value >> 8);
@@ -40,13 +40,13 @@ std::string datBytes(const PeakData& data) {
 }
 
 std::string jsonText(const PeakData& data) {
-    const size_t pixels = data.minMax.size() / 2;
-    std::string out = "{\"version\":" + std::to_string(kVersion) +
-                      ",\"channels\":1,\"sample_rate\":" + std::to_string(data.sampleRate) +
+    const size_t pixels = data.minMax.size() / 2 / size_t(data.channels);
+    std::string out = "{\"version\":" + std::to_string(kVersion) + ",\"channels\":" + std::to_string(data.channels) +
+                      ",\"sample_rate\":" + std::to_string(data.sampleRate) +
                       ",\"samples_per_pixel\":" + std::to_string(data.samplesPerPixel) +
                       ",\"bits\":" + std::to_string(data.bits) + ",\"length\":" + std::to_string(pixels) +
                       ",\"data\":[";
-    for (size_t i = 0; i < pixels * 2; ++i) {
+    for (size_t i = 0; i < data.minMax.size(); ++i) {
         if (i > 0) out += ',';
         out += std::to_string(valueAt(data, i));
     }

@@ -1,11 +1,11 @@
 // Waveform data files for web players and other tools: the binary (.dat)
-// and JSON layouts of waveform data version 2, one channel (the minimum and
-// maximum over all of the audio's channels).
+// and JSON layouts of waveform data version 2: one channel (the minimum and
+// maximum over all of the audio's channels), or one per audio channel.
 //
 // Binary, little-endian: int32 version (2), uint32 flags (bit 0 set for
 // 8-bit values), int32 sample rate (Hz), int32 samples per pixel (frames),
-// uint32 length (pixels), int32 channels (1); then per pixel the minimum and
-// the maximum, as int8 or int16. JSON: an object with "version",
+// uint32 length (pixels), int32 channels; then per pixel and channel the
+// minimum and the maximum, as int8 or int16. JSON: an object with "version",
 // "channels", "sample_rate", "samples_per_pixel", "bits", "length" and
 // "data", the pairs flattened: [min0, max0, min1, max1, ...].
 //
@@ -24,7 +24,8 @@ struct PeakData {
     int32_t sampleRate = 0;
     int32_t samplesPerPixel = 0;
     int bits = 16;                // 8 or 16
-    std::vector<int16_t> minMax;  // one (min, max) pair per pixel
+    int channels = 1;             // of data: pairs per pixel
+    std::vector<int16_t> minMax;  // per pixel, one (min, max) pair per channel
 };
 
 std::string datBytes(const PeakData& data);
