@@ -75,6 +75,17 @@ TEST(WaveformFilesTest, JsonCarriesTheHeaderFieldsAndFlatPairs) {
     EXPECT_EQ(datBytes(empty).size(), 24u);
 }
 
+TEST(WaveformFilesTest, TwoChannelsCountPixelsNotPairs) {
+    PeakData data = sample(16);
+    data.channels = 2;
+    EXPECT_EQ(jsonText(data),
+              "{\"version\":2,\"channels\":2,\"sample_rate\":44100,\"samples_per_pixel\":441,\"bits\":16,"
+              "\"length\":2,\"data\":[-32768,32767,-1,255,256,300,-257,-256]}\n");
+    const std::string dat = datBytes(data);
+    ASSERT_EQ(dat.size(), 24u + 8u * 2u);
+    EXPECT_EQ(dat.substr(16, 8), std::string("\x02\0\0\0\x02\0\0\0", 8));
+}
+
 TEST(WaveformFilesTest, PixelsGatherWholeGroupsOfFramesInAnyPieces) {
     // Seven frames' pairs, three frames per pixel: 3 + 3 + a last one of 1.
     const std::vector<int16_t> frames = {5, 9, -3, 2, 4, 4, 7, 7, 7, 8, -9, 1, 100, 200};
