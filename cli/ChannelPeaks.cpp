@@ -50,14 +50,14 @@ bool findData(FILE* file, int& channels, long& dataAt, uint32_t& dataSize) {
 }  // namespace
 
 int channelPeaks(Session& session, const LoadedSource& source, uint64_t firstFrame, uint64_t endFrame,
-                 uint32_t perPixel, std::vector<int16_t>& minMax) {
+                 uint32_t perPixel, const std::string& shownPath, std::vector<int16_t>& minMax) {
     Wavoryx& engine = session.engine();
     const int list = engine.newClipList();
     const std::string work = session.workDir() + "channels.wav";
     engine.addClip(list, source.id, unsigned(firstFrame), unsigned(endFrame));
     engine.setOutputPara(list, work.c_str(), ENCODE_WAV);
     engine.setEncodePara(list, source.sampleRate, 0, source.channels, 0);
-    const int rendered = renderList(session, list, work, source.path);
+    const int rendered = renderList(session, list, work, shownPath);
     engine.removePcm(list);
     if (rendered != 0) return rendered;
     std::unique_ptr<FILE, FileCloser> file(std::fopen(work.c_str(), "rbe"));

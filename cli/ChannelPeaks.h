@@ -17,8 +17,9 @@ namespace wvcli {
 // Frames [firstFrame, endFrame) of `source` in pixels of `perPixel` frames
 // (the last may hold fewer): per pixel, per channel, a (min, max) pair.
 // Returns 0, or 1 / the interrupt status with the failure reported.
+// `shownPath`: the data file the render is shown and reported as.
 int channelPeaks(Session& session, const LoadedSource& source, uint64_t firstFrame, uint64_t endFrame,
-                 uint32_t perPixel, std::vector<int16_t>& minMax);
+                 uint32_t perPixel, const std::string& shownPath, std::vector<int16_t>& minMax);
 
 }  // namespace wvcli
 

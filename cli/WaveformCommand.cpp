@@ -305,7 +305,8 @@ bool writeDataFiles(Session& session, const WaveformOptions& options, const Load
     if (options.splitChannels) {
         data.channels = source.channels;
         const int status = channelPeaks(session, source, uint64_t(options.fromMs) * rate / 1000,
-                                        endFrameOf(source, toMs), uint32_t(data.samplesPerPixel), data.minMax);
+                                        endFrameOf(source, toMs), uint32_t(data.samplesPerPixel),
+                                        options.json.empty() ? options.dat : options.json, data.minMax);
         if (status != 0) {
             failedPath.clear();  // reported
             return false;
