@@ -4,6 +4,7 @@
 
 #include <cstdio>
 
+#include "base/FrameTime.h"
 #include "codec/WorkingFile.h"
 
 namespace wv {
@@ -71,10 +72,9 @@ uint32_t SPcmInfo::duration2frame(uint32_t& durationMs, uint32_t s, uint32_t e) 
 
 uint32_t SPcmInfo::endFrameAtMs(uint32_t ms) const {
     const int32_t current = status.load();
-    const uint64_t rate = static_cast<uint32_t>(sampleRate.load());
-    if ((current == DECODING || current == RECORDING || current == PCM_READY) && rate > 0) {
-        const uint64_t length = span(0, 0xFFFFFFFF);
-        if ((uint64_t(ms) + 1) * rate > length * 1000) return static_cast<uint32_t>(length);
+    if (current == DECODING || current == RECORDING || current == PCM_READY) {
+        const int64_t rate = static_cast<uint32_t>(sampleRate.load());
+        return static_cast<uint32_t>(wv::endFrameAtMs(ms, rate, span(0, 0xFFFFFFFF)));
     }
     uint32_t remaining = ms;
     return duration2frame(remaining, 0, 0xFFFFFFFF);

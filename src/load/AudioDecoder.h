@@ -13,6 +13,7 @@
 #include <cstdint>
 #include <memory>
 
+#include "base/FrameTime.h"
 #include "items/SPcmInfo.h"
 #include "platform/media/AudioTrackOpener.h"
 #include "platform/media/MediaBuffer.h"
@@ -48,21 +49,13 @@ public:
     int32_t load(const char* path, int* sampleRate, int* format, int* channelCount,
                  int64_t* durationUs, bool* isRaw);
     // Makes the next load() take only frames [startMs x rate / 1000,
-    // endFrameAtMs(endMs)) of the track (rate: the track's), cut at its end,
+    // endFrameAtMs(endMs, rate, exact stated length)) of the track (rate: the
+    // track's; see base/FrameTime.h), cut at its end,
     // identical to those frames of a whole load; no WAV is read in place
     // then (isRaw stays false). Reaching the first frame does not decode
     // what lies before it (see FrameRangeCodec); buffers of length 0 come
     // while the file is passed over.
     void setRangeMs(uint32_t startMs, uint32_t endMs);
-    // The frame at `ms` of a track of `rate` Hz, as ranges count.
-    static int64_t frameAtMs(uint32_t ms, int rate) { return int64_t(ms) * rate / 1000; }
-    // The frame a range ending at `ms` ends at: frameAtMs, except that an
-    // end in the last, partial millisecond of a track known to hold exactly
-    // `exactLength` frames (-1: not known) or past it takes the track whole.
-    static int64_t endFrameAtMs(uint32_t ms, int rate, int64_t exactLength) {
-        if (exactLength >= 0 && (int64_t(ms) + 1) * rate > exactLength * 1000) return exactLength;
-        return frameAtMs(ms, rate);
-    }
 
     // 0: *data and *length describe the next decoded buffer (length may be
     // 0). 1: the stream has ended (or failed); the codec is stopped and gone.

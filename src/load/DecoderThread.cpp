@@ -14,6 +14,7 @@
 
 #include "base/CheckSites.h"
 #include "base/Clock.h"
+#include "base/FrameTime.h"
 #include "base/Log.h"
 
 namespace wv {
@@ -82,10 +83,10 @@ void DecoderThread::startJob(WVThreadCmd& cmd) {
     int64_t total = facts.frames > 0 ? facts.frames : 0;
     if (item->ranged) {
         // The part's length, cut where the whole file's expected length ends.
-        int64_t end = AudioDecoder::endFrameAtMs(item->rangeEndMs, rate,
+        int64_t end = endFrameAtMs(item->rangeEndMs, rate,
                                                  facts.framesExact ? facts.frames : -1);
         if (end > total) end = total;
-        const int64_t length = end - AudioDecoder::frameAtMs(item->rangeStartMs, rate);
+        const int64_t length = end - frameAtMs(item->rangeStartMs, rate);
         total = length > 0 ? length : 0;
     }
     const uint32_t totalFrames = static_cast<uint32_t>(std::min<int64_t>(total, UINT32_MAX));
