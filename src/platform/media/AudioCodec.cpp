@@ -88,8 +88,7 @@ status_t AudioCodec::start(MetaData*) {
     mGroup = MediaBufferGroup::create();
     mInputEnded = mOutputEnded = false;
     mTimeBaseUs = mFramesSinceBase = 0;
-    mDamage = DecodeDamage();
-    mErrorsInRow = 0;
+    mDamage = DamageTally();
     mStarted = true;
     return OK;
 }
@@ -135,13 +134,12 @@ bool AudioCodec::skipDamagedLocked(const char* why, int error) {
     char text[AV_ERROR_MAX_STRING_SIZE] = {};
     av_strerror(error, text, sizeof text);
     WV_LOGW("%s (%s) at %" PRId64 " us; skipped", why, text, nextTimeUsLocked());
-    mDamage.note(nextTimeUsLocked());
-    return ++mErrorsInRow < kMaxErrorsInRow;
+    return mDamage.skipped(true, nextTimeUsLocked());
 }
 
 DecodeDamage AudioCodec::damage() {
     std::lock_guard<std::mutex> guard(mLock);
-    return mDamage;
+    return mDamage.damage();
 }
 
 MediaBuffer* AudioCodec::convertLocked(const AVFrame* frame) {
@@ -166,7 +164,7 @@ MediaBuffer* AudioCodec::convertLocked(const AVFrame* frame) {
         buffer->release();
         return nullptr;
     }
-    const int64_t startUs = mTimeBaseUs + mFramesSinceBase * 1000000 / mRate;
+    const int64_t startUs = nextTimeUsLocked();
     int kept = frames - drop;
     if (mEndUs >= 0) {
         // Rounded to the nearest frame: the times are whole microseconds.
@@ -208,7 +206,7 @@ status_t AudioCodec::read(MediaBuffer** out, const ReadOptions* options) {
     while (!mOutputEnded) {
         int ret = avcodec_receive_frame(mContext, mFrame);
         if (ret == 0) {
-            mErrorsInRow = 0;
+            mDamage.decoded();
             if (mFrame->best_effort_timestamp != AV_NOPTS_VALUE) {
                 mTimeBaseUs = mTrack->demuxer()->toMediaUs(mTrack->streamIndex(),
                                                            mFrame->best_effort_timestamp);

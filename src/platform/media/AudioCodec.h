@@ -52,10 +52,6 @@ public:
     status_t read(MediaBuffer** buffer, const ReadOptions* options = nullptr) override;
     DecodeDamage damage() override;
 
-    // Decode errors in a row after which the stream ends: a codec that keeps
-    // failing without taking packets would otherwise never end.
-    static constexpr int kMaxErrorsInRow = 1000;
-
 private:
     AudioCodec(std::shared_ptr<AvPacketTrack> track, AVCodecContext* context, int rate,
                int channels, std::shared_ptr<MetaData> format);
@@ -91,8 +87,7 @@ private:
     // and the output frames to drop from the next converted frame.
     int64_t mSkipUntilUs = -1;
     int mDropFrames = 0;
-    DecodeDamage mDamage;
-    int mErrorsInRow = 0;
+    DamageTally mDamage;
     // Media time of the track's stated end (MP4), after which decoded
     // frames are padding; -1 when the container states no exact end.
     int64_t mEndUs = -1;

@@ -7,7 +7,6 @@ extern "C" {
 }
 
 #include "base/Log.h"
-#include "platform/media/AudioCodec.h"
 #include "platform/media/MediaExtractor.h"
 
 namespace wv {
@@ -111,8 +110,7 @@ status_t FrameRangeCodec::start(MetaData*) {
     mInputEnded = mDrainSent = mLastSentPreroll = false;
     mOriginFrame = mNextPacketFrame = mNextOutFrame = 0;
     mPrerollLeft = 0;
-    mDamage = DecodeDamage();
-    mErrorsInRow = 0;
+    mDamage = DamageTally();
     if (mFirst >= mEnd) {
         mPhase = Phase::kEnded;
     } else {
@@ -302,7 +300,7 @@ MediaBuffer* FrameRangeCodec::decodeStepLocked() {
     while (mPhase == Phase::kDecoding) {
         int ret = avcodec_receive_frame(mContext, mFrame);
         if (ret == 0) {
-            mErrorsInRow = 0;
+            mDamage.decoded();
             MediaBuffer* buffer = cutLocked(mFrame);
             av_frame_unref(mFrame);
             if (buffer != nullptr) return buffer;
@@ -352,8 +350,7 @@ void FrameRangeCodec::skipDamagedLocked(const char* why) {
     WV_LOGW("%s; skipped", why);
     // Counted from the part's first frame, as the item's frames are.
     const int64_t position = mNextOutFrame > 0 ? mNextOutFrame : 0;
-    if (position >= mFirst) mDamage.note((position - mFirst) * 1000000 / mRate);
-    if (++mErrorsInRow >= AudioCodec::kMaxErrorsInRow) {
+    if (!mDamage.skipped(position >= mFirst, (position - mFirst) * 1000000 / mRate)) {
         WV_LOGW("too many damaged packets; the part ends");
         mPhase = Phase::kEnded;
     }
@@ -361,7 +358,7 @@ void FrameRangeCodec::skipDamagedLocked(const char* why) {
 
 DecodeDamage FrameRangeCodec::damage() {
     std::lock_guard<std::mutex> guard(mLock);
-    return mDamage;
+    return mDamage.damage();
 }
 
 status_t FrameRangeCodec::read(MediaBuffer** out, const ReadOptions*) {

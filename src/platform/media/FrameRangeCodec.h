@@ -123,8 +123,7 @@ private:
     bool mInputEnded = false;      // the demuxer has no more packets
     bool mDrainSent = false;       // the codec has been told so
     bool mLastSentPreroll = false;
-    DecodeDamage mDamage;
-    int mErrorsInRow = 0;
+    DamageTally mDamage;
 };
 
 }  // namespace wv

@@ -46,6 +46,29 @@ struct DecodeDamage {
     }
 };
 
+// A decoder's tally while it skips damage: what it skipped, and the errors
+// in a row since it last decoded a frame, past kMaxInRow of which its
+// stream ends (a codec that keeps failing without taking packets would
+// otherwise never end).
+class DamageTally {
+public:
+    static constexpr int kMaxInRow = 1000;
+
+    // A frame came out: the row of errors is over.
+    void decoded() { mInRow = 0; }
+    // One packet skipped; `counted` when it lies where damage is told, at
+    // `timeUs`. False once too many came in a row.
+    bool skipped(bool counted, int64_t timeUs) {
+        if (counted) mDamage.note(timeUs);
+        return ++mInRow < kMaxInRow;
+    }
+    const DecodeDamage& damage() const { return mDamage; }
+
+private:
+    DecodeDamage mDamage;
+    int mInRow = 0;
+};
+
 class MediaSource {
 public:
     class ReadOptions {
