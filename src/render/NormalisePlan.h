@@ -15,8 +15,9 @@
 // The gain is target - measured, at most kMaxGainDb; a list with no
 // integrated loudness (silence, or under 0.4 s) keeps gain 0 dB.
 //
-// The encode pass is measured too: the loudness reached, and what held it
-// back when it falls short of the target, is the render's result.
+// The loudness reached, and what held it back when it falls short of the
+// target, is the render's result: measured again in the encode pass after
+// the limiter worked, else the measured loudness plus the gain.
 //
 // Memory: one float block (kBlockSamples), a meter (under 1 KB per second
 // of audio) and a limiter (under 40 KB).
@@ -77,12 +78,12 @@ struct NormalisePlan {
     const AudioResampler::src_quality quality;
 
     Pass pass = kMeasure;
-    std::unique_ptr<LoudnessMeter> meter;      // one per pass
+    std::unique_ptr<LoudnessMeter> meter;      // each pass, but an encode pass that follows no check
     std::unique_ptr<TruePeakLimiter> limiter;  // during kCheck and kEncode
     double gainDb = 0.0;
     float gain = 1.0f;              // linear gainDb
     float samplePeak = 0.0f;        // of the list as read, full scale 1
-    double measuredLufs = 0.0;      // by kMeasure, for the log
+    double measuredLufs = 0.0;      // by kMeasure, for the log and the result
     double plainGainDb = 0.0;       // the gain kMeasure found
     int checks = 0;                 // kCheck passes done
     double checkedGainDb = 0.0;     // the gain of the last one

@@ -112,7 +112,7 @@ void EncoderThread::normaliseStep(WVThreadCmd& cmd, SPcmInfo* item, EncodeJob* j
     } else {
         for (size_t k = 0; k < frames * plan.channels; ++k) samples[k] *= plan.gain;
         const size_t limited = plan.limiter->process(samples, frames, samples);
-        fed = limited == 0 || plan.meter->add(samples, limited);
+        fed = limited == 0 || !plan.meter || plan.meter->add(samples, limited);
         if (fed && plan.pass == NormalisePlan::kEncode &&
             !encodeFloat(item, job, samples, limited)) {
             return;
@@ -166,7 +166,10 @@ bool EncoderThread::endPass(SPcmInfo* item, EncodeJob* job) {
             const bool limits = std::isfinite(lufs) &&
                                 peakAfterDb > plan.ceilingDbtp - NormalisePlan::kCheckMarginDb;
             plan.pass = limits ? NormalisePlan::kCheck : NormalisePlan::kEncode;
-            plan.meter.reset(new LoudnessMeter(plan.rate, plan.channels, MeterScope::kIntegrated));
+            // Unlimited, the encode pass is the measured audio at gainDb:
+            // its loudness is known without metering it again.
+            plan.meter.reset(limits ? new LoudnessMeter(plan.rate, plan.channels, MeterScope::kIntegrated)
+                                    : nullptr);
             break;
         }
         case NormalisePlan::kCheck: {
@@ -184,8 +187,9 @@ bool EncoderThread::endPass(SPcmInfo* item, EncodeJob* job) {
         }
         case NormalisePlan::kEncode: {
             const size_t tail = plan.limiter->flush(samples);
-            double reached = 0.0;
-            if ((tail > 0 && !plan.meter->add(samples, tail)) || !plan.meter->integrated(&reached)) {
+            double reached = plan.measuredLufs + plan.gainDb;
+            if (plan.meter &&
+                ((tail > 0 && !plan.meter->add(samples, tail)) || !plan.meter->integrated(&reached))) {
                 failRender(id, job, FileWriter::WRITE_ERROR);
                 return false;
             }
