@@ -260,10 +260,9 @@ Cut buildClipList(Wavoryx& engine, int list, const EditOptions& options, SourceL
         uint32_t to = range.hasEnd ? msToFrame(range.toMs, source.sampleRate) - skipped : source.frames;
         // An end in the file's last, partial millisecond is its end: no
         // time in ms reaches further.
-        const bool inLastMs = source.ok && range.hasEnd &&
-                              (uint64_t(range.toMs) + 1) * uint32_t(source.sampleRate) >
-                                  (uint64_t(skipped) + source.frames) * 1000;
-        if (inLastMs && to <= source.frames) to = source.frames;
+        if (source.ok && range.hasEnd && to <= source.frames) {
+            to = uint32_t(endFrameAtMs(range.toMs, source.sampleRate, uint64_t(skipped) + source.frames) - skipped);
+        }
         if (source.ok && to > source.frames) {
             to = source.frames;
             if (from < to) {

@@ -98,9 +98,8 @@ void settleEncoding(EncodingChoice& choice, const std::string& output) {
     }
     // A folder has no format to tell: say what it is.
     struct stat st;
-    if ((!output.empty() && output.back() == '/') ||
-        (::stat(output.c_str(), &st) == 0 && S_ISDIR(st.st_mode))) {
-        const bool exists = ::stat(output.c_str(), &st) == 0;
+    const bool exists = ::stat(output.c_str(), &st) == 0;
+    if ((!output.empty() && output.back() == '/') || (exists && S_ISDIR(st.st_mode))) {
         throw CLI::ValidationError("--output", "'" + output + (exists ? "' is a folder" : "' names a folder") +
                                                    ": name a file to write");
     }

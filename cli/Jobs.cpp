@@ -17,6 +17,7 @@
 #include <wavoryx/Wavoryx.h>
 
 #include "Interrupt.h"
+#include "OutputFile.h"
 #include "Progress.h"
 #include "Session.h"
 #include "StandardInput.h"
@@ -54,23 +55,6 @@ std::string baseName(const std::string& path) {
     return slash == std::string::npos ? path : path.substr(slash + 1);
 }
 
-std::string folderOf(const std::string& path) {
-    const size_t slash = path.find_last_of('/');
-    if (slash == std::string::npos) return ".";
-    return slash == 0 ? "/" : path.substr(0, slash);
-}
-
-// What a failed create or write with `error` means to the user.
-std::string describeError(int error) {
-    switch (error) {
-        case ENOSPC:
-        case EDQUOT: return "storage full";
-        case EMFILE: return "too many open files in this process (raise ulimit -n)";
-        case ENFILE: return "too many open files on this system";
-        default: return std::strerror(error);
-    }
-}
-
 // Whether the process uses all but a few of the descriptors it may have:
 // loads that fail for want of one may have given theirs back before their
 // event arrives, while the others still hold theirs.
@@ -87,27 +71,6 @@ bool nearDescriptorLimit() {
     return open + kDescriptorMargin >= limit.rlim_cur;
 }
 
-// What keeps a file from being created and written in `folder` now, or ""
-// when a probe of 64 KiB can be. The engine's events do not say why its
-// file failed; the conditions that fail it (a full storage, no descriptor
-// left) still hold when the event arrives.
-std::string probeFolder(const std::string& folder) {
-    std::string probe = folder + "/.wavoryx-probe-XXXXXX";
-    const int fd = ::mkostemp(&probe[0], O_CLOEXEC);
-    if (fd < 0) return describeError(errno);
-    if (nearDescriptorLimit()) {
-        ::close(fd);
-        ::unlink(probe.c_str());
-        return describeError(EMFILE);
-    }
-    static const char kZeros[64 * 1024] = {};
-    const ssize_t written = ::write(fd, kZeros, sizeof kZeros);
-    const int error = written < 0 ? errno : ENOSPC;
-    ::close(fd);
-    ::unlink(probe.c_str());
-    return written == ssize_t(sizeof kZeros) ? "" : describeError(error);
-}
-
 std::string megabytes(uint64_t bytes) {
     char text[32];
     std::snprintf(text, sizeof text, "%.1f MB", double(bytes) / 1e6);
@@ -118,22 +81,26 @@ std::string folderName(const std::string& folder) {
     return folder.size() > 1 && folder.back() == '/' ? folder.substr(0, folder.size() - 1) : folder;
 }
 
+// A load's working file that could not be made (`verb` "create") or
+// written, and why, as far as the folder tells.
+std::string workingFileFailure(const char* verb, const std::string& workDir) {
+    const int problem = folderProblem(workDir);
+    if (isStorageFull(problem)) return "storage full in the working folder " + folderName(workDir);
+    return std::string("cannot ") + verb + " a working file in " + workDir +
+           (problem == 0 ? "" : ": " + folderProblemText(problem));
+}
+
 // Event 0 says 2 for "cannot open" and 1 for "not audio"; the file system
 // tells the cause of the first more precisely.
 std::string loadFailure(const std::string& path, int value, const Session& session) {
-    const std::string problem = value == 1 || value == 2 ? "" : probeFolder(session.workDir());
     switch (value) {
         case 2:
             if (::access(inputFile(path).c_str(), R_OK) != 0) return std::strerror(errno);
-            if (nearDescriptorLimit()) return "cannot be opened: " + describeError(EMFILE);
+            if (nearDescriptorLimit()) return "cannot be opened: " + folderProblemText(EMFILE);
             return "cannot be read";
         case 1: return "not an audio file (no audio track this engine can decode)";
-        case 4:
-            if (problem == "storage full") return problem + " in the working folder " + folderName(session.workDir());
-            return "cannot create a working file in " + session.workDir() + (problem.empty() ? "" : ": " + problem);
-        default:
-            if (problem == "storage full") return problem + " in the working folder " + folderName(session.workDir());
-            return "cannot write a working file in " + session.workDir() + (problem.empty() ? "" : ": " + problem);
+        case 4: return workingFileFailure("create", session.workDir());
+        default: return workingFileFailure("write", session.workDir());
     }
 }
 
@@ -142,12 +109,14 @@ std::string loadFailure(const std::string& path, int value, const Session& sessi
 // started; the engine has removed what it wrote by now.
 std::string whyRenderStopped(const std::string& workPath, uint64_t writtenMs, bool wrote) {
     const std::string folder = folderOf(workPath);
-    const std::string problem = probeFolder(folder);
-    if (problem == "storage full" || (problem.empty() && wrote)) {
+    const int problem = folderProblem(folder);
+    if (isStorageFull(problem) || (problem == 0 && wrote)) {
         return "storage full in the working folder " + folder + " while writing the output" +
                (wrote ? " (it filled after " + formatTimeMs(writtenMs) + " of audio)" : "");
     }
-    if (!problem.empty()) return "cannot write the output in the working folder " + folder + ": " + problem;
+    if (problem != 0) {
+        return "cannot write the output in the working folder " + folder + ": " + folderProblemText(problem);
+    }
     return "the encoder does not accept this rate, channel count or bit rate";
 }
 
@@ -170,7 +139,37 @@ bool isRenderEnd(int code) {
 
 }  // namespace
 
-std::string folderProblem(const std::string& folder) { return probeFolder(folder); }
+std::string folderProblemText(int error) {
+    switch (error) {
+        case ENOSPC:
+        case EDQUOT: return "storage full";
+        case EMFILE: return "too many open files in this process (raise ulimit -n)";
+        case ENFILE: return "too many open files on this system";
+        default: return std::strerror(error);
+    }
+}
+
+// The engine's events do not say why its file failed; the conditions that
+// fail it (a full storage, no descriptor left) still hold when the event
+// arrives.
+int folderProblem(const std::string& folder) {
+    std::string probe = folder + "/.wavoryx-probe-XXXXXX";
+    const int fd = ::mkostemp(&probe[0], O_CLOEXEC);
+    if (fd < 0) return errno;
+    if (nearDescriptorLimit()) {
+        ::close(fd);
+        ::unlink(probe.c_str());
+        return EMFILE;
+    }
+    static const char kZeros[64 * 1024] = {};
+    const ssize_t written = ::write(fd, kZeros, sizeof kZeros);
+    const int error = written < 0 ? errno : ENOSPC;
+    ::close(fd);
+    ::unlink(probe.c_str());
+    return written == ssize_t(sizeof kZeros) ? 0 : error;
+}
+
+bool isStorageFull(int error) { return error == ENOSPC || error == EDQUOT; }
 
 const LoadedSource* findSource(const std::vector<LoadedSource>& sources, const std::string& path) {
     for (const LoadedSource& source : sources) {
@@ -311,9 +310,7 @@ void SourceLoads::reportDamage(LoadedSource& source) {
     unsigned int firstMs = 0;
     const int32_t packets = mSession.engine().getLoadDamage(source.id, &firstMs);
     if (packets <= 0) return;
-    source.damagedPackets = uint32_t(packets);
     // A range's times are the file's: the part starts at fromMs.
-    source.firstDamageMs = firstMs;
     const uint64_t atMs = uint64_t(firstMs) + (source.ranged ? source.fromMs : 0);
     const std::string line = "wavoryx: " + source.path + ": " + std::to_string(packets) + " damaged packet" +
                              (packets == 1 ? "" : "s") + " skipped near " + formatTimeMs(atMs) + "\n";

@@ -41,8 +41,6 @@ struct LoadedSource {
     bool ranged = false;    // a load of [fromMs, toMs) of the file only (loadFileRange)
     uint32_t fromMs = 0;
     uint32_t toMs = 0;
-    uint32_t damagedPackets = 0;  // once ended: packets skipped as damaged
-    uint32_t firstDamageMs = 0;   // where the first one lay, in the item
 
     uint64_t durationMs() const { return sampleRate > 0 ? uint64_t(frames) * 1000 / uint32_t(sampleRate) : 0; }
 };
@@ -105,10 +103,15 @@ private:
 // (their lines printed, their entries not ok), or the interrupt status.
 int loadSources(Session& session, const std::vector<std::string>& paths, std::vector<LoadedSource>& sources);
 
-// What keeps a file from being created and written in `folder` now ("storage
-// full", "too many open files ...", the system's words), or "" when a probe
-// of 64 KiB can be. For failures the engine's events do not explain.
-std::string folderProblem(const std::string& folder);
+// What keeps a file from being created and written in `folder` now, as an
+// errno (ENOSPC, EMFILE, ...), or 0 when a probe of 64 KiB can be. For
+// failures the engine's events do not explain.
+int folderProblem(const std::string& folder);
+// Whether a folderProblem is a full storage (ENOSPC, EDQUOT).
+bool isStorageFull(int error);
+// A folderProblem in words: "storage full", "too many open files in this
+// process (raise ulimit -n)", ..., else the system's.
+std::string folderProblemText(int error);
 
 // The entry of `path` in `sources`, or nullptr.
 const LoadedSource* findSource(const std::vector<LoadedSource>& sources, const std::string& path);

@@ -31,12 +31,6 @@ struct Watch {
     bool interrupted() const { return interruptible && interruptSignal() != 0; }
 };
 
-std::string folderOf(const std::string& path) {
-    const size_t slash = path.find_last_of('/');
-    if (slash == std::string::npos) return ".";
-    return slash == 0 ? "/" : path.substr(0, slash);
-}
-
 std::string errorText(int error) {
     if (error == ENOSPC || error == EDQUOT) return "storage full";
     return "write error (" + std::string(std::strerror(error)) + ")";
@@ -440,6 +434,12 @@ bool commitOutput(const std::string& done, const OutputTarget& target, bool inte
         return false;
     }
     return copyBeside(watch, done, target.filePath, mode, replace, why);
+}
+
+std::string folderOf(const std::string& path) {
+    const size_t slash = path.find_last_of('/');
+    if (slash == std::string::npos) return ".";
+    return slash == 0 ? "/" : path.substr(0, slash);
 }
 
 std::string freshNameBeside(const std::string& path, const std::string& tag) {

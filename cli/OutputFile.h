@@ -71,6 +71,9 @@ void giveDocumentMode(const std::string& path);
 // user whose lock no live run holds); returns how many.
 int removeStaleCopies(const std::string& folder);
 
+// The folder `path` lies in: "." for a bare name, "/" for one at the root.
+std::string folderOf(const std::string& path);
+
 // A name that does not exist now, in the folder of `path`:
 // "STEM.TAG-XXXXXX.EXT" (or "NAME.TAG-XXXXXX" without an extension).
 std::string freshNameBeside(const std::string& path, const std::string& tag);

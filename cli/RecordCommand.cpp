@@ -20,7 +20,6 @@
 #include <sys/stat.h>
 #include <unistd.h>
 
-#include <algorithm>
 #include <cerrno>
 #include <chrono>
 #include <cstdio>
@@ -272,11 +271,10 @@ std::string failureReason(const RecordState& state, const std::string& path) {
     if (state.failedWith == 3) {
         // The encoder writes its header as it starts: storage or descriptors
         // that ran out fail it too.
-        const size_t slash = path.find_last_of('/');
-        const std::string folder = slash == std::string::npos ? "." : path.substr(0, std::max<size_t>(slash, 1));
-        const std::string problem = folderProblem(folder);
-        if (problem == "storage full") return problem + " in " + folder;
-        if (!problem.empty()) return "cannot write in " + folder + ": " + problem;
+        const std::string folder = folderOf(path);
+        const int problem = folderProblem(folder);
+        if (isStorageFull(problem)) return "storage full in " + folder;
+        if (problem != 0) return "cannot write in " + folder + ": " + folderProblemText(problem);
         return "the encoder does not accept this rate, channel count or bit rate";
     }
     if (state.failedWith != 0) {

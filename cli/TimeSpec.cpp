@@ -217,6 +217,12 @@ bool parseTimeMs(const std::string& text, uint32_t& ms, std::string& why) {
     return true;
 }
 
+uint64_t endFrameAtMs(uint32_t ms, int rate, uint64_t length) {
+    const uint64_t hz = uint64_t(rate > 0 ? rate : 0);
+    if ((uint64_t(ms) + 1) * hz > length * 1000) return length;
+    return uint64_t(ms) * hz / 1000;
+}
+
 std::string formatTimeMs(uint64_t ms) {
     char text[48];
     const uint64_t hours = ms / 3600000;

@@ -28,6 +28,12 @@ bool parseTimeMs(const std::string& text, uint32_t& ms, std::string& why);
 // "m:ss.fff", or "h:mm:ss.fff" from one hour on.
 std::string formatTimeMs(uint64_t ms);
 
+// The frame a range ending at `ms` ends at in audio of `length` frames at
+// `rate` Hz, as the engine counts: ms x rate / 1000, except that an end in
+// the last, partial millisecond, or past it, is `length`, which no time in
+// whole milliseconds would reach.
+uint64_t endFrameAtMs(uint32_t ms, int rate, uint64_t length);
+
 // A decimal number as levels are written: an optional sign, digits and at
 // most one point ("-3", "+6", "1.5", "-.5"); no exponent, no spaces, and
 // independent of the locale. False for anything else.

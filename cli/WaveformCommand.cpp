@@ -209,15 +209,6 @@ bool examineOutputs(const WaveformOptions& options, Overwrite overwrite, std::ve
     return true;
 }
 
-// The frame a drawing up to `toMs` ends at: toMs x rate / 1000, or the
-// last frame when toMs lies in the last, partial millisecond (or past it),
-// as the engine counts its ranges.
-uint64_t endFrameOf(const LoadedSource& source, uint32_t toMs) {
-    const uint64_t rate = uint64_t(source.sampleRate);
-    if ((uint64_t(toMs) + 1) * rate > uint64_t(source.frames) * 1000) return source.frames;
-    return uint64_t(toMs) * rate / 1000;
-}
-
 // Pixels of samplesPerPixel frames from frame fromMs x rate / 1000 on.
 // Whole seconds are whole frames at any rate: over a stretch of whole
 // seconds that holds whole pixels the engine's bins are the pixels exactly.
@@ -231,7 +222,7 @@ bool gatherPixels(Wavoryx& engine, const LoadedSource& source, uint32_t fromMs, 
                   PeakData& data) {
     const uint64_t rate = uint64_t(source.sampleRate);
     const uint64_t perPixel = uint64_t(data.samplesPerPixel);
-    const uint64_t endFrame = endFrameOf(source, toMs);
+    const uint64_t endFrame = endFrameAtMs(toMs, source.sampleRate, source.frames);
     uint64_t stepSeconds = perPixel / std::gcd(rate, perPixel);
     stepSeconds *= std::max<uint64_t>(1, kDataStepMs / 1000 / stepSeconds);
     const bool pixelSteps = !average && stepSeconds <= kMaxPixelStepSeconds;
@@ -292,7 +283,9 @@ bool writeDataFiles(Session& session, const WaveformOptions& options, const Load
     data.sampleRate = source.sampleRate;
     data.bits = options.bits;
     const uint64_t rate = uint64_t(source.sampleRate);
-    const uint64_t frames = endFrameOf(source, toMs) - uint64_t(options.fromMs) * rate / 1000;
+    const uint64_t firstFrame = uint64_t(options.fromMs) * rate / 1000;
+    const uint64_t endFrame = endFrameAtMs(toMs, source.sampleRate, source.frames);
+    const uint64_t frames = endFrame - firstFrame;
     if (options.zoom > 0) {
         data.samplesPerPixel = options.zoom;
     } else if (options.width > 0) {
@@ -304,8 +297,7 @@ bool writeDataFiles(Session& session, const WaveformOptions& options, const Load
     }
     if (options.splitChannels) {
         data.channels = source.channels;
-        const int status = channelPeaks(session, source, uint64_t(options.fromMs) * rate / 1000,
-                                        endFrameOf(source, toMs), uint32_t(data.samplesPerPixel),
+        const int status = channelPeaks(session, source, firstFrame, endFrame, uint32_t(data.samplesPerPixel),
                                         options.json.empty() ? options.dat : options.json, data.minMax);
         if (status != 0) {
             failedPath.clear();  // reported
