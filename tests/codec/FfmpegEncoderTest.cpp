@@ -77,21 +77,6 @@ bool resampleWithFfmpeg(const std::vector<int16_t>& pcm, uint32_t rate, uint32_t
     return ok;
 }
 
-// The stream's length in frames as ffprobe reads it from the container
-// (the last Ogg granule position, the MP4 track's duration); -1 on failure.
-long streamLength(const std::string& path) {
-    const std::string command =
-        "ffprobe -v error -select_streams a:0 -show_entries stream=duration_ts "
-        "-of default=nw=1:nk=1 '" +
-        path + "'";
-    FILE* pipe = ::popen(command.c_str(), "r");
-    if (pipe == nullptr) return -1;
-    long frames = -1;
-    if (std::fscanf(pipe, "%ld", &frames) != 1) frames = -1;
-    ::pclose(pipe);
-    return frames;
-}
-
 // The first line a command prints, without its end; empty on failure.
 std::string firstLine(const std::string& command) {
     FILE* pipe = ::popen(command.c_str(), "r");
@@ -154,7 +139,7 @@ TEST_F(FfmpegOutput, EveryFormatDecodesToTheFramesEncodedFromFrameZero) {
                 } else {
                     // The container holds the exact end, but ffmpeg's demuxers cut only
                     // within the last packet: a codec block may remain.
-                    EXPECT_EQ(streamLength(path), static_cast<long>(expected));
+                    EXPECT_EQ(wvtest::probeStreamFrames(path), static_cast<long>(expected));
                     EXPECT_GE(decoded.size() / channels, expected);
                     EXPECT_LT(decoded.size() / channels, expected + 1024);
                 }
@@ -173,7 +158,7 @@ TEST_F(FfmpegOutput, FlacStatesItsLengthAndTheMd5OfItsSamples) {
         const auto pcm = wvtest::makeNoise(frames, channels);
         const std::string path = mDir.file("stated.flac");
         ASSERT_NE(encodeFile(kFormats[0], path, 44100, channels, pcm, 997), nullptr);
-        EXPECT_EQ(streamLength(path), static_cast<long>(frames));
+        EXPECT_EQ(wvtest::probeStreamFrames(path), static_cast<long>(frames));
         EXPECT_EQ(firstLine("ffprobe -v error -show_entries format=duration -of default=nw=1:nk=1 '" + path + "'"),
                   "1.027982");
         if (std::system("metaflac --version >/dev/null 2>&1") != 0) continue;
@@ -229,7 +214,7 @@ TEST_F(FfmpegOutput, VorbisTakesRatesAndBitRatesItsBitRateModesCannotInQualityMo
         EXPECT_EQ(info.codec, "vorbis");
         EXPECT_EQ(info.sampleRate, static_cast<int>(c.rate));
         EXPECT_EQ(info.channels, static_cast<int>(c.channels));
-        EXPECT_EQ(streamLength(path), static_cast<long>(frames));
+        EXPECT_EQ(wvtest::probeStreamFrames(path), static_cast<long>(frames));
         std::vector<int16_t> decoded;
         ASSERT_TRUE(wvtest::decodeToPcm16(path, mDir.path(), &decoded));
         EXPECT_EQ(wvtest::bestLag(pcm, decoded, c.channels, 1500), 0);
@@ -370,7 +355,7 @@ TEST_F(FfmpegOnSmallStorage, ARetryAfterSpaceCameBackCompletesTheFile) {
         } else if (f.format == EncodeFormat::Opus) {
             EXPECT_EQ(decoded.size(), 48000u * 2);
         } else {
-            EXPECT_EQ(streamLength(path), 44100);
+            EXPECT_EQ(wvtest::probeStreamFrames(path), 44100);
             EXPECT_GE(decoded.size(), pcm.size());
             EXPECT_EQ(wvtest::bestLag(pcm, decoded, 2, 1500), 0);
         }

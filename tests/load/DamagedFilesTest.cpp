@@ -8,12 +8,12 @@
 #include <algorithm>
 #include <cstdio>
 #include <cstring>
-#include <fstream>
 #include <functional>
-#include <iterator>
 
+#include "AudioFiles.h"
 #include "AudioFixtures.h"
 #include "LoadTestHelpers.h"
+#include "TestSupport.h"
 
 namespace {
 
@@ -23,30 +23,15 @@ using wvtest::Event;
 constexpr int kRate = 44100;
 constexpr double kSeconds = 3.0;
 
-std::vector<char> bytesOf(const std::string& path) {
-    std::ifstream in(path, std::ios::binary);
-    return std::vector<char>(std::istreambuf_iterator<char>(in), std::istreambuf_iterator<char>());
-}
-
-bool writeBytes(const std::string& path, const std::vector<char>& bytes) {
-    std::ofstream out(path, std::ios::binary | std::ios::trunc);
-    out.write(bytes.data(), std::streamsize(bytes.size()));
-    return bool(out);
-}
-
 // What ffmpeg decodes from the file, as interleaved 16-bit samples.
-std::vector<int16_t> ffmpegSamples(const std::string& path, const std::string& rawPath) {
-    if (!wvtest::runFfmpeg("-i " + wvtest::shellQuote(path) + " -f s16le -ac 2 " + wvtest::shellQuote(rawPath))) {
-        return {};
-    }
-    const std::vector<char> bytes = bytesOf(rawPath);
-    std::vector<int16_t> samples(bytes.size() / 2);
-    std::memcpy(samples.data(), bytes.data(), samples.size() * 2);
-    return samples;
+std::vector<int16_t> ffmpegSamples(const std::string& path, const std::string& scratchDir) {
+    std::vector<int16_t> pcm;
+    if (!wvtest::decodeToPcm16(path, scratchDir, &pcm)) pcm.clear();
+    return pcm;
 }
 
 std::vector<int16_t> itemSamples(const std::string& pcmPath) {
-    const std::vector<char> bytes = bytesOf(pcmPath);
+    const std::vector<char> bytes = wvtest::readFile(pcmPath);
     std::vector<int16_t> samples(bytes.size() / 2);
     std::memcpy(samples.data(), bytes.data(), samples.size() * 2);
     return samples;
@@ -83,9 +68,9 @@ protected:
         const std::string path = rig.scratch(std::string("damaged") + d.ext);
         EXPECT_TRUE(wvtest::writeToneWav(wav, kRate, 2, kSeconds, 440.0));
         EXPECT_TRUE(wvtest::encodeWithFfmpeg(wav, encoded, d.ffmpegArgs));
-        std::vector<char> bytes = bytesOf(encoded);
+        std::vector<char> bytes = wvtest::readFile(encoded);
         d.damage(bytes);
-        EXPECT_TRUE(writeBytes(path, bytes));
+        wvtest::writeFile(path, bytes.data(), bytes.size());
         return path;
     }
     int countOf(int id, int code) const {
@@ -100,7 +85,7 @@ protected:
 TEST_P(DamagedFilesTest, TheLoadGoesOnPastTheDamageAndGetsWhatFfmpegGets) {
     const Damage& d = GetParam();
     const std::string path = damaged(d);
-    const std::vector<int16_t> expected = ffmpegSamples(path, rig.scratch("ffmpeg.raw"));
+    const std::vector<int16_t> expected = ffmpegSamples(path, rig.scratch("."));
     ASSERT_FALSE(expected.empty());
     ASSERT_LT(expected.size(), size_t(kSeconds * kRate) * 2) << "the damage cost ffmpeg nothing";
 
@@ -180,10 +165,10 @@ TEST(DamagedFiles, APartOfAFileDamagedAtItsStartHoldsTheWholeLoadsFrames) {
     const std::string flac = rig.scratch("tone.flac");
     ASSERT_TRUE(wvtest::writeToneWav(wav, kRate, 2, kSeconds, 440.0));
     ASSERT_TRUE(wvtest::encodeWithFfmpeg(wav, flac, "-c:a flac"));
-    std::vector<char> bytes = bytesOf(flac);
+    std::vector<char> bytes = wvtest::readFile(flac);
     kDamages[0].damage(bytes);
     const std::string path = rig.scratch("damaged.flac");
-    ASSERT_TRUE(writeBytes(path, bytes));
+    wvtest::writeFile(path, bytes.data(), bytes.size());
 
     const int whole = rig.engine().loadFile(path.c_str());
     ASSERT_TRUE(rig.waitForEnd(whole));
@@ -205,10 +190,10 @@ TEST(DamagedFiles, DamageInsideAPartIsToldInTheItemsTime) {
     const std::string mp3 = rig.scratch("tone.mp3");
     ASSERT_TRUE(wvtest::writeToneWav(wav, kRate, 2, kSeconds, 440.0));
     ASSERT_TRUE(wvtest::encodeWithFfmpeg(wav, mp3, "-c:a libmp3lame"));
-    std::vector<char> bytes = bytesOf(mp3);
+    std::vector<char> bytes = wvtest::readFile(mp3);
     kDamages[3].damage(bytes);
     const std::string path = rig.scratch("damaged.mp3");
-    ASSERT_TRUE(writeBytes(path, bytes));
+    wvtest::writeFile(path, bytes.data(), bytes.size());
 
     const int whole = rig.engine().loadFile(path.c_str());
     ASSERT_TRUE(rig.waitForEnd(whole));

@@ -115,19 +115,6 @@ TEST_F(DecodedContent, LossyFilesKeepLengthToneAndChannelLevels) {
     }
 }
 
-// The track's length as the container states it (ffprobe's duration_ts,
-// at the sample rate for these files); -1 on failure.
-long statedFrames(const std::string& file) {
-    const std::string command = "ffprobe -v error -select_streams a:0 -show_entries stream=duration_ts "
-                                "-of default=nw=1:nk=1 '" + file + "'";
-    FILE* pipe = ::popen(command.c_str(), "r");
-    if (pipe == nullptr) return -1;
-    long frames = -1;
-    if (std::fscanf(pipe, "%ld", &frames) != 1) frames = -1;
-    ::pclose(pipe);
-    return frames;
-}
-
 TEST_F(DecodedContent, AnM4aEndsWhereItsEditListSaysAndStartsAfterThePriming) {
     // A length that no AAC frame boundary meets: the last frame's padding
     // is left out, as far as the container's edit list says: to the frame
@@ -146,7 +133,7 @@ TEST_F(DecodedContent, AnM4aEndsWhereItsEditListSaysAndStartsAfterThePriming) {
     for (const auto& f : files) {
         SCOPED_TRACE(f.name);
         ASSERT_TRUE(wvtest::encodeWithFfmpeg(path("odd.wav"), path(f.name), f.args));
-        ASSERT_EQ(statedFrames(path(f.name)), long(f.stated));
+        ASSERT_EQ(wvtest::probeStreamFrames(path(f.name)), long(f.stated));
         std::vector<int16_t> ffmpeg;  // every frame ffmpeg's decoder makes, padding included
         ASSERT_TRUE(wvtest::decodeToPcm16(path(f.name), dir->path(), &ffmpeg));
         ASSERT_GT(ffmpeg.size(), size_t(f.stated) * 2);

@@ -90,6 +90,16 @@ bool probeAudio(const std::string& path, StreamInfo* info) {
     return info->sampleRate > 0 && info->channels > 0;
 }
 
+long probeStreamFrames(const std::string& path) {
+    std::string output;
+    const std::string command = "ffprobe -v error -select_streams a:0 -show_entries stream=duration_ts "
+                                "-of default=nw=1:nk=1 " + quoted(path);
+    if (!runCapture(command, &output)) return -1;
+    char* end = nullptr;
+    const long frames = std::strtol(output.c_str(), &end, 10);
+    return end == output.c_str() ? -1 : frames;
+}
+
 bool decodeToPcm16(const std::string& path, const std::string& scratchDir, std::vector<int16_t>* pcm) {
     const std::string raw = scratchDir + "/decoded.s16le";
     const std::string command =

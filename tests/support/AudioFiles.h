@@ -32,6 +32,12 @@ struct StreamInfo {
 // The first audio stream of `path` as ffprobe sees it; false on failure.
 bool probeAudio(const std::string& path, StreamInfo* info);
 
+// The first audio stream's length as its container states it, in frames of
+// its time base (ffprobe's duration_ts: the last Ogg granule position, an
+// MP4 track's duration, at the sample rate for the engine's outputs); -1 on
+// failure.
+long probeStreamFrames(const std::string& path);
+
 // Decodes `path` with ffmpeg into interleaved 16-bit samples at the file's
 // own rate and channel count, using `scratchDir` for the raw file. False on
 // failure.
