@@ -282,6 +282,7 @@ bool writeDataFiles(Session& session, const WaveformOptions& options, const Load
     PeakData data;
     data.sampleRate = source.sampleRate;
     data.bits = options.bits;
+    data.sharedRules = options.averageChannels || options.splitChannels;
     const uint64_t rate = uint64_t(source.sampleRate);
     const uint64_t firstFrame = uint64_t(options.fromMs) * rate / 1000;
     const uint64_t endFrame = endFrameAtMs(toMs, source.sampleRate, source.frames);
@@ -451,6 +452,10 @@ void addWaveformCommand(CLI::App& app, CommandLine& line) {
                      "opposite phase to the other averages to silence). For the same data as those\n"
                      "tools give with -z N: --zoom N --average-channels. --split-channels writes one\n"
                      "data channel per audio channel instead (rendered once to the working folder).\n"
+                     "With either, the data follow those tools' rules to the byte: 8-bit values are\n"
+                     "the 16-bit ones divided by 256 rounded toward zero, and a --dat of one channel\n"
+                     "is version 1 (no channel count). MP3s still lose their encoder delay and\n"
+                     "padding here, so their data can be a few pixels shorter.\n"
                      "Files of more than two channels are loaded as stereo: the data are of that.\n"
                      "Examples:\n"
                      "  wavoryx waveform song.mp3\n"

@@ -11,25 +11,30 @@ namespace wvcli {
 namespace {
 
 constexpr int32_t kVersion = 2;
+constexpr int32_t kVersionWithoutChannels = 1;
 constexpr uint32_t kEightBitFlag = 1;
 
 void putLittle32(std::string& out, uint32_t value) {
     for (int shift = 0; shift < 32; shift += 8) out += char((value >> shift) & 0xFF);
 }
 
-int valueAt(const PeakData& data, size_t i) { return data.bits == 8 ? data.minMax[i] >> 8 : data.minMax[i]; }
+int valueAt(const PeakData& data, size_t i) {
+    if (data.bits == 16) return data.minMax[i];
+    return data.sharedRules ? data.minMax[i] / 256 : data.minMax[i] >> 8;
+}
 
 }  // namespace
 
 std::string datBytes(const PeakData& data) {
     std::string out;
     const uint32_t pixels = uint32_t(data.minMax.size() / 2 / size_t(data.channels));
-    putLittle32(out, uint32_t(kVersion));
+    const int32_t version = data.sharedRules && data.channels == 1 ? kVersionWithoutChannels : kVersion;
+    putLittle32(out, uint32_t(version));
     putLittle32(out, data.bits == 8 ? kEightBitFlag : 0);
     putLittle32(out, uint32_t(data.sampleRate));
     putLittle32(out, uint32_t(data.samplesPerPixel));
     putLittle32(out, pixels);
-    putLittle32(out, uint32_t(data.channels));
+    if (version == kVersion) putLittle32(out, uint32_t(data.channels));
     out.reserve(out.size() + data.minMax.size() * size_t(data.bits / 8));
     for (size_t i = 0; i < data.minMax.size(); ++i) {
         const uint16_t value = uint16_t(valueAt(data, i));

@@ -10,7 +10,11 @@
 // "data", the pairs flattened: [min0, max0, min1, max1, ...].
 //
 // 8-bit values are the 16-bit ones shifted right by 8 (rounded down:
-// -32768 is -128, 32767 is 127).
+// -32768 is -128, 32767 is 127). Data marked `sharedRules` follow what the
+// other waveform data tools write instead, so their users can compare files
+// byte for byte: 8-bit values divided by 256 rounded toward zero, and a
+// binary file of one channel in version 1 (the same header without the
+// channel count).
 #ifndef WAVORYX_CLI_WAVEFORMFILES_H
 #define WAVORYX_CLI_WAVEFORMFILES_H
 
@@ -26,6 +30,7 @@ struct PeakData {
     int bits = 16;                // 8 or 16
     int channels = 1;             // of data: pairs per pixel
     std::vector<int16_t> minMax;  // per pixel, one (min, max) pair per channel
+    bool sharedRules = false;
 };
 
 std::string datBytes(const PeakData& data);
