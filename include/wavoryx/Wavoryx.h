@@ -110,7 +110,7 @@ enum wv_event {
  * each worker pauses after every chunk for as long as the chunk took, so it
  * uses about half of a core. It changes no operating-system priority. */
 typedef int32_t thread_priority_t;
-enum : thread_priority_t { WV_PRIORITY_NORMAL = 0, WV_PRIORITY_LOW = 1 };
+enum { WV_PRIORITY_NORMAL = 0, WV_PRIORITY_LOW = 1 };
 
 /* Shapes of fades and crossfades (setClipFade, setListCrossfade); x runs
  * from 0 to 1 across the fade. Linear: x. Equal power: sin(x pi/2) (a
@@ -149,6 +149,9 @@ struct WvSourceInfo {
 /* The client callback: (event code, item id, event value, NULL, NULL). */
 typedef void (*wavoryx_callback_t)(int, int, int, char*, void*);
 
+/* Up to here the header is also C (wavoryx_c.h includes it for these
+ * types and codes); the class and the rest are C++ only. */
+#ifdef __cplusplus
 class WavoryxPriv;
 
 class WAVORYX_API Wavoryx {
@@ -174,6 +177,12 @@ public:
     int32_t stopThreadLoop();
     /* NULL switches delivery off: events are then taken and dropped. */
     int32_t setCallback(wavoryx_callback_t callback);
+    /* The same, and every event then carries `user` as the callback's last
+     * argument (cb(code, itemId, value, NULL, user)), so that one callback
+     * serves several engines. Callback and user change together: an event
+     * is delivered with the pair set before it or the pair set after it,
+     * never one of each. Returns 0. */
+    int32_t setCallback(wavoryx_callback_t callback, void* user);
     /* Kept for compatibility: no effect, returns 0. */
     [[deprecated("does nothing; kept for compatibility")]] int32_t enableWaveformCallback(int, int,
                                                                                           int, int);
@@ -533,5 +542,6 @@ private:
 insertClipMs(int, int, int, unsigned int, unsigned int);
 [[deprecated("does nothing; kept for compatibility")]] WAVORYX_API int32_t removeClip(int,
                                                                                       unsigned int);
+#endif /* __cplusplus */
 
 #endif /* WAVORYX_WAVORYX_H */

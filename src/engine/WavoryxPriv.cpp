@@ -66,8 +66,8 @@ int32_t WavoryxPriv::stopThreadLoop() {
     return 0;
 }
 
-int32_t WavoryxPriv::setCallback(ClientCallback callback) {
-    mCallbackThread->setCallback(callback);
+int32_t WavoryxPriv::setCallback(ClientCallback callback, void* user) {
+    mCallbackThread->setCallback(callback, user);
     return 0;
 }
 

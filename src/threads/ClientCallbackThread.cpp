@@ -16,10 +16,15 @@ void ClientCallbackThread::notify(const WVThreadCmd& event, int32_t delayMs) {
 void ClientCallbackThread::procCmd(WVThreadCmd& event) {
     // The client must never hear of the end before playback has stopped.
     if (event.code == EVT_PLAY_END) mEngine->playStop(event.pcmId);
-    ClientCallback callback = mCallback.load(std::memory_order_acquire);
+    ClientCallback callback;
+    void* user;
+    {
+        std::lock_guard<std::mutex> guard(mTargetLock);
+        callback = mCallback;
+        user = mUser;
+    }
     if (callback != nullptr) {
-        callback(static_cast<int>(event.code), static_cast<int>(event.pcmId), event.arg, nullptr,
-                 nullptr);
+        callback(static_cast<int>(event.code), static_cast<int>(event.pcmId), event.arg, nullptr, user);
     }
 }
 

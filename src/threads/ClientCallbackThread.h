@@ -4,7 +4,7 @@
 // thread the client lent or let the engine start.
 #pragma once
 
-#include <atomic>
+#include <mutex>
 
 #include "threads/ClientEvents.h"
 #include "threads/EngineHooks.h"
@@ -17,11 +17,15 @@ public:
     explicit ClientCallbackThread(EngineHooks* engine) : mEngine(engine) {}
     ~ClientCallbackThread() override = default;
 
-    // Null switches delivery off: events are then taken and dropped.
-    void setCallback(ClientCallback callback) {
-        mCallback.store(callback, std::memory_order_release);
+    // Null switches delivery off: events are then taken and dropped. The
+    // pair changes at once, so no event reaches one callback with the
+    // other's data (an engine per language binding tells its events apart
+    // by the data alone).
+    void setCallback(ClientCallback callback, void* user) {
+        std::lock_guard<std::mutex> guard(mTargetLock);
+        mCallback = callback;
+        mUser = user;
     }
-    ClientCallback callback() const { return mCallback.load(std::memory_order_acquire); }
 
     // Posts an event: dropped when it is a waveform level and no loop runs,
     // else queued after delayMs (0: at once, in posting order).
@@ -33,7 +37,9 @@ protected:
 
 private:
     EngineHooks* mEngine;
-    std::atomic<ClientCallback> mCallback{nullptr};
+    std::mutex mTargetLock;
+    ClientCallback mCallback = nullptr;
+    void* mUser = nullptr;
 };
 
 }  // namespace wv
