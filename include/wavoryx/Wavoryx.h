@@ -370,7 +370,9 @@ public:
      * created new, mode 0666 less the umask. An existing regular file (or a
      * link to one: the file it leads to) is kept, bytes and mode, until the
      * job completes: the job writes "<file>.<pid>.<n>.part" beside it and
-     * renames that over it at the end. A device or FIFO (or a link to one)
+     * renames that over it at the end. The job locks (flock) that file while
+     * it lives; one left unlocked by a killed process is removed by the next
+     * job that replaces the same file. A device or FIFO (or a link to one)
      * is written as it is, never removed, renamed over or chmod'ed; a FIFO
      * needs a reader when the job starts. A link to nothing is refused. */
     int32_t setOutputPara(int listId, char const* path, encode_type type);

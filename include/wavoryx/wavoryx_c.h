@@ -114,7 +114,8 @@ WAVORYX_API int32_t wv_get_pcm_duration(wv_engine* engine, int32_t id);
 WAVORYX_API int32_t wv_get_waveform_samples(wv_engine* engine, int32_t id, unsigned int start_ms,
                                             unsigned int end_ms, unsigned int count, void* buffer);
 WAVORYX_API int32_t wv_get_waveform_peaks(wv_engine* engine, int32_t id, unsigned int start_ms,
-                                          unsigned int end_ms, unsigned int count, int16_t* min_max);
+                                          unsigned int end_ms, unsigned int count,
+                                          int16_t* min_max);
 
 /* Clip lists: as newClipList, addClip, addClipMs, setClipGain, setClipFade,
  * setListCrossfade, setListGain. */
@@ -124,18 +125,20 @@ WAVORYX_API int32_t wv_add_clip(wv_engine* engine, int32_t list_id, int32_t pcm_
 WAVORYX_API int32_t wv_add_clip_ms(wv_engine* engine, int32_t list_id, int32_t pcm_id,
                                    unsigned int start_ms, unsigned int end_ms);
 WAVORYX_API int32_t wv_set_clip_gain(wv_engine* engine, int32_t list_id, int clip, int millibels);
-WAVORYX_API int32_t wv_set_clip_fade(wv_engine* engine, int32_t list_id, int clip, unsigned int in_ms,
-                                     unsigned int out_ms, int shape);
-WAVORYX_API int32_t wv_set_list_crossfade(wv_engine* engine, int32_t list_id, unsigned int ms, int shape);
+WAVORYX_API int32_t wv_set_clip_fade(wv_engine* engine, int32_t list_id, int clip,
+                                     unsigned int in_ms, unsigned int out_ms, int shape);
+WAVORYX_API int32_t wv_set_list_crossfade(wv_engine* engine, int32_t list_id, unsigned int ms,
+                                          int shape);
 WAVORYX_API int32_t wv_set_list_gain(wv_engine* engine, int32_t list_id, int millibels);
 
 /* Rendering: as setOutputPara (type: an ENCODE_ value, any other renders
  * as WAV), setEncodePara, setEncodeOptions, setResampleQuality,
  * setListLoudness, getListLoudnessResult, getOutputBitRate, process,
  * cancelProcess, measureLoudness. */
-WAVORYX_API int32_t wv_set_output_para(wv_engine* engine, int32_t list_id, const char* path, int type);
-WAVORYX_API int32_t wv_set_encode_para(wv_engine* engine, int32_t list_id, int sample_rate, int bit_rate,
-                                       int channel_count, int force_stereo);
+WAVORYX_API int32_t wv_set_output_para(wv_engine* engine, int32_t list_id, const char* path,
+                                       int type);
+WAVORYX_API int32_t wv_set_encode_para(wv_engine* engine, int32_t list_id, int sample_rate,
+                                       int bit_rate, int channel_count, int force_stereo);
 WAVORYX_API int32_t wv_set_encode_options(wv_engine* engine, int32_t id, int quality, int vbr,
                                           int joint_stereo);
 WAVORYX_API int32_t wv_set_resample_quality(wv_engine* engine, int32_t list_id, int quality);

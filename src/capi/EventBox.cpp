@@ -82,7 +82,8 @@ int EventBox::wait(int32_t id, int timeoutMs, wv_event_record* ending) {
     // An ending may come before its start is counted (the job ran while the
     // starting call returned): counts, not order, decide.
     const uint64_t awaited = found->second.started;
-    const bool ended = waitFor(lock, timeoutMs, [this, id, awaited] { return mJobs[id].ended >= awaited; });
+    const bool ended =
+        waitFor(lock, timeoutMs, [this, id, awaited] { return mJobs[id].ended >= awaited; });
     if (!ended) return 0;
     if (ending != nullptr) *ending = mJobs[id].last;
     return 1;

@@ -28,7 +28,8 @@ void onEvent(int code, int id, int value, char*, void* user) {
 // A folder of our own: nobody else's files can be in it.
 std::string makePrivateFolder() {
     const char* tmp = std::getenv("TMPDIR");
-    std::string pattern = std::string(tmp != nullptr && *tmp != '\0' ? tmp : "/tmp") + "/wavoryx-c-XXXXXX";
+    std::string pattern =
+        std::string(tmp != nullptr && *tmp != '\0' ? tmp : "/tmp") + "/wavoryx-c-XXXXXX";
     if (mkdtemp(&pattern[0]) == nullptr) return std::string();
     return pattern;
 }
@@ -44,7 +45,8 @@ int32_t started(wv_engine* e, int32_t id, int32_t result) {
 // The class takes any value as WAV; an int outside the enum's values must not
 // become an encode_type (that is undefined), so it is made WAV here.
 encode_type encodeType(int type) {
-    return type >= ENCODE_WAV && type <= ENCODE_VORBIS ? static_cast<encode_type>(type) : ENCODE_WAV;
+    return type >= ENCODE_WAV && type <= ENCODE_VORBIS ? static_cast<encode_type>(type)
+                                                       : ENCODE_WAV;
 }
 
 }  // namespace
@@ -81,7 +83,9 @@ int wv_set_callback(wv_engine* e, wv_event_fn fn, void* user) {
     return WV_OK;
 }
 
-int wv_next_event(wv_engine* e, wv_event_record* out, int timeout_ms) { return e->events.next(out, timeout_ms); }
+int wv_next_event(wv_engine* e, wv_event_record* out, int timeout_ms) {
+    return e->events.next(out, timeout_ms);
+}
 
 int wv_wait(wv_engine* e, int32_t id, int timeout_ms, wv_event_record* ending) {
     return e->events.wait(id, timeout_ms, ending);
@@ -89,54 +93,93 @@ int wv_wait(wv_engine* e, int32_t id, int timeout_ms, wv_event_record* ending) {
 
 const char* wv_result_text(int32_t result) {
     switch (result) {
-        case WV_OK: return "success";
-        case WV_ERR_NO_ITEM: return "no such item";
-        case WV_ERR_WRONG_ITEM: return "the item's kind or state does not allow it";
-        case WV_ERR_DURATION_UNKNOWN: return "the duration is not known yet";
-        case WV_ERR_OUT_OF_RANGE: return "an argument is out of range";
-        case WV_ERR_NOT_READY: return "the recorder or player is not in the state needed";
-        case WV_ERR_NO_MEMORY: return "out of memory";
-        case WV_ERR_PLAY_START: return "playback could not start";
-        default: return result > 0 ? "success (a new item's id)" : "unknown result";
+        case WV_OK:
+            return "success";
+        case WV_ERR_NO_ITEM:
+            return "no such item";
+        case WV_ERR_WRONG_ITEM:
+            return "the item's kind or state does not allow it";
+        case WV_ERR_DURATION_UNKNOWN:
+            return "the duration is not known yet";
+        case WV_ERR_OUT_OF_RANGE:
+            return "an argument is out of range";
+        case WV_ERR_NOT_READY:
+            return "the recorder or player is not in the state needed";
+        case WV_ERR_NO_MEMORY:
+            return "out of memory";
+        case WV_ERR_PLAY_START:
+            return "playback could not start";
+        default:
+            return result > 0 ? "success (a new item's id)" : "unknown result";
     }
 }
 
 const char* wv_event_name(int code) {
     switch (code) {
-        case WV_EVENT_LOAD_FAILED: return "LOAD_FAILED";
-        case WV_EVENT_LOAD_PROGRESS: return "LOAD_PROGRESS";
-        case WV_EVENT_LOAD_DONE: return "LOAD_DONE";
-        case WV_EVENT_LOAD_CANCELLED: return "LOAD_CANCELLED";
-        case WV_EVENT_LOAD_STARTED: return "LOAD_STARTED";
-        case WV_EVENT_LOAD_NO_SPACE: return "LOAD_NO_SPACE";
-        case WV_EVENT_LOAD_DAMAGED: return "LOAD_DAMAGED";
-        case WV_EVENT_RENDER_FAILED: return "RENDER_FAILED";
-        case WV_EVENT_RENDER_PROGRESS: return "RENDER_PROGRESS";
-        case WV_EVENT_RENDER_DONE: return "RENDER_DONE";
-        case WV_EVENT_RENDER_CANCELLED: return "RENDER_CANCELLED";
-        case WV_EVENT_RENDER_STOPPED: return "RENDER_STOPPED";
-        case WV_EVENT_LOUDNESS: return "LOUDNESS";
-        case WV_EVENT_TRUE_PEAK: return "TRUE_PEAK";
-        case WV_EVENT_LOUDNESS_RANGE: return "LOUDNESS_RANGE";
-        case WV_EVENT_PLAY_FAILED: return "PLAY_FAILED";
-        case WV_EVENT_PLAY_END: return "PLAY_END";
-        case WV_EVENT_PLAY_WAITING: return "PLAY_WAITING";
-        case WV_EVENT_PLAY_RESUMED: return "PLAY_RESUMED";
-        case WV_EVENT_RECORD_FAILED: return "RECORD_FAILED";
-        case WV_EVENT_RECORD_STARTED: return "RECORD_STARTED";
-        case WV_EVENT_RECORD_ENDED: return "RECORD_ENDED";
-        case WV_EVENT_RECORD_NO_SPACE: return "RECORD_NO_SPACE";
-        case WV_EVENT_RECORD_RESUMED: return "RECORD_RESUMED";
-        case WV_EVENT_RECORD_PAUSED: return "RECORD_PAUSED";
-        case WV_EVENT_RECORD_LOST_AUDIO: return "RECORD_LOST_AUDIO";
-        case WV_EVENT_RECORD_LEVEL: return "RECORD_LEVEL";
-        default: return "UNKNOWN";
+        case WV_EVENT_LOAD_FAILED:
+            return "LOAD_FAILED";
+        case WV_EVENT_LOAD_PROGRESS:
+            return "LOAD_PROGRESS";
+        case WV_EVENT_LOAD_DONE:
+            return "LOAD_DONE";
+        case WV_EVENT_LOAD_CANCELLED:
+            return "LOAD_CANCELLED";
+        case WV_EVENT_LOAD_STARTED:
+            return "LOAD_STARTED";
+        case WV_EVENT_LOAD_NO_SPACE:
+            return "LOAD_NO_SPACE";
+        case WV_EVENT_LOAD_DAMAGED:
+            return "LOAD_DAMAGED";
+        case WV_EVENT_RENDER_FAILED:
+            return "RENDER_FAILED";
+        case WV_EVENT_RENDER_PROGRESS:
+            return "RENDER_PROGRESS";
+        case WV_EVENT_RENDER_DONE:
+            return "RENDER_DONE";
+        case WV_EVENT_RENDER_CANCELLED:
+            return "RENDER_CANCELLED";
+        case WV_EVENT_RENDER_STOPPED:
+            return "RENDER_STOPPED";
+        case WV_EVENT_LOUDNESS:
+            return "LOUDNESS";
+        case WV_EVENT_TRUE_PEAK:
+            return "TRUE_PEAK";
+        case WV_EVENT_LOUDNESS_RANGE:
+            return "LOUDNESS_RANGE";
+        case WV_EVENT_PLAY_FAILED:
+            return "PLAY_FAILED";
+        case WV_EVENT_PLAY_END:
+            return "PLAY_END";
+        case WV_EVENT_PLAY_WAITING:
+            return "PLAY_WAITING";
+        case WV_EVENT_PLAY_RESUMED:
+            return "PLAY_RESUMED";
+        case WV_EVENT_RECORD_FAILED:
+            return "RECORD_FAILED";
+        case WV_EVENT_RECORD_STARTED:
+            return "RECORD_STARTED";
+        case WV_EVENT_RECORD_ENDED:
+            return "RECORD_ENDED";
+        case WV_EVENT_RECORD_NO_SPACE:
+            return "RECORD_NO_SPACE";
+        case WV_EVENT_RECORD_RESUMED:
+            return "RECORD_RESUMED";
+        case WV_EVENT_RECORD_PAUSED:
+            return "RECORD_PAUSED";
+        case WV_EVENT_RECORD_LOST_AUDIO:
+            return "RECORD_LOST_AUDIO";
+        case WV_EVENT_RECORD_LEVEL:
+            return "RECORD_LEVEL";
+        default:
+            return "UNKNOWN";
     }
 }
 
 const char* wv_version(void) { return WAVORYX_VERSION_TEXT; }
 
-int32_t wv_set_thread_priority(wv_engine* e, int32_t priority) { return e->engine.setThreadPriority(priority); }
+int32_t wv_set_thread_priority(wv_engine* e, int32_t priority) {
+    return e->engine.setThreadPriority(priority);
+}
 int32_t wv_dump(wv_engine* e) { return e->engine.dump(); }
 int32_t wv_remove_pcm(wv_engine* e, int32_t id) { return e->engine.removePcm(id); }
 
@@ -145,9 +188,12 @@ int32_t wv_load_file(wv_engine* e, const char* path) {
     return started(e, id, id);
 }
 
-int32_t wv_get_source_info(wv_engine* e, int32_t id, WvSourceInfo* info) { return e->engine.getSourceInfo(id, info); }
+int32_t wv_get_source_info(wv_engine* e, int32_t id, WvSourceInfo* info) {
+    return e->engine.getSourceInfo(id, info);
+}
 
-int32_t wv_get_source_tag(wv_engine* e, int32_t id, const char* name, char* value, unsigned int size) {
+int32_t wv_get_source_tag(wv_engine* e, int32_t id, const char* name, char* value,
+                          unsigned int size) {
     return e->engine.getSourceTag(id, name, value, size);
 }
 
@@ -159,19 +205,24 @@ int32_t wv_get_source_frames(wv_engine* e, int32_t id, uint32_t* frames) {
     return e->engine.getSourceFrames(id, frames);
 }
 
-int32_t wv_load_file_range(wv_engine* e, const char* path, unsigned int start_ms, unsigned int end_ms) {
+int32_t wv_load_file_range(wv_engine* e, const char* path, unsigned int start_ms,
+                           unsigned int end_ms) {
     const int32_t id = e->engine.loadFileRange(path, start_ms, end_ms);
     return started(e, id, id);
 }
 
 int32_t wv_cancel_load_file(wv_engine* e, int32_t id) { return e->engine.cancelLoadFile(id); }
 int32_t wv_get_pcm_sample_rate(wv_engine* e, int32_t id) { return e->engine.getPcmSampleRate(id); }
-int32_t wv_get_pcm_channel_count(wv_engine* e, int32_t id) { return e->engine.getPcmChannelCount(id); }
-int32_t wv_get_pcm_frame_length(wv_engine* e, int32_t id) { return e->engine.getPcmFrameLength(id); }
+int32_t wv_get_pcm_channel_count(wv_engine* e, int32_t id) {
+    return e->engine.getPcmChannelCount(id);
+}
+int32_t wv_get_pcm_frame_length(wv_engine* e, int32_t id) {
+    return e->engine.getPcmFrameLength(id);
+}
 int32_t wv_get_pcm_duration(wv_engine* e, int32_t id) { return e->engine.getPcmDuration(id); }
 
-int32_t wv_get_waveform_samples(wv_engine* e, int32_t id, unsigned int start_ms, unsigned int end_ms,
-                                unsigned int count, void* buffer) {
+int32_t wv_get_waveform_samples(wv_engine* e, int32_t id, unsigned int start_ms,
+                                unsigned int end_ms, unsigned int count, void* buffer) {
     return e->engine.getWaveformSamples(id, start_ms, end_ms, count, buffer);
 }
 
@@ -187,7 +238,8 @@ int32_t wv_add_clip(wv_engine* e, int32_t list_id, int32_t pcm_id, unsigned int 
     return e->engine.addClip(list_id, pcm_id, start_frame, end_frame);
 }
 
-int32_t wv_add_clip_ms(wv_engine* e, int32_t list_id, int32_t pcm_id, unsigned int start_ms, unsigned int end_ms) {
+int32_t wv_add_clip_ms(wv_engine* e, int32_t list_id, int32_t pcm_id, unsigned int start_ms,
+                       unsigned int end_ms) {
     return e->engine.addClipMs(list_id, pcm_id, start_ms, end_ms);
 }
 
@@ -195,8 +247,8 @@ int32_t wv_set_clip_gain(wv_engine* e, int32_t list_id, int clip, int millibels)
     return e->engine.setClipGain(list_id, clip, millibels);
 }
 
-int32_t wv_set_clip_fade(wv_engine* e, int32_t list_id, int clip, unsigned int in_ms, unsigned int out_ms,
-                         int shape) {
+int32_t wv_set_clip_fade(wv_engine* e, int32_t list_id, int clip, unsigned int in_ms,
+                         unsigned int out_ms, int shape) {
     return e->engine.setClipFade(list_id, clip, in_ms, out_ms, shape);
 }
 
@@ -212,8 +264,8 @@ int32_t wv_set_output_para(wv_engine* e, int32_t list_id, const char* path, int 
     return e->engine.setOutputPara(list_id, path, encodeType(type));
 }
 
-int32_t wv_set_encode_para(wv_engine* e, int32_t list_id, int sample_rate, int bit_rate, int channel_count,
-                           int force_stereo) {
+int32_t wv_set_encode_para(wv_engine* e, int32_t list_id, int sample_rate, int bit_rate,
+                           int channel_count, int force_stereo) {
     return e->engine.setEncodePara(list_id, sample_rate, bit_rate, channel_count, force_stereo);
 }
 
@@ -234,9 +286,15 @@ int32_t wv_get_list_loudness_result(wv_engine* e, int32_t list_id, int32_t* reac
 }
 
 int32_t wv_get_output_bit_rate(wv_engine* e, int32_t id) { return e->engine.getOutputBitRate(id); }
-int32_t wv_process(wv_engine* e, int32_t list_id) { return started(e, list_id, e->engine.process(list_id)); }
-int32_t wv_cancel_process(wv_engine* e, int32_t list_id) { return e->engine.cancelProcess(list_id); }
-int32_t wv_measure_loudness(wv_engine* e, int32_t id) { return started(e, id, e->engine.measureLoudness(id)); }
+int32_t wv_process(wv_engine* e, int32_t list_id) {
+    return started(e, list_id, e->engine.process(list_id));
+}
+int32_t wv_cancel_process(wv_engine* e, int32_t list_id) {
+    return e->engine.cancelProcess(list_id);
+}
+int32_t wv_measure_loudness(wv_engine* e, int32_t id) {
+    return started(e, id, e->engine.measureLoudness(id));
+}
 int32_t wv_play_start(wv_engine* e, int32_t id) { return started(e, id, e->engine.playStart(id)); }
 int32_t wv_play_pause(wv_engine* e) { return e->engine.playPause(); }
 int32_t wv_play_resume(wv_engine* e) { return e->engine.playResume(); }
@@ -245,10 +303,10 @@ int32_t wv_play_seek_to(wv_engine* e, int ms) { return e->engine.playSeekTo(ms);
 int32_t wv_set_play_speed(wv_engine* e, int speed) { return e->engine.setPlaySpeed(speed); }
 int32_t wv_get_play_position_ms(wv_engine* e) { return e->engine.getPlayPositionMs(); }
 
-int32_t wv_record_start(wv_engine* e, const char* path, int type, int sample_rate, int channel_count, int bit_rate,
-                        int audio_source, int effect) {
-    const int32_t id =
-        e->engine.recordStart(path, encodeType(type), sample_rate, channel_count, bit_rate, audio_source, effect);
+int32_t wv_record_start(wv_engine* e, const char* path, int type, int sample_rate,
+                        int channel_count, int bit_rate, int audio_source, int effect) {
+    const int32_t id = e->engine.recordStart(path, encodeType(type), sample_rate, channel_count,
+                                             bit_rate, audio_source, effect);
     return started(e, id, id);
 }
 

@@ -41,7 +41,7 @@ public:
     // Lifecycle and settings.
     int32_t startThreadLoop(int32_t inCallerThread);
     int32_t stopThreadLoop();
-    int32_t setCallback(wv::ClientCallback callback, void* user);
+    int32_t setCallback(wv::ClientCallback callback, void* user = nullptr);
     int32_t setWorkingDir(const char* dir);
     int32_t setThreadPriority(thread_priority_t priority);
     int32_t dump();

@@ -32,8 +32,12 @@ int32_t Wavoryx::startThreadLoop(int inCallerThread) {
     return mPriv->startThreadLoop(inCallerThread);
 }
 int32_t Wavoryx::stopThreadLoop() { return mPriv->stopThreadLoop(); }
-int32_t Wavoryx::setCallback(wavoryx_callback_t callback) { return mPriv->setCallback(callback, nullptr); }
-int32_t Wavoryx::setCallback(wavoryx_callback_t callback, void* user) { return mPriv->setCallback(callback, user); }
+int32_t Wavoryx::setCallback(wavoryx_callback_t callback) {
+    return mPriv->setCallback(callback, nullptr);
+}
+int32_t Wavoryx::setCallback(wavoryx_callback_t callback, void* user) {
+    return mPriv->setCallback(callback, user);
+}
 int32_t Wavoryx::enableWaveformCallback(int, int, int, int) { return 0; }
 int32_t Wavoryx::setWorkingDir(char const* dir) { return mPriv->setWorkingDir(dir); }
 int32_t Wavoryx::setThreadPriority(thread_priority_t priority) {

@@ -1,7 +1,9 @@
 #define WV_LOG_TAG "OutputFile"
 #include "platform/OutputFile.h"
 
+#include <dirent.h>
 #include <fcntl.h>
+#include <sys/file.h>
 #include <sys/stat.h>
 #include <unistd.h>
 
@@ -23,6 +25,54 @@ constexpr int kAttempts = 4;
 std::atomic<unsigned> gPartCounter{0};
 
 bool isSeekable(int fd) { return ::lseek(fd, 0, SEEK_CUR) >= 0; }
+
+// "<name>.<digits>.<digits>.part": the shape of the part files of `name`.
+bool isPartOf(const std::string& entry, const std::string& name) {
+    const std::string suffix = ".part";
+    if (entry.size() <= name.size() + 1 + suffix.size() ||
+        entry.compare(0, name.size(), name) != 0 || entry[name.size()] != '.' ||
+        entry.compare(entry.size() - suffix.size(), suffix.size(), suffix) != 0) {
+        return false;
+    }
+    const std::string middle =
+        entry.substr(name.size() + 1, entry.size() - name.size() - 1 - suffix.size());
+    const size_t dot = middle.find('.');
+    if (dot == std::string::npos || dot == 0 || dot + 1 == middle.size()) return false;
+    return middle.find_first_not_of("0123456789.") == std::string::npos &&
+           middle.find('.', dot + 1) == std::string::npos;
+}
+
+// Removes the part files of `file` that no live writer holds.
+void removeStaleParts(const std::string& file) {
+    const size_t slash = file.rfind('/');
+    const std::string folder = slash == std::string::npos ? "." : file.substr(0, slash + 1);
+    const std::string name = slash == std::string::npos ? file : file.substr(slash + 1);
+    const int dirFd = ::open(folder.c_str(), O_RDONLY | O_DIRECTORY | O_CLOEXEC);
+    if (dirFd < 0) return;
+    DIR* dir = ::fdopendir(dirFd);
+    if (dir == nullptr) {
+        ::close(dirFd);
+        return;
+    }
+    while (const dirent* entry = ::readdir(dir)) {
+        const std::string entryName = entry->d_name;
+        if (!isPartOf(entryName, name)) continue;
+        const int fd =
+            ::openat(dirFd, entryName.c_str(), O_RDONLY | O_NOFOLLOW | O_CLOEXEC | O_NONBLOCK);
+        if (fd < 0) continue;
+        struct stat opened, named;
+        if (::fstat(fd, &opened) == 0 && S_ISREG(opened.st_mode) && opened.st_uid == ::geteuid() &&
+            opened.st_nlink == 1 && ::flock(fd, LOCK_EX | LOCK_NB) == 0 &&
+            ::fstatat(dirFd, entryName.c_str(), &named, AT_SYMLINK_NOFOLLOW) == 0 &&
+            named.st_dev == opened.st_dev && named.st_ino == opened.st_ino) {
+            WV_LOGW("removing %s%s, left by a run that ended before finishing it", folder.c_str(),
+                    entryName.c_str());
+            ::unlinkat(dirFd, entryName.c_str(), 0);
+        }
+        ::close(fd);
+    }
+    ::closedir(dir);
+}
 
 }  // namespace
 
@@ -113,6 +163,9 @@ int OutputFile::openReplacing(const std::string& file, const struct stat& old) {
             if (errno == EEXIST) continue;
             return -errno;
         }
+        // Locked before anything else can look at it: an unlocked part file
+        // is a dead run's.
+        ::flock(fd, LOCK_EX);
         struct stat st;
         ::fstat(fd, &st);
         // The new file is this process's own: it takes the old one's
@@ -130,6 +183,7 @@ int OutputFile::openReplacing(const std::string& file, const struct stat& old) {
         mWriting = part;
         mReplace = file;
         mSeekable = true;
+        removeStaleParts(file);
         return 0;
     }
     return -EEXIST;
@@ -137,6 +191,9 @@ int OutputFile::openReplacing(const std::string& file, const struct stat& old) {
 
 int OutputFile::commit() {
     if (mKind == Kind::None) return 0;
+    // The lock must outlive the close, which reports a late write error, up
+    // to the rename: a duplicate descriptor shares it.
+    if (mKind == Kind::Temporary) mLockFd = ::fcntl(mFd, F_DUPFD_CLOEXEC, 0);
     const int closed = ::close(mFd);
     const int closeError = errno;
     mFd = -1;
@@ -145,6 +202,7 @@ int OutputFile::commit() {
         // reports it here): the output is not complete.
         WV_LOGE("output %s did not close: %s", mWriting.c_str(), std::strerror(closeError));
         removeMade();
+        closeLock();
         mKind = Kind::None;
         return -closeError;
     }
@@ -153,11 +211,18 @@ int OutputFile::commit() {
         WV_LOGE("output %s cannot replace %s: %s", mWriting.c_str(), mReplace.c_str(),
                 std::strerror(error));
         removeMade();
+        closeLock();
         mKind = Kind::None;
         return -error;
     }
+    closeLock();
     mKind = Kind::None;
     return 0;
+}
+
+void OutputFile::closeLock() {
+    if (mLockFd >= 0) ::close(mLockFd);
+    mLockFd = -1;
 }
 
 void OutputFile::discard() {

@@ -18,6 +18,13 @@
 // Every descriptor is close-on-exec, and a link is never followed into a
 // name this object creates.
 //
+// A ".part" file is locked (flock) by its writer from its creation until it
+// has been renamed or removed. One that a killed process left behind is
+// unlocked: the next open() that replaces the same file removes such
+// leftovers (regular files of this user, one link, named "<file>.<digits>.
+// <digits>.part"). A lock, unlike a process id, means the same in every
+// PID namespace that shares the file system.
+//
 // discard() (also the destructor of an uncommitted file) closes the file and
 // removes what open() created (the new target or the ".part" file), after
 // checking that the name still leads to the very file it made; the target
@@ -65,9 +72,11 @@ private:
     int openReplacing(const std::string& file, const struct stat& old);
     // Removes mWriting when it still names the file this object created.
     void removeMade();
+    void closeLock();
 
     Kind mKind = Kind::None;
     int mFd = -1;
+    int mLockFd = -1;  // holds the ".part" file's lock while mFd closes
     bool mSeekable = false;
     dev_t mDev = 0;
     ino_t mIno = 0;

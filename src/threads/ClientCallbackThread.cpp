@@ -24,7 +24,8 @@ void ClientCallbackThread::procCmd(WVThreadCmd& event) {
         user = mUser;
     }
     if (callback != nullptr) {
-        callback(static_cast<int>(event.code), static_cast<int>(event.pcmId), event.arg, nullptr, user);
+        callback(static_cast<int>(event.code), static_cast<int>(event.pcmId), event.arg, nullptr,
+                 user);
     }
 }
 

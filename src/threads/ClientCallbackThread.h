@@ -21,7 +21,7 @@ public:
     // pair changes at once, so no event reaches one callback with the
     // other's data (an engine per language binding tells its events apart
     // by the data alone).
-    void setCallback(ClientCallback callback, void* user) {
+    void setCallback(ClientCallback callback, void* user = nullptr) {
         std::lock_guard<std::mutex> guard(mTargetLock);
         mCallback = callback;
         mUser = user;

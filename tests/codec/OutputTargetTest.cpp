@@ -6,6 +6,7 @@
 
 #include <dirent.h>
 #include <fcntl.h>
+#include <sys/file.h>
 #include <sys/stat.h>
 #include <unistd.h>
 
@@ -199,3 +200,43 @@ TEST(OutputTarget, AFileThisProcessMayNotWriteIsNotReplaced) {
 }
 
 }  // namespace
+
+// A killed run leaves its ".part" file; the next replacement of the same
+// file removes it, but never one a live writer holds (here a lock taken as
+// a writer in another process or namespace would hold it), nor anything
+// else that merely looks alike.
+TEST(OutputTarget, PartFilesOfDeadRunsGoWithTheNextReplacementLiveOnesStay) {
+    wvtest::TempDir dir;
+    const std::string path = dir.file("song.mp3");
+    wvtest::writeFile(path, "old", 3);
+    const std::string dead = path + ".4242.0.part", live = path + ".4243.7.part";
+    wvtest::writeFile(dead, "dead run", 8);
+    wvtest::writeFile(live, "live run", 8);
+    const int held = ::open(live.c_str(), O_RDONLY | O_CLOEXEC);
+    ASSERT_GE(held, 0);
+    ASSERT_EQ(::flock(held, LOCK_EX), 0);
+    const std::vector<std::string> lookAlikes = {path + ".x.0.part", path + ".12.part", dir.file("other.mp3.1.2.part"),
+                                                 path + ".1.2.part.keep"};
+    for (const std::string& name : lookAlikes) wvtest::writeFile(name, "x", 1);
+    ASSERT_EQ(::symlink(dead.c_str(), (path + ".9.9.part").c_str()), 0);
+
+    OutputFile out;
+    ASSERT_EQ(out.open(path), 0);
+    put(out, "new");
+    ASSERT_EQ(out.commit(), 0);
+    EXPECT_EQ(contents(path), "new");
+    std::set<std::string> expected = {"song.mp3", "song.mp3.4243.7.part", "song.mp3.9.9.part"};
+    for (const std::string& name : lookAlikes) expected.insert(name.substr(name.rfind('/') + 1));
+    EXPECT_EQ(namesIn(dir), expected);
+    EXPECT_EQ(contents(live), "live run");
+    ::close(held);
+
+    // Our own part file is locked while we write, so a second writer of the
+    // same file leaves it alone.
+    OutputFile first, second;
+    ASSERT_EQ(first.open(path), 0);
+    ASSERT_EQ(second.open(path), 0);
+    put(first, "first");
+    ASSERT_EQ(first.commit(), 0);
+    EXPECT_EQ(contents(path), "first");
+}
