@@ -62,8 +62,9 @@ bool examineOutput(const std::string& path, OutputTarget& target, std::string& w
 // target is unchanged, nothing is left beside it, and `done` is still there.
 bool commitOutput(const std::string& done, const OutputTarget& target, bool interruptible, std::string& why);
 
-// The engine makes its files executable by all; an output the command
-// keeps gets the mode of any new document instead (0666 less the umask).
+// Gives `path` the mode of any new document (0666 less the umask), for an
+// output the command keeps where the engine wrote it. The engine creates
+// its outputs with that mode; this holds it for a kept file whatever made it.
 void giveDocumentMode(const std::string& path);
 
 // Removes, in `folder`, the copies that runs killed while committing left

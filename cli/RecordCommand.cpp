@@ -1,5 +1,6 @@
-// wavoryx record -o OUT [--rate] [--channels] [--bitrate] [--effect E]
-// [--duration T]: records the engine's audio input (the microphone, or what
+// wavoryx record -o OUT [--rate] [--channels] [--format] [--bitrate]
+// [--quality] [--vbr] [--joint | --no-joint] [--effect E] [--duration T]:
+// records the engine's audio input (the microphone, or what
 // WAVORYX_AUDIO_IN chooses) into a WAV, MP3, FLAC, Opus, AAC or Vorbis file.
 //
 // The recording ends with --duration (counted in recorded audio: pauses do

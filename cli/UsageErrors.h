@@ -1,7 +1,7 @@
 // How the command reports a command line it cannot use: one line naming
 // the mistake, then the command's usage line and where the full help is:
 //   wavoryx: unknown command 'edt'; did you mean 'edit'?
-//   Usage: wavoryx [OPTIONS] COMMAND; see 'wavoryx --help'
+//   Usage: wavoryx [OPTIONS] SUBCOMMAND; see 'wavoryx --help'
 // A mistyped name is matched against the names that command knows (its
 // own and its parents', which its command line may also hold).
 #ifndef WAVORYX_CLI_USAGEERRORS_H

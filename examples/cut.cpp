@@ -1,4 +1,5 @@
-// The README's example: seconds 1 to 5 of a file, rendered to an MP3.
+// The library guide's example (docs/LIBRARY.md, kept equal by tests/docs):
+// seconds 1 to 5 of a file, rendered to an MP3.
 //   wavoryx_cut IN OUT.mp3
 #include <stdlib.h>
 #include <unistd.h>
