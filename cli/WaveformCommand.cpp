@@ -482,7 +482,7 @@ void addWaveformCommand(CLI::App& app, CommandLine& line) {
                      "the default data keep showing every channel's true peaks (a channel in\n"
                      "opposite phase to the other averages to silence). For the same data as those\n"
                      "tools give with -z N: --zoom N --average-channels. --split-channels writes one\n"
-                     "data channel per audio channel instead (rendered once to the working folder).\n"
+                     "data channel per audio channel instead.\n"
                      "With either, the data follow those tools' rules to the byte: 8-bit values are\n"
                      "the 16-bit ones divided by 256 rounded toward zero, and a --dat of one channel\n"
                      "is version 1 (no channel count). MP3s still lose their encoder delay and\n"
