@@ -313,7 +313,9 @@ void gatherData(const std::vector<std::vector<int16_t>>& peaks, size_t firstSet,
     data.minMax.clear();
     data.minMax.reserve(pixels * 2 * channels.size());
     for (size_t p = 0; p < pixels; ++p) {
-        for (const std::vector<int16_t>& pairs : channels) data.minMax.insert(data.minMax.end(), {pairs[2 * p], pairs[2 * p + 1]});
+        for (const std::vector<int16_t>& pairs : channels) {
+            data.minMax.insert(data.minMax.end(), {pairs[2 * p], pairs[2 * p + 1]});
+        }
     }
 }
 

@@ -52,7 +52,9 @@ int32_t WavoryxPriv::getScanPeaks(uint32_t id, uint32_t set, int16_t* minMax, ui
 
 int32_t WavoryxPriv::getScanLoudness(uint32_t id, int32_t* integrated, int32_t* range,
                                      int32_t* truePeak) {
-    if (integrated == nullptr || range == nullptr || truePeak == nullptr) return WV_ERR_OUT_OF_RANGE;
+    if (integrated == nullptr || range == nullptr || truePeak == nullptr) {
+        return WV_ERR_OUT_OF_RANGE;
+    }
     ItemHold hold(this, id);
     SPcmInfo* item = holdItem(hold, id, Report::kGetScanLoudness);
     if (item == nullptr) return WV_ERR_NO_ITEM;

@@ -70,7 +70,8 @@ int32_t Wavoryx::getSourceFrames(int id, uint32_t* frames) {
 int32_t Wavoryx::getSourceTag(int id, char const* name, char* value, unsigned int size) {
     return mPriv->getSourceTag(static_cast<uint32_t>(id), name, value, size);
 }
-int32_t Wavoryx::scanFile(char const* path, WvPeakSet const* sets, unsigned int setCount, int loudness) {
+int32_t Wavoryx::scanFile(char const* path, WvPeakSet const* sets, unsigned int setCount,
+                          int loudness) {
     return mPriv->scanFile(path, sets, setCount, loudness);
 }
 

@@ -4,12 +4,14 @@
 
 namespace wv {
 
-SourceScan::SourceScan(const std::vector<PeakSetPlan>& sets, bool loudness) : mWantsLoudness(loudness) {
+SourceScan::SourceScan(const std::vector<PeakSetPlan>& sets, bool loudness)
+    : mWantsLoudness(loudness) {
     mSets.resize(sets.size());
     for (size_t i = 0; i < sets.size(); ++i) {
         mSets[i].plan = sets[i];
         mSets[i].minMax.resize(size_t(sets[i].count) * 2);
-        mSets[i].binner.reset(new PeakBinner(mSets[i].minMax.data(), sets[i].count, sets[i].frames));
+        mSets[i].binner.reset(
+            new PeakBinner(mSets[i].minMax.data(), sets[i].count, sets[i].frames));
     }
 }
 
@@ -41,7 +43,8 @@ void SourceScan::feedSet(Set& set, const int16_t* samples, uint32_t frames) {
     if (first >= last) return;
     const int16_t* from = samples + (first - mPosition) * mChannels;
     const uint32_t n = uint32_t(last - first);
-    if (set.plan.channel == PeakSetPlan::kAllChannels || (mChannels == 1 && set.plan.channel <= 0)) {
+    const bool asFed = set.plan.channel == PeakSetPlan::kAllChannels;
+    if (asFed || (mChannels == 1 && set.plan.channel <= 0)) {
         set.binner->feed(from, n, mChannels);
         return;
     }

@@ -246,7 +246,9 @@ DecodeJob* DecoderThread::startScan(SPcmInfo* item, std::unique_ptr<AudioDecoder
         own.reset(new ChannelDecoder());
         std::vector<ChannelWeight> weights;
         if (own->open(item->path.get())) {
-            for (uint32_t c = 0; c < own->channels(); ++c) weights.push_back(weightOfPlace(own->place(c)));
+            for (uint32_t c = 0; c < own->channels(); ++c) {
+                weights.push_back(weightOfPlace(own->place(c)));
+            }
         }
         if (weights.size() <= 2 || !scan.meterOwnChannels(own->rate(), weights)) {
             WV_LOGW("item %d: its %u channels cannot be read again, its downmix is measured",

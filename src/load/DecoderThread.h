@@ -118,7 +118,8 @@ private:
     void noteDamage(SPcmInfo* item, DecodeJob* job);
     // A scan item's job, once its format is known; null when the scan
     // ended (with its event).
-    DecodeJob* startScan(SPcmInfo* item, std::unique_ptr<AudioDecoder>& decoder, uint32_t sourceChannels);
+    DecodeJob* startScan(SPcmInfo* item, std::unique_ptr<AudioDecoder>& decoder,
+                         uint32_t sourceChannels);
     // Feeds a scan's meter its multichannel samples: one block, or with
     // `all` everything left. False when they cannot be read or measured.
     bool feedOwnChannels(SPcmInfo* item, DecodeJob* job, bool all);
