@@ -2,7 +2,8 @@
 // container, codec, sample rate, channels, frames and duration as the file
 // states them (its load is cancelled once decoding has begun), or with
 // --exact as counted by decoding it whole; --loudness decodes it whole too
-// and adds its integrated loudness, loudness range and true peak.
+// and adds its integrated loudness, loudness range and true peak. Whole
+// decodes are scans: they keep no audio and need no working space.
 #include <algorithm>
 #include <cstdio>
 #include <cstring>
@@ -236,11 +237,11 @@ int runInfo(const InfoOptions& options, const GlobalOptions& global) {
     Session session(global);
     if (!session.open(namesStandardInput(options.files))) return interruptSignal() != 0 ? interruptExitStatus() : 1;
     SourceLoads loads(session);
+    if (options.exact || options.loudness) loads.scanInstead({}, options.loudness);
     loads.start(options.files);
     int status = 0;
     std::vector<LoudnessFigures> loudness;
     if (options.loudness) {
-        // Each measurement starts now and follows its file's decoding.
         status = measureLoudness(session, loads, loudness);
     } else if (options.exact) {
         Progress progress("decoding", global.quiet);

@@ -202,7 +202,15 @@ size_t SourceLoads::startRange(const std::string& path, uint32_t fromMs, uint32_
     const std::string file = inputFile(path);
     const std::string notAFile = whyNotAFile(file);
     if (notAFile.empty()) {
-        source.id = ranged ? engine.loadFileRange(file.c_str(), fromMs, toMs) : engine.loadFile(file.c_str());
+        source.id = ranged  ? engine.loadFileRange(file.c_str(), fromMs, toMs)
+                    : mScan ? engine.scanFile(file.c_str(), mScanSets.data(), unsigned(mScanSets.size()), mScanLoudness)
+                            : engine.loadFile(file.c_str());
+        if (source.id < 0) {
+            // Only a scan refuses: its peaks do not fit in memory.
+            source.begun = source.ended = true;
+            reportError(path, "not enough memory for its peaks");
+            mFailed = true;
+        }
     } else {
         source.begun = source.ended = true;
         bool reported = false;
@@ -283,7 +291,7 @@ bool SourceLoads::take(const EngineEvent& event) {
         source.sampleRate = engine.getPcmSampleRate(source.id);
         source.channels = engine.getPcmChannelCount(source.id);
         source.frames = uint32_t(engine.getPcmFrameLength(source.id));
-        reportDamage(source);
+        if (mTellDamage) reportDamage(source);
         return true;
     }
     mFailed = true;

@@ -18,6 +18,8 @@
 #include <string>
 #include <vector>
 
+#include <wavoryx/Wavoryx.h>
+
 namespace wvcli {
 
 class Progress;
@@ -72,6 +74,16 @@ public:
         mProgress = progress;
         mShowLoads = showLoads;
     }
+    // Whole files started from now on are scanned (Wavoryx::scanFile) with
+    // these peak sets and, with `loudness`, measured: they need no working
+    // space and keep no audio. `tellDamage` false: damaged packets are
+    // not told (a file scanned again has told them already).
+    void scanInstead(const std::vector<WvPeakSet>& sets, bool loudness, bool tellDamage = true) {
+        mScan = true;
+        mScanSets = sets;
+        mScanLoudness = loudness;
+        mTellDamage = tellDamage;
+    }
     // Cancels the loads that have not ended; their events are not waited for.
     void cancelRunning();
 
@@ -96,6 +108,10 @@ private:
     bool mFailed = false;
     Progress* mProgress = nullptr;
     bool mShowLoads = false;
+    bool mScan = false;
+    std::vector<WvPeakSet> mScanSets;
+    bool mScanLoudness = false;
+    bool mTellDamage = true;
 };
 
 // Loads `paths` (duplicates once) into `sources`, one entry per distinct

@@ -1,40 +1,15 @@
 #include "Loudness.h"
 
-#include <chrono>
 #include <climits>
 #include <cstdio>
 
 #include <wavoryx/Wavoryx.h>
 
-#include "Interrupt.h"
 #include "Jobs.h"
 #include "Progress.h"
 #include "Session.h"
 
 namespace wvcli {
-namespace {
-
-constexpr int kPollMs = 100;
-constexpr auto kCancelWait = std::chrono::seconds(10);
-
-enum MeasureEvent {
-    kMeasureFailed = WV_EVENT_RENDER_FAILED,
-    kMeasureProgress = WV_EVENT_RENDER_PROGRESS,
-    kMeasureCancelled = WV_EVENT_RENDER_CANCELLED,
-    kIntegrated = WV_EVENT_LOUDNESS,
-    kTruePeak = WV_EVENT_TRUE_PEAK,
-    kRange = WV_EVENT_LOUDNESS_RANGE
-};
-
-// The state of one file's measurement.
-struct Measurement {
-    int id = 0;
-    bool started = false;
-    bool ended = false;
-    int percent = 0;
-};
-
-}  // namespace
 
 std::string tenthsText(int32_t tenths) {
     if (tenths == INT32_MIN) return "-inf";
@@ -51,78 +26,21 @@ std::string tenthsJson(int32_t tenths) { return tenths == INT32_MIN ? "null" : t
 int measureLoudness(Session& session, SourceLoads& loads, std::vector<LoudnessFigures>& figures) {
     Wavoryx& engine = session.engine();
     const std::vector<LoadedSource>& sources = loads.sources();
-    figures.assign(sources.size(), LoudnessFigures());
-    std::vector<Measurement> measures(sources.size());
-    for (size_t i = 0; i < sources.size(); ++i) {
-        measures[i].id = sources[i].id;
-        // A file that never became an item (not a file) has no measurement.
-        measures[i].started = sources[i].id > 0 && !sources[i].ended && engine.measureLoudness(sources[i].id) == 0;
-        measures[i].ended = !measures[i].started;
-    }
-    const auto allEnded = [&] {
-        for (const Measurement& m : measures) {
-            if (!m.ended) return false;
-        }
-        return loads.allEnded();
-    };
-
     Progress progress(sources.size() == 1 ? "measuring" : "measuring " + std::to_string(sources.size()) + " files",
                       session.options().quiet);
+    loads.setProgress(&progress, true);
+    const int status = loads.waitUntil([&] { return loads.allEnded(); }, false);
+    loads.setProgress(nullptr, false);
+    figures.assign(sources.size(), LoudnessFigures());
     bool failed = false;
-    bool cancelling = false;
-    auto deadline = std::chrono::steady_clock::now();
-    while (!allEnded()) {
-        if (!cancelling && interruptSignal() != 0) {
-            cancelling = true;
-            deadline = std::chrono::steady_clock::now() + kCancelWait;
-            for (const Measurement& m : measures) {
-                if (!m.ended) engine.cancelProcess(m.id);
-            }
-            loads.cancelRunning();
-        }
-        if (cancelling && std::chrono::steady_clock::now() > deadline) break;
-        EngineEvent event;
-        if (!session.waitEvent(event, kPollMs)) continue;
-        size_t index = 0;
-        while (index < measures.size() && measures[index].id != event.id) ++index;
-        const bool measureEvent = event.code == kMeasureFailed || event.code == kMeasureProgress ||
-                                  event.code == kMeasureCancelled || event.code == kIntegrated ||
-                                  event.code == kTruePeak || event.code == kRange;
-        if (index == measures.size() || !measureEvent) {
-            loads.take(event);
-            continue;
-        }
-        Measurement& m = measures[index];
-        LoudnessFigures& f = figures[index];
-        switch (event.code) {
-            case kMeasureProgress: {
-                m.percent = event.value;
-                int sum = 0;
-                for (const Measurement& each : measures) sum += each.ended ? 100 : each.percent;
-                progress.update(sum / int(measures.size()));
-                break;
-            }
-            case kIntegrated: f.integrated = event.value; break;
-            case kTruePeak: f.truePeak = event.value; break;
-            case kRange:
-                f.range = event.value;
-                f.measured = m.ended = true;
-                break;
-            default:
-                m.ended = true;
-                failed = true;
-                // A failed load says why on its own line; only a read error
-                // of a loaded file needs one here.
-                if (event.code == kMeasureFailed && event.value != -1 && !cancelling) {
-                    progress.finish(false);
-                    reportError(sources[index].path, "cannot be measured (read error)");
-                }
-                break;
-        }
+    for (size_t i = 0; i < sources.size() && status <= 1; ++i) {
+        if (!sources[i].ok) continue;
+        LoudnessFigures& f = figures[i];
+        f.measured = engine.getScanLoudness(sources[i].id, &f.integrated, &f.range, &f.truePeak) == 0;
+        failed = failed || !f.measured;
     }
-    progress.finish(!failed && !loads.failed() && !cancelling);
-    if (cancelling) return interruptExitStatus();
-    return failed || loads.failed() ? 1 : 0;
+    progress.finish(status == 0 && !failed);
+    return status != 0 ? status : failed ? 1 : 0;
 }
 
 }  // namespace wvcli

@@ -1,6 +1,5 @@
-// Loudness of loaded files for `wavoryx info --loudness`: one measurement
-// (Wavoryx::measureLoudness) per file, started right after its load so that
-// it follows the decoding, with the loads' events taken on the way.
+// Loudness of files for `wavoryx info --loudness`, measured by their scans
+// (Wavoryx::scanFile with loudness), which keep no audio.
 #ifndef WAVORYX_CLI_LOUDNESS_H
 #define WAVORYX_CLI_LOUDNESS_H
 
@@ -22,11 +21,11 @@ struct LoudnessFigures {
     int32_t range = 0;               // LU
 };
 
-// Measures every source of `loads` (which were just started) and waits for
-// every load and measurement to end, showing the mean progress. `figures`
+// Waits for every scan of `loads` (started with loudness) to end, showing
+// the mean progress, and takes their loudness. `figures`
 // gets one entry per source, in the order of loads.sources(). Returns 0,
-// 1 when a load or measurement failed (its line printed), or the interrupt
-// status after cancelling everything.
+// 1 when a scan failed (its line printed), or the interrupt status after
+// cancelling everything.
 int measureLoudness(Session& session, SourceLoads& loads, std::vector<LoudnessFigures>& figures);
 
 // "-23.1" or "-inf"; JSON's form is a number or null.

@@ -13,7 +13,6 @@
 #include <cstdio>
 #include <cstdlib>
 #include <memory>
-#include <numeric>
 #include <string>
 #include <vector>
 
@@ -21,12 +20,13 @@
 
 #include <wavoryx/Wavoryx.h>
 
-#include "ChannelPeaks.h"
 #include "Commands.h"
 #include "Interrupt.h"
 #include "Jobs.h"
 #include "OptionChecks.h"
 #include "OutputFile.h"
+#include "Progress.h"
+#include "Session.h"
 #include "StandardInput.h"
 #include "TimeSpec.h"
 #include "WaveformFiles.h"
@@ -43,11 +43,6 @@ constexpr int kDefaultTextColumns = 80;
 constexpr int kMaxWidth = 20000;
 constexpr int kMaxHeight = 10000;
 constexpr int kDefaultPixelsPerSecond = 100;
-// Data files are asked of the engine this many ms at a time (at least).
-constexpr uint32_t kDataStepMs = 5000;
-// Whole pixels come in stretches of whole seconds up to this long; a pixel
-// size that needs longer ones is gathered frame by frame.
-constexpr uint64_t kMaxPixelStepSeconds = 60;
 
 struct WaveformOptions {
     std::string file;
@@ -209,56 +204,54 @@ bool examineOutputs(const WaveformOptions& options, Overwrite overwrite, std::ve
     return true;
 }
 
-// Pixels of samplesPerPixel frames from frame fromMs x rate / 1000 on.
-// Whole seconds are whole frames at any rate: over a stretch of whole
-// seconds that holds whole pixels the engine's bins are the pixels exactly.
-// What is left at the end (or everything, when no short stretch holds whole
-// pixels) is asked for one pair per frame, kDataStepMs at a time.
-// With `average` each frame counts as the mean of its channels, rounded
-// toward zero; a frame's pair (one bin per frame) holds its two channels'
-// samples, whichever way round (the engine holds one or two), so their sum
-// is exact.
-bool gatherPixels(Wavoryx& engine, const LoadedSource& source, uint32_t fromMs, uint32_t toMs, bool average,
-                  PeakData& data) {
-    const uint64_t rate = uint64_t(source.sampleRate);
-    const uint64_t perPixel = uint64_t(data.samplesPerPixel);
-    const uint64_t endFrame = endFrameAtMs(toMs, source.sampleRate, source.frames);
-    uint64_t stepSeconds = perPixel / std::gcd(rate, perPixel);
-    stepSeconds *= std::max<uint64_t>(1, kDataStepMs / 1000 / stepSeconds);
-    const bool pixelSteps = !average && stepSeconds <= kMaxPixelStepSeconds;
-    PixelGatherer gatherer{uint32_t(perPixel)};
-    std::vector<int16_t> pairs;
-    uint64_t startMs = fromMs;
-    uint64_t first = startMs * rate / 1000;
-    while (first < endFrame && interruptSignal() == 0) {
-        // A step ending at toMs reaches endFrame, which may lie past whole pixels.
-        const bool wholePixels = pixelSteps && first + stepSeconds * rate <= endFrame &&
-                                 (startMs + stepSeconds * 1000 < toMs || first + stepSeconds * rate == endFrame);
-        const uint64_t stepEndMs = std::min<uint64_t>(startMs + (wholePixels ? stepSeconds * 1000 : kDataStepMs), toMs);
-        const uint64_t last = wholePixels ? first + stepSeconds * rate
-                              : stepEndMs == toMs ? endFrame
-                                                  : std::min(stepEndMs * rate / 1000, endFrame);
-        const uint64_t bins = wholePixels ? (last - first) / perPixel : last - first;
-        pairs.resize(size_t(bins) * 2);
-        if (engine.getWaveformPeaks(source.id, unsigned(startMs), unsigned(stepEndMs), unsigned(bins), pairs.data()) <
-            0) {
-            return false;
+// The sets that make pixels of `perPixel` frames of [first, end) of
+// `channel`: the whole pixels in one set, a last, shorter pixel in another.
+void addPixelSets(std::vector<WvPeakSet>& sets, uint64_t first, uint64_t end, uint32_t perPixel, int32_t channel) {
+    const uint64_t whole = (end - first) / perPixel;
+    const uint64_t rest = (end - first) % perPixel;
+    if (whole > 0) sets.push_back({uint32_t(first), uint32_t(whole * perPixel), uint32_t(whole), channel});
+    if (rest > 0) sets.push_back({uint32_t(first + whole * perPixel), uint32_t(rest), 1, channel});
+}
+
+// One scan of `path` with `sets` (see Wavoryx::scanFile): nothing goes to
+// the working folder. `lengthOnly`: stops as soon as the file states its
+// length exactly (its frames are then that length), else counts them.
+// `peaks` (when not null) gets each set's pairs. Returns 0, 1 with the
+// failure reported, or the interrupt status.
+int scanSource(Session& session, const std::string& path, const std::vector<WvPeakSet>& sets, bool lengthOnly,
+               bool tellDamage, LoadedSource& source, std::vector<std::vector<int16_t>>* peaks) {
+    Wavoryx& engine = session.engine();
+    SourceLoads loads(session);
+    loads.scanInstead(sets, false, tellDamage);
+    loads.start({path});
+    const LoadedSource& scanned = loads.sources()[0];
+    Progress progress("loading " + scanned.path.substr(scanned.path.find_last_of('/') + 1), session.options().quiet);
+    loads.setProgress(&progress, true);
+    int status = 0;
+    if (lengthOnly) {
+        status = loads.waitUntil([&] { return scanned.begun; }, false);
+        if (status == 0 && !scanned.ended && scanned.expectedExact) {
+            loads.cancelRunning();
+            source = scanned;
+            source.frames = scanned.expected;
+            engine.removePcm(scanned.id);
+            return 0;
         }
-        if (wholePixels) {
-            gatherer.addPixels(pairs.data(), size_t(bins));
-        } else {
-            if (average) {
-                for (size_t i = 0; i < pairs.size(); i += 2) {
-                    pairs[i] = pairs[i + 1] = int16_t((int(pairs[i]) + int(pairs[i + 1])) / 2);
-                }
-            }
-            gatherer.add(pairs.data(), size_t(bins));
-        }
-        first = last;
-        startMs = stepEndMs;
     }
-    data.minMax = gatherer.finish();
-    return true;
+    if (status == 0) status = loads.waitUntil([&] { return loads.allEnded(); }, false);
+    loads.setProgress(nullptr, false);
+    progress.finish(status == 0);
+    source = scanned;
+    for (size_t i = 0; status == 0 && peaks != nullptr && i < sets.size(); ++i) {
+        std::vector<int16_t> pairs(size_t(sets[i].count) * 2);
+        if (engine.getScanPeaks(scanned.id, unsigned(i), pairs.data(), sets[i].count) != int32_t(sets[i].count)) {
+            reportError(scanned.path, "the engine could not measure its peaks");
+            status = 1;
+        }
+        peaks->push_back(std::move(pairs));
+    }
+    if (scanned.id > 0) engine.removePcm(scanned.id);
+    return status;
 }
 
 // Every value times `scale`, rounded toward zero and held to 16 bits; scale
@@ -277,15 +270,14 @@ void scaleAmplitude(std::vector<int16_t>& minMax, double scale) {
     }
 }
 
-bool writeDataFiles(Session& session, const WaveformOptions& options, const LoadedSource& source, uint32_t toMs,
-                    const std::vector<Output>& outputs, std::string& failedPath, std::string& why) {
-    PeakData data;
+// The data's pixel size, and the peak sets that make its pixels of frames
+// [firstFrame, endFrame): one series of sets per data channel, each
+// `perChannel` sets long.
+void planData(const WaveformOptions& options, const LoadedSource& source, uint64_t firstFrame, uint64_t endFrame,
+              PeakData& data, std::vector<WvPeakSet>& sets, size_t& perChannel) {
     data.sampleRate = source.sampleRate;
     data.bits = options.bits;
     data.sharedRules = options.averageChannels || options.splitChannels;
-    const uint64_t rate = uint64_t(source.sampleRate);
-    const uint64_t firstFrame = uint64_t(options.fromMs) * rate / 1000;
-    const uint64_t endFrame = endFrameAtMs(toMs, source.sampleRate, source.frames);
     const uint64_t frames = endFrame - firstFrame;
     if (options.zoom > 0) {
         data.samplesPerPixel = options.zoom;
@@ -296,19 +288,39 @@ bool writeDataFiles(Session& session, const WaveformOptions& options, const Load
         const int perSecond = options.pixelsPerSecond > 0 ? options.pixelsPerSecond : kDefaultPixelsPerSecond;
         data.samplesPerPixel = std::max(1, (source.sampleRate + perSecond / 2) / perSecond);
     }
-    if (options.splitChannels) {
-        data.channels = source.channels;
-        const int status = channelPeaks(session, source, firstFrame, endFrame, uint32_t(data.samplesPerPixel),
-                                        options.json.empty() ? options.dat : options.json, data.minMax);
-        if (status != 0) {
-            failedPath.clear();  // reported
-            return false;
-        }
-    } else if (!gatherPixels(session.engine(), source, options.fromMs, toMs, options.averageChannels, data)) {
-        failedPath = source.path;
-        why = "the engine could not measure its peaks";
-        return false;
+    data.channels = options.splitChannels ? source.channels : 1;
+    const size_t before = sets.size();
+    for (int c = 0; c < data.channels; ++c) {
+        const int32_t channel = options.splitChannels      ? c
+                                : options.averageChannels ? int32_t(WV_PEAKS_CHANNEL_MEAN)
+                                                          : int32_t(WV_PEAKS_ALL_CHANNELS);
+        addPixelSets(sets, firstFrame, endFrame, uint32_t(data.samplesPerPixel), channel);
     }
+    perChannel = (sets.size() - before) / size_t(data.channels);
+}
+
+// Each data channel's pixels from its sets' pairs, interleaved pixel by pixel.
+void gatherData(const std::vector<std::vector<int16_t>>& peaks, size_t firstSet, size_t perChannel,
+                PeakData& data) {
+    std::vector<std::vector<int16_t>> channels(size_t(data.channels));
+    for (size_t c = 0; c < channels.size(); ++c) {
+        for (size_t k = 0; k < perChannel; ++k) {
+            const std::vector<int16_t>& pairs = peaks[firstSet + c * perChannel + k];
+            channels[c].insert(channels[c].end(), pairs.begin(), pairs.end());
+        }
+    }
+    const size_t pixels = channels[0].size() / 2;
+    data.minMax.clear();
+    data.minMax.reserve(pixels * 2 * channels.size());
+    for (size_t p = 0; p < pixels; ++p) {
+        for (const std::vector<int16_t>& pairs : channels) {
+            data.minMax.insert(data.minMax.end(), {pairs[2 * p], pairs[2 * p + 1]});
+        }
+    }
+}
+
+bool writeDataFiles(Session& session, const WaveformOptions& options, PeakData& data,
+                    const std::vector<Output>& outputs, std::string& failedPath, std::string& why) {
     if (!options.amplitudeScale.empty()) scaleAmplitude(data.minMax, options.scale);
     for (const Output& output : outputs) {
         const bool json = output.path == options.json;
@@ -332,28 +344,48 @@ int runWaveform(const WaveformOptions& options, const GlobalOptions& global) {
     const bool data = !options.json.empty() || !options.dat.empty();
     Session session(global);
     if (!session.open(options.file == "-")) return interruptSignal() != 0 ? interruptExitStatus() : 1;
-    std::vector<LoadedSource> sources;
-    const int loaded = loadSources(session, {options.file}, sources);
-    if (loaded != 0) return loaded;
-    const LoadedSource& source = sources[0];
-
-    const uint64_t duration = source.durationMs();
-    const uint32_t toMs = options.hasTo && options.toMs < duration ? options.toMs : uint32_t(duration);
-    if (options.fromMs >= toMs) {
-        reportError(source.path, "nothing to draw from " + formatTimeMs(options.fromMs) + ": the file lasts " +
-                                     formatTimeMs(duration));
-        return 1;
-    }
-    std::string why;
-    if (png || !data) {
-        const int width = options.width > 0 ? options.width : png ? kDefaultPngWidth : terminalColumns();
-        const int height = options.height > 0 ? options.height : png ? kDefaultPngHeight : kDefaultTextRows;
-        std::vector<int16_t> minMax(size_t(width) * 2, 0);
-        if (session.engine().getWaveformPeaks(source.id, options.fromMs, toMs, unsigned(width), minMax.data()) < 0) {
-            reportError(source.path, "the engine could not measure its peaks");
+    // The file is scanned, never loaded: no audio goes to the working
+    // folder. The frames come first (stated exactly, or counted), since
+    // the bins depend on them; a scan that counts otherwise is done again.
+    LoadedSource source;
+    int status = scanSource(session, options.file, {}, true, true, source, nullptr);
+    if (status != 0) return status;
+    bool damageTold = source.ended;
+    uint32_t toMs = 0;
+    int width = 0;
+    PeakData peakData;
+    std::vector<std::vector<int16_t>> peaks;
+    size_t perChannel = 0;
+    for (;;) {
+        const uint64_t duration = source.durationMs();
+        toMs = options.hasTo && options.toMs < duration ? options.toMs : uint32_t(duration);
+        if (options.fromMs >= toMs) {
+            reportError(source.path, "nothing to draw from " + formatTimeMs(options.fromMs) + ": the file lasts " +
+                                         formatTimeMs(duration));
             return 1;
         }
-        if (interruptSignal() != 0) return interruptExitStatus();
+        const uint64_t firstFrame = uint64_t(options.fromMs) * uint32_t(source.sampleRate) / 1000;
+        const uint64_t endFrame = endFrameAtMs(toMs, source.sampleRate, source.frames);
+        std::vector<WvPeakSet> sets;
+        if (png || !data) {
+            width = options.width > 0 ? options.width : png ? kDefaultPngWidth : terminalColumns();
+            sets.push_back({uint32_t(firstFrame), uint32_t(endFrame - firstFrame), uint32_t(width),
+                            WV_PEAKS_ALL_CHANNELS});
+        }
+        if (data) planData(options, source, firstFrame, endFrame, peakData, sets, perChannel);
+        LoadedSource scanned;
+        peaks.clear();
+        status = scanSource(session, options.file, sets, false, !damageTold, scanned, &peaks);
+        if (status != 0) return status;
+        damageTold = true;
+        if (scanned.frames == source.frames) break;
+        source = scanned;
+    }
+    if (interruptSignal() != 0) return interruptExitStatus();
+    std::string why;
+    if (png || !data) {
+        const int height = options.height > 0 ? options.height : png ? kDefaultPngHeight : kDefaultTextRows;
+        const std::vector<int16_t>& minMax = peaks[0];
         if (!png) {
             printText(minMax, height, options.style.scale, options.fromMs, toMs);
         } else {
@@ -373,7 +405,8 @@ int runWaveform(const WaveformOptions& options, const GlobalOptions& global) {
         }
     }
     std::string failedPath;
-    if (data && !writeDataFiles(session, options, source, toMs, outputs, failedPath, why)) {
+    if (data) gatherData(peaks, png || !data ? 1 : 0, perChannel, peakData);
+    if (data && !writeDataFiles(session, options, peakData, outputs, failedPath, why)) {
         if (interruptSignal() != 0) return interruptExitStatus();
         if (!failedPath.empty()) reportError(failedPath, why);
         return 1;
@@ -451,7 +484,7 @@ void addWaveformCommand(CLI::App& app, CommandLine& line) {
                      "the default data keep showing every channel's true peaks (a channel in\n"
                      "opposite phase to the other averages to silence). For the same data as those\n"
                      "tools give with -z N: --zoom N --average-channels. --split-channels writes one\n"
-                     "data channel per audio channel instead (rendered once to the working folder).\n"
+                     "data channel per audio channel instead.\n"
                      "With either, the data follow those tools' rules to the byte: 8-bit values are\n"
                      "the 16-bit ones divided by 256 rounded toward zero, and a --dat of one channel\n"
                      "is version 1 (no channel count). MP3s still lose their encoder delay and\n"

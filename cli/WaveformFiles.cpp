@@ -59,32 +59,6 @@ std::string jsonText(const PeakData& data) {
     return out;
 }
 
-void PixelGatherer::add(const int16_t* frameMinMax, size_t frames) {
-    for (size_t f = 0; f < frames; ++f) {
-        const int16_t lowest = frameMinMax[2 * f], highest = frameMinMax[2 * f + 1];
-        mLowest = mInPixel == 0 ? lowest : std::min(mLowest, lowest);
-        mHighest = mInPixel == 0 ? highest : std::max(mHighest, highest);
-        if (++mInPixel == mSamplesPerPixel) {
-            mPixels.push_back(mLowest);
-            mPixels.push_back(mHighest);
-            mInPixel = 0;
-        }
-    }
-}
-
-void PixelGatherer::addPixels(const int16_t* pixelMinMax, size_t pixels) {
-    mPixels.insert(mPixels.end(), pixelMinMax, pixelMinMax + 2 * pixels);
-}
-
-std::vector<int16_t> PixelGatherer::finish() {
-    if (mInPixel > 0) {
-        mPixels.push_back(mLowest);
-        mPixels.push_back(mHighest);
-        mInPixel = 0;
-    }
-    return std::move(mPixels);
-}
-
 bool writeNewFile(const std::string& path, const std::string& contents, std::string& why) {
     const int fd = ::open(path.c_str(), O_WRONLY | O_CREAT | O_EXCL | O_CLOEXEC, 0600);
     if (fd < 0) {

@@ -36,27 +36,6 @@ struct PeakData {
 std::string datBytes(const PeakData& data);
 std::string jsonText(const PeakData& data);
 
-// Groups pairs of one frame each (what getWaveformPeaks gives with one bin
-// per frame) into pixels of `samplesPerPixel` frames from the first frame
-// on; the last pixel may hold fewer.
-class PixelGatherer {
-public:
-    explicit PixelGatherer(uint32_t samplesPerPixel) : mSamplesPerPixel(samplesPerPixel) {}
-    void add(const int16_t* frameMinMax, size_t frames);
-    // Whole pixels' pairs as they are; only between pixels (after whole
-    // pixels' worth of frames).
-    void addPixels(const int16_t* pixelMinMax, size_t pixels);
-    // The pixels, with a partial last one.
-    std::vector<int16_t> finish();
-
-private:
-    uint32_t mSamplesPerPixel;
-    uint32_t mInPixel = 0;  // frames in the pixel being gathered
-    int16_t mLowest = 0;
-    int16_t mHighest = 0;
-    std::vector<int16_t> mPixels;
-};
-
 // Writes `contents` to a new file at `path` (an existing one is refused);
 // false with `why` on any error, storage full included, the partial file
 // removed.

@@ -146,6 +146,25 @@ struct WvSourceInfo {
                              * length may differ by a few codec frames. */
 };
 
+/* One set of peaks a scan (scanFile) gathers: frames [startFrame, startFrame
+ * + frames) of the file, counted as its item counts them (the rate and the
+ * one or two channels getPcmSampleRate and getPcmChannelCount report), in
+ * `count` bins split as getWaveformPeaks splits them: bin i covers frames
+ * [startFrame + i x frames / count, startFrame + (i + 1) x frames / count),
+ * and gets the smallest and largest sample of its frames. `channel` picks
+ * the samples: WV_PEAKS_ALL_CHANNELS every channel's, WV_PEAKS_CHANNEL_MEAN
+ * each frame's sum of its channels divided by their number (rounded toward
+ * zero), 0 or 1 that channel's alone (0 is left, or the mono channel). A
+ * bin with no frame in the file (the file ends sooner, count > frames, a
+ * channel 1 of a mono file) gives (0, 0). */
+enum { WV_PEAKS_ALL_CHANNELS = -1, WV_PEAKS_CHANNEL_MEAN = -2 };
+struct WvPeakSet {
+    uint32_t startFrame;
+    uint32_t frames; /* 1 or more */
+    uint32_t count;  /* 1 or more */
+    int32_t channel; /* WV_PEAKS_ALL_CHANNELS, WV_PEAKS_CHANNEL_MEAN, 0 or 1 */
+};
+
 /* The client callback: (event code, item id, event value, NULL, NULL). */
 typedef void (*wavoryx_callback_t)(int, int, int, char*, void*);
 
@@ -273,6 +292,47 @@ public:
      * registered. A file damaged before the part may give frames where a
      * whole load would have stopped early. */
     int32_t loadFileRange(char const* path, unsigned int startMs, unsigned int endMs);
+    /* Decodes the file once from start to end and keeps none of its audio:
+     * nothing is written to the working directory (a WAV is decoded too,
+     * not read in place), so it works with a full or unwritable one. On
+     * its way it counts the frames and gathers what is asked for: the
+     * `setCount` peak sets of `sets` (see WvPeakSet; copied, read back with
+     * getScanPeaks) and, when `loudness` is non-zero, the loudness that
+     * measureLoudness would find for a loadFile of the same file (read back
+     * with getScanLoudness). Returns the new item's id, whose load runs as
+     * loadFile's: the same events 6, 3, 8, then 4, or 0 (1 or 2 as there;
+     * -11 when the loudness cannot be measured, e.g. at a rate the meter
+     * does not take), or 5 after cancelLoadFile; never 7. Its facts, tags,
+     * damage, rate, channels and frame count (getSourceInfo, getSourceTag,
+     * getLoadDamage, getSourceFrames, getPcmSampleRate,
+     * getPcmChannelCount, getPcmFrameLength, getPcmDuration) are as for a
+     * loadFile of the file; the frames it counts are exactly those a
+     * loadFile holds. The item has no audio: addClip (as a source),
+     * playStart, measureLoudness, getWaveformSamples and getWaveformPeaks
+     * refuse it with -2. Release it with removePcm as any item. The work is
+     * the decoder worker's (one file at a time with the loads, one step of
+     * about 64 KB of audio per command); memory is the peak sets' bins (4
+     * bytes each) and, for the loudness, under 1 KB per second of audio.
+     * Returns -4 for setCount > 0 with a NULL `sets`, a set whose frames or
+     * count is 0 or whose channel is not one of the four values, or whose
+     * startFrame + frames passes 2^32; -6 when the bins do not fit in
+     * memory. Any thread. */
+    int32_t scanFile(char const* path, WvPeakSet const* sets, unsigned int setCount, int loudness);
+    /* The bins of peak set `set` (0 for the first) of a scan, once its
+     * event 4 is posted: `count` pairs into minMax (2 x count values,
+     * minimum then maximum of each bin). Returns count; -1 unknown id; -2
+     * not a scan; -3 before event 4 or after a scan that failed or was
+     * cancelled; -4 for a set the scan was not given, a count other than
+     * that set's or a NULL minMax. Any thread. */
+    int32_t getScanPeaks(int id, unsigned int set, int16_t* minMax, unsigned int count);
+    /* The loudness a scan measured, once its event 4 is posted, in the
+     * units and rounding of events 26, 28 and 27: integrated loudness
+     * (tenths of LUFS), loudness range (tenths of LU), true peak (tenths
+     * of dBTP); INT32_MIN for minus infinity. Returns 0; -1 unknown id; -2
+     * not a scan, or one not asked for its loudness; -3 as getScanPeaks;
+     * -4 for a NULL pointer. Any thread. */
+    int32_t getScanLoudness(int id, int32_t* integratedTenths, int32_t* rangeTenths,
+                            int32_t* truePeakTenths);
     int32_t cancelLoadFile(int id);
     /* Rate (Hz) and channels of the item. For a list being rendered or
      * rendered, and a recording, those of its file once the encoder has

@@ -89,4 +89,15 @@ int32_t LoudnessMeter::tenths(double value) {
     return static_cast<int32_t>(scaled);
 }
 
+ChannelWeight weightOfPlace(ChannelDecoder::Place place) {
+    switch (place) {
+        case ChannelDecoder::Place::kSurround:
+            return ChannelWeight::kSurround;
+        case ChannelDecoder::Place::kLowFrequency:
+            return ChannelWeight::kNone;
+        default:
+            return ChannelWeight::kFront;
+    }
+}
+
 }  // namespace wv

@@ -10,6 +10,8 @@
 #include <cstddef>
 #include <cstdint>
 
+#include "platform/media/ChannelDecoder.h"
+
 namespace wv {
 
 // A measurement; a quantity that has no value is -infinity: the loudness of
@@ -30,6 +32,9 @@ enum class MeterScope { kAll, kIntegrated };
 // channels, 1.41 (+1.5 dB) for the surround ones, 0 for low-frequency
 // effects.
 enum class ChannelWeight { kFront, kSurround, kNone };
+
+// The weight of a channel at `place` in a decoded layout.
+ChannelWeight weightOfPlace(ChannelDecoder::Place place);
 
 class LoudnessMeter {
 public:

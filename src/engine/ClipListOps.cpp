@@ -34,6 +34,11 @@ int32_t WavoryxPriv::addClipTo(uint32_t listId, uint32_t pcmId, uint32_t start, 
         reportMissing(site.sourceMissingLine, site.signature, pcmId);
         return -1;
     }
+    // A scan keeps no audio to read.
+    if (source->scan) {
+        mInfoList.release(pcmId, REF_LIST, false);
+        return -2;
+    }
     // A list inside itself would make every walk of it endless. The check
     // and the append are one step for the whole engine: two lists added to
     // each other at once would each pass the check alone.

@@ -45,6 +45,8 @@ enum class Report : int {
     kGetListLoudnessResult,
     kGetLoadDamage,
     kGetSourceFrames,
+    kGetScanPeaks,
+    kGetScanLoudness,
     kCount
 };
 
@@ -112,6 +114,10 @@ inline constexpr ReportSite kReportSites[] = {
      "int32_t WavoryxPriv::getListLoudnessResult(uint32_t, int32_t*)"},
     {Report::kGetLoadDamage, 0, 0, 0, "int32_t WavoryxPriv::getLoadDamage(uint32_t, uint32_t*)"},
     {Report::kGetSourceFrames, 0, 0, 0, "int32_t WavoryxPriv::getSourceFrames(uint32_t, uint32_t*)"},
+    {Report::kGetScanPeaks, 0, 0, 0,
+     "int32_t WavoryxPriv::getScanPeaks(uint32_t, uint32_t, int16_t*, uint32_t)"},
+    {Report::kGetScanLoudness, 0, 0, 0,
+     "int32_t WavoryxPriv::getScanLoudness(uint32_t, int32_t*, int32_t*, int32_t*)"},
 };
 
 constexpr bool reportSitesInOrder() {

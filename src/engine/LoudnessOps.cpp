@@ -11,6 +11,7 @@ int32_t WavoryxPriv::measureLoudness(uint32_t id) {
     ItemHold hold(this, id);
     SPcmInfo* item = holdItem(hold, id, Report::kMeasureLoudness);
     if (item == nullptr) return -1;
+    if (item->scan) return -2;  // a scan keeps no audio to measure
     // A recording grows until it stops: there is no end to measure up to.
     if (item->status.load() == RECORDING) {
         const ReportSite& site = reportSite(Report::kMeasureLoudness);

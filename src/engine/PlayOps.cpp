@@ -29,6 +29,7 @@ int32_t WavoryxPriv::playStart(pcm_id_t id) {
     ItemHold hold(this, id);
     SPcmInfo* item = holdItem(hold, id, Report::kPlayStart);
     if (item == nullptr) return -1;
+    if (item->scan) return -2;  // a scan keeps no audio to play
     mPlayingId = id;
     if (AudioPlayer* player = playerOf(item)) {
         // Rewinds at normal speed; a paused player stays silent until resumed.

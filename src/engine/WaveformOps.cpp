@@ -27,6 +27,7 @@ int32_t WavoryxPriv::getWaveformSamples(pcm_id_t id, duration_t startMs, duratio
     ItemHold hold(this, id);
     SPcmInfo* item = holdItem(hold, id, Report::kGetWaveformSamples);
     if (item == nullptr) return -1;
+    if (item->scan) return -2;  // a scan keeps no audio to draw
     uint32_t remaining = startMs;
     const uint32_t startFrame = item->duration2frame(remaining, 0, 0xFFFFFFFF);
     const uint32_t endFrame = item->endFrameAtMs(endMs);
@@ -174,6 +175,7 @@ int32_t WavoryxPriv::getWaveformPeaks(pcm_id_t id, duration_t startMs, duration_
     ItemHold hold(this, id);
     SPcmInfo* item = holdItem(hold, id, Report::kGetWaveformPeaks);
     if (item == nullptr) return WV_ERR_NO_ITEM;
+    if (item->scan) return WV_ERR_WRONG_ITEM;  // a scan keeps no audio to draw
     // Clips added in ms count in frames once their sources have a length;
     // a list not rendered yet has not had them converted.
     if (item->status.load() == CLIP_LIST && item->clipList) item->clipList->isPcmReady();

@@ -75,6 +75,21 @@ int32_t Wavoryx::getSourceFrames(int id, uint32_t* frames) {
 int32_t Wavoryx::getSourceTag(int id, char const* name, char* value, unsigned int size) {
     return mPriv->getSourceTag(static_cast<uint32_t>(id), name, value, size);
 }
+int32_t Wavoryx::scanFile(char const* path, WvPeakSet const* sets, unsigned int setCount,
+                          int loudness) {
+    return mPriv->scanFile(path, sets, setCount, loudness);
+}
+
+int32_t Wavoryx::getScanPeaks(int id, unsigned int set, int16_t* minMax, unsigned int count) {
+    return mPriv->getScanPeaks(static_cast<uint32_t>(id), set, minMax, count);
+}
+
+int32_t Wavoryx::getScanLoudness(int id, int32_t* integratedTenths, int32_t* rangeTenths,
+                                 int32_t* truePeakTenths) {
+    return mPriv->getScanLoudness(static_cast<uint32_t>(id), integratedTenths, rangeTenths,
+                                  truePeakTenths);
+}
+
 int32_t Wavoryx::getLoadDamage(int id, unsigned int* firstMs) {
     return mPriv->getLoadDamage(static_cast<uint32_t>(id), firstMs);
 }

@@ -6,6 +6,7 @@
 
 #include "base/FrameTime.h"
 #include "codec/WorkingFile.h"
+#include "items/SourceScan.h"
 
 namespace wv {
 

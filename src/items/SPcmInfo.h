@@ -25,6 +25,8 @@
 
 namespace wv {
 
+class SourceScan;
+
 // A text that one thread may set while another reads it (an output path
 // changed by the client while a worker looks at it).
 class LockedString {
@@ -181,6 +183,9 @@ struct SPcmInfo {
     bool ranged = false;
     uint32_t rangeStartMs = 0;
     uint32_t rangeEndMs = 0;
+    // A scan (scanFile): what its pass works out. Such an item keeps no
+    // audio, so nothing reads it. Set before the load starts.
+    std::unique_ptr<SourceScan> scan;
     std::atomic<int32_t> encodeType{0};
     std::atomic<int32_t> bitRate{0};  // kbit/s; 0 = not set
     // Lossy encoders' choices (see codec EncodeOptions); the defaults keep

@@ -11,6 +11,7 @@
 #include <string>
 
 #include "codec/WorkingFile.h"
+#include "items/SourceScan.h"
 
 #include "base/CheckSites.h"
 #include "base/Clock.h"
@@ -93,6 +94,25 @@ void DecoderThread::startJob(WVThreadCmd& cmd) {
     item->totalFrames.store(totalFrames);
     // After the length: whoever sees the facts sees the length they state.
     item->setSourceFacts(facts);
+    if (item->scan) {
+        if (isRaw) {
+            // Nothing is kept to read in place: the WAV goes through the
+            // codec, whose frames are those of a whole load.
+            decoder.reset(new AudioDecoder());
+            decoder->setRangeMs(0, UINT32_MAX);
+            if (decoder->load(path.c_str(), &rate, &format, &channels, &durationUs, &isRaw) !=
+                AudioDecoder::LOAD_OK) {
+                decoder.reset();
+                endJob(id, EVT_LOAD_FAILED, 1);
+                return;
+            }
+        }
+        if (DecodeJob* job = startScan(item, decoder, uint32_t(std::max(facts.channels, 0)))) {
+            mContext->notifyClient(WVThreadCmd(EVT_LOAD_STARTED, id, -1), 0);
+            postFirstStep(id, job);
+        }
+        return;
+    }
 
     if (isRaw) {
         // Read in place by the PCM reader, after the 44-byte header.
@@ -132,8 +152,8 @@ void DecoderThread::runStep(WVThreadCmd& cmd) {
     DecodeJob* job = static_cast<DecodeJob*>(cmd.data);
 
     // A remainder held back after a short write gets one retry here.
-    const uint32_t held = job->writer->heldLength();
-    switch (job->writer->checkStatus()) {
+    const uint32_t held = job->writer ? job->writer->heldLength() : 0;
+    switch (job->writer ? job->writer->checkStatus() : FileWriter::WRITE_OK) {
         case FileWriter::WRITE_OK:
             if (held > 0) countWritten(item, job, held);
             break;
@@ -170,7 +190,16 @@ void DecoderThread::runStep(WVThreadCmd& cmd) {
     if (ended && staged.empty()) {
         // End of the stream, or a decode error that ends it early: what was
         // decoded is the item.
-        job->writer->finishWrite();
+        if (!job->writer) {
+            if (!feedOwnChannels(item, job, true) || !item->scan->finish()) {
+                WV_LOGE("item %d: its scan could not measure the file", static_cast<int>(id));
+                delete job;
+                endJob(id, EVT_LOAD_FAILED, -11);
+                return;
+            }
+        } else {
+            job->writer->finishWrite();
+        }
         delete job;
         item->status.store(PCM_READY);
         endJob(id, EVT_LOAD_DONE, -1);
@@ -178,7 +207,17 @@ void DecoderThread::runStep(WVThreadCmd& cmd) {
     }
     // A short write is held by the writer and settled by the next step,
     // which also sees the end again.
-    if (!staged.empty()) {
+    if (!staged.empty() && !job->writer) {
+        const uint32_t frames = static_cast<uint32_t>(staged.size() / item->frameSize());
+        if (!item->scan->feed(reinterpret_cast<const int16_t*>(staged.data()), frames) ||
+            !feedOwnChannels(item, job, false)) {
+            WV_LOGE("item %d: its scan could not measure the file", static_cast<int>(id));
+            delete job;
+            endJob(id, EVT_LOAD_FAILED, -11);
+            return;
+        }
+        countWritten(item, job, static_cast<uint32_t>(staged.size()));
+    } else if (!staged.empty()) {
         if (job->writer->write(staged.data(), static_cast<uint32_t>(staged.size())) ==
             FileWriter::WRITE_ERROR) {
             delete job;
@@ -188,6 +227,52 @@ void DecoderThread::runStep(WVThreadCmd& cmd) {
         countWritten(item, job, static_cast<uint32_t>(staged.size()) - job->writer->heldLength());
     }
     postNextStep(cmd, elapsedMs(begin, timeOfDay()));
+}
+
+DecodeJob* DecoderThread::startScan(SPcmInfo* item, std::unique_ptr<AudioDecoder>& decoder,
+                                    uint32_t sourceChannels) {
+    SourceScan& scan = *item->scan;
+    if (!scan.begin(static_cast<uint32_t>(item->sampleRate.load()),
+                    static_cast<uint32_t>(item->channelCount.load()))) {
+        WV_LOGE("item %d: its loudness cannot be measured at %d Hz", static_cast<int>(item->id),
+                static_cast<int>(item->sampleRate.load()));
+        decoder.reset();
+        endJob(item->id, EVT_LOAD_FAILED, -11);
+        return nullptr;
+    }
+    std::unique_ptr<ChannelDecoder> own;
+    if (scan.wantsLoudness() && sourceChannels > 2) {
+        // Measured on the file's own channels, as measureLoudness does.
+        own.reset(new ChannelDecoder());
+        std::vector<ChannelWeight> weights;
+        if (own->open(item->path.get())) {
+            for (uint32_t c = 0; c < own->channels(); ++c) {
+                weights.push_back(weightOfPlace(own->place(c)));
+            }
+        }
+        if (weights.size() <= 2 || !scan.meterOwnChannels(own->rate(), weights)) {
+            WV_LOGW("item %d: its %u channels cannot be read again, its downmix is measured",
+                    static_cast<int>(item->id), sourceChannels);
+            own.reset();
+        }
+    }
+    item->status.store(DECODING);
+    DecodeJob* job = new DecodeJob(std::move(decoder), nullptr);
+    job->ownChannels = std::move(own);
+    return job;
+}
+
+bool DecoderThread::feedOwnChannels(SPcmInfo* item, DecodeJob* job, bool all) {
+    if (!job->ownChannels) return true;
+    const int maxFrames = static_cast<int>(kStepBytes / 2 / job->ownChannels->channels());
+    job->floats.resize(static_cast<size_t>(maxFrames) * job->ownChannels->channels());
+    do {
+        const int n = job->ownChannels->read(job->floats.data(), maxFrames);
+        if (n < 0) return false;
+        if (n == 0) break;
+        if (!item->scan->feedMeter(job->floats.data(), static_cast<size_t>(n))) return false;
+    } while (all);
+    return true;
 }
 
 void DecoderThread::noteDamage(SPcmInfo* item, DecodeJob* job) {

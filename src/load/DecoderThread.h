@@ -37,6 +37,13 @@
 // part is passed over (demuxed, not decoded) steps write nothing; a part
 // starting past the end gives an empty item (0 frames, events 6 then 4).
 // Such an item always gets a PCM file, also from a WAV.
+//
+// A scan item (scanFile) is loaded the same way, with the same events,
+// but its decoded frames go to its SourceScan instead of a PCM file: no
+// file is made in the working directory, a WAV is decoded rather than read
+// in place, and event 7 never comes. A file of more than two channels
+// whose loudness is asked for is also decoded at its own channels, step by
+// step beside the item's decode, for the meter.
 #pragma once
 
 #include <memory>
@@ -46,6 +53,7 @@
 #include "items/JobContext.h"
 #include "items/SPcmInfo.h"
 #include "load/AudioDecoder.h"
+#include "platform/media/ChannelDecoder.h"
 #include "threads/ChunkedJobThread.h"
 
 namespace wv {
@@ -66,7 +74,9 @@ struct DecodeJob {
     DecodeJob& operator=(const DecodeJob&) = delete;
 
     std::unique_ptr<AudioDecoder> decoder;
-    std::unique_ptr<FileWriter> writer;
+    std::unique_ptr<FileWriter> writer;  // null for a scan
+    std::unique_ptr<ChannelDecoder> ownChannels;  // a scan's multichannel meter source, or null
+    std::vector<float> floats;                    // ownChannels' samples of a step
     float lastProgress = 0.0f;  // the progress last reported for this load
     std::vector<char> staged;   // the step's decoded bytes, written at once
     uint64_t writtenBytes = 0;  // bytes that reached the PCM file
@@ -106,6 +116,13 @@ private:
     // Tells the item and the client about damaged packets skipped since the
     // last step.
     void noteDamage(SPcmInfo* item, DecodeJob* job);
+    // A scan item's job, once its format is known; null when the scan
+    // ended (with its event).
+    DecodeJob* startScan(SPcmInfo* item, std::unique_ptr<AudioDecoder>& decoder,
+                         uint32_t sourceChannels);
+    // Feeds a scan's meter its multichannel samples: one block, or with
+    // `all` everything left. False when they cannot be read or measured.
+    bool feedOwnChannels(SPcmInfo* item, DecodeJob* job, bool all);
 
     JobContext* const mContext;
 };

@@ -63,17 +63,6 @@ std::unique_ptr<ChannelDecoder> multichannelSource(SPcmInfo* item) {
     return source;
 }
 
-ChannelWeight weightOf(ChannelDecoder::Place place) {
-    switch (place) {
-        case ChannelDecoder::Place::kSurround:
-            return ChannelWeight::kSurround;
-        case ChannelDecoder::Place::kLowFrequency:
-            return ChannelWeight::kNone;
-        default:
-            return ChannelWeight::kFront;
-    }
-}
-
 }  // namespace
 
 void EncoderThread::startMeasure(WVThreadCmd& cmd) {
@@ -105,7 +94,7 @@ void EncoderThread::startMeasure(WVThreadCmd& cmd) {
         const uint32_t sourceChannels = source->channels();
         job.reset(new LoudnessJob(std::move(source), sourceRate, sourceChannels));
         for (uint32_t c = 0; c < sourceChannels; ++c) {
-            job->meter.weigh(c, weightOf(job->source->place(c)));
+            job->meter.weigh(c, weightOfPlace(job->source->place(c)));
         }
         rate = sourceRate;
     } else {

@@ -86,30 +86,6 @@ TEST(WaveformFilesTest, TwoChannelsCountPixelsNotPairs) {
     EXPECT_EQ(dat.substr(16, 8), std::string("\x02\0\0\0\x02\0\0\0", 8));
 }
 
-TEST(WaveformFilesTest, PixelsGatherWholeGroupsOfFramesInAnyPieces) {
-    // Seven frames' pairs, three frames per pixel: 3 + 3 + a last one of 1.
-    const std::vector<int16_t> frames = {5, 9, -3, 2, 4, 4, 7, 7, 7, 8, -9, 1, 100, 200};
-    PixelGatherer whole(3);
-    whole.add(frames.data(), 7);
-    const std::vector<int16_t> expected = {-3, 9, -9, 8, 100, 200};
-    EXPECT_EQ(whole.finish(), expected);
-    PixelGatherer pieces(3);
-    pieces.add(frames.data(), 2);
-    pieces.add(frames.data() + 4, 3);
-    pieces.add(frames.data() + 10, 2);
-    EXPECT_EQ(pieces.finish(), expected);
-    // Whole pixels given as they are, then frames again.
-    PixelGatherer mixed(3);
-    mixed.addPixels(expected.data(), 2);
-    mixed.add(frames.data() + 12, 1);
-    EXPECT_EQ(mixed.finish(), expected);
-    // Positive-only frames keep a positive minimum.
-    PixelGatherer raised(2);
-    const std::vector<int16_t> above = {10, 20, 30, 40};
-    raised.add(above.data(), 2);
-    EXPECT_EQ(raised.finish(), (std::vector<int16_t>{10, 40}));
-}
-
 TEST(WaveformFilesTest, FilesAreCreatedNewAndFailuresLeaveNothing) {
     wvtest::TempDir dir;
     std::string why;
