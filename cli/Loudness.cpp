@@ -17,15 +17,6 @@ namespace {
 constexpr int kPollMs = 100;
 constexpr auto kCancelWait = std::chrono::seconds(10);
 
-enum MeasureEvent {
-    kMeasureFailed = WV_EVENT_RENDER_FAILED,
-    kMeasureProgress = WV_EVENT_RENDER_PROGRESS,
-    kMeasureCancelled = WV_EVENT_RENDER_CANCELLED,
-    kIntegrated = WV_EVENT_LOUDNESS,
-    kTruePeak = WV_EVENT_TRUE_PEAK,
-    kRange = WV_EVENT_LOUDNESS_RANGE
-};
-
 // The state of one file's measurement.
 struct Measurement {
     int id = 0;
@@ -85,9 +76,9 @@ int measureLoudness(Session& session, SourceLoads& loads, std::vector<LoudnessFi
         if (!session.waitEvent(event, kPollMs)) continue;
         size_t index = 0;
         while (index < measures.size() && measures[index].id != event.id) ++index;
-        const bool measureEvent = event.code == kMeasureFailed || event.code == kMeasureProgress ||
-                                  event.code == kMeasureCancelled || event.code == kIntegrated ||
-                                  event.code == kTruePeak || event.code == kRange;
+        const bool measureEvent = event.code == WV_EVENT_RENDER_FAILED || event.code == WV_EVENT_RENDER_PROGRESS ||
+                                  event.code == WV_EVENT_RENDER_CANCELLED || event.code == WV_EVENT_LOUDNESS ||
+                                  event.code == WV_EVENT_TRUE_PEAK || event.code == WV_EVENT_LOUDNESS_RANGE;
         if (index == measures.size() || !measureEvent) {
             loads.take(event);
             continue;
@@ -95,16 +86,16 @@ int measureLoudness(Session& session, SourceLoads& loads, std::vector<LoudnessFi
         Measurement& m = measures[index];
         LoudnessFigures& f = figures[index];
         switch (event.code) {
-            case kMeasureProgress: {
+            case WV_EVENT_RENDER_PROGRESS: {
                 m.percent = event.value;
                 int sum = 0;
                 for (const Measurement& each : measures) sum += each.ended ? 100 : each.percent;
                 progress.update(sum / int(measures.size()));
                 break;
             }
-            case kIntegrated: f.integrated = event.value; break;
-            case kTruePeak: f.truePeak = event.value; break;
-            case kRange:
+            case WV_EVENT_LOUDNESS: f.integrated = event.value; break;
+            case WV_EVENT_TRUE_PEAK: f.truePeak = event.value; break;
+            case WV_EVENT_LOUDNESS_RANGE:
                 f.range = event.value;
                 f.measured = m.ended = true;
                 break;
@@ -113,7 +104,7 @@ int measureLoudness(Session& session, SourceLoads& loads, std::vector<LoudnessFi
                 failed = true;
                 // A failed load says why on its own line; only a read error
                 // of a loaded file needs one here.
-                if (event.code == kMeasureFailed && event.value != -1 && !cancelling) {
+                if (event.code == WV_EVENT_RENDER_FAILED && event.value != -1 && !cancelling) {
                     progress.finish(false);
                     reportError(sources[index].path, "cannot be measured (read error)");
                 }
