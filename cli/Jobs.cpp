@@ -30,7 +30,7 @@ constexpr int kPollMs = 100;
 // A load takes a few descriptors (its file, its working file, the
 // decoder's); fewer free than this is taken as running out.
 constexpr rlim_t kDescriptorMargin = 8;
-constexpr auto kCancelWait = std::chrono::seconds(10);
+constexpr int kCancelWaitMs = 10000;
 // Where a render that measures its loudness first starts writing.
 constexpr int kMeasuredPercent = 50;
 
@@ -303,20 +303,31 @@ void SourceLoads::cancelRunning() {
     }
 }
 
-int SourceLoads::waitUntil(const std::function<bool()>& done, bool stopOnFailure) {
-    bool cancelling = false;
-    auto deadline = std::chrono::steady_clock::now();
-    while (cancelling ? !allEnded() : !done() && !(stopOnFailure && mFailed)) {
-        if (!cancelling && interruptSignal() != 0) {
-            cancelling = true;
-            deadline = std::chrono::steady_clock::now() + kCancelWait;
-            cancelRunning();
+void SourceLoads::cancelAndWait() {
+    cancelRunning();
+    const auto deadline = std::chrono::steady_clock::now() + std::chrono::milliseconds(kCancelWaitMs);
+    for (const LoadedSource& source : mSources) {
+        if (source.ended) continue;
+        const auto left =
+            std::chrono::duration_cast<std::chrono::milliseconds>(deadline - std::chrono::steady_clock::now());
+        if (left.count() <= 0 || mSession.engine().waitForJob(source.id, WV_JOB_LOAD, int(left.count()), nullptr) < 0) {
+            break;
         }
-        if (cancelling && std::chrono::steady_clock::now() > deadline) break;
+    }
+    // The events up to the endings are queued by now.
+    EngineEvent event;
+    while (!allEnded() && mSession.waitEvent(event, kPollMs)) take(event);
+}
+
+int SourceLoads::waitUntil(const std::function<bool()>& done, bool stopOnFailure) {
+    while (!done() && !(stopOnFailure && mFailed)) {
+        if (interruptSignal() != 0) {
+            cancelAndWait();
+            return interruptExitStatus();
+        }
         EngineEvent event;
         if (mSession.waitEvent(event, kPollMs)) take(event);
     }
-    if (cancelling) return interruptExitStatus();
     return mFailed ? 1 : 0;
 }
 
@@ -350,16 +361,16 @@ int renderList(Session& session, int listId, const std::string& workPath, const 
         return 1;
     }
     bool cancelling = false;
-    auto deadline = std::chrono::steady_clock::now();
     EngineEvent end;
     for (;;) {
         if (!cancelling && interruptSignal() != 0) {
             cancelling = true;
-            deadline = std::chrono::steady_clock::now() + kCancelWait;
             engine.cancelProcess(listId);
             if (loads != nullptr) loads->cancelRunning();
+            // Once the engine confirms, the events up to its ending one are
+            // queued, and are taken below.
+            if (engine.waitForJob(listId, WV_JOB_RENDER, kCancelWaitMs, nullptr) < 0) break;
         }
-        if (cancelling && std::chrono::steady_clock::now() > deadline) break;
         EngineEvent event;
         if (!session.waitEvent(event, kPollMs)) continue;
         if (event.id != listId) {
