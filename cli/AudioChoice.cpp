@@ -11,17 +11,15 @@
 namespace wvcli {
 namespace {
 
-const char kFilePrefix[] = "file:";
-constexpr size_t kFilePrefixLength = sizeof kFilePrefix - 1;
-
 void readVariable(const char* name, AudioChoice& choice) {
     choice = AudioChoice();
     const char* value = std::getenv(name);
     if (value == nullptr) return;
     choice.value = value;
-    if (choice.value.compare(0, kFilePrefixLength, kFilePrefix) == 0) {
-        choice.file = choice.value.substr(kFilePrefixLength);
-    }
+    // The file as the library reads the text: the text holds it whole.
+    std::string file(choice.value.size() + 1, '\0');
+    const int length = wavoryx_audio_device_file(value, &file[0], unsigned(file.size()));
+    if (length > 0) choice.file = file.substr(0, size_t(length));
 }
 
 std::string named(const char* variable, const AudioChoice& choice) {

@@ -1,7 +1,9 @@
 // The audio input and output that WAVORYX_AUDIO_IN and WAVORYX_AUDIO_OUT
-// choose, checked before anything starts. The engine takes a value it does
-// not know as `auto` with only a log line, so `mic` or `tone:abc` would
-// record silence without a word; the command refuses them instead.
+// choose, checked before anything starts, with the library's reading of
+// them (wavoryx_audio_device_file, wavoryx_set_audio_input/output). The
+// engine takes a value it does not know as `auto` with only a log line, so
+// `mic` or `tone:abc` would record silence without a word; the command
+// refuses them instead.
 #ifndef WAVORYX_CLI_AUDIOCHOICE_H
 #define WAVORYX_CLI_AUDIOCHOICE_H
 

@@ -1,7 +1,7 @@
-// The container of an audio file, named from its first bytes ("WAV", "MP3",
-// "FLAC", "Ogg Vorbis", "Ogg Opus", "MP4", "3GP", "AMR"), for `info`. The
-// engine does not report the container, and the extension may lie.
-// Falls back to the upper-cased extension, or "unknown".
+// The container of an audio file ("WAV", "MP3", "FLAC", "Ogg Vorbis", "Ogg
+// Opus", "MP4", "3GP", "AMR", else the upper-cased extension or "unknown"),
+// for `info` and for choosing how a part is loaded, as the library tells it
+// from the file's first bytes (wavoryx_file_format): the extension may lie.
 #ifndef WAVORYX_CLI_FILEKIND_H
 #define WAVORYX_CLI_FILEKIND_H
 

@@ -30,25 +30,9 @@ constexpr int kPollMs = 100;
 // A load takes a few descriptors (its file, its working file, the
 // decoder's); fewer free than this is taken as running out.
 constexpr rlim_t kDescriptorMargin = 8;
-constexpr auto kCancelWait = std::chrono::seconds(10);
+constexpr int kCancelWaitMs = 10000;
 // Where a render that measures its loudness first starts writing.
 constexpr int kMeasuredPercent = 50;
-
-enum LoadEvent {
-    kLoadFailed = WV_EVENT_LOAD_FAILED,
-    kLoadProgress = WV_EVENT_LOAD_PROGRESS,
-    kLoadDone = WV_EVENT_LOAD_DONE,
-    kLoadCancelled = WV_EVENT_LOAD_CANCELLED,
-    kLoadStarted = WV_EVENT_LOAD_STARTED,
-    kLoadNoSpace = WV_EVENT_LOAD_NO_SPACE
-};
-enum RenderEvent {
-    kRenderFailed = WV_EVENT_RENDER_FAILED,
-    kRenderProgress = WV_EVENT_RENDER_PROGRESS,
-    kRenderDone = WV_EVENT_RENDER_DONE,
-    kRenderCancelled = WV_EVENT_RENDER_CANCELLED,
-    kRenderStopped = WV_EVENT_RENDER_STOPPED
-};
 
 std::string baseName(const std::string& path) {
     const size_t slash = path.find_last_of('/');
@@ -127,14 +111,6 @@ std::string whyNotAFile(const std::string& path) {
     if (::stat(path.c_str(), &st) != 0 || S_ISREG(st.st_mode)) return "";
     if (S_ISDIR(st.st_mode)) return "is a folder";
     return "is not a regular file (a FIFO, socket or device)";
-}
-
-bool isLoadEnd(int code) {
-    return code == kLoadFailed || code == kLoadDone || code == kLoadCancelled || code == kLoadNoSpace;
-}
-
-bool isRenderEnd(int code) {
-    return code == kRenderFailed || code == kRenderDone || code == kRenderCancelled || code == kRenderStopped;
 }
 
 }  // namespace
@@ -258,7 +234,7 @@ bool SourceLoads::take(const EngineEvent& event) {
     LoadedSource& source = mSources[index];
     if (source.ended) return true;
     Wavoryx& engine = mSession.engine();
-    if (event.code == kLoadProgress) {
+    if (event.code == WV_EVENT_LOAD_PROGRESS) {
         mPercent[index] = event.value;
         if (mProgress != nullptr && mShowLoads) {
             int sum = 0;
@@ -267,7 +243,7 @@ bool SourceLoads::take(const EngineEvent& event) {
         }
         return true;
     }
-    if (event.code == kLoadStarted) {
+    if (event.code == WV_EVENT_LOAD_STARTED) {
         source.begun = true;
         source.sampleRate = engine.getPcmSampleRate(source.id);
         source.channels = engine.getPcmChannelCount(source.id);
@@ -283,10 +259,10 @@ bool SourceLoads::take(const EngineEvent& event) {
         }
         return true;
     }
-    if (!isLoadEnd(event.code)) return true;
+    if ((event.ends & WV_JOB_LOAD) == 0) return true;
     source.ended = source.begun = true;
     mPercent[index] = 100;
-    if (event.code == kLoadDone) {
+    if (event.code == WV_EVENT_LOAD_DONE) {
         source.ok = true;
         source.sampleRate = engine.getPcmSampleRate(source.id);
         source.channels = engine.getPcmChannelCount(source.id);
@@ -295,14 +271,14 @@ bool SourceLoads::take(const EngineEvent& event) {
         return true;
     }
     mFailed = true;
-    if (event.code == kLoadCancelled || interruptSignal() != 0) return true;
+    if (event.code == WV_EVENT_LOAD_CANCELLED || interruptSignal() != 0) return true;
     if (mProgress != nullptr) mProgress->finish(false);
     // Ranges of one file fail alike: one line for the file.
     for (const std::string& path : mReported) {
         if (path == source.path) return true;
     }
     mReported.push_back(source.path);
-    if (event.code == kLoadNoSpace) {
+    if (event.code == WV_EVENT_LOAD_NO_SPACE) {
         // The decoded audio is 16-bit PCM of the length the file states.
         const uint64_t needed = uint64_t(source.expected) * uint32_t(std::max(source.channels, 0)) * 2;
         reportError(source.path, "storage full in the working folder " + folderName(mSession.workDir()) +
@@ -335,20 +311,31 @@ void SourceLoads::cancelRunning() {
     }
 }
 
-int SourceLoads::waitUntil(const std::function<bool()>& done, bool stopOnFailure) {
-    bool cancelling = false;
-    auto deadline = std::chrono::steady_clock::now();
-    while (cancelling ? !allEnded() : !done() && !(stopOnFailure && mFailed)) {
-        if (!cancelling && interruptSignal() != 0) {
-            cancelling = true;
-            deadline = std::chrono::steady_clock::now() + kCancelWait;
-            cancelRunning();
+void SourceLoads::cancelAndWait() {
+    cancelRunning();
+    const auto deadline = std::chrono::steady_clock::now() + std::chrono::milliseconds(kCancelWaitMs);
+    for (const LoadedSource& source : mSources) {
+        if (source.ended) continue;
+        const auto left =
+            std::chrono::duration_cast<std::chrono::milliseconds>(deadline - std::chrono::steady_clock::now());
+        if (left.count() <= 0 || mSession.engine().waitForJob(source.id, WV_JOB_LOAD, int(left.count()), nullptr) < 0) {
+            break;
         }
-        if (cancelling && std::chrono::steady_clock::now() > deadline) break;
+    }
+    // The events up to the endings are queued by now.
+    EngineEvent event;
+    while (!allEnded() && mSession.waitEvent(event, kPollMs)) take(event);
+}
+
+int SourceLoads::waitUntil(const std::function<bool()>& done, bool stopOnFailure) {
+    while (!done() && !(stopOnFailure && mFailed)) {
+        if (interruptSignal() != 0) {
+            cancelAndWait();
+            return interruptExitStatus();
+        }
         EngineEvent event;
         if (mSession.waitEvent(event, kPollMs)) take(event);
     }
-    if (cancelling) return interruptExitStatus();
     return mFailed ? 1 : 0;
 }
 
@@ -382,23 +369,23 @@ int renderList(Session& session, int listId, const std::string& workPath, const 
         return 1;
     }
     bool cancelling = false;
-    auto deadline = std::chrono::steady_clock::now();
     EngineEvent end;
     for (;;) {
         if (!cancelling && interruptSignal() != 0) {
             cancelling = true;
-            deadline = std::chrono::steady_clock::now() + kCancelWait;
             engine.cancelProcess(listId);
             if (loads != nullptr) loads->cancelRunning();
+            // Once the engine confirms, the events up to its ending one are
+            // queued, and are taken below.
+            if (engine.waitForJob(listId, WV_JOB_RENDER, kCancelWaitMs, nullptr) < 0) break;
         }
-        if (cancelling && std::chrono::steady_clock::now() > deadline) break;
         EngineEvent event;
         if (!session.waitEvent(event, kPollMs)) continue;
         if (event.id != listId) {
             if (loads != nullptr) loads->take(event);
             continue;
         }
-        if (event.code == kRenderProgress) {
+        if (event.code == WV_EVENT_RENDER_PROGRESS) {
             if (measuring && event.value >= kMeasuredPercent) {
                 bar->finish(true);
                 measuring = false;
@@ -411,14 +398,14 @@ int renderList(Session& session, int listId, const std::string& workPath, const 
                 bar->update(measuring ? event.value * 100 / kMeasuredPercent
                                       : (event.value - kMeasuredPercent) * 100 / (100 - kMeasuredPercent));
             }
-        } else if (isRenderEnd(event.code)) {
+        } else if ((event.ends & WV_JOB_RENDER) != 0) {
             end = event;
             break;
         }
     }
     if (loads != nullptr) loads->setProgress(nullptr, false);
     std::string stopped;
-    if (end.code == kRenderStopped && !cancelling) {
+    if (end.code == WV_EVENT_RENDER_STOPPED && !cancelling) {
         // Frames are counted as the encoder takes them, once it started.
         const int32_t frames = engine.getPcmFrameLength(listId);
         const int32_t rate = engine.getPcmSampleRate(listId);
@@ -426,15 +413,15 @@ int renderList(Session& session, int listId, const std::string& workPath, const 
         stopped = whyRenderStopped(workPath, ms, frames > 0);
     }
     ::unlink(wavePath.c_str());
-    if (end.code != kRenderDone || cancelling) ::unlink(workPath.c_str());
+    if (end.code != WV_EVENT_RENDER_DONE || cancelling) ::unlink(workPath.c_str());
     if (cancelling) {
         bar->finish(false);
         return interruptExitStatus();
     }
-    bar->finish(end.code == kRenderDone && (loads == nullptr || !loads->shortOfNeeds()));
+    bar->finish(end.code == WV_EVENT_RENDER_DONE && (loads == nullptr || !loads->shortOfNeeds()));
     // A source that failed to load ends the render; its own line says why.
     // The render may tell first: the load's event follows at once.
-    if (end.code == kRenderFailed && end.value == -1 && loads != nullptr) {
+    if (end.code == WV_EVENT_RENDER_FAILED && end.value == -1 && loads != nullptr) {
         const auto until = std::chrono::steady_clock::now() + std::chrono::seconds(2);
         EngineEvent event;
         while (!loads->failed() && std::chrono::steady_clock::now() < until) {
@@ -443,11 +430,11 @@ int renderList(Session& session, int listId, const std::string& workPath, const 
         if (loads->failed()) return 1;
     }
     switch (end.code) {
-        case kRenderDone: return 0;
-        case kRenderFailed:
+        case WV_EVENT_RENDER_DONE: return 0;
+        case WV_EVENT_RENDER_FAILED:
             reportError(shownPath, end.value == -1 ? "cannot write (the file cannot be created)" : "write error");
             break;
-        case kRenderStopped:
+        case WV_EVENT_RENDER_STOPPED:
             reportError(shownPath, stopped);
             break;
         default: reportError(shownPath, "rendering was cancelled"); break;

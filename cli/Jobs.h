@@ -86,6 +86,9 @@ public:
     }
     // Cancels the loads that have not ended; their events are not waited for.
     void cancelRunning();
+    // Cancels them and waits up to 10 s for the engine to end them, taking
+    // their events.
+    void cancelAndWait();
 
     bool failed() const { return mFailed; }
     // Whether a source loaded whole with fewer frames than `needed`: a list

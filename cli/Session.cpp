@@ -144,7 +144,14 @@ bool Session::open(bool readsStandardInput) {
 
 void Session::onEvent(int code, int id, int value, char*, void*) {
     Session* session = gActive.load();
-    if (session != nullptr) session->push(EngineEvent{code, id, value});
+    if (session == nullptr) return;
+    EngineEvent event{code, id, value, 0};
+    // Asked as the event is handed out, the engine says which of the item's
+    // jobs are over: from the ending event on, and never before it.
+    for (const int kind : {WV_JOB_LOAD, WV_JOB_RENDER}) {
+        if (session->mEngine->waitForJob(id, kind, 0, nullptr) >= 0) event.ends |= kind;
+    }
+    session->push(event);
 }
 
 void Session::push(const EngineEvent& event) {

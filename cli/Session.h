@@ -36,11 +36,14 @@ struct GlobalOptions {
     Overwrite overwrite = Overwrite::kAsk;  // an existing output file
 };
 
-// One callback event: cb(code, id, value, NULL, NULL).
+// One callback event: cb(code, id, value, NULL, NULL), and the WV_JOB_
+// kinds of the item's jobs that were over when the engine handed it out: the
+// first event of an item with a kind set is the one that ended that job.
 struct EngineEvent {
     int code = 0;
     int id = 0;
     int value = 0;
+    int ends = 0;
 };
 
 class Session {

@@ -106,6 +106,13 @@ enum wv_event {
     WV_EVENT_RECORD_LEVEL = 80       /* waveform level 0..255, about every 20 ms */
 };
 
+/* The jobs waitForJob waits for, as a mask. */
+enum wv_job {
+    WV_JOB_LOAD = 1,   /* loadFile, loadFileRange */
+    WV_JOB_RENDER = 2, /* process and measureLoudness: the encoder's jobs */
+    WV_JOB_ANY = 3
+};
+
 /* Background-work setting of the decoder and encoder. With WV_PRIORITY_LOW
  * each worker pauses after every chunk for as long as the chunk took, so it
  * uses about half of a core. It changes no operating-system priority. */
@@ -222,6 +229,34 @@ public:
     /* Drops the application's reference: returns the id, or 0 when no item
      * has it. */
     int32_t removePcm(int id);
+    /* Waits for the end of the item's jobs of `kinds` (a wv_job mask):
+     * its load (loadFile, loadFileRange; WV_JOB_LOAD) and its renders and
+     * loudness measurements (process, measureLoudness; WV_JOB_RENDER),
+     * whichever were queued and not yet ended. A job has ended when the
+     * callback loop takes its ending event to deliver it (load 0, 4, 5 or
+     * 7; render 20, 22, 23 or 25; measurement 20, 23 or 28): by then the
+     * callback has returned from every earlier event, the engine's answers
+     * about the job (frames, rates, damage, loudness result) are final, and
+     * the ending event is in or on its way to the callback. So the one
+     * callback the application installed still gets every event; one that
+     * queues them for another thread finds, when it takes an ending event
+     * from its queue, that this answers it at once. With no callback set the
+     * events are dropped as usual and the wait ends all the same; but only a
+     * running callback loop (startThreadLoop) hands events out.
+     * Returns the code of the last ending event (>= 0) and stores its value
+     * in *value when `value` is not NULL; the same answer comes at once, as
+     * often as asked, until a new job of those kinds is queued for the item.
+     * timeoutMs: how long to wait, in ms; 0 only looks; negative: no limit.
+     * WV_ERR_NOT_READY (-5) when a job still runs after timeoutMs. On the
+     * thread of the callback loop (inside the callback) it never waits, as
+     * the loop would wait for itself: it answers at once, -5 while a job
+     * runs, the ending code from the ending event on. WV_ERR_WRONG_ITEM
+     * (-2) for an item that never had a job of those kinds (recordings have
+     * none: see event 63); WV_ERR_NO_ITEM (-1) for an id that names no item
+     * and never had one (an item removed after its job still answers);
+     * WV_ERR_OUT_OF_RANGE (-4) for `kinds` outside 1..3. Any thread, any
+     * number at once; not while the engine is being destroyed. */
+    int32_t waitForJob(int id, int kinds, int timeoutMs, int32_t* value);
 
     /* Registers a new item for the audio file and queues its decoding into
      * "<dir><id>.pcm". Returns the new id; an unreadable file is reported by

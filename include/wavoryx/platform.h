@@ -1,6 +1,7 @@
 /*
- * Wavoryx platform settings: where the engine's log goes and the system
- * properties it reads. C linkage, callable from any thread.
+ * Wavoryx platform settings: where the engine's log goes, the system
+ * properties it reads, the audio devices, and what an audio file is. C
+ * linkage, callable from any thread.
  *
  * Environment:
  *   WAVORYX_LOG         verbose, debug, info, warn, error or off (default
@@ -71,6 +72,26 @@ WAVORYX_API int wavoryx_set_audio_output(const char* spec);
  *              a warning)
  * Returns 0, or -1 for any other text. */
 WAVORYX_API int wavoryx_set_audio_input(const char* spec);
+/* The PATH of a "file:PATH" device text, as wavoryx_set_audio_input and
+ * wavoryx_set_audio_output read it, so that an application can check that
+ * file (whether it can be read, whether it is one of its own) on the
+ * library's terms. Copies PATH NUL-terminated into `path`, cut to size - 1
+ * bytes, and returns its whole length (a result >= size means it was cut);
+ * 0 (and "") for a text that names no file ("auto", "tone:440", "file:").
+ * -1 for a NULL spec or path or a size of 0. Any thread; nothing is opened. */
+WAVORYX_API int wavoryx_audio_device_file(const char* spec, char* path, unsigned int size);
+/* What the audio file at `path` is, from its first bytes (an extension may
+ * lie): "WAV", "MP3", "FLAC", "Ogg Vorbis", "Ogg Opus", "Ogg" (another
+ * codec), "MP4", "3GP" or "AMR"; for other contents the upper-cased
+ * extension ("AIFF"), or "unknown" without one (also for a file that cannot
+ * be read). Copies the name NUL-terminated into `name`, cut to size - 1
+ * bytes, and returns its whole length. *variableRate (when not NULL): 1 for
+ * an MP3 whose first frame carries a variable-rate tag ("Xing" or "VBRI";
+ * a constant rate's is "Info"), else 0. -1 for a NULL path or name or a
+ * size of 0. Reads the first few hundred bytes; decodes nothing; any
+ * thread. */
+WAVORYX_API int wavoryx_file_format(const char* path, char* name, unsigned int size,
+                                    int* variableRate);
 /* Opens /dev/null on whichever of descriptors 0, 1 and 2 is closed, so that
  * no file opened later takes one of those numbers (and receives what is
  * written to standard error). A Wavoryx engine does it when constructed;

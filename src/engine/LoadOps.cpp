@@ -20,6 +20,7 @@ int32_t WavoryxPriv::loadFile(const char* path) {
     item->refs[REF_CLIENT] = 1;
     item->refs[REF_DECODER] = 1;
     const pcm_id_t id = mInfoList.add(item);
+    mCallbackThread->jobEnds().begin(id, JobEnds::kLoad);
     mDecoder->sendCmd(WVThreadCmd(DecoderThread::kCmdStart, id, -1), 7);
     return static_cast<int32_t>(id);
 }
@@ -114,6 +115,7 @@ int32_t WavoryxPriv::loadFileRange(const char* path, uint32_t startMs, uint32_t 
     item->refs[REF_CLIENT] = 1;
     item->refs[REF_DECODER] = 1;
     const pcm_id_t id = mInfoList.add(item);
+    mCallbackThread->jobEnds().begin(id, JobEnds::kLoad);
     mDecoder->sendCmd(WVThreadCmd(DecoderThread::kCmdStart, id, -1), 7);
     return static_cast<int32_t>(id);
 }

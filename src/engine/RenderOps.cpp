@@ -120,6 +120,7 @@ int32_t WavoryxPriv::process(uint32_t listId) {
     // between the check and the reference, so the queued render always
     // finds its list and ends with its one event.
     mInfoList.get(listId, REF_ENCODER);
+    mCallbackThread->jobEnds().begin(listId, JobEnds::kEncode);
     mEncoder->sendCmd(WVThreadCmd(EncoderThread::kCmdStart, listId, -1), 7);
     return 0;
 }

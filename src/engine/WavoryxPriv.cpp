@@ -95,6 +95,14 @@ int32_t WavoryxPriv::removePcm(pcm_id_t id) {
     return static_cast<int32_t>(mInfoList.release(id, REF_CLIENT, false));
 }
 
+int32_t WavoryxPriv::waitForJob(pcm_id_t id, int32_t kinds, int32_t timeoutMs, int32_t* value) {
+    if (kinds < WV_JOB_LOAD || kinds > WV_JOB_ANY) return WV_ERR_OUT_OF_RANGE;
+    const int32_t ended = mCallbackThread->jobEnds().wait(id, kinds, timeoutMs, value);
+    if (ended != JobEnds::kNoJob) return ended;
+    ItemHold hold(this, id);
+    return hold.get() != nullptr ? WV_ERR_WRONG_ITEM : WV_ERR_NO_ITEM;
+}
+
 void WavoryxPriv::reportMissing(int line, const char* signature, uint32_t id) {
     reportWhere(line, signature);
     WV_LOGE("error: pcm %d doesn't exist", static_cast<int>(id));

@@ -46,6 +46,7 @@ public:
     int32_t setThreadPriority(thread_priority_t priority);
     int32_t dump();
     int32_t removePcm(wv::pcm_id_t id);
+    int32_t waitForJob(wv::pcm_id_t id, int32_t kinds, int32_t timeoutMs, int32_t* value);
 
     // Queries.
     int32_t getPcmSampleRate(uint32_t id);

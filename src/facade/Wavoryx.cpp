@@ -45,6 +45,9 @@ int32_t Wavoryx::setThreadPriority(thread_priority_t priority) {
 }
 int32_t Wavoryx::dump() { return mPriv->dump(); }
 int32_t Wavoryx::removePcm(int id) { return mPriv->removePcm(static_cast<uint32_t>(id)); }
+int32_t Wavoryx::waitForJob(int id, int kinds, int timeoutMs, int32_t* value) {
+    return mPriv->waitForJob(static_cast<uint32_t>(id), kinds, timeoutMs, value);
+}
 
 int32_t Wavoryx::loadFile(char const* path) { return mPriv->loadFile(path); }
 int32_t Wavoryx::loadFileRange(char const* path, unsigned int startMs, unsigned int endMs) {

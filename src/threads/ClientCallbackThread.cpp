@@ -16,6 +16,10 @@ void ClientCallbackThread::notify(const WVThreadCmd& event, int32_t delayMs) {
 void ClientCallbackThread::procCmd(WVThreadCmd& event) {
     // The client must never hear of the end before playback has stopped.
     if (event.code == EVT_PLAY_END) mEngine->playStop(event.pcmId);
+    // Before the callback: a client that takes its events from a queue
+    // its callback fills can ask, on taking the ending event, how the job
+    // ended, and a callback can ask about the job it hears end.
+    mJobEnds.handingOut(event.code, event.pcmId, event.arg);
     ClientCallback callback;
     void* user;
     {
@@ -24,6 +28,7 @@ void ClientCallbackThread::procCmd(WVThreadCmd& event) {
         user = mUser;
     }
     if (callback != nullptr) {
+        JobEnds::Delivering delivering;
         callback(static_cast<int>(event.code), static_cast<int>(event.pcmId), event.arg, nullptr,
                  user);
     }

@@ -8,6 +8,7 @@
 
 #include "threads/ClientEvents.h"
 #include "threads/EngineHooks.h"
+#include "threads/JobEnds.h"
 #include "threads/WVCmdThread.h"
 
 namespace wv {
@@ -32,6 +33,9 @@ public:
     void notify(const WVThreadCmd& event, int32_t delayMs);
     void notifyClient(WVThreadCmd event, int32_t delayMs) override { notify(event, delayMs); }
 
+    // The jobs whose ending events this loop delivers.
+    JobEnds& jobEnds() { return mJobEnds; }
+
 protected:
     void procCmd(WVThreadCmd& event) override;
 
@@ -40,6 +44,7 @@ private:
     std::mutex mTargetLock;
     ClientCallback mCallback = nullptr;
     void* mUser = nullptr;
+    JobEnds mJobEnds;
 };
 
 }  // namespace wv

@@ -19,8 +19,12 @@ int main() {
     const int list = engine.newClipList();
     const bool ok = list == 1 && engine.addClip(list, 42, 0, 100) == -1 && engine.getPcmDuration(list) == -3 &&
                     engine.setEncodePara(list, 44100, 128, 1, 1) == 0 && engine.getPcmChannelCount(list) == 2 &&
+                    engine.waitForJob(list, WV_JOB_ANY, 0, nullptr) == WV_ERR_WRONG_ITEM &&
                     engine.removePcm(list) == list;
+    char file[8];
+    const bool named = wavoryx_audio_device_file("file:a.wav", file, sizeof file) == 5 &&
+                       wavoryx_file_format("/nonexistent/a.flac", file, sizeof file, nullptr) == 4;
     engine.stopThreadLoop();
-    std::printf("consumer: %s\n", ok ? "ok" : "FAILED");
-    return ok ? 0 : 1;
+    std::printf("consumer: %s\n", ok && named ? "ok" : "FAILED");
+    return ok && named ? 0 : 1;
 }
