@@ -8,6 +8,7 @@ extern "C" {
 
 #include "base/Log.h"
 #include "platform/media/MediaExtractor.h"
+#include "platform/media/SampleConverter.h"
 
 namespace wv {
 namespace {

@@ -15,13 +15,14 @@
 
 #include "platform/media/AvPacketTrack.h"
 #include "platform/media/MediaSource.h"
-#include "platform/media/SampleConverter.h"
 
 struct AVCodecContext;
 struct AVFrame;
 struct AVPacket;
 
 namespace wv {
+
+class SampleConverter;
 
 class DecoderCore {
 public:
