@@ -61,8 +61,9 @@ TEST(ChannelDecoder, EveryChannelAsFfmpegDecodesItWholeOrDamaged) {
     ASSERT_TRUE(wvtest::writeWav(wav, sixTones(3.0), kRate, kChannels));
     const std::string flac = dir.file("six.flac");
     const std::string m4a = dir.file("six.m4a");
-    ASSERT_TRUE(wvtest::runFfmpeg("-i " + wvtest::shellQuote(wav) + " -ch_layout 5.1 " + wvtest::shellQuote(flac)));
-    ASSERT_TRUE(wvtest::runFfmpeg("-i " + wvtest::shellQuote(wav) + " -ch_layout 5.1 -c:a aac " + wvtest::shellQuote(m4a)));
+    const std::string in = "-i " + wvtest::shellQuote(wav) + " -ch_layout 5.1 ";
+    ASSERT_TRUE(wvtest::runFfmpeg(in + wvtest::shellQuote(flac)));
+    ASSERT_TRUE(wvtest::runFfmpeg(in + "-c:a aac " + wvtest::shellQuote(m4a)));
     // The same files with bytes overwritten a third of the way in: packets the codec refuses.
     std::vector<std::string> files = {wav, flac, m4a};
     for (const std::string& whole : {flac, m4a}) {

@@ -195,7 +195,8 @@ MediaBuffer* DecoderCore::cut(MediaBuffer* buffer, int64_t from, int64_t count,
         return nullptr;
     }
     const size_t frameBytes = 2 * static_cast<size_t>(mPcmChannels);
-    buffer->set_range(static_cast<size_t>(from) * frameBytes, static_cast<size_t>(count) * frameBytes);
+    buffer->set_range(static_cast<size_t>(from) * frameBytes,
+                      static_cast<size_t>(count) * frameBytes);
     buffer->meta_data()->setInt64(kKeyTime, timeUs);
     return buffer;
 }

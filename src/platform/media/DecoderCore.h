@@ -45,7 +45,7 @@ public:
     };
 
     enum class Step {
-        kFrame,    // frame() holds a decoded frame
+        kFrame,    // frame() holds a decoded frame, until the next decode()
         kDrained,  // the codec gave everything it had after the input's end
         kStopped,  // the stream cannot go on: the owner's verdict, or error()
         kHungry,   // the feed had no packet for now
