@@ -39,10 +39,7 @@ ChannelDecoder::Place placeOf(int channel) {
 
 }  // namespace
 
-ChannelDecoder::~ChannelDecoder() {
-    swr_free(&mConverter);
-    if (mCore) mCore->stop();
-}
+ChannelDecoder::~ChannelDecoder() { swr_free(&mConverter); }
 
 bool ChannelDecoder::open(const std::string& path) {
     const std::shared_ptr<DataSource> source = DataSource::CreateFromURI(path.c_str());
