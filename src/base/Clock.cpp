@@ -19,6 +19,15 @@ int64_t monotonicNs() {
     return int64_t(now.tv_sec) * 1000000000 + now.tv_nsec;
 }
 
+MonotonicClock& MonotonicClock::system() {
+    struct System : MonotonicClock {
+        int64_t nowUs() override { return monotonicUs(); }
+    };
+    // Never destroyed: a device thread may read it while the process exits.
+    static System* const clock = new System();
+    return *clock;
+}
+
 void sleepUs(int64_t us) {
     if (us <= 0) return;
     struct timespec wait;

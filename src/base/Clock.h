@@ -38,4 +38,15 @@ inline int64_t monotonicUs() { return monotonicNs() / 1000; }
 // Sleeps the calling thread.
 void sleepUs(int64_t us);
 
+// The monotonic clock as an object, for code whose pace a test sets by
+// stepping a clock of its own instead of waiting for real time to pass.
+class MonotonicClock {
+public:
+    virtual ~MonotonicClock() = default;
+    // Microseconds since some fixed point; never goes back. Any thread.
+    virtual int64_t nowUs() = 0;
+    // The real one: monotonicUs().
+    static MonotonicClock& system();
+};
+
 }  // namespace wv

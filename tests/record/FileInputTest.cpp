@@ -11,6 +11,7 @@
 
 #include "AudioFixtures.h"
 #include "RecordTestHelpers.h"
+#include "SteppedClock.h"
 #include "TestSupport.h"
 #include "platform/audio/AudioInput.h"
 
@@ -139,6 +140,40 @@ TEST(FileInput, DeliversAtTheRequestedPace) {
     const size_t after = counter.get();
     std::this_thread::sleep_for(std::chrono::milliseconds(30));
     EXPECT_EQ(counter.get(), after);  // nothing once stopped
+}
+
+TEST(FileInput, HandsOverTheFileAndThenSilenceAsTheSteppedClockGoes) {
+    wvtest::TempDir dir;
+    const std::string path = dir.file("in.wav");
+    ASSERT_TRUE(wvtest::writeToneWav(path, 8000, 1, 1.0, 500.0));
+    std::vector<int16_t> file;
+    ASSERT_TRUE(wvtest::readWavSamples(path, &file));
+    ASSERT_EQ(file.size(), 8000u);
+    struct Collector : wv::AudioInputClient {
+        void onCaptured(const int16_t* frames, size_t count) override {
+            std::lock_guard<std::mutex> guard(lock);
+            samples.insert(samples.end(), frames, frames + count);
+        }
+        std::vector<int16_t> get() {
+            std::lock_guard<std::mutex> guard(lock);
+            return samples;
+        }
+        std::mutex lock;
+        std::vector<int16_t> samples;
+    } collector;
+    wvtest::SteppedClock clock;
+    FileInputDevice device(path, 1.0, clock);
+    ASSERT_EQ(device.open(8000, 1, &collector), 0);
+    ASSERT_EQ(device.start(), 0);
+    clock.step(250000);
+    ASSERT_TRUE(rectest::waitUntil([&] { return collector.get().size() >= 2000; }, std::chrono::seconds(10)));
+    EXPECT_EQ(collector.get(), std::vector<int16_t>(file.begin(), file.begin() + 2000));
+    clock.step(1000000);  // past the file's end by a quarter second
+    ASSERT_TRUE(rectest::waitUntil([&] { return collector.get().size() >= 10000; }, std::chrono::seconds(10)));
+    device.stop();
+    std::vector<int16_t> expected = file;
+    expected.resize(10000, 0);
+    EXPECT_EQ(collector.get(), expected);
 }
 
 }  // namespace

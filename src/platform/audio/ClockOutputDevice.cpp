@@ -2,9 +2,7 @@
 #include "platform/audio/ClockOutputDevice.h"
 
 #include <algorithm>
-#include <chrono>
 
-#include "base/Clock.h"
 #include "base/Log.h"
 
 namespace wv {
@@ -18,7 +16,7 @@ constexpr double kMaxQueueScale = 64.0;
 }  // namespace
 
 ClockOutputDevice::ClockOutputDevice(double pace, std::string wavPath)
-    : mPace(pace > 0 ? pace : 1.0), mWavPath(std::move(wavPath)) {}
+    : mWavPath(std::move(wavPath)), mLoop(pace) {}
 
 ClockOutputDevice::~ClockOutputDevice() { close(); }
 
@@ -28,25 +26,17 @@ int32_t ClockOutputDevice::open(uint32_t sampleRate, uint32_t channels, AudioOut
         if (err != 0) return err;
     }
     mClient = client;
-    mClosing = false;
-    mThread = std::thread(&ClockOutputDevice::run, this);
+    mLoop.start([this](int64_t playedUs) { mClient->advance(playedUs); });
     return 0;
 }
 
 void ClockOutputDevice::close() {
-    if (mThread.joinable()) {
-        {
-            std::lock_guard<std::mutex> guard(mLock);
-            mClosing = true;
-        }
-        mWake.notify_all();
-        mThread.join();
-    }
+    mLoop.stop();
     mWav.close();
 }
 
 size_t ClockOutputDevice::defaultBufferFrames(uint32_t sampleRate) const {
-    const double scale = std::min(std::max(mPace, 1.0), kMaxQueueScale);
+    const double scale = std::min(std::max(mLoop.pace(), 1.0), kMaxQueueScale);
     return std::max<size_t>(256, size_t(double(sampleRate) * kQueueUs / 1e6 * scale));
 }
 
@@ -55,22 +45,6 @@ void ClockOutputDevice::onQueued(const int16_t* frames, size_t count) {
         WV_LOGE("writing %s failed; recording stops", mWavPath.c_str());
         // An unfinished file is no copy of what was played.
         mWav.discard();
-    }
-}
-
-void ClockOutputDevice::run() {
-    const int64_t tickUs = std::clamp<int64_t>(int64_t(10000 / mPace), 250, 10000);
-    std::unique_lock<std::mutex> lock(mLock);
-    int64_t last = monotonicUs();
-    while (!mClosing) {
-        mWake.wait_for(lock, std::chrono::microseconds(tickUs));
-        if (mClosing) break;
-        const int64_t now = monotonicUs();
-        const int64_t played = int64_t(double(now - last) * mPace);
-        last = now;
-        lock.unlock();
-        mClient->advance(played);
-        lock.lock();
     }
 }
 

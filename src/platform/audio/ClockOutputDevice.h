@@ -1,16 +1,13 @@
-// The "null" and "file:PATH" output devices: no sound, a thread that tells
-// the output how much play time has passed every tick (10 ms of real time,
-// shorter when paced faster, never under 250 us), as a sound card would by
-// taking frames. With a path, every frame handed to the output is also
+// The "null" and "file:PATH" output devices: no sound, a PacedLoop that
+// tells the output how much play time has passed every tick, as a sound
+// card would by taking frames. With a path, every frame handed to the output is also
 // written to a 16-bit WAV there; the file is finished by close().
 #pragma once
 
-#include <condition_variable>
-#include <mutex>
 #include <string>
-#include <thread>
 
 #include "platform/audio/AudioOutputDevice.h"
+#include "platform/audio/PacedLoop.h"
 #include "platform/audio/WavFileSink.h"
 
 namespace wv {
@@ -29,16 +26,10 @@ public:
     const char* name() const override { return mWavPath.empty() ? "null" : "file"; }
 
 private:
-    void run();
-
-    const double mPace;
     const std::string mWavPath;
     WavFileSink mWav;  // written on the output's thread only, closed after it
     AudioOutputClient* mClient = nullptr;
-    std::mutex mLock;
-    std::condition_variable mWake;
-    bool mClosing = false;
-    std::thread mThread;
+    PacedLoop mLoop;
 };
 
 }  // namespace wv

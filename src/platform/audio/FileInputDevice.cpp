@@ -2,11 +2,9 @@
 #include "platform/audio/FileInputDevice.h"
 
 #include <algorithm>
-#include <chrono>
 
 #include <wavoryx/dsp.h>
 
-#include "base/Clock.h"
 #include "base/Log.h"
 #include "platform/media/AudioTrackOpener.h"
 
@@ -25,8 +23,8 @@ std::shared_ptr<MediaSource> openPcmTrack(const std::string& path) {
 
 }  // namespace
 
-FileInputDevice::FileInputDevice(std::string path, double pace)
-    : mPath(std::move(path)), mPace(pace > 0 ? pace : 1.0) {}
+FileInputDevice::FileInputDevice(std::string path, double pace, MonotonicClock& clock)
+    : mPath(std::move(path)), mLoop(pace, clock) {}
 
 FileInputDevice::~FileInputDevice() {
     stop();
@@ -64,21 +62,12 @@ int32_t FileInputDevice::open(uint32_t sampleRate, uint32_t channels, AudioInput
 
 int32_t FileInputDevice::start() {
     if (!mSource) return -19;
-    if (mThread.joinable()) return 0;
-    mRunning = true;
-    mThread = std::thread(&FileInputDevice::run, this);
+    mLoop.startFrames(mSampleRate, kMaxPieceFrames,
+                      [this](size_t frames) { mClient->onCaptured(produce(frames), frames); });
     return 0;
 }
 
-void FileInputDevice::stop() {
-    if (!mThread.joinable()) return;
-    {
-        std::lock_guard<std::mutex> guard(mLock);
-        mRunning = false;
-    }
-    mWake.notify_all();
-    mThread.join();
-}
+void FileInputDevice::stop() { mLoop.stop(); }
 
 bool FileInputDevice::nextMediaBuffer() {
     if (mMediaBuffer != nullptr) mMediaBuffer->release();
@@ -169,36 +158,6 @@ const int16_t* FileInputDevice::produce(size_t frames) {
         }
     }
     return mBlock.data();
-}
-
-bool FileInputDevice::running() {
-    std::lock_guard<std::mutex> guard(mLock);
-    return mRunning;
-}
-
-void FileInputDevice::run() {
-    const int64_t tickUs = std::clamp<int64_t>(int64_t(10000 / mPace), 250, 10000);
-    std::unique_lock<std::mutex> lock(mLock);
-    int64_t last = monotonicUs();
-    int64_t remainder = 0;  // frame-microseconds not yet delivered
-    while (mRunning) {
-        mWake.wait_for(lock, std::chrono::microseconds(tickUs));
-        if (!mRunning) break;
-        const int64_t now = monotonicUs();
-        remainder += int64_t(double(now - last) * mPace) * int64_t(mSampleRate);
-        last = now;
-        size_t due = size_t(remainder / 1000000);
-        remainder %= 1000000;
-        lock.unlock();
-        // The client may hold each piece until the recorder takes it; a
-        // stop in the meantime ends the hand-over.
-        while (due > 0 && running()) {
-            const size_t frames = std::min(due, kMaxPieceFrames);
-            mClient->onCaptured(produce(frames), frames);
-            due -= frames;
-        }
-        lock.lock();
-    }
 }
 
 }  // namespace wv

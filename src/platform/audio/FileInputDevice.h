@@ -10,26 +10,23 @@
 // latency), then shaped to the opened channel count: mono keeps the left
 // side, more than two channels repeat left and right in turn.
 //
-// Pacing: a thread of its own wakes every 10 ms of real time (shorter when
-// sped up by `pace`, never under 250 us) and hands over the frames the
-// passed time holds, in pieces of at most kMaxPieceFrames. It waits while
-// the recorder is full, then makes up the time as fast as the recorder
-// takes the frames: a slow recorder never makes it lose or skip any.
+// Pacing: a PacedLoop hands over the frames the passed time holds, in
+// pieces of at most kMaxPieceFrames. It waits while the recorder is full,
+// then makes up the time as fast as the recorder takes the frames: a slow
+// recorder never makes it lose or skip any.
 //
 // Every input opened on the same file starts at the file's beginning.
 // Decoding happens on the device's thread, after start().
 #pragma once
 
-#include <condition_variable>
 #include <cstddef>
 #include <cstdint>
 #include <memory>
-#include <mutex>
 #include <string>
-#include <thread>
 #include <vector>
 
 #include "platform/audio/AudioInputDevice.h"
+#include "platform/audio/PacedLoop.h"
 #include "platform/resample/AudioBufferProvider.h"
 #include "platform/resample/AudioResampler.h"
 
@@ -43,8 +40,9 @@ public:
     static constexpr size_t kMaxPieceFrames = 512;
     static constexpr int32_t kCannotOpen = -2;
 
-    // `pace`: capture time per real time.
-    FileInputDevice(std::string path, double pace);
+    // `pace`: capture time per time of `clock`.
+    FileInputDevice(std::string path, double pace,
+                    MonotonicClock& clock = MonotonicClock::system());
     ~FileInputDevice() override;
 
     // 0, kCannotOpen when the file has no decodable audio track, or -22.
@@ -62,8 +60,6 @@ public:
     bool ended() const { return mEnded; }
 
 private:
-    void run();
-    bool running();
     // Up to `frames` stereo frames at the file's rate into `out`; fewer only
     // at the end of the file.
     size_t readStereo(int16_t* out, size_t frames);
@@ -72,7 +68,6 @@ private:
     void releaseBuffer(AudioBufferProvider::Buffer* buffer) override;
 
     const std::string mPath;
-    const double mPace;
     uint32_t mSampleRate = 0;
     uint32_t mChannels = 0;
     AudioInputClient* mClient = nullptr;
@@ -89,10 +84,7 @@ private:
     std::vector<int16_t> mStereo;  // one piece of stereo output
     std::vector<int16_t> mBlock;   // one piece at the opened channel count
 
-    std::mutex mLock;
-    std::condition_variable mWake;
-    bool mRunning = false;
-    std::thread mThread;
+    PacedLoop mLoop;
 };
 
 }  // namespace wv

@@ -26,17 +26,14 @@
 #include <memory>
 #include <mutex>
 
-#include "platform/media/AvPacketTrack.h"
+#include "platform/media/DecoderCore.h"
 #include "platform/media/MediaSource.h"
-#include "platform/media/SampleConverter.h"
 
-struct AVCodecContext;
 struct AVFrame;
-struct AVPacket;
 
 namespace wv {
 
-class AudioCodec : public MediaSource {
+class AudioCodec : public MediaSource, private DecoderCore::Feed {
 public:
     // A decoder for `track` as described by `meta` (its track metadata,
     // which must state the sample rate and channel count). Null when the
@@ -53,33 +50,31 @@ public:
     DecodeDamage damage() override;
 
 private:
-    AudioCodec(std::shared_ptr<AvPacketTrack> track, AVCodecContext* context, int rate,
-               int channels, std::shared_ptr<MetaData> format);
+    AudioCodec(std::unique_ptr<DecoderCore> core, int rate, std::shared_ptr<MetaData> format,
+               int64_t endUs);
     void seekLocked(int64_t timeUs, ReadOptions::SeekMode mode);
-    // Converts mFrame (or drains, for null) into a buffer; null when no
-    // samples came out. Sets mFailed when the frame cannot be converted.
+    // Converts a decoded frame (or drains, for null) into a buffer; null
+    // when no samples came out.
     MediaBuffer* convertLocked(const AVFrame* frame);
-    // Whether mFrame lies wholly before the seek target (then it is dropped);
-    // otherwise sets how many of its output frames to drop.
-    bool beforeSeekTargetLocked(int64_t frameUs);
+    // Whether the decoded frame lies wholly before the seek target (then it
+    // is dropped); otherwise sets how many of its output frames to drop.
+    bool beforeSeekTargetLocked(const AVFrame* frame, int64_t frameUs);
     void endStreamLocked(const char* why, int error);
-    // Counts a packet skipped as damaged; false when too many came in a row.
-    bool skipDamagedLocked(const char* why, int error);
+    // DecoderCore::Feed, called with mLock held.
+    Input nextPacket(AVPacket* packet) override;
+    bool skipDamaged(bool refused, int error) override;
     int64_t nextTimeUsLocked() const { return mTimeBaseUs + mFramesSinceBase * 1000000 / mRate; }
 
-    const std::shared_ptr<AvPacketTrack> mTrack;
-    AVCodecContext* mContext;
+    const std::unique_ptr<DecoderCore> mCore;
     const int mRate;
     const std::shared_ptr<MetaData> mFormat;
-    SampleConverter mConverter;
+    // Media time of the track's stated end (MP4), after which decoded
+    // frames are padding; -1 when the container states no exact end.
+    const int64_t mEndUs;
 
     std::mutex mLock;
     bool mStarted = false;
-    bool mInputEnded = false;   // no more packets go to the codec
     bool mOutputEnded = false;  // the stream has ended for the reader
-    AVPacket* mPacket = nullptr;
-    AVFrame* mFrame = nullptr;
-    std::shared_ptr<MediaBufferGroup> mGroup;
     // Media time of the next output frame: a base plus frames since it.
     int64_t mTimeBaseUs = 0;
     int64_t mFramesSinceBase = 0;
@@ -87,10 +82,6 @@ private:
     // and the output frames to drop from the next converted frame.
     int64_t mSkipUntilUs = -1;
     int mDropFrames = 0;
-    DamageTally mDamage;
-    // Media time of the track's stated end (MP4), after which decoded
-    // frames are padding; -1 when the container states no exact end.
-    int64_t mEndUs = -1;
 };
 
 }  // namespace wv

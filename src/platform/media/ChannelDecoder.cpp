@@ -13,6 +13,9 @@ extern "C" {
 #include <cstring>
 
 #include "base/Log.h"
+#include "platform/media/AvDemuxer.h"
+#include "platform/media/AvPacketTrack.h"
+#include "platform/media/DataSource.h"
 
 namespace wv {
 namespace {
@@ -36,34 +39,26 @@ ChannelDecoder::Place placeOf(int channel) {
 
 }  // namespace
 
-ChannelDecoder::~ChannelDecoder() {
-    av_frame_free(&mFrame);
-    av_packet_free(&mPacket);
-    swr_free(&mConverter);
-    avcodec_free_context(&mCodec);
-    avformat_close_input(&mFormat);
-}
+ChannelDecoder::~ChannelDecoder() { swr_free(&mConverter); }
 
 bool ChannelDecoder::open(const std::string& path) {
-    if (avformat_open_input(&mFormat, path.c_str(), nullptr, nullptr) < 0) return false;
-    if (avformat_find_stream_info(mFormat, nullptr) < 0) return false;
-    for (unsigned i = 0; i < mFormat->nb_streams && mStream < 0; ++i) {
-        if (mFormat->streams[i]->codecpar->codec_type == AVMEDIA_TYPE_AUDIO) mStream = int(i);
+    const std::shared_ptr<DataSource> source = DataSource::CreateFromURI(path.c_str());
+    const std::shared_ptr<AvDemuxer> demuxer = source ? AvDemuxer::open(source) : nullptr;
+    if (!demuxer) return false;
+    int stream = -1;
+    for (int i = 0; i < demuxer->streamCount() && stream < 0; ++i) {
+        if (demuxer->stream(i)->codecpar->codec_type == AVMEDIA_TYPE_AUDIO) stream = i;
     }
-    if (mStream < 0) return false;
-    const AVCodecParameters* parameters = mFormat->streams[mStream]->codecpar;
-    const AVCodec* codec = avcodec_find_decoder(parameters->codec_id);
-    if (codec == nullptr) return false;
-    mCodec = avcodec_alloc_context3(codec);
-    if (mCodec == nullptr || avcodec_parameters_to_context(mCodec, parameters) < 0 ||
-        avcodec_open2(mCodec, codec, nullptr) < 0) {
-        return false;
-    }
-    const int channels = mCodec->ch_layout.nb_channels;
-    if (channels < 1 || mCodec->sample_rate < 1) return false;
+    if (stream < 0) return false;
+    mCore = DecoderCore::open(
+        std::make_shared<AvPacketTrack>(demuxer, stream, std::make_shared<MetaData>()));
+    if (!mCore || mCore->start() != OK) return false;
+    const AVCodecContext* codec = mCore->context();
+    const int channels = codec->ch_layout.nb_channels;
+    if (channels < 1 || codec->sample_rate < 1) return false;
     AVChannelLayout layout;
-    if (mCodec->ch_layout.order == AV_CHANNEL_ORDER_NATIVE) {
-        if (av_channel_layout_copy(&layout, &mCodec->ch_layout) < 0) return false;
+    if (codec->ch_layout.order == AV_CHANNEL_ORDER_NATIVE) {
+        if (av_channel_layout_copy(&layout, &codec->ch_layout) < 0) return false;
     } else {
         av_channel_layout_default(&layout, channels);
     }
@@ -78,18 +73,16 @@ bool ChannelDecoder::open(const std::string& path) {
         mPlaces.push_back(placeOf(channel));
     }
     const int made = swr_alloc_set_opts2(&mConverter, &layout, AV_SAMPLE_FMT_FLT,
-                                         mCodec->sample_rate, &layout, mCodec->sample_fmt,
-                                         mCodec->sample_rate, 0, nullptr);
+                                         codec->sample_rate, &layout, codec->sample_fmt,
+                                         codec->sample_rate, 0, nullptr);
     av_channel_layout_uninit(&layout);
     if (made < 0 || swr_init(mConverter) < 0) return false;
-    mPacket = av_packet_alloc();
-    mFrame = av_frame_alloc();
-    mRate = static_cast<uint32_t>(mCodec->sample_rate);
-    return mPacket != nullptr && mFrame != nullptr;
+    mRate = static_cast<uint32_t>(codec->sample_rate);
+    return true;
 }
 
 int ChannelDecoder::read(float* out, int maxFrames) {
-    if (mCodec == nullptr || mFailed) return -1;
+    if (mConverter == nullptr || mFailed) return -1;
     const size_t channels = mPlaces.size();
     size_t written = 0;
     const size_t wanted = static_cast<size_t>(std::max(maxFrames, 0)) * channels;
@@ -111,48 +104,34 @@ int ChannelDecoder::read(float* out, int maxFrames) {
 
 bool ChannelDecoder::decodeMore() {
     while (!mEnded) {
-        const int received = avcodec_receive_frame(mCodec, mFrame);
-        if (received == 0) {
-            const bool converted = convert(mFrame);
-            av_frame_unref(mFrame);
-            if (!converted) {
+        switch (mCore->decode(*this)) {
+            case DecoderCore::Step::kFrame:
+                if (!convert(mCore->frame())) {
+                    mFailed = true;
+                    return false;
+                }
+                if (!mPending.empty()) return true;
+                break;
+            case DecoderCore::Step::kDrained:
+                mEnded = true;
+                break;
+            case DecoderCore::Step::kStopped:
+            case DecoderCore::Step::kHungry:
+                WV_LOGE("decoding failed");
                 mFailed = true;
                 return false;
-            }
-            if (!mPending.empty()) return true;
-            continue;
-        }
-        if (received == AVERROR_EOF) {
-            mEnded = true;
-            break;
-        }
-        if (received != AVERROR(EAGAIN) || mInputEnded) {
-            mFailed = true;
-            return false;
-        }
-        // The codec wants a packet of the track, or the end.
-        int status;
-        while ((status = av_read_frame(mFormat, mPacket)) >= 0 &&
-               mPacket->stream_index != mStream) {
-            av_packet_unref(mPacket);
-        }
-        if (status < 0) {
-            mInputEnded = true;
-            status = avcodec_send_packet(mCodec, nullptr);
-        } else {
-            status = avcodec_send_packet(mCodec, mPacket);
-            av_packet_unref(mPacket);
-            // A packet the codec refuses is skipped, as ffmpeg does.
-            if (status == AVERROR_INVALIDDATA) status = 0;
-        }
-        if (status < 0) {
-            WV_LOGE("decoding failed");
-            mFailed = true;
-            return false;
         }
     }
     // What the converter still holds.
     return convert(nullptr) && !mPending.empty();
+}
+
+DecoderCore::Feed::Input ChannelDecoder::nextPacket(AVPacket* packet) {
+    return mCore->track().readPacket(packet, nullptr) == OK ? Input::kPacket : Input::kEnd;
+}
+
+bool ChannelDecoder::skipDamaged(bool refused, int error) {
+    return refused && error == AVERROR_INVALIDDATA;
 }
 
 bool ChannelDecoder::convert(const AVFrame* frame) {

@@ -7,22 +7,25 @@
 // track whose container states no layout gets FFmpeg's default layout for
 // its channel count, as ffmpeg's own filters assume.
 //
+// A packet the codec refuses as invalid data is skipped, as ffmpeg skips it;
+// any other error ends the read with a failure.
+//
 // One thread at a time; the file is read from its start to its end once.
 #pragma once
 
 #include <cstdint>
+#include <memory>
 #include <string>
 #include <vector>
 
-struct AVCodecContext;
-struct AVFormatContext;
+#include "platform/media/DecoderCore.h"
+
 struct AVFrame;
-struct AVPacket;
 struct SwrContext;
 
 namespace wv {
 
-class ChannelDecoder {
+class ChannelDecoder : private DecoderCore::Feed {
 public:
     // A channel's place: front (left, right, centre and the rest ahead),
     // surround (side and back, at ear height or above), low-frequency
@@ -49,18 +52,15 @@ private:
     // Decodes more into mPending; false at the end or on failure (mFailed).
     bool decodeMore();
     bool convert(const AVFrame* frame);
+    Input nextPacket(AVPacket* packet) override;
+    bool skipDamaged(bool refused, int error) override;
 
-    AVFormatContext* mFormat = nullptr;
-    AVCodecContext* mCodec = nullptr;
+    std::unique_ptr<DecoderCore> mCore;
     SwrContext* mConverter = nullptr;
-    AVPacket* mPacket = nullptr;
-    AVFrame* mFrame = nullptr;
-    int mStream = -1;
     uint32_t mRate = 0;
     std::vector<Place> mPlaces;
     std::vector<float> mPending;  // decoded samples not yet read
     size_t mPendingAt = 0;        // the first of them, in samples
-    bool mInputEnded = false;     // the codec was told the end
     bool mEnded = false;
     bool mFailed = false;
 };

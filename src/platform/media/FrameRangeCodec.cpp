@@ -18,75 +18,68 @@ constexpr int kDropTurnFrames = 256;  // codec frames decoded and dropped per tu
 // Packets the throw-away decoder may take before giving its first output.
 constexpr int kProbePackets = 64;
 
-AVCodecContext* openContext(const AVCodec* codec, const AVCodecParameters* params,
-                            AVRational timeBase) {
-    AVCodecContext* context = avcodec_alloc_context3(codec);
-    if (context == nullptr) return nullptr;
-    int ret = avcodec_parameters_to_context(context, params);
-    if (ret >= 0) {
-        context->pkt_timebase = timeBase;
-        context->thread_count = 1;  // one frame out per packet in, no lag
-        ret = avcodec_open2(context, codec, nullptr);
-    }
-    if (ret < 0) avcodec_free_context(&context);
-    return context;
-}
 }  // namespace
+
+// The trial decode's feed: the first packets of the track, held for the
+// decoding proper, until the first output or kProbePackets of them.
+class FrameRangeCodec::ProbeFeed : public DecoderCore::Feed {
+public:
+    ProbeFeed(FrameRangeCodec& codec, DecoderCore& probe) : mCodec(codec), mProbe(probe) {}
+
+    Input nextPacket(AVPacket* packet) override {
+        if (static_cast<int>(mCodec.mToOffer.size()) >= kProbePackets) return Input::kLater;
+        HeldPacket held{};
+        if (!mCodec.readHeld(&held)) {
+            mCodec.mInputEnded = true;
+            return Input::kEnd;
+        }
+        mCodec.mToOffer.push_back(held);
+        if (mCodec.mToOffer.size() == 1) mCodec.mOriginFrame = held.frame;
+        return av_packet_ref(packet, held.packet) < 0 ? Input::kLater : Input::kPacket;
+    }
+    // Whatever the trial decoder refuses, only its first output matters.
+    bool skipDamaged(bool, int) override { return mProbe.tally().skipped(false, 0); }
+
+private:
+    FrameRangeCodec& mCodec;
+    DecoderCore& mProbe;
+};
 
 std::shared_ptr<MediaSource> FrameRangeCodec::Create(const std::shared_ptr<MetaData>& meta,
                                                      const std::shared_ptr<MediaSource>& source,
                                                      int64_t firstFrame, int64_t endFrame) {
-    auto track = std::dynamic_pointer_cast<AvPacketTrack>(source);
-    int32_t rate = 0, channels = 0;
-    if (!track || !meta || !meta->findInt32(kKeySampleRate, &rate) || rate <= 0 ||
-        !meta->findInt32(kKeyChannelCount, &channels) || channels < 1 || channels > 2) {
+    int rate = 0, channels = 0;
+    if (!DecoderCore::pcmLayoutOf(meta, &rate, &channels)) {
         WV_LOGE("no range decoder for this source");
         return nullptr;
     }
-    const AVCodecParameters* params = track->codecParameters();
-    const AVCodec* codec = avcodec_find_decoder(params->codec_id);
-    if (codec == nullptr || params->codec_type != AVMEDIA_TYPE_AUDIO) {
-        WV_LOGE("no audio decoder for codec %s", avcodec_get_name(params->codec_id));
-        return nullptr;
-    }
-    const AVRational timeBase = track->demuxer()->stream(track->streamIndex())->time_base;
-    AVCodecContext* context = openContext(codec, params, timeBase);
-    if (context == nullptr) {
-        WV_LOGE("cannot open the %s decoder", codec->name);
-        return nullptr;
-    }
-    auto format = std::make_shared<MetaData>();
-    format->setCString(kKeyMIMEType, MEDIA_MIMETYPE_AUDIO_RAW);
-    format->setInt32(kKeySampleRate, rate);
-    format->setInt32(kKeyChannelCount, channels);
-    format->setInt32(kKeyChannelMask, channelMaskForCount(channels));
-    format->setInt32(kKeyPcmEncoding, 1);
+    std::unique_ptr<DecoderCore> core = DecoderCore::open(source, rate, channels);
+    if (!core) return nullptr;
     // Opus state after a cold start only converges towards the full
     // decode's; AAC noise substitution (PNS) draws from a generator whose
     // state is the whole stream's history. Both are decoded from the start.
-    const bool decodeAll =
-        params->codec_id == AV_CODEC_ID_OPUS || params->codec_id == AV_CODEC_ID_AAC;
+    const AVCodecID codecId = core->track().codecParameters()->codec_id;
+    const bool decodeAll = codecId == AV_CODEC_ID_OPUS || codecId == AV_CODEC_ID_AAC;
     // Where a whole load ends too: the padding after a stated end is none
     // of the track's frames.
-    const int64_t statedEndUs = track->statedEndUs();
+    const int64_t statedEndUs = core->track().statedEndUs();
     if (statedEndUs >= 0) {
         const int64_t statedEnd = (statedEndUs * rate + 500000) / 1000000;
         if (endFrame > statedEnd) endFrame = statedEnd;
     }
-    return std::shared_ptr<MediaSource>(new FrameRangeCodec(std::move(track), context,
-                                                            std::move(format), rate, channels,
-                                                            firstFrame, endFrame, decodeAll));
+    return std::shared_ptr<MediaSource>(new FrameRangeCodec(std::move(core),
+                                                            DecoderCore::pcmFormat(rate, channels),
+                                                            rate, firstFrame, endFrame, decodeAll));
 }
 
-FrameRangeCodec::FrameRangeCodec(std::shared_ptr<AvPacketTrack> track, AVCodecContext* context,
-                                 std::shared_ptr<MetaData> format, int rate, int channels,
-                                 int64_t first, int64_t end, bool decodeAll)
-    : mTrack(std::move(track)), mContext(context), mFormat(std::move(format)), mRate(rate),
-      mFirst(first < 0 ? 0 : first), mEnd(end), mDecodeAll(decodeAll), mConverter(rate, channels) {}
+FrameRangeCodec::FrameRangeCodec(std::unique_ptr<DecoderCore> core,
+                                 std::shared_ptr<MetaData> format, int rate, int64_t first,
+                                 int64_t end, bool decodeAll)
+    : mCore(std::move(core)), mFormat(std::move(format)), mRate(rate),
+      mFirst(first < 0 ? 0 : first), mEnd(end), mDecodeAll(decodeAll) {}
 
 FrameRangeCodec::~FrameRangeCodec() {
     if (mStarted) stop();
-    avcodec_free_context(&mContext);
 }
 
 void FrameRangeCodec::clearHeld() {
@@ -99,18 +92,11 @@ void FrameRangeCodec::clearHeld() {
 status_t FrameRangeCodec::start(MetaData*) {
     std::lock_guard<std::mutex> guard(mLock);
     if (mStarted) return INVALID_OPERATION;
-    mFrame = av_frame_alloc();
-    if (mFrame == nullptr) return NO_INIT;
-    const status_t status = mTrack->start();
-    if (status != OK) {
-        av_frame_free(&mFrame);
-        return status;
-    }
-    mGroup = MediaBufferGroup::create();
-    mInputEnded = mDrainSent = mLastSentPreroll = false;
+    const status_t status = mCore->start();
+    if (status != OK) return status;
+    mInputEnded = mLastSentPreroll = false;
     mOriginFrame = mNextPacketFrame = mNextOutFrame = 0;
     mPrerollLeft = 0;
-    mDamage = DamageTally();
     if (mFirst >= mEnd) {
         mPhase = Phase::kEnded;
     } else {
@@ -123,12 +109,8 @@ status_t FrameRangeCodec::start(MetaData*) {
 status_t FrameRangeCodec::stop() {
     std::lock_guard<std::mutex> guard(mLock);
     if (!mStarted) return INVALID_OPERATION;
-    mTrack->stop();
-    avcodec_flush_buffers(mContext);
-    mConverter.reset();
+    mCore->stop();
     clearHeld();
-    av_frame_free(&mFrame);
-    mGroup.reset();
     mStarted = false;
     return OK;
 }
@@ -136,56 +118,35 @@ status_t FrameRangeCodec::stop() {
 bool FrameRangeCodec::readHeld(HeldPacket* held) {
     AVPacket* packet = av_packet_alloc();
     if (packet == nullptr) return false;
-    const status_t status = mTrack->readPacket(packet, nullptr);
+    const status_t status = mCore->track().readPacket(packet, nullptr);
     if (status != OK) {
         if (status != ERROR_END_OF_STREAM) WV_LOGW("track read failed (%d); the part ends", status);
         av_packet_free(&packet);
         return false;
     }
-    const AVRational timeBase = mTrack->demuxer()->stream(mTrack->streamIndex())->time_base;
-    const AVRational frameBase{1, mRate};
     held->packet = packet;
-    held->frame = packet->pts != AV_NOPTS_VALUE ? av_rescale_q(packet->pts, timeBase, frameBase)
-                                                : mNextPacketFrame;
+    held->frame =
+        packet->pts != AV_NOPTS_VALUE ? mCore->framesOf(packet->pts, mRate) : mNextPacketFrame;
     // A packet without a time stamp follows on from the one before.
-    const int64_t duration =
-        packet->duration > 0 ? av_rescale_q(packet->duration, timeBase, frameBase) : 0;
+    const int64_t duration = packet->duration > 0 ? mCore->framesOf(packet->duration, mRate) : 0;
     mNextPacketFrame = held->frame + duration;
     return true;
 }
 
 void FrameRangeCodec::probeOriginLocked() {
-    const AVCodecParameters* params = mTrack->codecParameters();
-    const AVRational timeBase = mTrack->demuxer()->stream(mTrack->streamIndex())->time_base;
-    AVCodecContext* probe = openContext(mContext->codec, params, timeBase);
-    AVFrame* frame = av_frame_alloc();
-    bool found = false;
-    bool drained = false;
-    while (!found && probe != nullptr && frame != nullptr && !drained &&
-           static_cast<int>(mToOffer.size()) < kProbePackets) {
-        HeldPacket held{};
-        if (readHeld(&held)) {
-            mToOffer.push_back(held);
-            if (mToOffer.size() == 1) mOriginFrame = held.frame;
-            avcodec_send_packet(probe, held.packet);
-        } else {
-            mInputEnded = true;
-            drained = true;
-            avcodec_send_packet(probe, nullptr);
-        }
-        while (avcodec_receive_frame(probe, frame) == 0) {
-            if (!found && frame->nb_samples > 0) {
-                if (frame->best_effort_timestamp != AV_NOPTS_VALUE) {
-                    mOriginFrame =
-                        av_rescale_q(frame->best_effort_timestamp, timeBase, AVRational{1, mRate});
-                }
-                found = true;
+    std::unique_ptr<DecoderCore> probe = mCore->openTwin();
+    if (probe && probe->start() == OK) {
+        ProbeFeed feed(*this, *probe);
+        while (probe->decode(feed) == DecoderCore::Step::kFrame) {
+            const AVFrame* frame = probe->frame();
+            if (frame->nb_samples == 0) continue;
+            if (frame->best_effort_timestamp != AV_NOPTS_VALUE) {
+                mOriginFrame = probe->framesOf(frame->best_effort_timestamp, mRate);
             }
-            av_frame_unref(frame);
+            break;
         }
+        probe->stop();
     }
-    av_frame_free(&frame);
-    avcodec_free_context(&probe);
     mPhase = Phase::kSkipping;
 }
 
@@ -257,108 +218,89 @@ void FrameRangeCodec::skipBatchLocked() {
 MediaBuffer* FrameRangeCodec::cutLocked(const AVFrame* frame) {
     int64_t position = mNextOutFrame;
     if (!mDecodeAll && frame != nullptr && frame->best_effort_timestamp != AV_NOPTS_VALUE) {
-        const AVRational timeBase = mTrack->demuxer()->stream(mTrack->streamIndex())->time_base;
-        position = av_rescale_q(frame->best_effort_timestamp, timeBase, AVRational{1, mRate}) -
-                   mOriginFrame;
+        position = mCore->framesOf(frame->best_effort_timestamp, mRate) - mOriginFrame;
     }
     // Converted whole, as the full decode converts it, then cut.
-    const int capacity = mConverter.maxOutputFrames(frame);
-    if (capacity < 0) {
-        WV_LOGW("unconvertible decoded format; the part ends");
+    const DecoderCore::Converted converted = mCore->convert(frame);
+    if (converted.failure != nullptr) {
+        WV_LOGW("%s; the part ends", converted.failure);
         mPhase = Phase::kEnded;
         return nullptr;
     }
-    if (capacity == 0) return nullptr;
-    const size_t frameBytes = 2 * static_cast<size_t>(mConverter.outChannels());
-    MediaBuffer* buffer = mGroup->acquire(static_cast<size_t>(capacity) * frameBytes);
-    const int frames = mConverter.convert(frame, static_cast<int16_t*>(buffer->data()), capacity);
-    if (frames <= 0) {
-        buffer->release();
-        if (frames < 0) {
-            WV_LOGW("sample conversion failed; the part ends");
-            mPhase = Phase::kEnded;
-        }
-        return nullptr;
-    }
+    if (converted.buffer == nullptr) return nullptr;
+    const int frames = converted.frames;
     mNextOutFrame = position + frames;
     const int64_t from = position < mFirst ? mFirst : position;
     const int64_t to = position + frames > mEnd ? mEnd : position + frames;
     if (position >= mEnd) mPhase = Phase::kEnded;
-    if (to <= from) {
-        buffer->release();
-        return nullptr;
-    }
-    if (to == mEnd) mPhase = Phase::kEnded;
-    buffer->set_range(static_cast<size_t>(from - position) * frameBytes,
-                      static_cast<size_t>(to - from) * frameBytes);
-    buffer->meta_data()->setInt64(kKeyTime, from * 1000000 / mRate);
-    return buffer;
+    if (to > from && to == mEnd) mPhase = Phase::kEnded;
+    return mCore->cut(converted.buffer, from - position, to - from, from * 1000000 / mRate);
 }
 
 MediaBuffer* FrameRangeCodec::decodeStepLocked() {
     int dropped = 0;
     while (mPhase == Phase::kDecoding) {
-        int ret = avcodec_receive_frame(mContext, mFrame);
-        if (ret == 0) {
-            mDamage.decoded();
-            MediaBuffer* buffer = cutLocked(mFrame);
-            av_frame_unref(mFrame);
-            if (buffer != nullptr) return buffer;
-            // Decoding a long way up to the part (Opus, AAC) takes turns
-            // too, so that a cancel is not held up until the part begins.
-            if (++dropped >= kDropTurnFrames) return mGroup->acquire(0);
-        } else if (ret == AVERROR_EOF) {
-            MediaBuffer* buffer = cutLocked(nullptr);  // what a rate conversion holds
-            mPhase = Phase::kEnded;
-            return buffer;
-        } else if (ret == AVERROR(EAGAIN)) {
-            HeldPacket held{};
-            if (!mHeld.empty()) {
-                held = mHeld.front();
-                mHeld.pop_front();
-                mLastSentPreroll = mPrerollLeft > 0;
-                if (mPrerollLeft > 0) --mPrerollLeft;
-            } else if (mInputEnded || !readHeld(&held)) {
-                mInputEnded = true;
-                if (mDrainSent) {
-                    mPhase = Phase::kEnded;
-                    break;
-                }
-                mDrainSent = true;
-                avcodec_send_packet(mContext, nullptr);
-                continue;
-            } else {
-                mLastSentPreroll = false;
+        switch (mCore->decode(*this)) {
+            case DecoderCore::Step::kFrame: {
+                MediaBuffer* buffer = cutLocked(mCore->frame());
+                if (buffer != nullptr) return buffer;
+                // Decoding a long way up to the part (Opus, AAC) takes turns
+                // too, so that a cancel is not held up until the part begins.
+                if (++dropped >= kDropTurnFrames) return mCore->emptyBuffer();
+                break;
             }
-            ret = avcodec_send_packet(mContext, held.packet);
-            av_packet_free(&held.packet);
-            if (ret < 0 && ret != AVERROR(EAGAIN) && !mLastSentPreroll) {
-                skipDamagedLocked("packet refused by the decoder");
+            case DecoderCore::Step::kDrained: {
+                MediaBuffer* buffer = cutLocked(nullptr);  // what a rate conversion holds
+                mPhase = Phase::kEnded;
+                return buffer;
             }
-        } else if (!mLastSentPreroll) {
-            // A cold decoder may reject a pre-roll packet (an MP3 frame whose
-            // reservoir lies before it); only later errors count as damage.
-            skipDamagedLocked("decode error");
+            case DecoderCore::Step::kStopped:
+            case DecoderCore::Step::kHungry:
+                mPhase = Phase::kEnded;
+                break;
         }
     }
     return nullptr;
 }
 
-void FrameRangeCodec::skipDamagedLocked(const char* why) {
+DecoderCore::Feed::Input FrameRangeCodec::nextPacket(AVPacket* packet) {
+    HeldPacket held{};
+    if (!mHeld.empty()) {
+        held = mHeld.front();
+        mHeld.pop_front();
+        mLastSentPreroll = mPrerollLeft > 0;
+        if (mPrerollLeft > 0) --mPrerollLeft;
+    } else if (mInputEnded || !readHeld(&held)) {
+        mInputEnded = true;
+        return Input::kEnd;
+    } else {
+        mLastSentPreroll = false;
+    }
+    av_packet_move_ref(packet, held.packet);
+    av_packet_free(&held.packet);
+    return Input::kPacket;
+}
+
+bool FrameRangeCodec::skipDamaged(bool refused, int) {
+    // A cold decoder may reject a pre-roll packet (an MP3 frame whose
+    // reservoir lies before it); only later errors count as damage.
+    if (mLastSentPreroll) return true;
     // As the whole decode does (see AudioCodec): the packet is passed over
     // and the codec goes on with its state.
-    WV_LOGW("%s; skipped", why);
+    WV_LOGW("%s; skipped", refused ? "packet refused by the decoder" : "decode error");
     // Counted from the part's first frame, as the item's frames are.
     const int64_t position = mNextOutFrame > 0 ? mNextOutFrame : 0;
-    if (!mDamage.skipped(position >= mFirst, (position - mFirst) * 1000000 / mRate)) {
-        WV_LOGW("too many damaged packets; the part ends");
-        mPhase = Phase::kEnded;
+    if (mCore->tally().skipped(position >= mFirst, (position - mFirst) * 1000000 / mRate)) {
+        return true;
     }
+    WV_LOGW("too many damaged packets; the part ends");
+    mPhase = Phase::kEnded;
+    return false;
 }
 
 DecodeDamage FrameRangeCodec::damage() {
     std::lock_guard<std::mutex> guard(mLock);
-    return mDamage.damage();
+    return mCore->tally().damage();
 }
 
 status_t FrameRangeCodec::read(MediaBuffer** out, const ReadOptions*) {
@@ -373,7 +315,7 @@ status_t FrameRangeCodec::read(MediaBuffer** out, const ReadOptions*) {
             case Phase::kSkipping:
                 skipBatchLocked();
                 if (mPhase == Phase::kSkipping) {
-                    *out = mGroup->acquire(0);  // a turn for the caller
+                    *out = mCore->emptyBuffer();  // a turn for the caller
                     return OK;
                 }
                 break;

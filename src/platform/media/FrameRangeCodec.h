@@ -40,17 +40,15 @@
 #include <memory>
 #include <mutex>
 
-#include "platform/media/AvPacketTrack.h"
+#include "platform/media/DecoderCore.h"
 #include "platform/media/MediaSource.h"
-#include "platform/media/SampleConverter.h"
 
-struct AVCodecContext;
 struct AVFrame;
 struct AVPacket;
 
 namespace wv {
 
-class FrameRangeCodec : public MediaSource {
+class FrameRangeCodec : public MediaSource, private DecoderCore::Feed {
 public:
     // Null when AudioCodec::Create would fail for the same track.
     static std::shared_ptr<MediaSource> Create(const std::shared_ptr<MetaData>& meta,
@@ -74,14 +72,14 @@ public:
 
 private:
     enum class Phase { kProbing, kSkipping, kDecoding, kEnded };
+    class ProbeFeed;
     struct HeldPacket {
         AVPacket* packet;
         int64_t frame;  // where its audio starts, in frames of the track's time line
     };
 
-    FrameRangeCodec(std::shared_ptr<AvPacketTrack> track, AVCodecContext* context,
-                    std::shared_ptr<MetaData> format, int rate, int channels, int64_t first,
-                    int64_t end, bool decodeAll);
+    FrameRangeCodec(std::unique_ptr<DecoderCore> core, std::shared_ptr<MetaData> format, int rate,
+                    int64_t first, int64_t end, bool decodeAll);
     // Reads the next packet of the track into a new held packet; false at
     // the end of the track or on a read error.
     bool readHeld(HeldPacket* held);
@@ -97,22 +95,21 @@ private:
     MediaBuffer* decodeStepLocked();
     MediaBuffer* cutLocked(const AVFrame* frame);
     void clearHeld();
-    void skipDamagedLocked(const char* why);
+    // DecoderCore::Feed of the decoding, called with mLock held: the held
+    // packets, then the rest of the track.
+    Input nextPacket(AVPacket* packet) override;
+    bool skipDamaged(bool refused, int error) override;
 
-    const std::shared_ptr<AvPacketTrack> mTrack;
-    AVCodecContext* mContext;
+    const std::unique_ptr<DecoderCore> mCore;
     const std::shared_ptr<MetaData> mFormat;
     const int mRate;
     const int64_t mFirst;
     const int64_t mEnd;
     const bool mDecodeAll;
-    SampleConverter mConverter;
 
     std::mutex mLock;
     bool mStarted = false;
     Phase mPhase = Phase::kProbing;
-    AVFrame* mFrame = nullptr;
-    std::shared_ptr<MediaBufferGroup> mGroup;
     // Packets read but not yet decoded: the probed start, then the pre-roll.
     std::deque<HeldPacket> mHeld;
     std::deque<HeldPacket> mToOffer;
@@ -121,9 +118,7 @@ private:
     int64_t mNextOutFrame = 0;     // output position of the next decoded frame, when unstamped
     int mPrerollLeft = 0;          // packets to send whose errors are not fatal
     bool mInputEnded = false;      // the demuxer has no more packets
-    bool mDrainSent = false;       // the codec has been told so
     bool mLastSentPreroll = false;
-    DamageTally mDamage;
 };
 
 }  // namespace wv
