@@ -21,7 +21,8 @@
  *    thread they did not make. The queue keeps the newest 65,536 events:
  *    older ones are dropped first, so an application that never pulls
  *    loses only old events, never memory.
- * Either way wv_wait can wait for the end of an item's job.
+ * Either way wv_wait can wait for the end of an item's job (see
+ * waitForJob in Wavoryx.h).
  */
 #ifndef WAVORYX_WAVORYX_C_H
 #define WAVORYX_WAVORYX_C_H
@@ -48,6 +49,7 @@ typedef void (*wv_event_fn)(int code, int32_t id, int32_t value, void* user);
 
 #ifndef __cplusplus
 typedef struct WvSourceInfo WvSourceInfo;
+typedef struct WvPeakSet WvPeakSet;
 #endif
 
 /* A new engine, its workers and its event thread running. working_dir: the
@@ -69,15 +71,16 @@ WAVORYX_API int wv_set_callback(wv_engine* engine, wv_event_fn fn, void* user);
  * it takes); -4 for a NULL out. Events delivered to a callback are not
  * queued. */
 WAVORYX_API int wv_next_event(wv_engine* engine, wv_event_record* out, int timeout_ms);
-/* Waits until the last job started through this API on item `id` has sent
- * its ending event, and copies that event into *ending (when not NULL).
- * Ending events: of a load 0, 4, 5 or 7; of a render 20, 22, 23 or 25; of
- * a loudness measurement 28, 20 or 23; of playback 40 or 42; of a
- * recording 63. A job that ended before the call counts: the call returns
- * at once. Returns 1 when ended, 0 when timeout_ms (negative: no limit)
- * passed first, WV_ERR_WRONG_ITEM (-2) when no job of that item was
- * started through this engine's functions. Does not take events from the
- * queue. */
+/* Waits for the end of the item's load, scan, render or loudness
+ * measurement, as waitForJob(id, WV_JOB_ANY, ...) does, and copies the
+ * ending event into *ending (when not NULL). A job that ended before the
+ * call counts: it returns at once, as often as asked, until the item's next
+ * job is queued. Returns 1 when ended, 0 when timeout_ms (0: only look;
+ * negative: no limit) passed first, WV_ERR_WRONG_ITEM (-2) for an item
+ * that never had such a job (playback and recordings have none: see events
+ * 42 and 63), WV_ERR_NO_ITEM (-1) for an id that never named an item. In a
+ * callback it never waits (0 while the job runs). Does not take events from
+ * the queue. */
 WAVORYX_API int wv_wait(wv_engine* engine, int32_t id, int timeout_ms, wv_event_record* ending);
 
 /* A constant English phrase for a result (WV_OK, WV_ERR_*), "unknown
@@ -90,8 +93,8 @@ WAVORYX_API const char* wv_event_name(int code);
 WAVORYX_API const char* wv_version(void);
 
 /* Items: as setThreadPriority, dump, removePcm, loadFile, getSourceInfo,
- * getSourceTag, getLoadDamage, getSourceFrames, loadFileRange,
- * cancelLoadFile. */
+ * getSourceTag, getLoadDamage, getSourceFrames, loadFileRange, scanFile,
+ * getScanPeaks, getScanLoudness, cancelLoadFile. */
 WAVORYX_API int32_t wv_set_thread_priority(wv_engine* engine, int32_t priority);
 WAVORYX_API int32_t wv_dump(wv_engine* engine);
 WAVORYX_API int32_t wv_remove_pcm(wv_engine* engine, int32_t id);
@@ -103,6 +106,12 @@ WAVORYX_API int32_t wv_get_load_damage(wv_engine* engine, int32_t id, unsigned i
 WAVORYX_API int32_t wv_get_source_frames(wv_engine* engine, int32_t id, uint32_t* frames);
 WAVORYX_API int32_t wv_load_file_range(wv_engine* engine, const char* path, unsigned int start_ms,
                                        unsigned int end_ms);
+WAVORYX_API int32_t wv_scan_file(wv_engine* engine, const char* path, const WvPeakSet* sets,
+                                 unsigned int set_count, int loudness);
+WAVORYX_API int32_t wv_get_scan_peaks(wv_engine* engine, int32_t id, unsigned int set,
+                                      int16_t* min_max, unsigned int count);
+WAVORYX_API int32_t wv_get_scan_loudness(wv_engine* engine, int32_t id, int32_t* integrated_tenths,
+                                         int32_t* range_tenths, int32_t* true_peak_tenths);
 WAVORYX_API int32_t wv_cancel_load_file(wv_engine* engine, int32_t id);
 
 /* PCM facts and peaks: as getPcmSampleRate, getPcmChannelCount,

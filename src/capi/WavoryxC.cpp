@@ -36,12 +36,6 @@ std::string makePrivateFolder() {
 
 int removeEntry(const char* path, const struct stat*, int, struct FTW*) { return ::remove(path); }
 
-// Counts a job of `id` when the call that starts it succeeded.
-int32_t started(wv_engine* e, int32_t id, int32_t result) {
-    if (result >= 0) e->events.jobStarted(id);
-    return result;
-}
-
 // The class takes any value as WAV; an int outside the enum's values must not
 // become an encode_type (that is undefined), so it is made WAV here.
 encode_type encodeType(int type) {
@@ -88,7 +82,12 @@ int wv_next_event(wv_engine* e, wv_event_record* out, int timeout_ms) {
 }
 
 int wv_wait(wv_engine* e, int32_t id, int timeout_ms, wv_event_record* ending) {
-    return e->events.wait(id, timeout_ms, ending);
+    int32_t value = 0;
+    const int32_t code = e->engine.waitForJob(id, WV_JOB_ANY, timeout_ms, &value);
+    if (code == WV_ERR_NOT_READY) return 0;
+    if (code < 0) return code;
+    if (ending != nullptr) *ending = wv_event_record{code, id, value};
+    return 1;
 }
 
 const char* wv_result_text(int32_t result) {
@@ -183,10 +182,7 @@ int32_t wv_set_thread_priority(wv_engine* e, int32_t priority) {
 int32_t wv_dump(wv_engine* e) { return e->engine.dump(); }
 int32_t wv_remove_pcm(wv_engine* e, int32_t id) { return e->engine.removePcm(id); }
 
-int32_t wv_load_file(wv_engine* e, const char* path) {
-    const int32_t id = e->engine.loadFile(path);
-    return started(e, id, id);
-}
+int32_t wv_load_file(wv_engine* e, const char* path) { return e->engine.loadFile(path); }
 
 int32_t wv_get_source_info(wv_engine* e, int32_t id, WvSourceInfo* info) {
     return e->engine.getSourceInfo(id, info);
@@ -207,8 +203,22 @@ int32_t wv_get_source_frames(wv_engine* e, int32_t id, uint32_t* frames) {
 
 int32_t wv_load_file_range(wv_engine* e, const char* path, unsigned int start_ms,
                            unsigned int end_ms) {
-    const int32_t id = e->engine.loadFileRange(path, start_ms, end_ms);
-    return started(e, id, id);
+    return e->engine.loadFileRange(path, start_ms, end_ms);
+}
+
+int32_t wv_scan_file(wv_engine* e, const char* path, const WvPeakSet* sets, unsigned int set_count,
+                     int loudness) {
+    return e->engine.scanFile(path, sets, set_count, loudness);
+}
+
+int32_t wv_get_scan_peaks(wv_engine* e, int32_t id, unsigned int set, int16_t* min_max,
+                          unsigned int count) {
+    return e->engine.getScanPeaks(id, set, min_max, count);
+}
+
+int32_t wv_get_scan_loudness(wv_engine* e, int32_t id, int32_t* integrated_tenths,
+                             int32_t* range_tenths, int32_t* true_peak_tenths) {
+    return e->engine.getScanLoudness(id, integrated_tenths, range_tenths, true_peak_tenths);
 }
 
 int32_t wv_cancel_load_file(wv_engine* e, int32_t id) { return e->engine.cancelLoadFile(id); }
@@ -286,16 +296,12 @@ int32_t wv_get_list_loudness_result(wv_engine* e, int32_t list_id, int32_t* reac
 }
 
 int32_t wv_get_output_bit_rate(wv_engine* e, int32_t id) { return e->engine.getOutputBitRate(id); }
-int32_t wv_process(wv_engine* e, int32_t list_id) {
-    return started(e, list_id, e->engine.process(list_id));
-}
+int32_t wv_process(wv_engine* e, int32_t list_id) { return e->engine.process(list_id); }
 int32_t wv_cancel_process(wv_engine* e, int32_t list_id) {
     return e->engine.cancelProcess(list_id);
 }
-int32_t wv_measure_loudness(wv_engine* e, int32_t id) {
-    return started(e, id, e->engine.measureLoudness(id));
-}
-int32_t wv_play_start(wv_engine* e, int32_t id) { return started(e, id, e->engine.playStart(id)); }
+int32_t wv_measure_loudness(wv_engine* e, int32_t id) { return e->engine.measureLoudness(id); }
+int32_t wv_play_start(wv_engine* e, int32_t id) { return e->engine.playStart(id); }
 int32_t wv_play_pause(wv_engine* e) { return e->engine.playPause(); }
 int32_t wv_play_resume(wv_engine* e) { return e->engine.playResume(); }
 int32_t wv_play_stop(wv_engine* e) { return e->engine.playStop(); }
@@ -305,9 +311,8 @@ int32_t wv_get_play_position_ms(wv_engine* e) { return e->engine.getPlayPosition
 
 int32_t wv_record_start(wv_engine* e, const char* path, int type, int sample_rate,
                         int channel_count, int bit_rate, int audio_source, int effect) {
-    const int32_t id = e->engine.recordStart(path, encodeType(type), sample_rate, channel_count,
-                                             bit_rate, audio_source, effect);
-    return started(e, id, id);
+    return e->engine.recordStart(path, encodeType(type), sample_rate, channel_count, bit_rate,
+                                 audio_source, effect);
 }
 
 int32_t wv_record_pause(wv_engine* e) { return e->engine.recordPause(); }

@@ -109,6 +109,36 @@ static void namesAndTexts(void) {
     CHECK(wv_result_text(-999) != NULL, "unknown result text");
 }
 
+/* A scan keeps no audio and gives the extremes of each bin. */
+static void scanned(wv_engine* e, const char* source) {
+    WvPeakSet set;
+    int16_t minMax[2 * 3];
+    int32_t id, integrated = 0, range = 0, peak = 0;
+    int bin;
+    set.startFrame = 3000;
+    set.frames = 6000;
+    set.count = 3;
+    set.channel = 1;
+    id = wv_scan_file(e, source, &set, 1, 1);
+    CHECK(id > 0, "scan %d", id);
+    CHECK(wv_wait(e, id, 10000, NULL) == 1, "scan's end");
+    CHECK(wv_get_scan_peaks(e, id, 0, minMax, 3) == 3, "scan peaks");
+    for (bin = 0; bin < 3; ++bin) {
+        int16_t low = 32767, high = -32768;
+        int f;
+        for (f = 3000 + bin * 2000; f < 3000 + (bin + 1) * 2000; ++f) {
+            if (sample(f, 1) < low) low = sample(f, 1);
+            if (sample(f, 1) > high) high = sample(f, 1);
+        }
+        CHECK(minMax[2 * bin] == low && minMax[2 * bin + 1] == high, "bin %d: %d %d, not %d %d", bin,
+              minMax[2 * bin], minMax[2 * bin + 1], low, high);
+    }
+    CHECK(wv_get_scan_loudness(e, id, &integrated, &range, &peak) == WV_OK && integrated > -200 && integrated < 0,
+          "scan loudness %d", integrated);
+    CHECK(wv_get_pcm_frame_length(e, id) >= 0, "frames");
+    wv_remove_pcm(e, id);
+}
+
 /* Queue mode: load, pull the events in order, cut a range, render it. */
 static void pulledEvents(const char* folder, const char* source) {
     char work[600], out[600];
@@ -122,7 +152,7 @@ static void pulledEvents(const char* folder, const char* source) {
     e = wv_engine_new(work);
     CHECK(e != NULL, "engine");
     if (e == NULL) return;
-    CHECK(wv_wait(e, 1, 0, &ending) == WV_ERR_WRONG_ITEM, "a wait with no job");
+    CHECK(wv_wait(e, 1, 0, &ending) == WV_ERR_NO_ITEM, "a wait for no item");
     id = wv_load_file(e, source);
     CHECK(id > 0, "load %d", id);
     CHECK(wv_wait(e, id, 10000, &ending) == 1 && ending.code == WV_EVENT_LOAD_DONE && ending.id == id,
@@ -145,9 +175,12 @@ static void pulledEvents(const char* folder, const char* source) {
           ending.code);
     CHECK(holdsFrames(out, 2000, 6000), "the rendered range differs from the source's frames");
 
+    CHECK(wv_wait(e, list, 0, &ending) == 1, "a list's render still answers");
+
     CHECK(wv_measure_loudness(e, id) == WV_OK, "measure");
     CHECK(wv_wait(e, id, 20000, &ending) == 1 && ending.code == WV_EVENT_LOUDNESS_RANGE, "measurement's ending %d",
           ending.code);
+    scanned(e, source);
     while (wv_next_event(e, &event, 0) == 1) {
     }
     CHECK(wv_next_event(e, &event, 0) == 0, "an empty queue");
