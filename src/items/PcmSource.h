@@ -1,0 +1,50 @@
+// What a clip list's walker needs of the reader of one clip: 16-bit frames
+// of one item in the format the walker asked for, over a range of the
+// item's own frames. PcmInfoReader is the one implementation; the walker
+// sees only this, so the list's code and the reader's do not include each
+// other.
+//
+// Threads: one thread at a time, like the reader.
+#pragma once
+
+#include <cstdint>
+#include <memory>
+
+#include "platform/resample/AudioResampler.h"
+
+namespace wv {
+
+struct SPcmInfo;
+
+class PcmSource {
+public:
+    // After every read: 0 more follows, 1 the end of the range (or of a
+    // finished item) was reached, 2 the data ends where the item's data
+    // ends for now but more will come.
+    enum EndState : int32_t { MORE = 0, END = 1, WAIT = 2 };
+
+    virtual ~PcmSource() = default;
+
+    virtual void setPosition(uint32_t start, uint32_t end) = 0;  // [start, end)
+    virtual uint32_t position() const = 0;
+    virtual uint32_t endFrame() const = 0;
+    virtual int32_t endState() const = 0;
+    // Up to `bytes` bytes of frames from the position on; returns the frames
+    // put in `buffer`, 0 when nothing can be read, -1 when a file cannot be
+    // opened.
+    virtual int32_t read(char* buffer, uint32_t bytes) = 0;
+    // The item's frames from the position to the range's end that exist now.
+    virtual uint32_t framesLeft() const = 0;
+};
+
+// The output format of a reader: 0 means the item's own.
+struct PcmFormat {
+    int32_t rate = 0;
+    int32_t channels = 0;
+    AudioResampler::src_quality quality = AudioResampler::SRC_DEFAULT;
+};
+
+// Makes the reader of one clip's source in `format`.
+using ClipOpener = std::unique_ptr<PcmSource> (*)(SPcmInfo* source, const PcmFormat& format);
+
+}  // namespace wv
