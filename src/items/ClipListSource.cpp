@@ -35,6 +35,13 @@ uint32_t ClipListSource::ditherSeed(uint32_t frame) {
     return TpdfDither::kDefaultSeed + frame * 0x632BE5ABu;
 }
 
+int32_t ClipListSource::read(char* buffer, uint32_t frames, uint64_t gotBefore,
+                             uint64_t fetchLimit, bool* halted) {
+    // Reads with effects fill the whole buffer when they can.
+    if (usesEffects()) return readWithEffects(buffer, frames);
+    return readPlain(buffer, frames, gotBefore, fetchLimit, halted);
+}
+
 int32_t ClipListSource::readPlain(char* buffer, uint32_t frames, uint64_t gotBefore,
                                   uint64_t fetchLimit, bool* halted) {
     const uint32_t outFrameBytes = 2 * static_cast<uint32_t>(mFormat.channels);

@@ -34,41 +34,44 @@
 
 namespace wv {
 
-class ClipListSource {
+class ClipListSource : public ChainHead {
 public:
     // `list` is a clip list item the reader's user keeps alive.
     ClipListSource(SPcmInfo* list, ClipOpener opener);
-    ~ClipListSource();
+    ~ClipListSource() override;
     ClipListSource(const ClipListSource&) = delete;
     ClipListSource& operator=(const ClipListSource&) = delete;
 
-    // The output format of the next reads (the mix keeps the one of its
-    // first read).
-    void setFormat(const PcmFormat& format) { mFormat = format; }
-    // Where the next frame is read; drops the clip being read.
-    void moveTo(uint32_t position);
-    void setEnd(uint32_t end) { mEndFrame = end; }
-    uint32_t position() const { return mPosition; }
-    int32_t endState() const { return mEndState; }
-    void clearEndState() { mEndState = PcmSource::MORE; }
+    // The mix keeps the format of its first read.
+    void setFormat(const PcmFormat& format) override { mFormat = format; }
+    // Also drops the clip being read.
+    void moveTo(uint32_t position) override;
+    void setEnd(uint32_t end) override { mEndFrame = end; }
+    uint32_t position() const override { return mPosition; }
+    int32_t endState() const override { return mEndState; }
+    void clearEndState() override { mEndState = PcmSource::MORE; }
+    bool readable() const override { return true; }
+    // The mix when an effect is set now, else the plain walk.
+    int32_t read(char* buffer, uint32_t frames, uint64_t gotBefore, uint64_t fetchLimit,
+                 bool* halted) override;
     // Whether the list or one of its clips has an effect set now.
     bool usesEffects() const;
 
-    // Up to `frames` frames without effects. Clips are read only while
-    // gotBefore + the frames got in this call stay below fetchLimit;
-    // *halted (when given) tells that this stopped the read.
-    int32_t readPlain(char* buffer, uint32_t frames, uint64_t gotBefore, uint64_t fetchLimit,
-                      bool* halted);
     // Up to `frames` frames mixed with the effects as floats (full scale
     // +-1.0, frames x channels values; the rest is zero); returns the
     // frames made.
     int32_t readFloat(float* out, uint32_t frames);
-    // readFloat, then the dithered rounding to 16 bits.
-    int32_t readWithEffects(char* buffer, uint32_t frames);
     // The seed of the dither noise of list frame `frame`.
     static uint32_t ditherSeed(uint32_t frame);
 
 private:
+    // The clips' frames as they are. Clips are read only while
+    // gotBefore + the frames got in this call stay below fetchLimit;
+    // *halted (when given) tells that this stopped the read.
+    int32_t readPlain(char* buffer, uint32_t frames, uint64_t gotBefore, uint64_t fetchLimit,
+                      bool* halted);
+    // readFloat, then the dithered rounding to 16 bits.
+    int32_t readWithEffects(char* buffer, uint32_t frames);
     // A clip being mixed: where its reader stands, so a read that goes on
     // from there needs no seek.
     struct MixSource {

@@ -4,10 +4,8 @@
 #include <cstring>
 
 #include "base/Log.h"
-#include "items/ChannelMapper.h"
 #include "items/ClipListSource.h"
-#include "items/PcmFileSource.h"
-#include "items/RateConverter.h"
+#include "items/FileChain.h"
 #include "items/Reverser.h"
 
 namespace wv {
@@ -16,15 +14,15 @@ static_assert(PcmInfoReader::kWavHeaderBytes == PcmFileSource::kWavHeaderBytes,
               "one WAV header size");
 
 PcmInfoReader::PcmInfoReader(SPcmInfo* info) : mInfo(info) {
-    // A list stays a list, a file stays a file: the chain is built once.
+    // A list stays a list and a file a file: the chain is built once.
     if (info->status.load() == CLIP_LIST) {
-        mList.reset(new ClipListSource(info, &PcmInfoReader::openClip));
+        mList = new ClipListSource(info, &PcmInfoReader::openClip);
+        mHead.reset(mList);
         mReverser.reset(new Reverser(static_cast<PcmSource*>(this)));
     } else {
-        mFile.reset(new PcmFileSource(info));
-        mConverter.reset(new RateConverter(info, mFile.get()));
-        mMapper.reset(new ChannelMapper(mConverter.get()));
-        mReverser.reset(new Reverser(mFile.get()));
+        FileChain* chain = new FileChain(info);
+        mHead.reset(chain);
+        mReverser.reset(new Reverser(chain->file()));
     }
     setPosition(0, kToEnd);
 }
@@ -40,25 +38,13 @@ std::unique_ptr<PcmSource> PcmInfoReader::openClip(SPcmInfo* source, const PcmFo
 
 uint32_t PcmInfoReader::ditherSeed(uint32_t frame) { return ClipListSource::ditherSeed(frame); }
 
-void PcmInfoReader::moveTo(uint32_t position) {
-    if (mList) {
-        mList->moveTo(position);
-    } else {
-        mFile->moveTo(position);
-    }
-}
-
 void PcmInfoReader::setPosition(uint32_t start, uint32_t end) {
     mEndFrame = end;
-    if (mList) {
-        mList->setEnd(end);
-    } else {
-        mFile->setEnd(end);
-    }
-    moveTo(start);
+    mHead->setEnd(end);
+    mHead->moveTo(start);
 }
 
-uint32_t PcmInfoReader::position() const { return mList ? mList->position() : mFile->position(); }
+uint32_t PcmInfoReader::position() const { return mHead->position(); }
 
 uint32_t PcmInfoReader::framesLeft() const {
     uint32_t left = 0;
@@ -68,8 +54,8 @@ uint32_t PcmInfoReader::framesLeft() const {
 
 void PcmInfoReader::seekMs(uint32_t ms) {
     // A clip's reader sits at the old place; the next read starts afresh.
-    moveTo(static_cast<uint32_t>(uint64_t(ms) * static_cast<uint32_t>(mInfo->sampleRate.load()) /
-                                 1000));
+    mHead->moveTo(static_cast<uint32_t>(
+        uint64_t(ms) * static_cast<uint32_t>(mInfo->sampleRate.load()) / 1000));
 }
 
 uint64_t PcmInfoReader::getTimeMs() const {
@@ -85,13 +71,7 @@ uint64_t PcmInfoReader::getAvailableTimeMs() const {
 bool PcmInfoReader::settleFormat() {
     if (mFormat.rate == 0) mFormat.rate = mInfo->sampleRate.load();
     if (mFormat.channels == 0) mFormat.channels = mInfo->channelCount.load();
-    if (mList) {
-        mList->setFormat(mFormat);
-    } else {
-        mConverter->setOutRate(mFormat.rate);
-        mConverter->setQuality(mFormat.quality);
-        mMapper->setOutChannels(mFormat.channels);
-    }
+    mHead->setFormat(mFormat);
     return mFormat.rate != 0 && mFormat.channels != 0;
 }
 
@@ -99,11 +79,7 @@ uint32_t PcmInfoReader::beginRead(char* buffer, uint32_t bytes) {
     const bool known = settleFormat();
     std::memset(buffer, 0, bytes);
     mEndState = MORE;
-    if (mList) {
-        mList->clearEndState();
-    } else {
-        mFile->clearEndState();
-    }
+    mHead->clearEndState();
     if (!known) {
         WV_LOGW("No sr and ch!");
         return 0;
@@ -111,64 +87,36 @@ uint32_t PcmInfoReader::beginRead(char* buffer, uint32_t bytes) {
     return (bytes / static_cast<uint32_t>(mFormat.channels)) / 2;
 }
 
-int32_t PcmInfoReader::readFile(char* buffer, uint32_t frames) {
-    if (!mFile->open()) return -1;
-    const uint32_t n = mMapper->read(buffer, frames, &mEndState);
-    return static_cast<int32_t>(n);
-}
-
 int32_t PcmInfoReader::read(char* buffer, uint32_t bytes) {
     const uint32_t frames = beginRead(buffer, bytes);
-    if (mFormat.rate == 0 || mFormat.channels == 0) return 0;
-    if (mList) {
-        int32_t n;
-        if (mList->usesEffects()) {
-            n = mList->readWithEffects(buffer, frames);
-        } else {
-            // Clips are fetched only while less than half the buffer is filled.
-            const uint32_t half = (bytes / static_cast<uint32_t>(mFormat.channels)) / 4;
-            n = mList->readPlain(buffer, frames, 0, half, nullptr);
-        }
-        mEndState = mList->endState();
-        return n;
-    }
-    const int32_t status = mInfo->status.load();
-    if (status != DECODING && status != PCM_READY) return 0;
-    return readFile(buffer, frames);
+    if (mFormat.rate == 0 || mFormat.channels == 0 || !mHead->readable()) return 0;
+    // A list fetches clips only while less than half the buffer is filled.
+    const uint32_t half = (bytes / static_cast<uint32_t>(mFormat.channels)) / 4;
+    const int32_t n = mHead->read(buffer, frames, 0, half, nullptr);
+    mEndState = mHead->endState();
+    return n;
 }
 
 int32_t PcmInfoReader::readPiece(char* buffer, uint32_t bytes, uint64_t wholeBytes,
                                  uint64_t* gotSoFar, bool* done) {
     const uint32_t frames = beginRead(buffer, bytes);
     *done = true;
-    if (mFormat.rate == 0 || mFormat.channels == 0) return 0;
-    int32_t n = 0;
-    if (mList) {
-        bool halted = false;
-        if (mList->usesEffects()) {
-            // Reads of the effects path fill the whole buffer when they can.
-            n = mList->readWithEffects(buffer, frames);
-        } else {
-            const uint64_t half = (wholeBytes / static_cast<uint32_t>(mFormat.channels)) / 4;
-            n = mList->readPlain(buffer, frames, *gotSoFar, half, &halted);
-        }
-        mEndState = mList->endState();
-        *done = halted || mEndState != MORE || mList->position() >= mEndFrame;
-    } else {
-        const int32_t status = mInfo->status.load();
-        if (status != DECODING && status != PCM_READY) return 0;
-        n = readFile(buffer, frames);
-        // A file that cannot be opened leaves the whole buffer silent.
-        if (n < 0) return 0;
-        *done = mEndState != MORE;
-    }
+    if (mFormat.rate == 0 || mFormat.channels == 0 || !mHead->readable()) return 0;
+    const uint64_t half = (wholeBytes / static_cast<uint32_t>(mFormat.channels)) / 4;
+    bool halted = false;
+    const int32_t n = mHead->read(buffer, frames, *gotSoFar, half, &halted);
+    mEndState = mHead->endState();
+    // A file that cannot be opened leaves the whole buffer silent.
+    if (n < 0) return 0;
+    // A converter giving out a file's tail past the range's end is not done.
+    *done = halted || mEndState != MORE || (mList != nullptr && mHead->position() >= mEndFrame);
     *gotSoFar += static_cast<uint64_t>(n);
     return n;
 }
 
 int32_t PcmInfoReader::readFloat(float* out, uint32_t frames) {
     if (!settleFormat()) return 0;
-    if (mList && mInfo->clipList) {
+    if (mList != nullptr && mInfo->clipList) {
         const int32_t n = mList->readFloat(out, frames);
         mEndState = mList->endState();
         return n;

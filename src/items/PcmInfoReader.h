@@ -2,8 +2,8 @@
 // count its user asks for: a decoded file, a raw WAV source read in place,
 // an item still being decoded, or a clip list.
 //
-// The reader builds the chain the item needs and hands reads down it:
-//   decoded item: PcmFileSource -> RateConverter -> ChannelMapper
+// The reader builds the chain the item needs once and hands reads down it:
+//   decoded item: FileChain = PcmFileSource -> RateConverter -> ChannelMapper
 //   clip list:    ClipListSource (each clip through a reader of its own)
 //   backwards:    Reverser, over the file or over forward reads of the list
 //
@@ -29,10 +29,7 @@
 
 namespace wv {
 
-class ChannelMapper;
 class ClipListSource;
-class PcmFileSource;
-class RateConverter;
 class Reverser;
 
 class PcmInfoReader : public PcmSource {
@@ -102,19 +99,13 @@ private:
     // Common start of a read: output format, zeroed buffer, end state.
     // Returns the output frames that fit, or 0 when no format is known.
     uint32_t beginRead(char* buffer, uint32_t bytes);
-    int32_t readFile(char* buffer, uint32_t frames);
-    void moveTo(uint32_t position);
 
     SPcmInfo* mInfo;
     PcmFormat mFormat;
     uint32_t mEndFrame = kToEnd;
     int32_t mEndState = MORE;
-    // A decoded item's chain.
-    std::unique_ptr<PcmFileSource> mFile;
-    std::unique_ptr<RateConverter> mConverter;
-    std::unique_ptr<ChannelMapper> mMapper;
-    // A clip list's.
-    std::unique_ptr<ClipListSource> mList;
+    std::unique_ptr<ChainHead> mHead;
+    ClipListSource* mList = nullptr;  // the head when the item is a list: its float stage
     std::unique_ptr<Reverser> mReverser;
 };
 

@@ -44,6 +44,32 @@ struct PcmFormat {
     AudioResampler::src_quality quality = AudioResampler::SRC_DEFAULT;
 };
 
+// The first link a PcmInfoReader reads from: a decoded item's chain
+// (FileChain) or a clip list's source (ClipListSource). Positions count the
+// item's own frames.
+class ChainHead {
+public:
+    virtual ~ChainHead() = default;
+
+    // The output format of the next reads.
+    virtual void setFormat(const PcmFormat& format) = 0;
+    // Where the next frame is read; the next read seeks.
+    virtual void moveTo(uint32_t position) = 0;
+    virtual void setEnd(uint32_t end) = 0;
+    virtual uint32_t position() const = 0;
+    // Set by reads (PcmSource::EndState); cleared by the reader before one.
+    virtual int32_t endState() const = 0;
+    virtual void clearEndState() = 0;
+    // Whether the item can be read in its present state.
+    virtual bool readable() const = 0;
+    // Up to `frames` output frames into a zeroed buffer; returns the frames
+    // made, -1 when a file cannot be opened. A list fetches its next clip
+    // only while gotBefore + the frames got in this call stay below
+    // fetchLimit, and then sets *halted (when given).
+    virtual int32_t read(char* buffer, uint32_t frames, uint64_t gotBefore, uint64_t fetchLimit,
+                         bool* halted) = 0;
+};
+
 // Makes the reader of one clip's source in `format`.
 using ClipOpener = std::unique_ptr<PcmSource> (*)(SPcmInfo* source, const PcmFormat& format);
 
