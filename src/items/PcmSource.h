@@ -1,8 +1,11 @@
-// What a clip list's walker needs of the reader of one clip: 16-bit frames
-// of one item in the format the walker asked for, over a range of the
-// item's own frames. PcmInfoReader is the one implementation; the walker
-// sees only this, so the list's code and the reader's do not include each
-// other.
+// The interfaces between the links of an item's reader.
+//  - PcmSource: what a clip list's walker needs of the reader of one clip:
+//    16-bit frames of one item in the format the walker asked for, over a
+//    range of the item's own frames. PcmInfoReader is the one
+//    implementation; the walker sees only this and a ClipOpener, so the
+//    list's code and the reader's do not include each other.
+//  - ChainHead: what PcmInfoReader reads from, a decoded item's chain or a
+//    clip list's source.
 //
 // Threads: one thread at a time, like the reader.
 #pragma once
