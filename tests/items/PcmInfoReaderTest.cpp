@@ -242,8 +242,10 @@ TEST_F(PcmInfoReaderTest, PlainListReadsBackwardsAsItsForwardFramesReversed) {
     while (forward.size() < kFrames * 2 + 2) {
         const int32_t n = reader.read(buffer.data(), static_cast<uint32_t>(buffer.size()));
         ASSERT_GE(n, 0);
-        const auto got = samples(buffer, size_t(n) * 2);
-        forward.insert(forward.end(), got.begin(), got.end());
+        if (n > 0) {
+            const auto got = samples(buffer, size_t(n) * 2);
+            forward.insert(forward.end(), got.begin(), got.end());
+        }
         if (reader.endState() != PcmInfoReader::MORE) break;
     }
     ASSERT_EQ(forward.size(), kFrames * 2);
