@@ -206,6 +206,79 @@ TEST_F(PcmInfoReaderTest, ReverseFillHandsFramesLastFirstThenSilence) {
     EXPECT_EQ(samples(buffer, 1)[0], 1288);
 }
 
+// A list without effects read backwards is its forward frames last first,
+// across joins, through a nested list and with a mono clip widened to the
+// list's stereo, then silence before frame 0; and a forward read after it
+// goes on from where it stopped.
+TEST_F(PcmInfoReaderTest, PlainListReadsBackwardsAsItsForwardFramesReversed) {
+    SPcmInfo* a = pcmItem(8000, 2, 3000);
+    SPcmInfo* m = pcmItem(8000, 1, 3000);
+    SPcmInfo* inner = addItem(CLIP_LIST, 8000, 1, 0);
+    inner->clipList.reset(new PcmClipList());
+    PcmClip clip;
+    clip.source = m;
+    clip.start = 50;
+    clip.end = 450;
+    inner->clipList->add(clip);
+    SPcmInfo* list = addItem(CLIP_LIST, 8000, 2, 0);
+    list->clipList.reset(new PcmClipList());
+    clip.source = a;
+    clip.start = 100;
+    clip.end = 700;
+    list->clipList->add(clip);
+    clip.source = inner;
+    clip.start = 0;
+    clip.end = 400;
+    list->clipList->add(clip);
+    clip.source = m;
+    clip.start = 0;
+    clip.end = 300;
+    list->clipList->add(clip);
+    constexpr uint32_t kFrames = 1300;
+
+    std::vector<int16_t> forward;
+    PcmInfoReader reader(list);
+    std::vector<char> buffer(512 * 4);
+    while (forward.size() < kFrames * 2 + 2) {
+        const int32_t n = reader.read(buffer.data(), static_cast<uint32_t>(buffer.size()));
+        ASSERT_GE(n, 0);
+        if (n > 0) {
+            const auto got = samples(buffer, size_t(n) * 2);
+            forward.insert(forward.end(), got.begin(), got.end());
+        }
+        if (reader.endState() != PcmInfoReader::MORE) break;
+    }
+    ASSERT_EQ(forward.size(), kFrames * 2);
+    EXPECT_EQ(forward[0], 200);  // frame 100 of a, left
+    EXPECT_EQ(forward[1], 201);
+    EXPECT_EQ(forward[1200], 100);  // frame 50 of m, on both sides
+    EXPECT_EQ(forward[1201], 100);
+    EXPECT_EQ(forward[2000], 0);  // frame 0 of m
+    EXPECT_EQ(forward[kFrames * 2 - 1], 598);
+
+    reader.setPosition(kFrames, PcmInfoReader::kToEnd);
+    std::vector<int16_t> backward;
+    for (int i = 0; i < 3; ++i) {
+        ASSERT_EQ(reader.reverseFill(buffer.data(), static_cast<uint32_t>(buffer.size())), 512);
+        const auto got = samples(buffer, 1024);
+        backward.insert(backward.end(), got.begin(), got.end());
+    }
+    EXPECT_EQ(reader.position(), 0u);
+    std::vector<int16_t> expected;
+    for (uint32_t f = kFrames; f-- > 0;) {
+        expected.push_back(forward[f * 2]);
+        expected.push_back(forward[f * 2 + 1]);
+    }
+    expected.resize(3 * 1024, 0);
+    EXPECT_EQ(backward, expected);
+
+    reader.setPosition(kFrames, PcmInfoReader::kToEnd);
+    ASSERT_EQ(reader.reverseFill(buffer.data(), 100 * 4), 100);  // back to frame 1200
+    ASSERT_EQ(reader.read(buffer.data(), 8), 2);
+    const std::vector<int16_t> frame1200(forward.begin() + 2400, forward.begin() + 2404);
+    EXPECT_EQ(samples(buffer, 4), frame1200);
+}
+
 TEST_F(PcmInfoReaderTest, RawWavSourceAndMissingFile) {
     std::vector<char> wav(44, 'h');
     for (int16_t k = 0; k < 10; ++k) {

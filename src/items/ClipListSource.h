@@ -1,0 +1,111 @@
+// The frames of a clip list, walked clip by clip, each clip through a
+// reader of its own source (made by the ClipOpener, so nested lists work
+// the same way).
+//
+// Without effects the clips' 16-bit frames are handed out as they come,
+// bit for bit: a list frame is a frame of the clips' sources, and a clip of
+// another rate is converted on its own, so the list's length is the sum of
+// its clips' converted lengths.
+//
+// With effects (ClipEffects.h) the clips are mixed in float: each scaled by
+// its envelope, overlapping clips summed, then the list gain; here a list
+// frame is an output frame: a clip of another rate takes the place its
+// converted length needs (PcmClipList::place with the output rate), cut or
+// padded to it. The 16-bit frames come from one rounding with TPDF dither
+// (dsp/Dither.h); the noise of list frame p comes from a TpdfDither seeded
+// with ditherSeed(p) = TpdfDither::kDefaultSeed + p x 0x632BE5AB (mod 2^32),
+// one value per channel in channel order: the bytes of a frame depend only
+// on the list and the frame, so the same list renders to the same bytes
+// every time and playback (forwards, backwards, after any seek) hands out
+// exactly what a render writes. A converter started mid-clip (after a seek)
+// is not primed the way a read from the clip's start leaves it, so those
+// frames can differ slightly from a read straight through; at equal rates
+// everything is exact.
+//
+// Threads: one thread at a time, like the reader that owns it.
+#pragma once
+
+#include <cstdint>
+#include <memory>
+#include <vector>
+
+#include "items/ClipEffects.h"
+#include "items/PcmSource.h"
+
+namespace wv {
+
+class ClipListSource : public ChainHead {
+public:
+    // `list` is a clip list item the reader's user keeps alive.
+    ClipListSource(SPcmInfo* list, ClipOpener opener);
+    ~ClipListSource() override;
+    ClipListSource(const ClipListSource&) = delete;
+    ClipListSource& operator=(const ClipListSource&) = delete;
+
+    // The mix keeps the format of its first read.
+    void setFormat(const PcmFormat& format) override { mFormat = format; }
+    // Also drops the clip being read.
+    void moveTo(uint32_t position) override;
+    void setEnd(uint32_t end) override { mEndFrame = end; }
+    uint32_t position() const override { return mPosition; }
+    int32_t endState() const override { return mEndState; }
+    void clearEndState() override { mEndState = PcmSource::MORE; }
+    bool readable() const override { return true; }
+    // The mix when an effect is set now, else the plain walk.
+    int32_t read(char* buffer, uint32_t frames, uint64_t gotBefore, uint64_t fetchLimit,
+                 bool* halted) override;
+    // Whether the list or one of its clips has an effect set now.
+    bool usesEffects() const;
+
+    // Up to `frames` frames mixed with the effects as floats (full scale
+    // +-1.0, frames x channels values; the rest is zero); returns the
+    // frames made.
+    int32_t readFloat(float* out, uint32_t frames);
+    // The seed of the dither noise of list frame `frame`.
+    static uint32_t ditherSeed(uint32_t frame);
+
+private:
+    // The clips' frames as they are. Clips are read only while
+    // gotBefore + the frames got in this call stay below fetchLimit;
+    // *halted (when given) tells that this stopped the read.
+    int32_t readPlain(char* buffer, uint32_t frames, uint64_t gotBefore, uint64_t fetchLimit,
+                      bool* halted);
+    // readFloat, then the dithered rounding to 16 bits.
+    int32_t readWithEffects(char* buffer, uint32_t frames);
+    // A clip being mixed: where its reader stands, so a read that goes on
+    // from there needs no seek.
+    struct MixSource {
+        uint32_t clipId = 0;
+        uint32_t next = 0;          // clip frame given next (held, or else the reader's)
+        bool holding = false;       // `held` is frame `next`, read ahead
+        std::vector<int16_t> held;  // one frame
+        std::unique_ptr<PcmSource> reader;
+    };
+    // Mixes list frames from the position on, at most `frames` and not past
+    // the range's end, into out; sets the end state.
+    uint32_t mix(float* out, uint32_t frames);
+    // Adds clip frames [from, from + count) of `place` to out (whose first
+    // frame is clip frame `from`); returns the frames its source gave and
+    // *waiting when it stopped at data still to come.
+    uint32_t addClip(const ClipPlacement& place, uint32_t from, uint32_t count, float* out,
+                     bool* waiting);
+    MixSource* sourceFor(const ClipPlacement& place, uint32_t from);
+
+    SPcmInfo* mList;
+    ClipOpener mOpener;
+    PcmFormat mFormat;
+    uint32_t mPosition = 0;
+    uint32_t mEndFrame = 0xFFFFFFFF;
+    int32_t mEndState = PcmSource::MORE;
+    std::unique_ptr<PcmSource> mClipReader;  // the clip read without effects
+
+    // The mix, set up at its first read.
+    bool mMixing = false;
+    PcmFormat mMixFormat;
+    std::vector<ClipPlacement> mPlaces;
+    std::vector<MixSource> mSources;
+    std::vector<int16_t> mScratch;
+    std::vector<float> mFloatBlock;  // floats before dither
+};
+
+}  // namespace wv
