@@ -73,6 +73,7 @@ public:
     // Loading (LoadOps.cpp; the work runs in src/load).
     int32_t loadFile(const char* path);
     int32_t loadFileRange(const char* path, uint32_t startMs, uint32_t endMs);
+    int32_t loadStream(int fd);
     int32_t cancelLoadFile(wv::pcm_id_t id);
 
     // Rendering (RenderOps.cpp, WaveformOps.cpp; the work runs in src/render).

@@ -181,6 +181,9 @@ struct SPcmInfo {
     bool ranged = false;
     uint32_t rangeStartMs = 0;
     uint32_t rangeEndMs = 0;
+    // A load of a stream (loadStream): the descriptor it reads, until the
+    // decoder takes it; closed with the item when never taken.
+    std::atomic<int> streamFd{-1};
     std::atomic<int32_t> encodeType{0};
     std::atomic<int32_t> bitRate{0};  // kbit/s; 0 = not set
     // Lossy encoders' choices (see codec EncodeOptions); the defaults keep

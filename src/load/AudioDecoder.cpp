@@ -1,6 +1,8 @@
 #define WV_LOG_TAG "AudioDecoder"
 #include "load/AudioDecoder.h"
 
+#include <unistd.h>
+
 #include <cstring>
 
 #include "base/CheckSites.h"
@@ -8,6 +10,7 @@
 #include "base/Log.h"
 #include "platform/media/AudioCodec.h"
 #include "platform/media/AudioTrackOpener.h"
+#include "platform/media/DataSource.h"
 
 namespace wv {
 
@@ -16,6 +19,7 @@ AudioDecoder::AudioDecoder() : AudioDecoder(&AudioCodec::Create) {}
 AudioDecoder::AudioDecoder(CodecFactory factory) : mCodecFactory(std::move(factory)) {}
 
 AudioDecoder::~AudioDecoder() {
+    if (mStreamFd >= 0) ::close(mStreamFd);
     freeBuffer();
     if (mMediaSource) {
         WV_CHECK_EQ_AT(Check::kDecoderStopOnRelease, "(status_t)OK,mMediaSource->stop()",
@@ -26,7 +30,10 @@ AudioDecoder::~AudioDecoder() {
 
 int32_t AudioDecoder::load(const char* path, int* sampleRate, int* format, int* channelCount,
                            int64_t* durationUs, bool* isRaw) {
-    const FirstAudioTrack found = findFirstAudioTrack(path);
+    const int streamFd = mStreamFd;
+    mStreamFd = -1;
+    const FirstAudioTrack found = streamFd >= 0 ? findFirstAudioTrack(DataSource::CreateFromStream(streamFd))
+                                                : findFirstAudioTrack(path);
     switch (found.status) {
         case FirstAudioTrack::kFound:
             break;
@@ -59,10 +66,16 @@ int32_t AudioDecoder::load(const char* path, int* sampleRate, int* format, int* 
     int64_t duration = 0;
     if (meta->findInt64(kKeyDuration, &duration)) *durationUs = duration;
     noteFacts(*meta);
+    // The parser drops an MP3's end padding only where it can seek to the
+    // end; on a stream the frames its info frame counts are cut here alike.
+    if (streamFd >= 0 && mFacts.framesExact && mFacts.container == "mp3") {
+        mStreamCapFrames = mFacts.frames;
+        mFrameBytes = 2 * static_cast<int64_t>(channels);
+    }
 
     // A part of a file is decoded even from a WAV: its frames go to a file
     // of their own.
-    if (!mRanged && std::strstr(mime, "raw") != nullptr) {
+    if (!mRanged && streamFd < 0 && std::strstr(mime, "raw") != nullptr) {
         WV_LOGD("Raw sound file found.");
         *isRaw = true;
         return LOAD_OK;
@@ -105,6 +118,11 @@ void AudioDecoder::noteFacts(const MetaData& meta) {
     }
 }
 
+void AudioDecoder::setStream(int fd) {
+    if (mStreamFd >= 0) ::close(mStreamFd);
+    mStreamFd = fd;
+}
+
 void AudioDecoder::setRangeMs(uint32_t startMs, uint32_t endMs) {
     mRanged = true;
     mStartMs = startMs;
@@ -118,7 +136,13 @@ int32_t AudioDecoder::getDataBuffer(char** data, unsigned int* length) {
     if (status == OK && mBuffer != nullptr) {
         *data = static_cast<char*>(mBuffer->data()) + mBuffer->range_offset();
         *length = static_cast<unsigned int>(mBuffer->range_length());
-        return 0;
+        if (mStreamCapFrames < 0) return 0;
+        const int64_t room = (mStreamCapFrames - mDeliveredFrames) * mFrameBytes;
+        if (room > 0) {
+            if (int64_t(*length) > room) *length = static_cast<unsigned int>(room);
+            mDeliveredFrames += int64_t(*length) / mFrameBytes;
+            return 0;
+        }
     }
     if (mBuffer != nullptr) freeBuffer();
     mDamage = mMediaSource->damage();

@@ -56,6 +56,11 @@ public:
     // what lies before it (see FrameRangeCodec); buffers of length 0 come
     // while the file is passed over.
     void setRangeMs(uint32_t startMs, uint32_t endMs);
+    // Makes the next load() read the stream `fd` (taken, closed with the
+    // decoder) instead of opening `path`: read once, front to back, as the
+    // decoding goes (see DataSource::CreateFromStream); a WAV on it is
+    // decoded, not read in place. Not with setRangeMs.
+    void setStream(int fd);
 
     // 0: *data and *length describe the next decoded buffer (length may be
     // 0). 1: the stream has ended (or failed); the codec is stopped and gone.
@@ -78,6 +83,11 @@ private:
     SourceFacts mFacts;
     DecodeDamage mDamage;
     bool mRanged = false;
+    int mStreamFd = -1;
+    // A stream's stated length that the decoding is cut at; -1 for none.
+    int64_t mStreamCapFrames = -1;
+    int64_t mFrameBytes = 4;
+    int64_t mDeliveredFrames = 0;
     uint32_t mStartMs = 0;
     uint32_t mEndMs = 0;
 };
