@@ -25,7 +25,7 @@ void freeIo(AVIOContext** io) {
 
 int AvDemuxer::ioRead(void* opaque, uint8_t* buffer, int size) {
     auto* self = static_cast<AvDemuxer*>(opaque);
-    const ssize_t n = self->mSource->readAt(self->mIoPosition, buffer, static_cast<size_t>(size));
+    const ssize_t n = self->mSource->readSomeAt(self->mIoPosition, buffer, static_cast<size_t>(size));
     if (n < 0) return AVERROR(EIO);
     if (n == 0) return AVERROR_EOF;
     self->mIoPosition += n;

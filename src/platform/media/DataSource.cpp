@@ -58,7 +58,12 @@ ssize_t DataSource::pull(char* data, size_t size) {
     }
 }
 
-ssize_t DataSource::readStreamAt(int64_t offset, void* data, size_t size) {
+ssize_t DataSource::readSomeAt(int64_t offset, void* data, size_t size) {
+    if (offset < 0) return ERROR_IO;
+    return mStream ? readStreamAt(offset, data, size, true) : readAt(offset, data, size);
+}
+
+ssize_t DataSource::readStreamAt(int64_t offset, void* data, size_t size, bool some) {
     std::lock_guard<std::mutex> guard(mStreamLock);
     char* out = static_cast<char*>(data);
     size_t done = 0;
@@ -68,7 +73,7 @@ ssize_t DataSource::readStreamAt(int64_t offset, void* data, size_t size) {
         const size_t from = static_cast<size_t>(offset);
         done = std::min(size, std::min(mHead.size(), static_cast<size_t>(mStreamRead)) - from);
         std::memcpy(out, mHead.data() + from, done);
-        if (offset + static_cast<int64_t>(done) < mStreamRead) return static_cast<ssize_t>(done);
+        if (some || offset + static_cast<int64_t>(done) < mStreamRead) return static_cast<ssize_t>(done);
     }
     // Bytes between the furthest read and the offset are passed over.
     char skip[4096];
@@ -83,13 +88,14 @@ ssize_t DataSource::readStreamAt(int64_t offset, void* data, size_t size) {
         if (n < 0) return done > 0 ? static_cast<ssize_t>(done) : n;
         if (n == 0) break;
         done += static_cast<size_t>(n);
+        if (some) break;
     }
     return static_cast<ssize_t>(done);
 }
 
 ssize_t DataSource::readAt(int64_t offset, void* data, size_t size) {
     if (offset < 0) return ERROR_IO;
-    if (mStream) return readStreamAt(offset, data, size);
+    if (mStream) return readStreamAt(offset, data, size, false);
     size_t done = 0;
     while (done < size) {
         const ssize_t n = ::pread(mFd, static_cast<char*>(data) + done, size - done,

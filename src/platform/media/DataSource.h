@@ -48,6 +48,9 @@ public:
     // Up to `size` bytes at `offset`; fewer only at the end of the file.
     // Returns the count read (0 at or past the end) or a negative status.
     ssize_t readAt(int64_t offset, void* data, size_t size);
+    // The same, but a stream returns what arrived as soon as some did,
+    // rather than wait for `size` bytes; a file reads as readAt.
+    ssize_t readSomeAt(int64_t offset, void* data, size_t size);
     // The file's size in bytes, taken now (a growing file is seen growing).
     status_t getSize(int64_t* size);
     const std::string& path() const { return mPath; }
@@ -56,7 +59,7 @@ public:
 private:
     DataSource(int fd, std::string path, bool stream = false)
         : mFd(fd), mPath(std::move(path)), mStream(stream) {}
-    ssize_t readStreamAt(int64_t offset, void* data, size_t size);
+    ssize_t readStreamAt(int64_t offset, void* data, size_t size, bool some);
     // Appends up to `size` bytes of the stream to `data` (and to the head
     // while it is short); 0 at its end, negative on an error.
     ssize_t pull(char* data, size_t size);
