@@ -275,9 +275,10 @@ public:
      * once the read under way has returned: a writer that stalls holds the
      * decoder until it writes or closes its end. Formats whose parser reads
      * front to back stream: MP3, ADTS AAC, Ogg (Vorbis, Opus, FLAC), FLAC,
-     * WAV (decoded, never read in place); one that needs to seek (an MP4
-     * with its index at the end) fails with event 0 (1): keep it in a file
-     * and use loadFile. The stream states no length unless its header does:
+     * WAV (decoded, never read in place). One that needs to seek (an MP4
+     * with its index after its samples, unless the whole file fits the
+     * parser's 64 KiB buffer) gives no audio: event 0 (1), or event 4 with
+     * 0 frames; keep such a stream in a file and use loadFile. The stream states no length unless its header does:
      * getSourceFrames may answer -3, as for a file that states none. Returns
      * the new id; -4 when `fd` is not an open descriptor (nothing is
      * registered). Any thread. */
