@@ -117,10 +117,11 @@ std::string streamingKind(const std::vector<char>& head) {
     return "";
 }
 
-// Waits until `fd` is ready for `events`; false when told to stop.
+// Waits until `fd` is ready for `events`; false when told to stop, or on
+// an ending signal: the stream's end then ends a load waiting for it.
 bool waitReady(int fd, short events) {
     for (;;) {
-        if (gStopPassing.load()) return false;
+        if (gStopPassing.load() || interruptSignal() != 0) return false;
         struct pollfd p = {fd, events, 0};
         const int n = ::poll(&p, 1, kPollMs);
         if (n > 0) return true;

@@ -276,9 +276,9 @@ public:
      * decoder until it writes or closes its end. Formats whose parser reads
      * front to back stream: MP3, ADTS AAC, Ogg (Vorbis, Opus, FLAC), FLAC,
      * WAV (decoded, never read in place). One that needs to seek (an MP4
-     * with its index after its samples, unless the whole file fits the
-     * parser's 64 KiB buffer) gives no audio: event 0 (1), or event 4 with
-     * 0 frames; keep such a stream in a file and use loadFile. The stream states no length unless its header does:
+     * with its index after its samples, unless the file is small enough to
+     * stay in the parser's buffer) gives no audio: event 0 (1), or event 4
+     * with 0 frames; keep such a stream in a file and use loadFile. The stream states no length unless its header does:
      * getSourceFrames may answer -3, as for a file that states none. Returns
      * the new id; -4 when `fd` is not an open descriptor (nothing is
      * registered). Any thread. */
