@@ -3,6 +3,7 @@
 
 #include <unistd.h>
 
+#include <algorithm>
 #include <cstring>
 
 #include "base/CheckSites.h"
@@ -11,6 +12,7 @@
 #include "platform/media/AudioCodec.h"
 #include "platform/media/AudioTrackOpener.h"
 #include "platform/media/DataSource.h"
+#include "platform/media/Mp3InfoFrame.h"
 
 namespace wv {
 
@@ -32,8 +34,8 @@ int32_t AudioDecoder::load(const char* path, int* sampleRate, int* format, int* 
                            int64_t* durationUs, bool* isRaw) {
     const int streamFd = mStreamFd;
     mStreamFd = -1;
-    const FirstAudioTrack found = streamFd >= 0 ? findFirstAudioTrack(DataSource::CreateFromStream(streamFd))
-                                                : findFirstAudioTrack(path);
+    const std::shared_ptr<DataSource> stream = streamFd >= 0 ? DataSource::CreateFromStream(streamFd) : nullptr;
+    const FirstAudioTrack found = stream ? findFirstAudioTrack(stream) : findFirstAudioTrack(path);
     switch (found.status) {
         case FirstAudioTrack::kFound:
             break;
@@ -67,9 +69,15 @@ int32_t AudioDecoder::load(const char* path, int* sampleRate, int* format, int* 
     if (meta->findInt64(kKeyDuration, &duration)) *durationUs = duration;
     noteFacts(*meta);
     // The parser drops an MP3's end padding only where it can seek to the
-    // end; on a stream the frames its info frame counts are cut here alike.
-    if (streamFd >= 0 && mFacts.framesExact && mFacts.container == "mp3") {
-        mStreamCapFrames = mFacts.frames;
+    // end; on a stream the same frames are dropped here: from the stated
+    // length to where the tagged frames' audio ends (the decoder's own
+    // delay, 529 frames, after the encoder's), so that what follows them
+    // (another MP3 sent after it) stays.
+    Mp3InfoTag tag;
+    if (stream && mFacts.framesExact && mFacts.container == "mp3" && mp3InfoTag(*stream, &tag) &&
+        tag.length == mFacts.frames) {
+        mDropFrom = tag.length;
+        mDropTo = tag.coded - tag.delay - kMp3DecoderDelay;
         mFrameBytes = 2 * static_cast<int64_t>(channels);
     }
 
@@ -136,18 +144,27 @@ int32_t AudioDecoder::getDataBuffer(char** data, unsigned int* length) {
     if (status == OK && mBuffer != nullptr) {
         *data = static_cast<char*>(mBuffer->data()) + mBuffer->range_offset();
         *length = static_cast<unsigned int>(mBuffer->range_length());
-        if (mStreamCapFrames < 0) return 0;
-        const int64_t room = (mStreamCapFrames - mDeliveredFrames) * mFrameBytes;
-        if (room > 0) {
-            if (int64_t(*length) > room) *length = static_cast<unsigned int>(room);
-            mDeliveredFrames += int64_t(*length) / mFrameBytes;
-            return 0;
-        }
+        if (mDropTo > mDropFrom) dropPadding(data, length);
+        return 0;
     }
     if (mBuffer != nullptr) freeBuffer();
     mDamage = mMediaSource->damage();
     finishStream();
     return 1;
+}
+
+void AudioDecoder::dropPadding(char** data, unsigned int* length) {
+    const int64_t frames = int64_t(*length) / mFrameBytes;
+    const int64_t start = mDeliveredFrames;
+    mDeliveredFrames += frames;
+    const int64_t from = std::max(start, mDropFrom);
+    const int64_t to = std::min(start + frames, mDropTo);
+    if (from >= to) return;
+    const char* in = *data;
+    mSpliced.assign(in, in + (from - start) * mFrameBytes);
+    mSpliced.insert(mSpliced.end(), in + (to - start) * mFrameBytes, in + frames * mFrameBytes);
+    *data = mSpliced.data();
+    *length = static_cast<unsigned int>(mSpliced.size());
 }
 
 DecodeDamage AudioDecoder::damage() {

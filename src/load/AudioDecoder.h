@@ -12,6 +12,7 @@
 
 #include <cstdint>
 #include <memory>
+#include <vector>
 
 #include "base/FrameTime.h"
 #include "items/SPcmInfo.h"
@@ -84,10 +85,15 @@ private:
     DecodeDamage mDamage;
     bool mRanged = false;
     int mStreamFd = -1;
-    // A stream's stated length that the decoding is cut at; -1 for none.
-    int64_t mStreamCapFrames = -1;
+    // An MP3 stream's end padding: frames [mDropFrom, mDropTo) of the
+    // decoded audio are dropped (none when mDropTo <= mDropFrom).
+    static constexpr int64_t kMp3DecoderDelay = 529;
+    void dropPadding(char** data, unsigned int* length);
+    int64_t mDropFrom = 0;
+    int64_t mDropTo = 0;
     int64_t mFrameBytes = 4;
     int64_t mDeliveredFrames = 0;
+    std::vector<char> mSpliced;  // a buffer with its padding taken out
     uint32_t mStartMs = 0;
     uint32_t mEndMs = 0;
 };

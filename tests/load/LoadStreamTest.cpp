@@ -8,6 +8,7 @@
 #include <fcntl.h>
 #include <unistd.h>
 
+#include <algorithm>
 #include <atomic>
 #include <thread>
 
@@ -93,6 +94,23 @@ TEST(LoadStream, GivesTheFramesOfTheFileForEveryFormatThatStreams) {
         EXPECT_TRUE(got == want);
         EXPECT_EQ(rig.engine().getPcmFrameLength(streamed), rig.engine().getPcmFrameLength(byName));
     }
+}
+
+TEST(LoadStream, AnMp3DropsItsPaddingButKeepsWhatFollowsIt) {
+    if (!wvtest::ffmpegAvailable()) GTEST_SKIP() << "no ffmpeg";
+    LoadRig rig;
+    const std::string file = encoded(rig, "mp3", "-b:a 128k");
+    ASSERT_FALSE(file.empty());
+    const int byName = rig.engine().loadFile(file.c_str());
+    const std::vector<char> one = loadedPcm(rig, byName, file);
+    std::vector<char> twice = wvtest::readFile(file);
+    twice.insert(twice.end(), twice.begin(), twice.end());
+    PipeFeed feed(twice, false);
+    const int id = rig.engine().loadStream(feed.readEnd());
+    const std::vector<char> got = loadedPcm(rig, id, "");
+    // The first file to its stated end, then the second one's audio.
+    ASSERT_GT(got.size(), 2 * one.size() - 4 * 1152);
+    EXPECT_TRUE(std::equal(one.begin(), one.end(), got.begin()));
 }
 
 TEST(LoadStream, GrowsWhileTheStreamIsOpenAndEndsWithIt) {
