@@ -80,9 +80,9 @@ int main(int argc, char** argv) {
            },
            std::string("Most bytes of standard input kept in the working folder (default ") +
                wvcli::kDefaultMaxInputSize +
-               "; K, M, G suffixes): only a format that must be read whole (MP4, M4A) is kept; MP3, AAC, Ogg, "
-               "FLAC and WAV are decoded as they arrive. 2G holds about 35 hours of 128 kbit/s audio without "
-               "letting an endless pipe fill $TMPDIR")
+               "; K, M, G suffixes). edit decodes MP3, AAC, Ogg, FLAC and WAV as they arrive and keeps nothing; "
+               "other formats (MP4, M4A must seek) and the other commands' standard input are kept whole. 2G "
+               "holds about 35 hours of 128 kbit/s audio without letting an endless pipe fill $TMPDIR")
         ->check(CLI::Validator(
             [](std::string& input) -> std::string {
                 uint64_t bytes = 0;
