@@ -157,6 +157,8 @@ struct RangeLoad {
 // when the range is not the whole file. A WAV is read in place whole.
 bool loadsAlone(const std::string& path, uint32_t fromMs, bool hasEnd) {
     if (fromMs == 0 && !hasEnd) return false;
+    // A stream is read once, front to back: its ranges share a whole load.
+    if (streamsStandardInput(path)) return false;
     const std::string kind = fileKind(inputFile(path));
     return kind == "MP3" || kind == "FLAC" || kind == "Ogg Vorbis";
 }
@@ -232,10 +234,16 @@ std::vector<RangeLoad> startLoads(SourceLoads& loads, const EditOptions& options
 
 // Whether a range can be cut before its load has ended: it ends, and well
 // inside the length the file states, so that its frames do not depend on
-// where the decoded audio really ends.
-bool cutsBeforeTheEnd(const SourceRange& range, const LoadedSource& source) {
+// where the decoded audio really ends. A stream states no length to trust:
+// its range is cut once the audio decoded (`framesNow`) reaches past the
+// millisecond after its end, which a whole load would cut alike.
+bool cutsBeforeTheEnd(const SourceRange& range, const LoadedSource& source, uint32_t framesNow) {
     if (source.ok) return true;
-    if (!range.hasEnd || source.stated == 0) return false;
+    if (!range.hasEnd) return false;
+    if (streamsStandardInput(source.path)) {
+        return uint64_t(framesNow) * 1000 >= (uint64_t(range.toMs) + 1) * uint32_t(source.sampleRate);
+    }
+    if (source.stated == 0) return false;
     return uint64_t(msToFrame(range.toMs, source.sampleRate)) + lengthMargin(source) <= source.stated;
 }
 
@@ -329,14 +337,16 @@ bool applyEffects(Wavoryx& engine, int list, const EditOptions& options, const s
 // Waits for the loads until every range can be cut: the loads have begun,
 // and those of ranges that reach the file's end have ended.
 // Returns 0, 1 (every failure reported) or the interrupt status.
-int loadUntilCuttable(SourceLoads& loads, const EditOptions& options, const std::vector<RangeLoad>& planned,
-                      bool whole) {
+int loadUntilCuttable(Wavoryx& engine, SourceLoads& loads, const EditOptions& options,
+                      const std::vector<RangeLoad>& planned, bool whole) {
     const auto cuttable = [&] {
         if (whole) return loads.allEnded();
         if (!loads.allBegun()) return false;
         for (size_t i = 0; i < options.ranges.size(); ++i) {
             const LoadedSource& source = loads.sources()[planned[i].load];
-            if (!source.ended && !cutsBeforeTheEnd(options.ranges[i], source)) return false;
+            if (source.ended) continue;
+            const int32_t frames = streamsStandardInput(source.path) ? engine.getPcmFrameLength(source.id) : 0;
+            if (!cutsBeforeTheEnd(options.ranges[i], source, uint32_t(std::max(frames, 0)))) return false;
         }
         return true;
     };
@@ -360,7 +370,7 @@ int cutAndRender(Session& session, SourceLoads& loads, const EditOptions& option
                                                       : "loading " + std::to_string(sources.size()) + " files";
         Progress progress(label, session.options().quiet);
         loads.setProgress(&progress, true);
-        const int status = loadUntilCuttable(loads, options, planned, whole);
+        const int status = loadUntilCuttable(session.engine(), loads, options, planned, whole);
         loads.setProgress(nullptr, false);
         progress.finish(false);
         if (status != 0) return status;
@@ -433,6 +443,9 @@ int runEdit(const EditOptions& options, const GlobalOptions& global) {
     const std::string note = unusedOptionsNote(options.encoding);
     if (!note.empty()) reportLine(note);
     Session session(global);
+    streamStandardInputWhereItCan();
+    // Before the Session goes: the engine's load of it then sees its end.
+    StandardInputStreamEnd streamEnd;
     if (!session.open(namesStandardInput(paths))) return interruptSignal() != 0 ? interruptExitStatus() : 1;
     const encode_type type = options.encoding.type;
     const std::string rendering = session.workDir() + "output" + encodingSuffix(type);
@@ -445,10 +458,19 @@ int runEdit(const EditOptions& options, const GlobalOptions& global) {
         // Rare: a file holds less than it states, or a part loaded alone
         // lies past the end: cut again from whole loads, which tell the
         // file's true length.
-        loads->cancelRunning();
+        // Standard input's stream cannot be read again: its load goes on.
+        std::vector<LoadedSource> streamed;
+        for (const LoadedSource& source : loads->sources()) {
+            if (!streamsStandardInput(source.path)) {
+                if (!source.ended) session.engine().cancelLoadFile(source.id);
+            } else if (source.id > 0) {
+                streamed.push_back(source);
+            }
+        }
         ::unlink(rendering.c_str());
         session.engine().removePcm(list);
         loads.reset(new SourceLoads(session));
+        for (const LoadedSource& source : streamed) loads->adopt(source);
         rendered =
             cutAndRender(session, *loads, options, startLoads(*loads, options, true), true, rendering, &list, notices);
     }

@@ -176,8 +176,19 @@ size_t SourceLoads::startRange(const std::string& path, uint32_t fromMs, uint32_
     // the wait; devices and sockets hold no audio file either. A path is
     // reported once, however many of its ranges are loaded.
     const std::string file = inputFile(path);
-    const std::string notAFile = whyNotAFile(file);
-    if (notAFile.empty()) {
+    const bool stream = streamsStandardInput(path);
+    const std::string notAFile = stream ? "" : whyNotAFile(file);
+    if (stream) {
+        // Read once: every range of it shares this load (see adopt).
+        const int fd = takeStandardInputStream();
+        source.id = engine.loadStream(fd);
+        if (fd >= 0) ::close(fd);
+        if (source.id < 0) {
+            source.begun = source.ended = true;
+            reportError(path, "standard input was read already");
+            mFailed = true;
+        }
+    } else if (notAFile.empty()) {
         source.id = ranged  ? engine.loadFileRange(file.c_str(), fromMs, toMs)
                     : mScan ? engine.scanFile(file.c_str(), mScanSets.data(), unsigned(mScanSets.size()), mScanLoudness)
                             : engine.loadFile(file.c_str());
@@ -197,6 +208,11 @@ size_t SourceLoads::startRange(const std::string& path, uint32_t fromMs, uint32_
     mSources.push_back(source);
     mPercent.push_back(source.ended ? 100 : 0);
     return mSources.size() - 1;
+}
+
+void SourceLoads::adopt(const LoadedSource& source) {
+    mSources.push_back(source);
+    mPercent.push_back(source.ended ? 100 : 0);
 }
 
 LoadedSource* SourceLoads::find(const std::string& path) {

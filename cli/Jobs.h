@@ -62,6 +62,9 @@ public:
     // of it, started now unless the same load was started before.
     size_t startWhole(const std::string& path);
     size_t startRange(const std::string& path, uint32_t fromMs, uint32_t toMs);
+    // Takes over a load started by other loads (the stream of standard
+    // input, which cannot be read twice), as it stands.
+    void adopt(const LoadedSource& source);
     // Takes `event` when it is about one of these loads: true then.
     bool take(const EngineEvent& event);
     // Waits, taking events, until `done()` holds, or a load failed when

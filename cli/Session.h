@@ -55,10 +55,10 @@ public:
     Session& operator=(const Session&) = delete;
 
     // Makes the working folder, the engine and starts its callback loop;
-    // with `readsStandardInput`, first keeps standard input there (see
-    // StandardInput.h). On failure prints "wavoryx: DIR: reason" (or
-    // "wavoryx: -: reason") and returns false; after an ending signal it
-    // prints nothing.
+    // with `readsStandardInput`, first gets standard input ready: kept
+    // there, or streamed (see StandardInput.h). On failure prints
+    // "wavoryx: DIR: reason" (or "wavoryx: -: reason") and returns false;
+    // after an ending signal it prints nothing.
     bool open(bool readsStandardInput = false);
 
     Wavoryx& engine() { return *mEngine; }

@@ -71,6 +71,26 @@ int main(int argc, char** argv) {
     app.add_option("--work-dir", line.global.workDir,
                    "Folder in which the private working folder is made (default $TMPDIR or /tmp)")
         ->type_name("DIR");
+    app.add_option_function<std::string>(
+           "--max-input-size",
+           [](const std::string& text) {
+               uint64_t bytes = 0;
+               wvcli::parseByteSize(text, bytes);
+               wvcli::setMaxInputSize(bytes, text);
+           },
+           std::string("Most bytes of standard input kept in the working folder (default ") +
+               wvcli::kDefaultMaxInputSize +
+               "; K, M, G suffixes). edit decodes MP3, AAC, Ogg, FLAC and WAV as they arrive and keeps nothing; "
+               "other formats (MP4, M4A must seek) and the other commands' standard input are kept whole. 2G "
+               "holds about 35 hours of 128 kbit/s audio without letting an endless pipe fill $TMPDIR")
+        ->check(CLI::Validator(
+            [](std::string& input) -> std::string {
+                uint64_t bytes = 0;
+                return wvcli::parseByteSize(input, bytes) ? std::string()
+                                                          : "'" + input + "' is no size: use bytes or 512K, 100M, 2G";
+            },
+            ""))
+        ->type_name("SIZE");
 
     wvcli::addInfoCommand(app, line);
     wvcli::addEditCommand(app, line);

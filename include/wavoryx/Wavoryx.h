@@ -368,6 +368,25 @@ public:
      * -4 for a NULL pointer. Any thread. */
     int32_t getScanLoudness(int id, int32_t* integratedTenths, int32_t* rangeTenths,
                             int32_t* truePeakTenths);
+    /* Like loadFile (same events, same "<dir><id>.pcm", same cancelLoadFile),
+     * but the audio comes from the open descriptor `fd` (a pipe, a socket, or
+     * a file read from where its offset stands), read once, front to back,
+     * never seeking, as the decoding goes: the item grows while the bytes
+     * arrive, so a render of its first seconds can end long before the
+     * stream does. The engine reads its own duplicate of `fd` (the caller
+     * may close `fd` at once) and closes it when the load ends; the load
+     * ends at the stream's end (event 4) or on cancelLoadFile, which acts
+     * once the read under way has returned: a writer that stalls holds the
+     * decoder until it writes or closes its end. Formats whose parser reads
+     * front to back stream: MP3, ADTS AAC, Ogg (Vorbis, Opus, FLAC), FLAC,
+     * WAV (decoded, never read in place). One that needs to seek (an MP4
+     * with its index after its samples, unless the file is small enough to
+     * stay in the parser's buffer) gives no audio: event 0 (1), or event 4
+     * with 0 frames; keep such a stream in a file and use loadFile. The stream states no length unless its header does:
+     * getSourceFrames may answer -3, as for a file that states none. Returns
+     * the new id; -4 when `fd` is not an open descriptor (nothing is
+     * registered). Any thread. */
+    int32_t loadStream(int fd);
     int32_t cancelLoadFile(int id);
     /* Rate (Hz) and channels of the item. For a list being rendered or
      * rendered, and a recording, those of its file once the encoder has

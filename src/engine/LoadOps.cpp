@@ -3,6 +3,7 @@
 #define WV_LOG_TAG "WavoryxPriv"
 #include "engine/WavoryxPriv.h"
 
+#include <fcntl.h>
 #include <strings.h>
 
 #include <algorithm>
@@ -21,6 +22,20 @@ int32_t WavoryxPriv::loadFile(const char* path) {
     item->refs[REF_DECODER] = 1;
     const pcm_id_t id = mInfoList.add(item);
     mCallbackThread->jobEnds().begin(id, JobEnds::kLoad);
+    mDecoder->sendCmd(WVThreadCmd(DecoderThread::kCmdStart, id, -1), 7);
+    return static_cast<int32_t>(id);
+}
+
+int32_t WavoryxPriv::loadStream(int fd) {
+    // The engine's own descriptor: the caller may close its own at once.
+    const int own = fd >= 0 ? ::fcntl(fd, F_DUPFD_CLOEXEC, 0) : -1;
+    if (own < 0) return -4;
+    SPcmInfo* item = new SPcmInfo(ENCODED_FILE);
+    item->path.set("");
+    item->streamFd.store(own);
+    item->refs[REF_CLIENT] = 1;
+    item->refs[REF_DECODER] = 1;
+    const pcm_id_t id = mInfoList.add(item);
     mDecoder->sendCmd(WVThreadCmd(DecoderThread::kCmdStart, id, -1), 7);
     return static_cast<int32_t>(id);
 }

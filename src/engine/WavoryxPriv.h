@@ -77,6 +77,7 @@ public:
     int32_t scanFile(const char* path, const WvPeakSet* sets, uint32_t setCount, int32_t loudness);
     int32_t getScanPeaks(uint32_t id, uint32_t set, int16_t* minMax, uint32_t count);
     int32_t getScanLoudness(uint32_t id, int32_t* integrated, int32_t* range, int32_t* truePeak);
+    int32_t loadStream(int fd);
     int32_t cancelLoadFile(wv::pcm_id_t id);
 
     // Rendering (RenderOps.cpp, WaveformOps.cpp; the work runs in src/render).

@@ -53,6 +53,7 @@ int32_t Wavoryx::loadFile(char const* path) { return mPriv->loadFile(path); }
 int32_t Wavoryx::loadFileRange(char const* path, unsigned int startMs, unsigned int endMs) {
     return mPriv->loadFileRange(path, startMs, endMs);
 }
+int32_t Wavoryx::loadStream(int fd) { return mPriv->loadStream(fd); }
 int32_t Wavoryx::cancelLoadFile(int id) { return mPriv->cancelLoadFile(static_cast<uint32_t>(id)); }
 int32_t Wavoryx::getPcmSampleRate(int id) {
     return mPriv->getPcmSampleRate(static_cast<uint32_t>(id));

@@ -29,6 +29,8 @@ SPcmInfo::SPcmInfo(pcm_status_t initial) : status(initial) {
 SPcmInfo::~SPcmInfo() {
     const int fd = pcmFd.exchange(-1);
     if (fd >= 0) ::close(fd);
+    const int stream = streamFd.exchange(-1);
+    if (stream >= 0) ::close(stream);
 }
 
 uint32_t SPcmInfo::frameSize() const {

@@ -186,6 +186,9 @@ struct SPcmInfo {
     // A scan (scanFile): what its pass works out. Such an item keeps no
     // audio, so nothing reads it. Set before the load starts.
     std::unique_ptr<SourceScan> scan;
+    // A load of a stream (loadStream): the descriptor it reads, until the
+    // decoder takes it; closed with the item when never taken.
+    std::atomic<int> streamFd{-1};
     std::atomic<int32_t> encodeType{0};
     std::atomic<int32_t> bitRate{0};  // kbit/s; 0 = not set
     // Lossy encoders' choices (see codec EncodeOptions); the defaults keep

@@ -1,6 +1,9 @@
 #define WV_LOG_TAG "AudioDecoder"
 #include "load/AudioDecoder.h"
 
+#include <unistd.h>
+
+#include <algorithm>
 #include <cstring>
 
 #include "base/CheckSites.h"
@@ -8,6 +11,8 @@
 #include "base/Log.h"
 #include "platform/media/AudioCodec.h"
 #include "platform/media/AudioTrackOpener.h"
+#include "platform/media/DataSource.h"
+#include "platform/media/Mp3InfoFrame.h"
 
 namespace wv {
 
@@ -16,6 +21,7 @@ AudioDecoder::AudioDecoder() : AudioDecoder(&AudioCodec::Create) {}
 AudioDecoder::AudioDecoder(CodecFactory factory) : mCodecFactory(std::move(factory)) {}
 
 AudioDecoder::~AudioDecoder() {
+    if (mStreamFd >= 0) ::close(mStreamFd);
     freeBuffer();
     if (mMediaSource) {
         WV_CHECK_EQ_AT(Check::kDecoderStopOnRelease, "(status_t)OK,mMediaSource->stop()",
@@ -26,7 +32,10 @@ AudioDecoder::~AudioDecoder() {
 
 int32_t AudioDecoder::load(const char* path, int* sampleRate, int* format, int* channelCount,
                            int64_t* durationUs, bool* isRaw) {
-    const FirstAudioTrack found = findFirstAudioTrack(path);
+    const int streamFd = mStreamFd;
+    mStreamFd = -1;
+    const std::shared_ptr<DataSource> stream = streamFd >= 0 ? DataSource::CreateFromStream(streamFd) : nullptr;
+    const FirstAudioTrack found = stream ? findFirstAudioTrack(stream) : findFirstAudioTrack(path);
     switch (found.status) {
         case FirstAudioTrack::kFound:
             break;
@@ -59,10 +68,22 @@ int32_t AudioDecoder::load(const char* path, int* sampleRate, int* format, int* 
     int64_t duration = 0;
     if (meta->findInt64(kKeyDuration, &duration)) *durationUs = duration;
     noteFacts(*meta);
+    // The parser drops an MP3's end padding only where it can seek to the
+    // end; on a stream the same frames are dropped here: from the stated
+    // length to where the tagged frames' audio ends (the decoder's own
+    // delay, 529 frames, after the encoder's), so that what follows them
+    // (another MP3 sent after it) stays.
+    Mp3InfoTag tag;
+    if (stream && mFacts.framesExact && mFacts.container == "mp3" && mp3InfoTag(*stream, &tag) &&
+        tag.length == mFacts.frames) {
+        mDropFrom = tag.length;
+        mDropTo = tag.coded - tag.delay - kMp3DecoderDelay;
+        mFrameBytes = 2 * static_cast<int64_t>(channels);
+    }
 
     // A part of a file is decoded even from a WAV: its frames go to a file
     // of their own.
-    if (!mRanged && std::strstr(mime, "raw") != nullptr) {
+    if (!mRanged && streamFd < 0 && std::strstr(mime, "raw") != nullptr) {
         WV_LOGD("Raw sound file found.");
         *isRaw = true;
         return LOAD_OK;
@@ -105,6 +126,11 @@ void AudioDecoder::noteFacts(const MetaData& meta) {
     }
 }
 
+void AudioDecoder::setStream(int fd) {
+    if (mStreamFd >= 0) ::close(mStreamFd);
+    mStreamFd = fd;
+}
+
 void AudioDecoder::setRangeMs(uint32_t startMs, uint32_t endMs) {
     mRanged = true;
     mStartMs = startMs;
@@ -118,12 +144,27 @@ int32_t AudioDecoder::getDataBuffer(char** data, unsigned int* length) {
     if (status == OK && mBuffer != nullptr) {
         *data = static_cast<char*>(mBuffer->data()) + mBuffer->range_offset();
         *length = static_cast<unsigned int>(mBuffer->range_length());
+        if (mDropTo > mDropFrom) dropPadding(data, length);
         return 0;
     }
     if (mBuffer != nullptr) freeBuffer();
     mDamage = mMediaSource->damage();
     finishStream();
     return 1;
+}
+
+void AudioDecoder::dropPadding(char** data, unsigned int* length) {
+    const int64_t frames = int64_t(*length) / mFrameBytes;
+    const int64_t start = mDeliveredFrames;
+    mDeliveredFrames += frames;
+    const int64_t from = std::max(start, mDropFrom);
+    const int64_t to = std::min(start + frames, mDropTo);
+    if (from >= to) return;
+    const char* in = *data;
+    mSpliced.assign(in, in + (from - start) * mFrameBytes);
+    mSpliced.insert(mSpliced.end(), in + (to - start) * mFrameBytes, in + frames * mFrameBytes);
+    *data = mSpliced.data();
+    *length = static_cast<unsigned int>(mSpliced.size());
 }
 
 DecodeDamage AudioDecoder::damage() {

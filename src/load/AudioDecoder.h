@@ -12,6 +12,7 @@
 
 #include <cstdint>
 #include <memory>
+#include <vector>
 
 #include "base/FrameTime.h"
 #include "items/SPcmInfo.h"
@@ -56,6 +57,11 @@ public:
     // what lies before it (see FrameRangeCodec); buffers of length 0 come
     // while the file is passed over.
     void setRangeMs(uint32_t startMs, uint32_t endMs);
+    // Makes the next load() read the stream `fd` (taken, closed with the
+    // decoder) instead of opening `path`: read once, front to back, as the
+    // decoding goes (see DataSource::CreateFromStream); a WAV on it is
+    // decoded, not read in place. Not with setRangeMs.
+    void setStream(int fd);
 
     // 0: *data and *length describe the next decoded buffer (length may be
     // 0). 1: the stream has ended (or failed); the codec is stopped and gone.
@@ -78,6 +84,16 @@ private:
     SourceFacts mFacts;
     DecodeDamage mDamage;
     bool mRanged = false;
+    int mStreamFd = -1;
+    // An MP3 stream's end padding: frames [mDropFrom, mDropTo) of the
+    // decoded audio are dropped (none when mDropTo <= mDropFrom).
+    static constexpr int64_t kMp3DecoderDelay = 529;
+    void dropPadding(char** data, unsigned int* length);
+    int64_t mDropFrom = 0;
+    int64_t mDropTo = 0;
+    int64_t mFrameBytes = 4;
+    int64_t mDeliveredFrames = 0;
+    std::vector<char> mSpliced;  // a buffer with its padding taken out
     uint32_t mStartMs = 0;
     uint32_t mEndMs = 0;
 };

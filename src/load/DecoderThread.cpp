@@ -64,6 +64,8 @@ void DecoderThread::startJob(WVThreadCmd& cmd) {
 
     std::unique_ptr<AudioDecoder> decoder(new AudioDecoder());
     if (item->ranged) decoder->setRangeMs(item->rangeStartMs, item->rangeEndMs);
+    const int streamFd = item->streamFd.exchange(-1);
+    if (streamFd >= 0) decoder->setStream(streamFd);
     int rate = 0, format = 0, channels = 0;
     int64_t durationUs = 0;
     bool isRaw = false;

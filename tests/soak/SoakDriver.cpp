@@ -97,12 +97,14 @@ bool Driver::runRound(double until) {
         pollPlay();
         pollRecord();
         pollGone();
+        pollCommand();
         for (const std::string& late : mLog.takeLateEvents()) violation(late);
         if (mLoads.size() < 3 && chance(0.15)) startLoad();
         if (mRenders.size() < 2 && chance(0.08)) startRender();
         if (mPlay.id == 0 && chance(0.08)) startPlay();
         if (mRecord.id == 0 && chance(0.03)) startRecord();
         if (chance(0.05)) sampleWaveform();
+        if (!mOptions.command.empty() && mCommand.pid == 0 && chance(0.02)) startCommand();
         // Items are dropped now and then, sooner when many have piled up.
         int idle = 0;
         for (auto& [id, item] : mItems) idle += !item.busy && !item.removed && id != mPlay.id;
@@ -130,8 +132,10 @@ void Driver::drain() {
     for (RenderJob& job : mRenders) job.cancelAt = std::min(job.cancelAt, now);
     if (mRecord.id != 0) mRecord.stopAt = now;
     const double giveUp = now + timeout(300);
-    while ((!mLoads.empty() || !mRenders.empty() || mPlay.id != 0 || mRecord.id != 0) && mLog.now() < giveUp) {
+    while ((!mLoads.empty() || !mRenders.empty() || mPlay.id != 0 || mRecord.id != 0 || mCommand.pid != 0) &&
+           mLog.now() < giveUp) {
         if (mPlay.id != 0 && mPlay.phase == 0) mPlay.endBy = 0;
+        pollCommand();
         pollLoads();
         pollRenders();
         pollPlay();

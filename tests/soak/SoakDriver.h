@@ -5,6 +5,8 @@
 // directories, and between rounds that the process's memory stays flat.
 #pragma once
 
+#include <sys/types.h>
+
 #include <cstdint>
 #include <map>
 #include <random>
@@ -27,6 +29,7 @@ struct Options {
     double roundSeconds = 60;
     long rssLimitKb = 16 * 1024;  // allowed growth after warm-up
     bool verbose = false;
+    std::string command;  // the wavoryx command, run with closed descriptors; none when empty
 };
 
 struct Counters {
@@ -108,6 +111,15 @@ private:
         int faults = 0;
         bool paused = false;
     };
+    // A run of the command (SoakCommand.cpp).
+    struct CommandJob {
+        pid_t pid = 0;
+        pid_t feeder = 0;  // the process feeding its standard input, if any
+        int closed = 0;    // the standard descriptor closed for it
+        int variant = 0;   // 0 file to file, 1 file to standard output, 2 standard input to file
+        double start = 0;
+        std::string work, output, errors, source;
+    };
     struct Gone {
         std::string path;
         double deadline;
@@ -147,6 +159,8 @@ private:
     void startRecord();
     void pollRecord();
     void finishRecord();
+    void startCommand();
+    void pollCommand();
 
     Options mOptions;
     std::mt19937_64 mRandom;
@@ -159,6 +173,7 @@ private:
     std::vector<RenderJob> mRenders;
     PlayJob mPlay;
     RecordJob mRecord;
+    CommandJob mCommand;
     std::vector<Gone> mGone;
     Counters mCounters;
     int mViolations = 0;

@@ -4,7 +4,10 @@
 // violation, 2 on bad arguments. scripts/soak makes the source audio.
 //
 //   wavoryx-soak SECONDS --sources DIR --dir DIR [--seed N] [--slow F]
-//                [--round SECONDS] [--rss-limit-mb N] [--verbose]
+//                [--round SECONDS] [--rss-limit-mb N] [--command WAVORYX] [--verbose]
+//
+// With --command, the wavoryx command is also run now and then with one of
+// its standard descriptors closed (see SoakCommand.cpp).
 //
 // WAVORYX_DEVICE_PACE (default here 8) speeds the null output and the
 // inputs up; WAVORYX_AUDIO_OUT and WAVORYX_AUDIO_IN are set by the driver.
@@ -23,7 +26,7 @@ namespace {
 int usage() {
     std::fprintf(stderr,
                  "usage: wavoryx-soak SECONDS --sources DIR --dir DIR [--seed N] [--slow F]\n"
-                 "                    [--round SECONDS] [--rss-limit-mb N] [--verbose]\n");
+                 "                    [--round SECONDS] [--rss-limit-mb N] [--command WAVORYX] [--verbose]\n");
     return 2;
 }
 
@@ -42,6 +45,8 @@ int main(int argc, char** argv) {
             return usage();
         } else if (arg == "--sources") {
             options.sources = argv[++i];
+        } else if (arg == "--command") {
+            options.command = argv[++i];
         } else if (arg == "--dir") {
             options.dir = argv[++i];
         } else if (arg == "--seed") {

@@ -10,9 +10,12 @@
 namespace wv {
 
 FirstAudioTrack findFirstAudioTrack(const char* path) {
-    FirstAudioTrack found;
     DataSource::RegisterDefaultSniffers();
-    std::shared_ptr<DataSource> dataSource = DataSource::CreateFromURI(path);
+    return findFirstAudioTrack(DataSource::CreateFromURI(path));
+}
+
+FirstAudioTrack findFirstAudioTrack(const std::shared_ptr<DataSource>& dataSource) {
+    FirstAudioTrack found;
     if (!dataSource) {
         found.status = FirstAudioTrack::kNotOpenable;
         return found;

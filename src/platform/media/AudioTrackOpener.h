@@ -11,6 +11,7 @@
 #include <functional>
 #include <memory>
 
+#include "platform/media/DataSource.h"
 #include "platform/media/MediaExtractor.h"
 #include "platform/media/MediaSource.h"
 #include "platform/media/MetaData.h"
@@ -44,6 +45,9 @@ struct FirstAudioTrack {
 
 // Opens `path` and finds its first audio track.
 FirstAudioTrack findFirstAudioTrack(const char* path);
+// The same for bytes already open (a stream from CreateFromStream); a null
+// source is kNotOpenable.
+FirstAudioTrack findFirstAudioTrack(const std::shared_ptr<DataSource>& dataSource);
 
 // Makes the decoded source of a track from the track's format and the track.
 using AudioDecoderFactory = std::function<std::shared_ptr<MediaSource>(

@@ -25,7 +25,7 @@ void freeIo(AVIOContext** io) {
 
 int AvDemuxer::ioRead(void* opaque, uint8_t* buffer, int size) {
     auto* self = static_cast<AvDemuxer*>(opaque);
-    const ssize_t n = self->mSource->readAt(self->mIoPosition, buffer, static_cast<size_t>(size));
+    const ssize_t n = self->mSource->readSomeAt(self->mIoPosition, buffer, static_cast<size_t>(size));
     if (n < 0) return AVERROR(EIO);
     if (n == 0) return AVERROR_EOF;
     self->mIoPosition += n;
@@ -64,12 +64,14 @@ std::shared_ptr<AvDemuxer> AvDemuxer::open(const std::shared_ptr<DataSource>& so
     self->mSource = source;
     auto* ioBuffer = static_cast<uint8_t*>(av_malloc(kIoBufferBytes));
     if (ioBuffer == nullptr) return nullptr;
+    // A stream gets no seek callback: the parsers then read it front to back.
     self->mIo = avio_alloc_context(ioBuffer, kIoBufferBytes, 0, self.get(), &AvDemuxer::ioRead,
-                                   nullptr, &AvDemuxer::ioSeek);
+                                   nullptr, source->isStream() ? nullptr : &AvDemuxer::ioSeek);
     if (self->mIo == nullptr) {
         av_free(ioBuffer);
         return nullptr;
     }
+    if (source->isStream()) self->mIo->seekable = 0;
     AVFormatContext* format = avformat_alloc_context();
     if (format == nullptr) return nullptr;
     format->pb = self->mIo;

@@ -10,7 +10,11 @@ namespace wv {
 std::shared_ptr<MediaExtractor> MediaExtractor::Create(const std::shared_ptr<DataSource>& source,
                                                        const char*) {
     if (!source) return nullptr;
-    if (auto wav = WavPcmExtractor::Create(source)) return wav;
+    // A WAV is read in place only from a file; a stream's goes through the
+    // general parser, which reads it once.
+    if (!source->isStream()) {
+        if (auto wav = WavPcmExtractor::Create(source)) return wav;
+    }
     return AvFormatExtractor::Create(source);
 }
 

@@ -17,6 +17,13 @@ constexpr size_t kFrameBytes = 4 + 2 + 32 + 120 + 36;
 }  // namespace
 
 bool mp3StatedFramesOfFrame(const uint8_t* f, size_t size, int64_t* frames) {
+    Mp3InfoTag tag;
+    if (!mp3InfoTagOfFrame(f, size, &tag)) return false;
+    *frames = tag.length;
+    return true;
+}
+
+bool mp3InfoTagOfFrame(const uint8_t* f, size_t size, Mp3InfoTag* tag) {
     if (size < 4 || f[0] != 0xFF || (f[1] & 0xE0) != 0xE0) return false;
     const int version = (f[1] >> 3) & 3;  // 3: MPEG-1, 2: MPEG-2, 0: MPEG-2.5
     const int layer = (f[1] >> 1) & 3;    // 1: layer III
@@ -49,11 +56,20 @@ bool mp3StatedFramesOfFrame(const uint8_t* f, size_t size, int64_t* frames) {
     const int64_t perFrame = version == 3 ? 1152 : 576;
     const int64_t length = int64_t(count) * perFrame - delay - padding;
     if (count == 0 || length < 0) return false;
-    *frames = length;
+    tag->length = length;
+    tag->coded = int64_t(count) * perFrame;
+    tag->delay = delay;
     return true;
 }
 
 bool mp3StatedFrames(DataSource& source, int64_t* frames) {
+    Mp3InfoTag tag;
+    if (!mp3InfoTag(source, &tag)) return false;
+    *frames = tag.length;
+    return true;
+}
+
+bool mp3InfoTag(DataSource& source, Mp3InfoTag* tag) {
     uint8_t head[10];
     if (source.readAt(0, head, sizeof head) != static_cast<ssize_t>(sizeof head)) return false;
     int64_t offset = 0;
@@ -64,7 +80,7 @@ bool mp3StatedFrames(DataSource& source, int64_t* frames) {
     }
     uint8_t frame[kFrameBytes];
     const ssize_t got = source.readAt(offset, frame, sizeof frame);
-    return got > 0 && mp3StatedFramesOfFrame(frame, size_t(got), frames);
+    return got > 0 && mp3InfoTagOfFrame(frame, size_t(got), tag);
 }
 
 }  // namespace wv

@@ -20,4 +20,14 @@ bool mp3StatedFrames(DataSource& source, int64_t* frames);
 // The same from the bytes of the first audio frame (at least its header).
 bool mp3StatedFramesOfFrame(const uint8_t* frame, size_t size, int64_t* frames);
 
+// The tag's numbers: the stated length as above, the samples its frames
+// code (frame count x samples per frame) and the encoder's delay.
+struct Mp3InfoTag {
+    int64_t length = 0;
+    int64_t coded = 0;
+    int64_t delay = 0;
+};
+bool mp3InfoTag(DataSource& source, Mp3InfoTag* tag);
+bool mp3InfoTagOfFrame(const uint8_t* frame, size_t size, Mp3InfoTag* tag);
+
 }  // namespace wv
