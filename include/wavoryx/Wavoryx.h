@@ -108,7 +108,7 @@ enum wv_event {
 
 /* The jobs waitForJob waits for, as a mask. */
 enum wv_job {
-    WV_JOB_LOAD = 1,   /* loadFile, loadFileRange, scanFile */
+    WV_JOB_LOAD = 1,   /* loadFile, loadFileRange, loadStream, scanFile */
     WV_JOB_RENDER = 2, /* process and measureLoudness: the encoder's jobs */
     WV_JOB_ANY = 3
 };
@@ -230,7 +230,8 @@ public:
      * has it. */
     int32_t removePcm(int id);
     /* Waits for the end of the item's jobs of `kinds` (a wv_job mask):
-     * its load or scan (loadFile, loadFileRange, scanFile; WV_JOB_LOAD) and its renders and
+     * its load or scan (loadFile, loadFileRange, loadStream, scanFile;
+     * WV_JOB_LOAD) and its renders and
      * loudness measurements (process, measureLoudness; WV_JOB_RENDER),
      * whichever were queued and not yet ended. A job has ended when the
      * callback loop takes its ending event to deliver it (load 0, 4, 5 or

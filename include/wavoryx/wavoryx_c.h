@@ -93,7 +93,7 @@ WAVORYX_API const char* wv_event_name(int code);
 WAVORYX_API const char* wv_version(void);
 
 /* Items: as setThreadPriority, dump, removePcm, loadFile, getSourceInfo,
- * getSourceTag, getLoadDamage, getSourceFrames, loadFileRange, scanFile,
+ * getSourceTag, getLoadDamage, getSourceFrames, loadFileRange, loadStream, scanFile,
  * getScanPeaks, getScanLoudness, cancelLoadFile. */
 WAVORYX_API int32_t wv_set_thread_priority(wv_engine* engine, int32_t priority);
 WAVORYX_API int32_t wv_dump(wv_engine* engine);
@@ -106,6 +106,7 @@ WAVORYX_API int32_t wv_get_load_damage(wv_engine* engine, int32_t id, unsigned i
 WAVORYX_API int32_t wv_get_source_frames(wv_engine* engine, int32_t id, uint32_t* frames);
 WAVORYX_API int32_t wv_load_file_range(wv_engine* engine, const char* path, unsigned int start_ms,
                                        unsigned int end_ms);
+WAVORYX_API int32_t wv_load_stream(wv_engine* engine, int fd);
 WAVORYX_API int32_t wv_scan_file(wv_engine* engine, const char* path, const WvPeakSet* sets,
                                  unsigned int set_count, int loudness);
 WAVORYX_API int32_t wv_get_scan_peaks(wv_engine* engine, int32_t id, unsigned int set,

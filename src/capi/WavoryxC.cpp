@@ -206,6 +206,8 @@ int32_t wv_load_file_range(wv_engine* e, const char* path, unsigned int start_ms
     return e->engine.loadFileRange(path, start_ms, end_ms);
 }
 
+int32_t wv_load_stream(wv_engine* e, int fd) { return e->engine.loadStream(fd); }
+
 int32_t wv_scan_file(wv_engine* e, const char* path, const WvPeakSet* sets, unsigned int set_count,
                      int loudness) {
     return e->engine.scanFile(path, sets, set_count, loudness);

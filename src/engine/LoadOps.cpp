@@ -36,6 +36,7 @@ int32_t WavoryxPriv::loadStream(int fd) {
     item->refs[REF_CLIENT] = 1;
     item->refs[REF_DECODER] = 1;
     const pcm_id_t id = mInfoList.add(item);
+    mCallbackThread->jobEnds().begin(id, JobEnds::kLoad);
     mDecoder->sendCmd(WVThreadCmd(DecoderThread::kCmdStart, id, -1), 7);
     return static_cast<int32_t>(id);
 }

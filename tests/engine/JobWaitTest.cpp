@@ -2,6 +2,9 @@
 // client callback saw it.
 #include <gtest/gtest.h>
 
+#include <fcntl.h>
+#include <unistd.h>
+
 #include <atomic>
 #include <string>
 #include <thread>
@@ -41,6 +44,23 @@ protected:
     wvtest::EventRecorder recorder;
     Wavoryx engine;
 };
+
+// Every way of starting a decode is a load job: a wait on one that were
+// not would never end.
+TEST_F(JobWait, EveryKindOfLoadIsWaitedFor) {
+    engine.startThreadLoop(0);
+    const std::string tone = dir.file("tone.wav");
+    const int fd = ::open(tone.c_str(), O_RDONLY | O_CLOEXEC);
+    ASSERT_GE(fd, 0);
+    const WvPeakSet set{0, 44100, 10, WV_PEAKS_ALL_CHANNELS};
+    const int ids[] = {engine.loadFile(tone.c_str()), engine.loadFileRange(tone.c_str(), 1000, 2000),
+                       engine.loadStream(fd), engine.scanFile(tone.c_str(), &set, 1, 0)};
+    ::close(fd);
+    for (const int id : ids) {
+        ASSERT_GT(id, 0);
+        EXPECT_EQ(engine.waitForJob(id, WV_JOB_LOAD, 60000, nullptr), WV_EVENT_LOAD_DONE) << "item " << id;
+    }
+}
 
 TEST_F(JobWait, JobsEndAfterTheirEarlierEventsAndAnswerAgain) {
     engine.startThreadLoop(0);
