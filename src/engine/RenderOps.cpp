@@ -25,7 +25,7 @@ int32_t WavoryxPriv::setOutputPara(uint32_t listId, const char* path, int32_t ty
     SPcmInfo* list = holdItemWithStatus(hold, listId, CLIP_LIST, Report::kSetOutputPara, &result);
     if (list == nullptr) return result;
     list->path.set(path != nullptr ? path : "");
-    list->encodeType = type;
+    list->changeRenderSettings([type](RenderSettings& s) { s.type = type; });
     return 0;
 }
 
@@ -35,9 +35,15 @@ int32_t WavoryxPriv::setEncodePara(uint32_t listId, int32_t sampleRate, int32_t 
     ItemHold hold(this, listId);
     SPcmInfo* list = holdItemWithStatus(hold, listId, CLIP_LIST, Report::kSetEncodePara, &result);
     if (list == nullptr) return result;
+    const int32_t channels = forceStereo != 0 ? 2 : channelCount;
+    list->changeRenderSettings([=](RenderSettings& s) {
+        s.sampleRate = sampleRate;
+        s.channels = channels;
+        s.bitRate = bitRate;
+    });
+    // The list's format as the queries report it until a render settles it.
     list->sampleRate = sampleRate;
-    list->channelCount = forceStereo != 0 ? 2 : channelCount;
-    list->bitRate = bitRate;
+    list->channelCount = channels;
     return 0;
 }
 
@@ -59,9 +65,11 @@ int32_t WavoryxPriv::setEncodeOptions(uint32_t id, int32_t quality, int32_t vbr,
     ItemHold hold(this, id);
     SPcmInfo* list = holdItemWithStatus(hold, id, CLIP_LIST, Report::kSetEncodeOptions, &result);
     if (list == nullptr) return result;
-    list->encodeQuality = quality;
-    list->vbrLevel = vbr;
-    list->jointStereo = jointStereo;
+    list->changeRenderSettings([=](RenderSettings& s) {
+        s.quality = quality;
+        s.vbr = vbr;
+        s.jointStereo = jointStereo;
+    });
     return 0;
 }
 
@@ -77,7 +85,7 @@ int32_t WavoryxPriv::setResampleQuality(uint32_t listId, int32_t quality) {
     SPcmInfo* list =
         holdItemWithStatus(hold, listId, CLIP_LIST, Report::kSetResampleQuality, &result);
     if (list == nullptr) return result;
-    list->resampleQuality = kKinds[quality];
+    list->changeRenderSettings([quality](RenderSettings& s) { s.resampleQuality = kKinds[quality]; });
     return 0;
 }
 
@@ -93,8 +101,10 @@ int32_t WavoryxPriv::setListLoudness(uint32_t listId, int32_t lufsTenths, int32_
     ItemHold hold(this, listId);
     SPcmInfo* list = holdItemWithStatus(hold, listId, CLIP_LIST, Report::kSetListLoudness, &result);
     if (list == nullptr) return result;
-    list->loudnessTarget = off ? 0 : lufsTenths;
-    if (!off) list->truePeakCeiling = truePeakTenths;
+    list->changeRenderSettings([=](RenderSettings& s) {
+        s.loudnessTarget = off ? 0 : lufsTenths;
+        if (!off) s.truePeakCeiling = truePeakTenths;
+    });
     return 0;
 }
 

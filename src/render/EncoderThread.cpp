@@ -60,50 +60,38 @@ bool EncoderThread::failMissingSource(SPcmInfo* item, EncodeJob* job) {
     return true;
 }
 
-EncoderThread::OutputFormat EncoderThread::settleOutput(SPcmInfo* item) {
-    // Each setting is read once: the client may change them while the
+EncoderThread::OutputFormat EncoderThread::settleOutput(SPcmInfo* item,
+                                                       const RenderSettings& settings) {
+    // The settings are one copy: the client may change the list's while the
     // render starts, and a render goes on with what it started with.
     PcmClipList& list = *item->clipList;
     OutputFormat format;
-    format.rate = item->sampleRate.load();
-    if (format.rate < 1) {
-        format.rate = list.getSamplerate();
-        item->sampleRate.store(format.rate);
-    }
-    format.channels = item->channelCount.load();
-    if (format.channels < 1) {
-        format.channels = list.getChannelCount();
-        item->channelCount.store(format.channels);
-    }
+    format.rate = settings.sampleRate >= 1 ? settings.sampleRate : list.getSamplerate();
+    format.channels = settings.channels >= 1 ? settings.channels : list.getChannelCount();
+    item->sampleRate.store(format.rate);
+    item->channelCount.store(format.channels);
 
-    format.resampleQuality = static_cast<AudioResampler::src_quality>(item->resampleQuality.load());
-    const AudioResampler::src_quality kind = format.resampleQuality == AudioResampler::SRC_DEFAULT
-                                                 ? AudioResampler::defaultQuality()
-                                                 : format.resampleQuality;
-
+    // Resolved here once: the length predicted and every resampler of the
+    // render are of this one kind.
+    format.resampleQuality = AudioResampler::resolve(
+        static_cast<AudioResampler::src_quality>(settings.resampleQuality));
     item->frames.store(0);
     uint64_t exact = 0;
-    if ((kind == AudioResampler::SRC_HQ_HIGH || kind == AudioResampler::SRC_HQ_VERY_HIGH) &&
+    if (AudioResampler::makesExactLength(format.resampleQuality) &&
         list.convertedLength(format.rate, &exact)) {
-        // The high-quality kinds make exactly this many frames.
         item->totalFrames.store(static_cast<uint32_t>(std::min<uint64_t>(exact, 0xFFFFFFFFu)));
     } else {
         const double seconds = static_cast<double>(item->frame2duration(0, 0xFFFFFFFF)) / 1000.0;
         item->totalFrames.store(static_cast<uint32_t>(seconds * format.rate));
     }
 
-    format.type = item->encodeType.load();
-    if (!isEncodeFormat(format.type)) {
-        format.type = ENCODE_WAV;
-        item->encodeType.store(format.type);
-    }
-    format.bitRate = item->bitRate.load();
-    if (format.bitRate <= 0) {
-        format.bitRate = defaultBitRate(static_cast<EncodeFormat>(format.type));
-        item->bitRate.store(format.bitRate);
-    }
-
-    format.options = item->encodeOptions();
+    format.type = isEncodeFormat(settings.type) ? settings.type : ENCODE_WAV;
+    format.bitRate = settings.bitRate > 0
+                         ? settings.bitRate
+                         : defaultBitRate(static_cast<EncodeFormat>(format.type));
+    format.options.quality = settings.quality;
+    format.options.vbr = settings.vbr;
+    format.options.jointStereo = settings.jointStereo;
     item->outputRate.store(0);
     item->outputChannels.store(0);
     item->outputBitRate.store(0);
@@ -136,7 +124,8 @@ void EncoderThread::startJob(WVThreadCmd& cmd) {
         return;
     }
 
-    const OutputFormat format = settleOutput(item);
+    const RenderSettings settings = item->renderSettings();
+    const OutputFormat format = settleOutput(item, settings);
     const int32_t rate = format.rate;
     const int32_t channels = format.channels;
     const std::string& path = format.path;
@@ -156,7 +145,8 @@ void EncoderThread::startJob(WVThreadCmd& cmd) {
         endJob(id, EVT_RENDER_STOPPED, -1);
         return;
     }
-    item->takeOutputFormat(*encoder);
+    item->takeOutputFormat(encoder->outputSampleRate(), encoder->outputChannels(),
+                           encoder->outputBitRate());
     // A file being replaced is read under its new name until it is done.
     const std::string writing = encoder->writingPath();
     if (writing != path) item->writingPath.set(writing);
@@ -166,10 +156,10 @@ void EncoderThread::startJob(WVThreadCmd& cmd) {
     openWaveformFile(waveform.get(), (path + ".wave").c_str());
     EncodeJob* job = new EncodeJob(passReader(item, rate, channels, format.resampleQuality),
                                    std::move(encoder), std::move(waveform));
-    const int32_t target = item->loudnessTarget.load();
-    if (target != 0) {
+    if (settings.loudnessTarget != 0) {
         job->normalise.reset(new NormalisePlan(
-            target / 10.0, item->truePeakCeiling.load() / 10.0, static_cast<uint32_t>(rate),
+            settings.loudnessTarget / 10.0, settings.truePeakCeiling / 10.0,
+            static_cast<uint32_t>(rate),
             static_cast<uint32_t>(channels), format.resampleQuality, kBlockBytes / 2));
         job->normalise->meter.reset(new LoudnessMeter(
             static_cast<uint32_t>(rate), static_cast<uint32_t>(channels), MeterScope::kIntegrated));

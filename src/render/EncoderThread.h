@@ -16,7 +16,7 @@
 //                          again while the item's format is unknown). Its
 //                          blocks are commands 2 carrying a LoudnessJob; see
 //                          LoudnessMeasure.cpp.
-// A list with a loudness target (SPcmInfo::loudnessTarget, set by
+// A list with a loudness target (RenderSettings::loudnessTarget, set by
 // setListLoudness) renders in passes (see NormalisePlan): its commands 2
 // first measure the list (and check the limited result when the limiter
 // will act), then encode it with the gain found, through a TruePeakLimiter,
@@ -177,7 +177,7 @@ private:
     // Fills in what the client left unset (format, encoding, bit rate,
     // output path) and resets the progress counters. Returns the settings
     // as read once here: the client may change the item's meanwhile.
-    OutputFormat settleOutput(SPcmInfo* item);
+    OutputFormat settleOutput(SPcmInfo* item, const RenderSettings& settings);
     // The command's item, made the current one: the one look-up of a
     // command (the render's reference keeps the list registered while its
     // commands exist; see ChunkedJobThread::takeItem).
