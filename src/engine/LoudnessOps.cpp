@@ -20,6 +20,6 @@ int32_t WavoryxPriv::measureLoudness(uint32_t id) {
     // Taken while held, as process() does: the queued measurement always
     // finds its item and ends with its one ending event.
     mInfoList.get(id, REF_ENCODER);
-    mEncoder->sendCmd(WVThreadCmd(EncoderThread::kCmdMeasure, id, -1), 7);
+    mEncoder->queueMeasure(id);
     return 0;
 }

@@ -130,7 +130,9 @@ int32_t WavoryxPriv::process(uint32_t listId) {
     // between the check and the reference, so the queued render always
     // finds its list and ends with its one event.
     mInfoList.get(listId, REF_ENCODER);
-    mEncoder->sendCmd(WVThreadCmd(EncoderThread::kCmdStart, listId, -1), 7);
+    // The render goes on with the settings as they are now, whatever the
+    // client changes before or while it runs.
+    mEncoder->queueRender(listId, list->renderSettings());
     return 0;
 }
 
