@@ -1,6 +1,8 @@
 // The engine's rendering requests: output settings of clip lists, and
 // posting renders to the encoder worker.
 #define WV_LOG_TAG "WavoryxPriv"
+#include <string>
+
 #include "base/Log.h"
 #include "codec/AudioEncoder.h"
 #include "engine/WavoryxPriv.h"
@@ -24,8 +26,14 @@ int32_t WavoryxPriv::setOutputPara(uint32_t listId, const char* path, int32_t ty
     ItemHold hold(this, listId);
     SPcmInfo* list = holdItemWithStatus(hold, listId, CLIP_LIST, Report::kSetOutputPara, &result);
     if (list == nullptr) return result;
-    list->path.set(path != nullptr ? path : "");
-    list->changeRenderSettings([type](RenderSettings& s) { s.type = type; });
+    const std::string output = path != nullptr ? path : "";
+    list->changeRenderSettings([&output, type](RenderSettings& s) {
+        s.path = output;
+        s.type = type;
+    });
+    // The list's file as players and waveform queries find it until a
+    // render names it.
+    list->path.set(output);
     return 0;
 }
 
@@ -85,7 +93,8 @@ int32_t WavoryxPriv::setResampleQuality(uint32_t listId, int32_t quality) {
     SPcmInfo* list =
         holdItemWithStatus(hold, listId, CLIP_LIST, Report::kSetResampleQuality, &result);
     if (list == nullptr) return result;
-    list->changeRenderSettings([quality](RenderSettings& s) { s.resampleQuality = kKinds[quality]; });
+    const AudioResampler::src_quality kind = kKinds[quality];
+    list->changeRenderSettings([kind](RenderSettings& s) { s.resampleQuality = kind; });
     return 0;
 }
 

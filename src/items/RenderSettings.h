@@ -6,10 +6,14 @@
 #pragma once
 
 #include <cstdint>
+#include <string>
 
 namespace wv {
 
 struct RenderSettings {
+    // A list's output file (setOutputPara); empty: "<working dir><id>" and
+    // the format's suffix. A recording's is its item's path.
+    std::string path;
     // The output format. For a list, a rate or channel count under 1 leaves
     // it to the list's clips (see PcmClipList::getSamplerate).
     int32_t sampleRate = 0;  // Hz

@@ -68,12 +68,12 @@ void RenderJob::settleOutput() {
     mItem->outputBitRate.store(0);
     mItem->loudnessResult.store(LoudnessResult::kNone);
 
-    format.path = mItem->path.get();
+    format.path = mSettings.path;
     if (format.path.empty()) {
         format.path = mWorker.context()->workingDir() + std::to_string(mItem->id) +
                       formatSuffix(static_cast<EncodeFormat>(format.type));
-        mItem->path.set(format.path);
     }
+    mItem->path.set(format.path);
 }
 
 JobStep RenderJob::start(WVThreadCmd& cmd) {

@@ -42,7 +42,9 @@ struct JobStep {
     static JobStep next(int32_t elapsedMs) { return {kNext, elapsedMs, 0, 0}; }
     // Run this command again once woken (WVCmdThread::wakeWaiting), at the
     // latest after maxDelayMs.
-    static JobStep wait(uint32_t maxDelayMs) { return {kWait, static_cast<int32_t>(maxDelayMs), 0, 0}; }
+    static JobStep wait(uint32_t maxDelayMs) {
+        return {kWait, static_cast<int32_t>(maxDelayMs), 0, 0};
+    }
     // Free the job, then send `event` (value) and drop the worker's reference.
     static JobStep end(uint32_t event, int32_t value) { return {kEnd, 0, event, value}; }
 };

@@ -1,8 +1,9 @@
 // What every job worker (decoder, encoder, recorder) shares: a job is started
 // by command 1 and carried on by commands 2 that hold its context in `data`
 // (a start command may carry it too); the worker names the item it serves; a
-// command dropped at shutdown frees the job it carries. How a job runs, pauses and ends is each worker's own (see
-// ChunkedJobThread for the decoder and the encoder).
+// command dropped at shutdown frees the job it carries. How a job runs,
+// pauses and ends is each worker's own (see ChunkedJobThread for the decoder
+// and the encoder).
 #pragma once
 
 #include <atomic>

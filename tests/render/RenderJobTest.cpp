@@ -31,6 +31,7 @@ TEST_F(RenderJob, UnknownTypeRendersAsWavNamedInTheWorkingDir) {
     ASSERT_EQ(bytes.size(), 44u + 2000u);
     EXPECT_EQ(std::string(bytes.data(), 4), "RIFF");
     EXPECT_EQ(asSamples(bytes, 44), src);
+    EXPECT_FALSE(wvtest::fileExists(dir.file("next.mp3")));
     EXPECT_TRUE(wvtest::fileExists(out + ".wave"));
 }
 
@@ -133,7 +134,7 @@ TEST_F(RenderJob, ARenderKeepsTheSettingsOfItsProcessCall) {
     ASSERT_EQ(engine->setEncodePara(list, 8000, 0, 1, 0), 0);
     // The render waits for its source; meanwhile every setting changes.
     ASSERT_EQ(engine->process(list), 0);
-    ASSERT_EQ(engine->setOutputPara(list, out.c_str(), ENCODE_MP3), 0);
+    ASSERT_EQ(engine->setOutputPara(list, dir.file("next.mp3").c_str(), ENCODE_MP3), 0);
     ASSERT_EQ(engine->setEncodePara(list, 16000, 64, 2, 1), 0);
     ASSERT_EQ(engine->setListLoudness(list, -160, -10), 0);
     ASSERT_EQ(engine->setResampleQuality(list, 2), 0);
@@ -152,6 +153,7 @@ TEST_F(RenderJob, ARenderKeepsTheSettingsOfItsProcessCall) {
     ASSERT_EQ(bytes.size(), 44u + 8000u * 2u);
     EXPECT_EQ(std::string(bytes.data(), 4), "RIFF");
     EXPECT_EQ(asSamples(bytes, 44), src);
+    EXPECT_FALSE(wvtest::fileExists(dir.file("next.mp3")));
     EXPECT_EQ(engine->getListLoudnessResult(list, nullptr), -4);
     int32_t reached = 0;
     EXPECT_EQ(engine->getListLoudnessResult(list, &reached), -3);
