@@ -140,12 +140,16 @@ struct Session {
         item->refs[wv::REF_RECORDER] = 1;
         item->sampleRate = kRate;
         item->channelCount = kChannels;
-        item->bitRate = 128;
-        item->encodeType = type;
-        if (effect == 1) item->pitch = -4.0f;
-        if (effect == 2) item->pitch = 4.0f;
-        if (effect == 3) item->pitch = 9.0f;
-        if (effect == 4) item->robot = 1;
+        item->changeRenderSettings([type, effect](wv::RenderSettings& s) {
+            s.sampleRate = kRate;
+            s.channels = kChannels;
+            s.bitRate = 128;
+            s.type = type;
+            if (effect == 1) s.pitch = -4.0f;
+            if (effect == 2) s.pitch = 4.0f;
+            if (effect == 3) s.pitch = 9.0f;
+            if (effect == 4) s.robot = 1;
+        });
         output = dir + (type == ENCODE_MP3 ? "/out.mp3" : "/out.wav");
         item->path.set(output);
         return engine.infoList().add(item);

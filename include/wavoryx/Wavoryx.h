@@ -581,7 +581,10 @@ public:
      * (LAME's last frames and the WAV header included). Any other ending
      * (20, 23, 25, or the engine destroyed) leaves both targets as they
      * were: absent stays absent, no ".part" file stays behind. The list
-     * can be played while it renders. */
+     * can be played while it renders. The render uses the list's output
+     * file, format, encoding, resampler and loudness settings as they are
+     * when process is called: setting them again meanwhile changes the next
+     * render. */
     int32_t process(int listId);
     /* Stops the render of the list, or the loudness measurement of the
      * item or list (both when both are queued): event 23. */

@@ -22,6 +22,6 @@ int32_t WavoryxPriv::measureLoudness(uint32_t id) {
     // finds its item and ends with its one ending event.
     mInfoList.get(id, REF_ENCODER);
     mCallbackThread->jobEnds().begin(id, JobEnds::kEncode);
-    mEncoder->sendCmd(WVThreadCmd(EncoderThread::kCmdMeasure, id, -1), 7);
+    mEncoder->queueMeasure(id);
     return 0;
 }

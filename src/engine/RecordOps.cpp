@@ -49,33 +49,39 @@ int32_t WavoryxPriv::recordStart(const char* path, int32_t type, int32_t sampleR
         WV_LOGE("cannot record %d channels", channelCount);
         return -4;
     }
-    SPcmInfo* item = new SPcmInfo(RECORDING);
-    item->refs[REF_CLIENT] = 1;
-    item->refs[REF_RECORDER] = 1;
-    item->sampleRate = sampleRate < 1 ? kDefaultSampleRate : sampleRate;
-    item->channelCount = channelCount;
-    item->bitRate = bitRate < 1 ? defaultBitRate(static_cast<EncodeFormat>(type)) : bitRate;
-    item->audioSource = audioSource;
-    item->encodeType = type;
-    item->encodeQuality = mRecordQuality;
-    item->vbrLevel = mRecordVbr;
-    item->jointStereo = mRecordJointStereo;
+    RenderSettings settings;
+    settings.sampleRate = sampleRate < 1 ? kDefaultSampleRate : sampleRate;
+    settings.channels = channelCount;
+    settings.type = type;
+    settings.bitRate = bitRate < 1 ? defaultBitRate(static_cast<EncodeFormat>(type)) : bitRate;
+    settings.quality = mRecordQuality;
+    settings.vbr = mRecordVbr;
+    settings.jointStereo = mRecordJointStereo;
+    settings.audioSource = audioSource;
     switch (effect) {
         case EFFECT_MALE:
-            item->pitch = -float(pitchProperty("persist.wavoryx.malepitch", 4));
+            settings.pitch = -float(pitchProperty("persist.wavoryx.malepitch", 4));
             break;
         case EFFECT_FEMALE:
-            item->pitch = float(pitchProperty("persist.wavoryx.femalepitch", 4));
+            settings.pitch = float(pitchProperty("persist.wavoryx.femalepitch", 4));
             break;
         case EFFECT_FEMALE_HIGH:
-            item->pitch = float(pitchProperty("persist.wavoryx.femalepitch", 9));
+            settings.pitch = float(pitchProperty("persist.wavoryx.femalepitch", 9));
             break;
         case EFFECT_ROBOT:
-            item->robot = 1;
+            settings.robot = 1;
             break;
         default:
             break;
     }
+    SPcmInfo* item = new SPcmInfo(RECORDING);
+    item->refs[REF_CLIENT] = 1;
+    item->refs[REF_RECORDER] = 1;
+    item->sampleRate = settings.sampleRate;
+    item->channelCount = settings.channels;
+    // Fixed before the item is registered: nothing can change a
+    // recording's settings once it exists.
+    item->changeRenderSettings([&settings](RenderSettings& s) { s = settings; });
     const bool named = path != nullptr && *path != '\0';
     if (named) item->path.set(path);
     const pcm_id_t id = mInfoList.add(item);

@@ -1,6 +1,8 @@
 // The engine's rendering requests: output settings of clip lists, and
 // posting renders to the encoder worker.
 #define WV_LOG_TAG "WavoryxPriv"
+#include <string>
+
 #include "base/Log.h"
 #include "codec/AudioEncoder.h"
 #include "engine/WavoryxPriv.h"
@@ -24,8 +26,14 @@ int32_t WavoryxPriv::setOutputPara(uint32_t listId, const char* path, int32_t ty
     ItemHold hold(this, listId);
     SPcmInfo* list = holdItemWithStatus(hold, listId, CLIP_LIST, Report::kSetOutputPara, &result);
     if (list == nullptr) return result;
-    list->path.set(path != nullptr ? path : "");
-    list->encodeType = type;
+    const std::string output = path != nullptr ? path : "";
+    list->changeRenderSettings([&output, type](RenderSettings& s) {
+        s.path = output;
+        s.type = type;
+    });
+    // The list's file as players and waveform queries find it until a
+    // render names it.
+    list->path.set(output);
     return 0;
 }
 
@@ -35,9 +43,15 @@ int32_t WavoryxPriv::setEncodePara(uint32_t listId, int32_t sampleRate, int32_t 
     ItemHold hold(this, listId);
     SPcmInfo* list = holdItemWithStatus(hold, listId, CLIP_LIST, Report::kSetEncodePara, &result);
     if (list == nullptr) return result;
+    const int32_t channels = forceStereo != 0 ? 2 : channelCount;
+    list->changeRenderSettings([=](RenderSettings& s) {
+        s.sampleRate = sampleRate;
+        s.channels = channels;
+        s.bitRate = bitRate;
+    });
+    // The list's format as the queries report it until a render settles it.
     list->sampleRate = sampleRate;
-    list->channelCount = forceStereo != 0 ? 2 : channelCount;
-    list->bitRate = bitRate;
+    list->channelCount = channels;
     return 0;
 }
 
@@ -59,9 +73,11 @@ int32_t WavoryxPriv::setEncodeOptions(uint32_t id, int32_t quality, int32_t vbr,
     ItemHold hold(this, id);
     SPcmInfo* list = holdItemWithStatus(hold, id, CLIP_LIST, Report::kSetEncodeOptions, &result);
     if (list == nullptr) return result;
-    list->encodeQuality = quality;
-    list->vbrLevel = vbr;
-    list->jointStereo = jointStereo;
+    list->changeRenderSettings([=](RenderSettings& s) {
+        s.quality = quality;
+        s.vbr = vbr;
+        s.jointStereo = jointStereo;
+    });
     return 0;
 }
 
@@ -77,7 +93,8 @@ int32_t WavoryxPriv::setResampleQuality(uint32_t listId, int32_t quality) {
     SPcmInfo* list =
         holdItemWithStatus(hold, listId, CLIP_LIST, Report::kSetResampleQuality, &result);
     if (list == nullptr) return result;
-    list->resampleQuality = kKinds[quality];
+    const AudioResampler::src_quality kind = kKinds[quality];
+    list->changeRenderSettings([kind](RenderSettings& s) { s.resampleQuality = kind; });
     return 0;
 }
 
@@ -93,8 +110,10 @@ int32_t WavoryxPriv::setListLoudness(uint32_t listId, int32_t lufsTenths, int32_
     ItemHold hold(this, listId);
     SPcmInfo* list = holdItemWithStatus(hold, listId, CLIP_LIST, Report::kSetListLoudness, &result);
     if (list == nullptr) return result;
-    list->loudnessTarget = off ? 0 : lufsTenths;
-    if (!off) list->truePeakCeiling = truePeakTenths;
+    list->changeRenderSettings([=](RenderSettings& s) {
+        s.loudnessTarget = off ? 0 : lufsTenths;
+        if (!off) s.truePeakCeiling = truePeakTenths;
+    });
     return 0;
 }
 
@@ -121,7 +140,9 @@ int32_t WavoryxPriv::process(uint32_t listId) {
     // finds its list and ends with its one event.
     mInfoList.get(listId, REF_ENCODER);
     mCallbackThread->jobEnds().begin(listId, JobEnds::kEncode);
-    mEncoder->sendCmd(WVThreadCmd(EncoderThread::kCmdStart, listId, -1), 7);
+    // The render goes on with the settings as they are now, whatever the
+    // client changes before or while it runs.
+    mEncoder->queueRender(listId, list->renderSettings());
     return 0;
 }
 

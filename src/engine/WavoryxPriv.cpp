@@ -5,6 +5,7 @@
 
 #include "base/CheckSites.h"
 #include "base/Log.h"
+#include "codec/AudioEncoder.h"
 #include "load/DecoderThread.h"
 #include "platform/MediaService.h"
 #include "record/RecorderThread.h"
@@ -177,11 +178,11 @@ int32_t WavoryxPriv::getOutputBitRate(uint32_t id) {
     if (item == nullptr) return -1;
     if (item->outputRate.load() > 0) return item->outputBitRate.load();
     // Not started yet: what the encoder will be asked for.
-    const int32_t type = item->encodeType.load();
-    const EncodeFormat format = isEncodeFormat(type) ? EncodeFormat(type) : EncodeFormat::Wav;
-    if (!hasBitRate(format) || (format == EncodeFormat::Mp3 && item->vbrLevel.load() > 0)) return 0;
-    const int32_t asked = item->bitRate.load();
-    return asked > 0 ? asked : defaultBitRate(format);
+    const RenderSettings settings = item->renderSettings();
+    const EncodeFormat format =
+        isEncodeFormat(settings.type) ? EncodeFormat(settings.type) : EncodeFormat::Wav;
+    if (!hasBitRate(format) || (format == EncodeFormat::Mp3 && settings.vbr > 0)) return 0;
+    return settings.bitRate > 0 ? settings.bitRate : defaultBitRate(format);
 }
 
 int32_t WavoryxPriv::getPcmDuration(pcm_id_t id) {

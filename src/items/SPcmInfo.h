@@ -7,7 +7,8 @@
 // Threads: the fields other than the counters are written by the one
 // worker that produces the item (or by the client before it starts a job)
 // and read by other threads; the numeric ones are atomics so that readers
-// always see whole values.
+// always see whole values. The output and encoding choices are one value
+// under the item's lock (renderSettings).
 #pragma once
 
 #include <atomic>
@@ -19,9 +20,9 @@
 #include <utility>
 #include <vector>
 
-#include "codec/AudioEncoder.h"
 #include "items/PcmClipList.h"
 #include "items/PcmTypes.h"
+#include "items/RenderSettings.h"
 
 namespace wv {
 
@@ -136,36 +137,46 @@ struct SPcmInfo {
     // Frames of [s, e) inside the item's length (see duration2frame).
     uint32_t span(uint32_t s, uint32_t e) const;
 
-    // The encoding choices set for the item's output, as one value.
-    EncodeOptions encodeOptions() const {
-        EncodeOptions options;
-        options.quality = encodeQuality.load();
-        options.vbr = vbrLevel.load();
-        options.jointStereo = jointStereo.load();
-        return options;
+    // The output and encoding choices of the item's renders or recording,
+    // as they are now: one copy, taken under the item's lock.
+    RenderSettings renderSettings() const {
+        std::lock_guard<std::mutex> guard(mLock);
+        return mSettings;
+    }
+    // Applies `change` (a callable taking RenderSettings&) under the item's
+    // lock, so that two setters on two threads never lose each other's
+    // fields and a copy never holds half of one change.
+    template <class Change>
+    void changeRenderSettings(Change change) {
+        std::lock_guard<std::mutex> guard(mLock);
+        change(mSettings);
     }
     // The source file's facts, once its load has begun (false before).
     bool sourceFacts(SourceFacts* facts) const {
-        std::lock_guard<std::mutex> guard(mFactsLock);
+        std::lock_guard<std::mutex> guard(mLock);
         if (!mHasFacts) return false;
         *facts = mFacts;
         return true;
     }
     void setSourceFacts(const SourceFacts& facts) {
-        std::lock_guard<std::mutex> guard(mFactsLock);
+        std::lock_guard<std::mutex> guard(mLock);
         mFacts = facts;
         mHasFacts = true;
     }
 
-    // Notes what `encoder`'s file holds, for the client's queries.
-    void takeOutputFormat(const AudioEncoder& encoder) {
-        outputRate.store(static_cast<int32_t>(encoder.outputSampleRate()));
-        outputChannels.store(static_cast<int32_t>(encoder.outputChannels()));
-        outputBitRate.store(static_cast<int32_t>(encoder.outputBitRate()));
+    // Notes what the output file holds (Hz, channels, kbit/s), once its
+    // encoder has started, for the client's queries.
+    void takeOutputFormat(uint32_t rate, uint32_t channels, uint32_t kbps) {
+        outputRate.store(static_cast<int32_t>(rate));
+        outputChannels.store(static_cast<int32_t>(channels));
+        outputBitRate.store(static_cast<int32_t>(kbps));
     }
 
     pcm_id_t id = 0;
     std::atomic<int32_t> status;
+    // The format of the item's data: a file's as decoded, a recording's, a
+    // list's as its renders make it (what setEncodePara chose, else settled
+    // by the render from the clips).
     std::atomic<int32_t> sampleRate{0};
     std::atomic<int32_t> channelCount{0};
     std::atomic<int32_t> format{0};
@@ -189,21 +200,6 @@ struct SPcmInfo {
     // A load of a stream (loadStream): the descriptor it reads, until the
     // decoder takes it; closed with the item when never taken.
     std::atomic<int> streamFd{-1};
-    std::atomic<int32_t> encodeType{0};
-    std::atomic<int32_t> bitRate{0};  // kbit/s; 0 = not set
-    // Lossy encoders' choices (see codec EncodeOptions); the defaults keep
-    // the output every earlier version made.
-    std::atomic<int32_t> encodeQuality{5};
-    std::atomic<int32_t> vbrLevel{0};
-    std::atomic<int32_t> jointStereo{0};
-    // The resampler quality (an AudioResampler::src_quality) of a list's
-    // renders: SRC_DEFAULT leaves the choice to the process default.
-    std::atomic<int32_t> resampleQuality{0};
-    // Loudness normalisation of a list's renders (setListLoudness): the
-    // integrated loudness aimed at, tenths of LUFS (0: off), and the true
-    // peak not to exceed, tenths of dBTP. Read when a render starts.
-    std::atomic<int32_t> loudnessTarget{0};
-    std::atomic<int32_t> truePeakCeiling{-10};
     // How the last normalised render that finished came out (a packed
     // LoudnessResult), LoudnessResult::kNone while none has.
     std::atomic<int64_t> loudnessResult{LoudnessResult::kNone};
@@ -214,14 +210,13 @@ struct SPcmInfo {
     std::atomic<int32_t> outputBitRate{0};  // kbit/s; 0 when the format has no fixed one
     // A recording ends by itself once it holds this many frames (at
     // sampleRate, pauses not counted); 0 when only recordStop ends it.
+    // Unlike the render settings, a live control: setRecordDuration may
+    // change it while the recording runs.
     std::atomic<uint32_t> recordLimitFrames{0};
-    std::atomic<float> pitch{0.0f};
-    std::atomic<int32_t> robot{0};
     LockedString path;  // source file, or output file of a list/recording
     // While a render or recording replaces an existing file at `path`, the
     // name its output is written under until it is complete; else empty.
     LockedString writingPath;
-    std::atomic<int32_t> audioSource{0};
     std::unique_ptr<PcmClipList> clipList;  // present exactly for CLIP_LIST
     std::unique_ptr<PcmItemPlayer> player;  // created the first time the item is played
     uint32_t refs[kRefCount] = {};          // guarded by the registry lock
@@ -231,7 +226,8 @@ struct SPcmInfo {
     static const char* statusName(int32_t status);
 
 private:
-    mutable std::mutex mFactsLock;
+    mutable std::mutex mLock;  // the item's lock: its settings and its source facts
+    RenderSettings mSettings;
     SourceFacts mFacts;
     bool mHasFacts = false;
 };

@@ -35,6 +35,7 @@ struct RecordJob {
     void dropRecorder();
 
     std::unique_ptr<AudioRecorder> recorder;  // null while paused
+    int32_t audioSource = 0;                  // of every capture source, the first's and a resume's
     std::unique_ptr<AudioEncoder> encoder;    // also the file writer
     WaveEncoder* wave = nullptr;  // the encoder when it writes WAV, for header refreshes
     uint32_t headerPeriod = 0;    // frames between header refreshes (one second)

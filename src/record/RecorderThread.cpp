@@ -70,10 +70,11 @@ void RecorderThread::abortStart(pcm_id_t id, int32_t failure) {
 
 void RecorderThread::startRecording(const WVThreadCmd& cmd, SPcmInfo* item) {
     const pcm_id_t id = cmd.pcmId;
-    const int32_t sampleRate = item->sampleRate.load();
-    const int32_t channels = item->channelCount.load();
+    const RenderSettings settings = item->renderSettings();
+    const int32_t sampleRate = settings.sampleRate;
+    const int32_t channels = settings.channels;
     std::unique_ptr<AudioRecorder> recorder(
-        new AudioRecorder(item->audioSource.load(), uint32_t(sampleRate), uint32_t(channels)));
+        new AudioRecorder(settings.audioSource, uint32_t(sampleRate), uint32_t(channels)));
     if (recorder->initCheck() != 0) {
         WV_LOGE("init recorder failed.");
         recorder.reset();
@@ -83,16 +84,20 @@ void RecorderThread::startRecording(const WVThreadCmd& cmd, SPcmInfo* item) {
     }
     const std::string path = item->path.get();
     std::unique_ptr<AudioEncoder> encoder(AudioEncoder::createAudioEncoder(
-        static_cast<EncodeFormat>(item->encodeType.load()), path.c_str()));
+        static_cast<EncodeFormat>(settings.type), path.c_str()));
     if (!encoder) {
         WV_LOGE("createAudioEncoder failed.");
         recorder.reset();
         abortStart(id, 5);
         return;
     }
-    encoder->setOptions(item->encodeOptions());
+    EncodeOptions options;
+    options.quality = settings.quality;
+    options.vbr = settings.vbr;
+    options.jointStereo = settings.jointStereo;
+    encoder->setOptions(options);
     int err = encoder->initEncoder(uint32_t(sampleRate), uint32_t(channels),
-                                   uint32_t(item->bitRate.load()), AudioEncoder::FORMAT_PCM_16);
+                                   uint32_t(settings.bitRate), AudioEncoder::FORMAT_PCM_16);
     if (err != 0) {
         WV_LOGE("init encorder failed %d.", err);
         recorder.reset();
@@ -109,16 +114,18 @@ void RecorderThread::startRecording(const WVThreadCmd& cmd, SPcmInfo* item) {
         return;
     }
 
-    item->takeOutputFormat(*encoder);
+    item->takeOutputFormat(encoder->outputSampleRate(), encoder->outputChannels(),
+                           encoder->outputBitRate());
     // A file being replaced is read under its new name until it is done.
     const std::string writing = encoder->writingPath();
     if (writing != path) item->writingPath.set(writing);
 
     auto* job = new RecordJob();
+    job->audioSource = settings.audioSource;
     job->recorder = std::move(recorder);
     job->encoder = std::move(encoder);
     // Only a WAV file has a header to keep up to date.
-    job->wave = item->encodeType.load() == ENCODE_WAV
+    job->wave = settings.type == ENCODE_WAV
                     ? static_cast<WaveEncoder*>(job->encoder.get())
                     : nullptr;
     job->headerPeriod = uint32_t(sampleRate);
@@ -128,11 +135,10 @@ void RecorderThread::startRecording(const WVThreadCmd& cmd, SPcmInfo* item) {
     job->fadeLength = RecordJob::fadeLengthFor(sampleRate);
     job->frameSize = item->frameSize();
     job->lostAudio.reset(new LostAudioReport(uint32_t(sampleRate)));
-    const float pitch = item->pitch.load();
-    if (pitch != 0.0f) {
+    if (settings.pitch != 0.0f) {
         job->pitchShifter.reset(
-            new VoicePitchShifter(uint32_t(sampleRate), uint32_t(channels), pitch));
-    } else if (item->robot.load() == 1) {
+            new VoicePitchShifter(uint32_t(sampleRate), uint32_t(channels), settings.pitch));
+    } else if (settings.robot == 1) {
         job->robotEffect.reset(new EffectRobot(2, 10, sampleRate, channels));
     }
     sendCmd(WVThreadCmd(kCmdRecord, id, -1, job), kRecordUrgency);
@@ -285,7 +291,7 @@ void RecorderThread::onCmdResume(WVThreadCmd& cmd) {
     auto* job = static_cast<RecordJob*>(cmd.data);
     job->resumeRetries = 1;
     for (;;) {
-        job->recorder.reset(new AudioRecorder(item->audioSource.load(),
+        job->recorder.reset(new AudioRecorder(job->audioSource,
                                               uint32_t(item->sampleRate.load()),
                                               uint32_t(item->channelCount.load())));
         if (job->recorder->initCheck() != 0) {

@@ -1,23 +1,25 @@
 // The encoder worker: renders clip lists into output files, one block per
 // command, so that cancel and suspend requests act between blocks.
 //
+// Every job is a ChunkedJob that runs its own commands: a RenderJob, a
+// NormalisedRenderJob or a LoudnessJob, carried in the data of each.
 // Commands:
-//   {1, listId, -1, null}  start a render (posted by process, urgency 7;
-//                          posted again by the worker while a clip's source
-//                          has not begun to load).
-//   {2, listId, -1, job}   render the next block (posted by the worker
-//                          itself, urgency 2, so one render runs to its end
+//   {1, listId, -1, job}   start a render (queued by queueRender from
+//                          process, urgency 7, with the settings process
+//                          copied; posted again by the worker while a clip's
+//                          source has not begun to load).
+//   {2, id, -1, job}       the job's next block (posted by the worker
+//                          itself, urgency 2, so one job runs to its end
 //                          before the next starts; posted again while a
 //                          source has no more data yet, or delayed by as long
 //                          as the step took when the engine's thread
 //                          priority is 1).
-//   {3, id, -1, null}      start a loudness measurement of an item or a list
-//                          (posted by measureLoudness, urgency 7; posted
-//                          again while the item's format is unknown). Its
-//                          blocks are commands 2 carrying a LoudnessJob; see
-//                          LoudnessMeasure.cpp.
-// A list with a loudness target (SPcmInfo::loudnessTarget, set by
-// setListLoudness) renders in passes (see NormalisePlan): its commands 2
+//   {3, id, -1, job}       start a loudness measurement of an item or a list
+//                          (queued by queueMeasure from measureLoudness,
+//                          urgency 7; posted again while the item's format
+//                          is unknown); see LoudnessJob.h.
+// A list with a loudness target (RenderSettings::loudnessTarget, set by
+// setListLoudness) renders in passes (NormalisedRenderJob): its commands 2
 // first measure the list (and check the limited result when the limiter
 // will act), then encode it with the gain found, through a TruePeakLimiter,
 // dithered to 16-bit once. Every pass is a chain of commands 2 like a
@@ -33,11 +35,12 @@
 // A render settles the list's output format (the format its clips suggest
 // when the client set none), its encoding (an unknown type is WAV; bit rate
 // 320 kbit/s when unset), its resampler (the list's quality, else the
-// process default) and its output path ("<working dir><id>.wav" or ".mp3"
-// when unset), then reads the list through a PcmInfoReader in blocks
-// of at most kBlockBytes (16384 bytes: 4096 stereo or 8192 mono frames),
-// feeding each block to the waveform point generator (the ".wave" file
-// beside the output, one byte per 20 ms) and to the encoder.
+// process default, resolved once) and its output path ("<working dir><id>"
+// and the format's suffix when unset), then reads the list through a
+// PcmInfoReader in blocks of at most kBlockBytes (16384 bytes: 4096 stereo
+// or 8192 mono frames), feeding each block to the waveform point generator
+// (the ".wave" file beside the output, one byte per 20 ms) and to the
+// encoder.
 //
 // Events (third field in brackets), each render ending with exactly one of
 // 22, 20, 25, 23:
@@ -47,7 +50,7 @@
 //   20 (-11) a read, write or encoding error.
 //   25 (-1)  storage full, or the encoder could not be initialised.
 //   23 (-1)  cancelled on request.
-// Every ending releases the render's REF_ENCODER reference on the list. The
+// Every ending releases the job's REF_ENCODER reference on the item. The
 // output and its ".wave" file are outputs (see OutputFile): put in place
 // only at 22, after every write of both succeeded (LAME's last frames and
 // the WAV header included); any other ending leaves both targets as they
@@ -62,76 +65,19 @@
 #pragma once
 
 #include <atomic>
-#include <memory>
-#include <string>
-#include <vector>
 
-#include "codec/AudioEncoder.h"
-#include "dsp/LoudnessMeter.h"
-#include "dsp/WaveformData.h"
 #include "items/JobContext.h"
-#include "items/PcmInfoReader.h"
+#include "items/RenderSettings.h"
 #include "items/SPcmInfo.h"
-#include "platform/media/ChannelDecoder.h"
-#include "render/NormalisePlan.h"
 #include "threads/ChunkedJobThread.h"
 
 namespace wv {
-
-struct SPcmInfo;
-
-// What the step commands of the worker carry: a render or a measurement.
-struct EncoderJob {
-    virtual ~EncoderJob() = default;
-};
-
-// The context of one render, carried by its step commands. Destroying it
-// drops the reader, then the encoder (which removes its file unless it was
-// finished), then the point generator (which discards an unfinished
-// ".wave" file).
-struct EncodeJob final : EncoderJob {
-    EncodeJob(std::unique_ptr<PcmInfoReader> r, std::unique_ptr<AudioEncoder> e,
-              std::unique_ptr<WaveformState> w)
-        : reader(std::move(r)), encoder(std::move(e)), waveform(std::move(w)) {}
-    ~EncodeJob() override {
-        normalise.reset();
-        reader.reset();
-        encoder.reset();
-        waveform.reset();
-    }
-    EncodeJob(const EncodeJob&) = delete;
-    EncodeJob& operator=(const EncodeJob&) = delete;
-
-    std::unique_ptr<PcmInfoReader> reader;
-    std::unique_ptr<AudioEncoder> encoder;
-    std::unique_ptr<WaveformState> waveform;
-    std::unique_ptr<NormalisePlan> normalise;  // null for a plain render
-    float lastProgress = 0.0f;                 // the progress last reported for this render
-};
-
-// The context of one loudness measurement: it writes nothing, so the item's
-// own counters are left alone and the frames are counted here.
-struct LoudnessJob final : EncoderJob {
-    LoudnessJob(std::unique_ptr<PcmInfoReader> r, uint32_t rate, uint32_t channels)
-        : reader(std::move(r)), meter(rate, channels), channels(channels) {}
-    // A file of more than two channels, read from the file itself.
-    LoudnessJob(std::unique_ptr<ChannelDecoder> s, uint32_t rate, uint32_t channels)
-        : source(std::move(s)), meter(rate, channels), channels(channels) {}
-
-    std::unique_ptr<PcmInfoReader> reader;     // null when source is set
-    std::unique_ptr<ChannelDecoder> source;
-    std::vector<float> floats;  // one block of source
-    LoudnessMeter meter;
-    const uint32_t channels;
-    uint64_t frames = 0;        // read so far
-    uint64_t totalFrames = 0;   // expected at the measured rate; 0 while unknown
-    float lastProgress = 0.0f;  // the progress last reported
-};
 
 class EncoderThread : public ChunkedJobThread {
 public:
     static constexpr float kProgressStep = 0.1f;
     static constexpr uint8_t kStepUrgency = 2;
+    static constexpr uint8_t kStartUrgency = 7;
     static constexpr uint32_t kBlockBytes = 16384;
     static constexpr uint32_t kRetryDelayMs = 1000;
     static constexpr uint32_t kCmdMeasure = 3;
@@ -140,85 +86,45 @@ public:
     explicit EncoderThread(JobContext* context);
     ~EncoderThread() override;
 
+    // Queue a render of list `id` with `settings` (the copy process() took
+    // under the list's lock) and a loudness measurement of item `id`. The
+    // caller has taken the job's REF_ENCODER reference. Any thread.
+    void queueRender(pcm_id_t id, const RenderSettings& settings);
+    void queueMeasure(pcm_id_t id);
+
     // The longest a render waiting for a source sleeps before it looks
     // again when nothing wakes it (kRetryDelayMs unless set). Tests set it
     // far beyond their time-outs to show that the wake alone moves renders.
     void setRetryDelayMs(uint32_t ms) { mRetryDelayMs.store(ms); }
+    uint32_t retryDelayMs() const { return mRetryDelayMs.load(); }
+
+    // For the jobs, during their commands on this worker's thread only: the
+    // command's item, made the current one (the job's reference keeps it
+    // registered while its commands exist; see ChunkedJobThread::takeItem),
+    // the engine, and one block of work space shared by every job.
+    SPcmInfo* itemOf(const WVThreadCmd& cmd);
+    JobContext* context() const { return mContext; }
+    char* workBuffer() { return mWorkBuffer; }
 
 protected:
-    // The hooks of ChunkedJobThread. A cancel of code 1 sends 23 and
-    // releases; of code 2 it deletes the job first (its unfinished output
-    // removed); of any other code it only releases.
+    // The hooks of ChunkedJobThread: each command is its job's. A cancel
+    // frees the job a command carries (an unfinished output removed), sends
+    // 23 and releases.
     bool isRegistered(uint32_t id) override;
     bool startsJob(uint32_t code) const override {
         return code == kCmdStart || code == kCmdMeasure;
     }
     void startJob(WVThreadCmd& cmd) override;
     void runStep(WVThreadCmd& cmd) override;
-    // A render dropped at shutdown frees its job (and its unfinished
-    // output) without an event; the list keeps its references.
+    // A job dropped at shutdown is freed (its unfinished output removed)
+    // without an event; the item keeps its references.
     void deleteJob(void* job) override;
-    // Sends an ending event and drops the render's reference on the list.
+    // Sends an ending event and drops the job's reference on the item.
     void endJob(uint32_t id, uint32_t event, int32_t value) override;
     void dropReference(uint32_t id) override;
     bool lowPriority() override;
 
 private:
-    // What a render writes, fixed when it starts.
-    struct OutputFormat {
-        int32_t rate = 0;      // Hz, at least 1
-        int32_t channels = 0;  // at least 1
-        int32_t type = 0;      // an encode_type value
-        int32_t bitRate = 0;   // kbit/s
-        EncodeOptions options;
-        AudioResampler::src_quality resampleQuality = AudioResampler::SRC_DEFAULT;
-        std::string path;
-    };
-    // Fills in what the client left unset (format, encoding, bit rate,
-    // output path) and resets the progress counters. Returns the settings
-    // as read once here: the client may change the item's meanwhile.
-    OutputFormat settleOutput(SPcmInfo* item);
-    // The command's item, made the current one: the one look-up of a
-    // command (the render's reference keeps the list registered while its
-    // commands exist; see ChunkedJobThread::takeItem).
-    SPcmInfo* itemOf(const WVThreadCmd& cmd);
-    // Deletes the job and ends the render for a writer or encoder status
-    // (1 storage full, anything else an error).
-    void failRender(pcm_id_t id, EncodeJob* job, int status);
-    // Feeds `frames` output frames to the point generator and the encoder
-    // and counts them in the item's frames; false after ending the render
-    // on a failure.
-    bool writeBlock(SPcmInfo* item, EncodeJob* job, const int16_t* pcm, uint32_t frames);
-    // Puts the output in place and ends the render (22), or ends it on the
-    // failed write.
-    void finishRender(SPcmInfo* item, EncodeJob* job);
-    // A reader of the list from its start, in the render's output format.
-    static std::unique_ptr<PcmInfoReader> passReader(SPcmInfo* item, int32_t rate, int32_t channels,
-                                                     AudioResampler::src_quality quality);
-
-    // The normalised render (NormalisedRender.cpp): one block of the
-    // current pass, and the step from one pass to the next.
-    void normaliseStep(WVThreadCmd& cmd, SPcmInfo* item, EncodeJob* job);
-    // Encodes a block of float output; false after ending the render.
-    bool encodeFloat(SPcmInfo* item, EncodeJob* job, const float* samples, size_t frames);
-    // Ends the current pass: decides the gain and starts the next pass, or
-    // finishes the render. False when the render ended.
-    bool endPass(SPcmInfo* item, EncodeJob* job);
-
-    // Ends the render with event 20 (-1) when a source of the list will never
-    // produce its data (its load failed or was cancelled); false otherwise.
-    bool failMissingSource(SPcmInfo* item, EncodeJob* job);
-
-    // The loudness measurement (LoudnessMeasure.cpp): its start, one block,
-    // and its ending with the three result events.
-    void startMeasure(WVThreadCmd& cmd);
-    void measureStep(WVThreadCmd& cmd, LoudnessJob* job);
-    // One block of a file read again at its own channels.
-    void measureSourceStep(WVThreadCmd& cmd, LoudnessJob* job);
-    void finishMeasure(pcm_id_t id, LoudnessJob* job);
-    // Sends a measurement's ending event and drops its reference.
-    void endMeasure(pcm_id_t id, uint32_t event, int32_t value);
-
     alignas(8) char mWorkBuffer[kBlockBytes];
 
     JobContext* const mContext;

@@ -23,6 +23,25 @@ void ChunkedJobThread::procCmd(WVThreadCmd& cmd) {
     }
 }
 
+void ChunkedJobThread::follow(WVThreadCmd& cmd, const JobStep& step) {
+    switch (step.kind) {
+        case JobStep::kNext:
+            if (cmd.code == kCmdContinue) {
+                postNextStep(cmd, step.ms);
+            } else {
+                postFirstStep(cmd.pcmId, cmd.data);
+            }
+            return;
+        case JobStep::kWait:
+            sendWaitingCmd(cmd, static_cast<uint32_t>(step.ms));
+            return;
+        case JobStep::kEnd:
+            deleteJob(cmd.data);
+            endJob(cmd.pcmId, step.event, step.value);
+            return;
+    }
+}
+
 void ChunkedJobThread::postFirstStep(uint32_t id, void* job) {
     sendCmd(WVThreadCmd(kCmdContinue, id, -1, job), mConfig.stepUrgency);
 }
@@ -41,7 +60,10 @@ int32_t ChunkedJobThread::elapsedMs(const TimeVal& begin, const TimeVal& end) {
 }
 
 int32_t ChunkedJobThread::onCmdSuspend(WVThreadCmd& cmd) {
-    if (cmd.code != kCmdContinue) return -1;
+    if (cmd.code != kCmdContinue) {
+        if (cmd.data != nullptr) deleteJob(cmd.data);
+        return -1;
+    }
     requireItem(cmd, Check::kChunkedJobItem);
     return 0;
 }
@@ -58,6 +80,7 @@ void ChunkedJobThread::onCmdCancel(WVThreadCmd& cmd) {
         if (cmd.data != nullptr) deleteJob(cmd.data);
         endJob(cmd.pcmId, mConfig.cancelledEvent, -1);
     } else if (startsJob(cmd.code)) {
+        if (cmd.data != nullptr) deleteJob(cmd.data);
         endJob(cmd.pcmId, mConfig.cancelledEvent, -1);
     } else {
         dropReference(cmd.pcmId);

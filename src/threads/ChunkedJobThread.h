@@ -8,10 +8,15 @@
 // of its job exists, so a missing one is a broken invariant and aborts. The
 // current item is the one last served and stays so between commands.
 //
+// A worker may also let its jobs run their own commands: a ChunkedJob rides
+// in the data of its start command and of every command 2, and what each of
+// its commands returns (a JobStep) is carried out by follow().
+//
 // Control requests: suspend parks a command 2 (a command of any other code
-// cannot be parked: the request drops it) and resume queues it again at the
-// step urgency; cancel ends the job with the worker's cancel event (a command
-// 2 frees its job first); discard frees the job of a command 2 silently.
+// cannot be parked: the request drops it, freeing the job it carries) and
+// resume queues it again at the step urgency; cancel ends the job with the
+// worker's cancel event (freeing the job of any command that carries one
+// first); discard frees a carried job silently.
 // Progress reports are thinned per job and posted to the event sink.
 #pragma once
 
@@ -24,6 +29,36 @@
 #include "threads/ProgressNotifier.h"
 
 namespace wv {
+
+// What a job's command leaves for its worker to do.
+struct JobStep {
+    enum Kind { kNext, kWait, kEnd };
+    Kind kind;
+    int32_t ms;      // kNext: how long the command took; kWait: the longest wait
+    uint32_t event;  // kEnd: the ending event and its value
+    int32_t value;
+
+    // Go on with the next chunk (after a start: the first).
+    static JobStep next(int32_t elapsedMs) { return {kNext, elapsedMs, 0, 0}; }
+    // Run this command again once woken (WVCmdThread::wakeWaiting), at the
+    // latest after maxDelayMs.
+    static JobStep wait(uint32_t maxDelayMs) {
+        return {kWait, static_cast<int32_t>(maxDelayMs), 0, 0};
+    }
+    // Free the job, then send `event` (value) and drop the worker's reference.
+    static JobStep end(uint32_t event, int32_t value) { return {kEnd, 0, event, value}; }
+};
+
+// A job that runs its own commands, on its worker's thread. The worker frees
+// it (deleteJob) when it ends, is cancelled or discarded.
+class ChunkedJob {
+public:
+    virtual ~ChunkedJob() = default;
+    // The start command; kNext posts the first chunk.
+    virtual JobStep start(WVThreadCmd& cmd) = 0;
+    // One command 2.
+    virtual JobStep step(WVThreadCmd& cmd) = 0;
+};
 
 // The constants that tell one chunked worker from another.
 struct ChunkedJobConfig {
@@ -38,6 +73,9 @@ class ChunkedJobThread : public JobThread, public ProgressNotifier {
 public:
     // events: where progress goes (not owned; outlives the worker).
     ChunkedJobThread(EventSink* events, const ChunkedJobConfig& config);
+
+    // Whole milliseconds from `begin` to `end`, never negative.
+    static int32_t elapsedMs(const TimeVal& begin, const TimeVal& end);
 
 protected:
     void procCmd(WVThreadCmd& cmd) final;
@@ -64,6 +102,9 @@ protected:
     // then followed by as long an idle time as it took.
     virtual bool lowPriority() = 0;
 
+    // Carries out what a command of the job in cmd.data (a ChunkedJob)
+    // returned.
+    void follow(WVThreadCmd& cmd, const JobStep& step);
     // Posts the first chunk of a job of item `id`.
     void postFirstStep(uint32_t id, void* job);
     // Posts the next chunk at once, or `elapsedMs` later at low priority.
@@ -75,9 +116,6 @@ protected:
         markCurrent(cmd, item != nullptr, mConfig.missingItemCheck);
         return item;
     }
-    // Whole milliseconds from `begin` to `end`, never negative.
-    static int32_t elapsedMs(const TimeVal& begin, const TimeVal& end);
-
     EventSink* const mEvents;
 
 private:

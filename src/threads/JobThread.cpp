@@ -3,7 +3,7 @@
 namespace wv {
 
 void JobThread::onCmdDiscard(WVThreadCmd& cmd) {
-    if (cmd.code == kCmdContinue && cmd.data != nullptr) deleteJob(cmd.data);
+    if (cmd.data != nullptr) deleteJob(cmd.data);
 }
 
 }  // namespace wv

@@ -1,8 +1,9 @@
 // What every job worker (decoder, encoder, recorder) shares: a job is started
-// by command 1 and carried on by commands 2 that hold its context in `data`;
-// the worker names the item it serves; a command 2 dropped at shutdown frees
-// its job. How a job runs, pauses and ends is each worker's own (see
-// ChunkedJobThread for the decoder and the encoder).
+// by command 1 and carried on by commands 2 that hold its context in `data`
+// (a start command may carry it too); the worker names the item it serves; a
+// command dropped at shutdown frees the job it carries. How a job runs,
+// pauses and ends is each worker's own (see ChunkedJobThread for the decoder
+// and the encoder).
 #pragma once
 
 #include <atomic>
@@ -24,10 +25,9 @@ public:
 protected:
     // Whether item `id` is registered.
     virtual bool isRegistered(uint32_t id) = 0;
-    // Frees the job of a command 2 (never null), with whatever it holds.
+    // Frees the job a command carries (never null), with whatever it holds.
     virtual void deleteJob(void* job) = 0;
-    // Frees the job of a command 2, if it carries one; other commands own
-    // nothing. Tells nobody.
+    // Frees the job the command carries, if any. Tells nobody.
     void onCmdDiscard(WVThreadCmd& cmd) override;
 
     void setCurrentId(uint32_t id) { mCurrentId.store(id, std::memory_order_relaxed); }

@@ -231,7 +231,7 @@ TEST(Engine, ClipListsThroughThePublicOperations) {
     EXPECT_EQ(engine.setEncodePara(list, 22050, 0, 1, 0), 0);
     EXPECT_EQ(engine.getPcmChannelCount(list), 1);
     EXPECT_EQ(engine.setOutputPara(list, nullptr, ENCODE_MP3), 0);
-    EXPECT_EQ(engine.getPcmInfo(list, wv::REF_NONE)->encodeType.load(), ENCODE_MP3);
+    EXPECT_EQ(engine.getPcmInfo(list, wv::REF_NONE)->renderSettings().type, ENCODE_MP3);
     EXPECT_EQ(engine.getPcmFrameLength(list), 0);
 
     EXPECT_EQ(engine.cancelLoadFile(file), 0);

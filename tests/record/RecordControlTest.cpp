@@ -48,7 +48,7 @@ TEST(RecordControl, RefusesBadRequestsAndAppliesDefaults) {
     const wv::SPcmInfo* item = engine.getPcmInfo(uint32_t(id), wv::REF_NONE);
     EXPECT_EQ(item->sampleRate.load(), 8000);
     EXPECT_EQ(item->channelCount.load(), 1);
-    EXPECT_EQ(item->bitRate.load(), 320);
+    EXPECT_EQ(item->renderSettings().bitRate, 320);
     EXPECT_EQ(item->status.load(), wv::RECORDING);
     const std::string expected = work.prefix() + std::to_string(id) + ".mp3";
     EXPECT_EQ(item->path.get(), expected);
@@ -116,7 +116,11 @@ wv::pcm_id_t addRecordingItem(WavoryxPriv& engine, const std::string& path) {
     item->refs[wv::REF_RECORDER] = 1;
     item->sampleRate = 8000;
     item->channelCount = 1;
-    item->bitRate = 320;
+    item->changeRenderSettings([](wv::RenderSettings& s) {
+        s.sampleRate = 8000;
+        s.channels = 1;
+        s.bitRate = 320;
+    });
     item->path.set(path);
     return engine.infoList().add(item);
 }

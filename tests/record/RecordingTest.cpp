@@ -358,8 +358,8 @@ TEST(Recording, VoiceEffectsMoveThePitchAndFollowTheProperties) {
             const int32_t id = engine.recordStart("", ENCODE_WAV, 22050, 1, 0, 1, s.effect);
             ASSERT_GT(id, 0);
             const wv::SPcmInfo* item = engine.getPcmInfo(uint32_t(id), wv::REF_NONE);
-            EXPECT_EQ(item->pitch.load(), s.pitch) << s.effect;
-            EXPECT_EQ(item->robot.load(), s.robot) << s.effect;
+            EXPECT_EQ(item->renderSettings().pitch, s.pitch) << s.effect;
+            EXPECT_EQ(item->renderSettings().robot, s.robot) << s.effect;
             EXPECT_EQ(engine.recordStop(), 0);
         }
     }

@@ -31,6 +31,7 @@ TEST_F(RenderJob, UnknownTypeRendersAsWavNamedInTheWorkingDir) {
     ASSERT_EQ(bytes.size(), 44u + 2000u);
     EXPECT_EQ(std::string(bytes.data(), 4), "RIFF");
     EXPECT_EQ(asSamples(bytes, 44), src);
+    EXPECT_FALSE(wvtest::fileExists(dir.file("next.mp3")));
     EXPECT_TRUE(wvtest::fileExists(out + ".wave"));
 }
 
@@ -121,6 +122,41 @@ TEST_F(RenderJob, WaitsForSourcesToBeginLoadingThenConvertsMillisecondClips) {
     const auto bytes = wvtest::readFile(dir.file("late.wav"));
     const std::vector<int16_t> expected(src.begin() + 4410 * 2, src.begin() + 26460 * 2);
     EXPECT_EQ(asSamples(bytes, 44), expected);
+}
+
+TEST_F(RenderJob, ARenderKeepsTheSettingsOfItsProcessCall) {
+    const auto src = patternSamples(8000, 1, 5);
+    SPcmInfo* pending = registerItem(new SPcmInfo(wv::ENCODED_FILE));
+    const uint32_t list = static_cast<uint32_t>(engine->newClipList());
+    ASSERT_GT(engine->addClipMs(list, pending->id, 0, 1000), 0);
+    const std::string out = dir.file("kept.wav");
+    ASSERT_EQ(engine->setOutputPara(list, out.c_str(), ENCODE_WAV), 0);
+    ASSERT_EQ(engine->setEncodePara(list, 8000, 0, 1, 0), 0);
+    // The render waits for its source; meanwhile every setting changes.
+    ASSERT_EQ(engine->process(list), 0);
+    ASSERT_EQ(engine->setOutputPara(list, dir.file("next.mp3").c_str(), ENCODE_MP3), 0);
+    ASSERT_EQ(engine->setEncodePara(list, 16000, 64, 2, 1), 0);
+    ASSERT_EQ(engine->setListLoudness(list, -160, -10), 0);
+    ASSERT_EQ(engine->setResampleQuality(list, 2), 0);
+
+    const std::string pcm = dir.file("kept.pcm");
+    wvtest::writeFile(pcm, src.data(), src.size() * 2);
+    pending->pcmPath.set(pcm);
+    pending->sampleRate = 8000;
+    pending->channelCount = 1;
+    pending->totalFrames = 8000;
+    pending->frames = 8000;
+    pending->status = wv::PCM_READY;
+    ASSERT_EQ(waitForEnding(list).code, wv::EVT_RENDER_DONE);
+    // Plain WAV, 8000 Hz mono: the source's samples, nothing normalised.
+    const auto bytes = wvtest::readFile(out);
+    ASSERT_EQ(bytes.size(), 44u + 8000u * 2u);
+    EXPECT_EQ(std::string(bytes.data(), 4), "RIFF");
+    EXPECT_EQ(asSamples(bytes, 44), src);
+    EXPECT_FALSE(wvtest::fileExists(dir.file("next.mp3")));
+    EXPECT_EQ(engine->getListLoudnessResult(list, nullptr), -4);
+    int32_t reached = 0;
+    EXPECT_EQ(engine->getListLoudnessResult(list, &reached), -3);
 }
 
 TEST_F(RenderJob, GrowingSourceRendersAheadThenWaitsForMoreData) {

@@ -143,6 +143,69 @@ TEST(ChunkedJobThread, OnlyAStepCanBeParked) {
     EXPECT_EQ(worker.currentId(), 8u);
 }
 
+// A job that runs its own commands, returning what it was given to return;
+// it counts its frees.
+class ScriptedJob : public wv::ChunkedJob {
+public:
+    ScriptedJob(int* freed, std::vector<wv::JobStep> steps) : mFreed(freed), mSteps(std::move(steps)) {}
+    ~ScriptedJob() override { ++*mFreed; }
+    wv::JobStep start(WVThreadCmd&) override { return take(); }
+    wv::JobStep step(WVThreadCmd&) override { return take(); }
+
+private:
+    wv::JobStep take() {
+        const wv::JobStep next = mSteps.front();
+        mSteps.erase(mSteps.begin());
+        return next;
+    }
+    int* mFreed;
+    std::vector<wv::JobStep> mSteps;
+};
+
+// A worker whose jobs are ChunkedJobs: it only follows what they return.
+class FollowingWorker : public FakeWorker {
+protected:
+    void startJob(WVThreadCmd& cmd) override { follow(cmd, static_cast<wv::ChunkedJob*>(cmd.data)->start(cmd)); }
+    void runStep(WVThreadCmd& cmd) override { follow(cmd, static_cast<wv::ChunkedJob*>(cmd.data)->step(cmd)); }
+    void deleteJob(void* job) override { delete static_cast<wv::ChunkedJob*>(job); }
+};
+
+TEST(ChunkedJobThread, AJobCarriedFromItsStartIsFollowedAndFreedHoweverItEnds) {
+    FollowingWorker worker;
+    auto* job = new ScriptedJob(&worker.freed, {wv::JobStep::next(0), wv::JobStep::next(FakeWorker::kStepMs),
+                                                wv::JobStep::wait(300), wv::JobStep::end(kDoneEvent, 4)});
+    worker.low = true;
+    worker.run(WVThreadCmd(wv::JobThread::kCmdStart, 7, -1, job));
+    WVThreadCmd step;
+    ASSERT_EQ(worker.queuedOnly(&step), kUrgency + 3);
+    EXPECT_EQ(step.code, wv::JobThread::kCmdContinue);
+    EXPECT_EQ(step.data, job);
+    worker.run(step);
+    EXPECT_EQ(worker.queuedOnly(&step), 255);  // paced: a delayed command
+    worker.run(step);
+    EXPECT_EQ(worker.queuedOnly(&step), 255);  // waiting
+    EXPECT_EQ(worker.freed, 0);
+    worker.run(step);
+    EXPECT_EQ(worker.queuedOnly(&step), -1);
+    EXPECT_EQ(worker.freed, 1);
+    EXPECT_EQ(worker.log, (std::vector<std::string>{"event 52/7/4", "release 7"}));
+
+    // A start that ends at once, a cancelled one, a discarded one and one a
+    // suspend drops: each frees the job it carries, once.
+    worker.log.clear();
+    worker.run(WVThreadCmd(wv::JobThread::kCmdStart, 7, -1,
+                           new ScriptedJob(&worker.freed, {wv::JobStep::end(kDoneEvent, -11)})));
+    EXPECT_EQ(worker.freed, 2);
+    worker.cancel(WVThreadCmd(wv::JobThread::kCmdStart, 7, -1, new ScriptedJob(&worker.freed, {})));
+    EXPECT_EQ(worker.freed, 3);
+    worker.discard(WVThreadCmd(wv::JobThread::kCmdStart, 7, -1, new ScriptedJob(&worker.freed, {})));
+    EXPECT_EQ(worker.freed, 4);
+    EXPECT_NE(worker.suspend(WVThreadCmd(wv::JobThread::kCmdStart, 7, -1, new ScriptedJob(&worker.freed, {}))), 0);
+    EXPECT_EQ(worker.freed, 5);
+    EXPECT_EQ(worker.log,
+              (std::vector<std::string>{"event 52/7/-11", "release 7", "event 51/7/-1", "release 7"}));
+}
+
 TEST(ChunkedJobThreadDeathTest, ACommandOfAMissingItemAborts) {
     GTEST_FLAG_SET(death_test_style, "threadsafe");
     EXPECT_DEATH(

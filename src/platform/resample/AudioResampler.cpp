@@ -122,7 +122,7 @@ AudioResampler* AudioResampler::create(int bitDepth, int inChannelCount, int32_t
     }
 
     AudioResampler* resampler;
-    if (quality == SRC_HQ_HIGH || quality == SRC_HQ_VERY_HIGH) {
+    if (makesExactLength(quality)) {
         resampler = new AudioResamplerSoxr(bitDepth, inChannelCount, sampleRate, quality);
     } else {
         resampler = new AudioResamplerOrder1(bitDepth, inChannelCount, sampleRate, SRC_LOW);

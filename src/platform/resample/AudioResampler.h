@@ -92,6 +92,17 @@ public:
     virtual bool outputPending() const { return false; }
 
     static bool qualityIsSupported(src_quality quality);
+    // `quality` with SRC_DEFAULT replaced by the process default. A
+    // resampler created with the result is charged as asked: it never steps
+    // down for the load budget.
+    static src_quality resolve(src_quality quality) {
+        return quality == SRC_DEFAULT ? defaultQuality() : quality;
+    }
+    // Whether a resolved quality builds the band-limited kind, which makes
+    // exactly the converted length (see AudioResamplerSoxr.h).
+    static bool makesExactLength(src_quality quality) {
+        return quality == SRC_HQ_HIGH || quality == SRC_HQ_VERY_HIGH;
+    }
     static uint32_t qualityMHz(src_quality quality);
     // The quality SRC_DEFAULT stands for: the property's value, read once
     // per process (before any stepping down for the load budget).

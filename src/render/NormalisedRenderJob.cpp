@@ -1,6 +1,6 @@
-// The encoder worker's loudness-normalised render: the passes of a
-// NormalisePlan over the list, one block per command like a plain render.
 #define WV_LOG_TAG "EncoderThread"
+#include "render/NormalisedRenderJob.h"
+
 #include <algorithm>
 #include <cmath>
 
@@ -70,37 +70,51 @@ void nextCheck(NormalisePlan* plan, double lufs) {
 
 }  // namespace
 
-bool EncoderThread::encodeFloat(SPcmInfo* item, EncodeJob* job, const float* samples,
-                                size_t frames) {
-    if (frames == 0) return true;
-    NormalisePlan& plan = *job->normalise;
-    int16_t* pcm = reinterpret_cast<int16_t*>(mWorkBuffer);
-    // The one place where a normalised render becomes 16-bit.
-    plan.dither.toInt16(samples, pcm, frames * plan.channels);
-    return writeBlock(item, job, pcm, static_cast<uint32_t>(frames));
+NormalisedRenderJob::NormalisedRenderJob(EncoderThread& worker, const RenderSettings& settings)
+    : RenderJob(worker, settings) {}
+
+// The plan goes before the reader, the encoder and the point generator.
+NormalisedRenderJob::~NormalisedRenderJob() { mPlan.reset(); }
+
+JobStep NormalisedRenderJob::start(WVThreadCmd& cmd) {
+    const JobStep started = RenderJob::start(cmd);
+    if (started.kind != JobStep::kNext) return started;
+    const uint32_t rate = static_cast<uint32_t>(mFormat.rate);
+    const uint32_t channels = static_cast<uint32_t>(mFormat.channels);
+    mPlan.reset(new NormalisePlan(mSettings.loudnessTarget / 10.0,
+                                  mSettings.truePeakCeiling / 10.0, rate, channels,
+                                  mFormat.resampleQuality, EncoderThread::kBlockBytes / 2));
+    mPlan->meter.reset(new LoudnessMeter(rate, channels, MeterScope::kIntegrated));
+    return started;
 }
 
-void EncoderThread::normaliseStep(WVThreadCmd& cmd, SPcmInfo* item, EncodeJob* job) {
-    NormalisePlan& plan = *job->normalise;
-    const pcm_id_t id = item->id;
+void NormalisedRenderJob::finished() { mItem->loudnessResult.store(mPlan->result.pack()); }
+
+int NormalisedRenderJob::encodeFloat(const float* samples, size_t frames) {
+    if (frames == 0) return FileWriter::WRITE_OK;
+    NormalisePlan& plan = *mPlan;
+    int16_t* pcm = reinterpret_cast<int16_t*>(mWorker.workBuffer());
+    // The one place where a normalised render becomes 16-bit.
+    plan.dither.toInt16(samples, pcm, frames * plan.channels);
+    return writeBlock(pcm, static_cast<uint32_t>(frames));
+}
+
+JobStep NormalisedRenderJob::step(WVThreadCmd& cmd) {
+    mWorker.itemOf(cmd);
+    NormalisePlan& plan = *mPlan;
+    const pcm_id_t id = mItem->id;
     if (plan.pass == NormalisePlan::kEncode) {
         // A remainder held back after a short write gets its one retry here.
-        const int writerStatus = job->encoder->checkStatus();
-        if (writerStatus != FileWriter::WRITE_OK) {
-            failRender(id, job, writerStatus);
-            return;
-        }
+        const int writerStatus = mEncoder->checkStatus();
+        if (writerStatus != FileWriter::WRITE_OK) return failed(writerStatus);
     }
     const TimeVal begin = timeOfDay();
     // The list's float stage: clip and list effects applied, not yet
     // quantised, so the gain and the limiter work on the whole resolution.
     float* samples = plan.block.data();
     const int32_t n =
-        job->reader->readFloat(samples, static_cast<uint32_t>(plan.block.size() / plan.channels));
-    if (n < 0) {
-        failRender(id, job, FileWriter::WRITE_ERROR);
-        return;
-    }
+        mReader->readFloat(samples, static_cast<uint32_t>(plan.block.size() / plan.channels));
+    if (n < 0) return failed(FileWriter::WRITE_ERROR);
     const size_t frames = static_cast<size_t>(n);
 
     bool fed = true;
@@ -113,50 +127,47 @@ void EncoderThread::normaliseStep(WVThreadCmd& cmd, SPcmInfo* item, EncodeJob* j
         for (size_t k = 0; k < frames * plan.channels; ++k) samples[k] *= plan.gain;
         const size_t limited = plan.limiter->process(samples, frames, samples);
         fed = limited == 0 || !plan.meter || plan.meter->add(samples, limited);
-        if (fed && plan.pass == NormalisePlan::kEncode &&
-            !encodeFloat(item, job, samples, limited)) {
-            return;
+        if (fed && plan.pass == NormalisePlan::kEncode) {
+            const int written = encodeFloat(samples, limited);
+            if (written != FileWriter::WRITE_OK) return failed(written);
         }
     }
     if (!fed) {
         WV_LOGE("list %d could not be measured", static_cast<int>(id));
-        failRender(id, job, FileWriter::WRITE_ERROR);
-        return;
+        return failed(FileWriter::WRITE_ERROR);
     }
     plan.passFrames += frames;
-    const uint32_t total = item->totalFrames.load();
+    const uint32_t total = mItem->totalFrames.load();
     if (frames > 0 && total > 0) {
         const float within = std::min(1.0f, static_cast<float>(plan.passFrames) / total);
-        update(overallProgress(plan, within), &job->lastProgress);
+        mWorker.update(overallProgress(plan, within), &mLastProgress);
     }
 
-    switch (job->reader->endState()) {
-        case PcmInfoReader::END:
-            if (!endPass(item, job)) return;
-            postNextStep(cmd, elapsedMs(begin, timeOfDay()));
-            return;
+    switch (mReader->endState()) {
+        case PcmInfoReader::END: {
+            JobStep next = endPass();
+            if (next.kind == JobStep::kNext) {
+                next.ms = ChunkedJobThread::elapsedMs(begin, timeOfDay());
+            }
+            return next;
+        }
         case PcmInfoReader::WAIT:
-            if (failMissingSource(item, job)) return;
+            if (mItem->clipList->hasFailedSource()) return missingSource();
             WV_LOGD("pcm %d not available, delayed normalised render", static_cast<int>(id));
-            sendWaitingCmd(cmd, mRetryDelayMs.load());
-            return;
+            return JobStep::wait(mWorker.retryDelayMs());
         default:
-            postNextStep(cmd, elapsedMs(begin, timeOfDay()));
-            return;
+            return JobStep::next(ChunkedJobThread::elapsedMs(begin, timeOfDay()));
     }
 }
 
-bool EncoderThread::endPass(SPcmInfo* item, EncodeJob* job) {
-    NormalisePlan& plan = *job->normalise;
-    const pcm_id_t id = item->id;
+JobStep NormalisedRenderJob::endPass() {
+    NormalisePlan& plan = *mPlan;
+    const pcm_id_t id = mItem->id;
     float* samples = plan.block.data();
     switch (plan.pass) {
         case NormalisePlan::kMeasure: {
             double lufs = 0.0;
-            if (!plan.meter->integrated(&lufs)) {
-                failRender(id, job, FileWriter::WRITE_ERROR);
-                return false;
-            }
+            if (!plan.meter->integrated(&lufs)) return failed(FileWriter::WRITE_ERROR);
             plan.measuredLufs = lufs;
             plan.gainDb = gainFor(plan.targetLufs, lufs);
             plan.plainGainDb = plan.gainDb;
@@ -176,8 +187,7 @@ bool EncoderThread::endPass(SPcmInfo* item, EncodeJob* job) {
             const size_t tail = plan.limiter->flush(samples);
             double lufs = 0.0;
             if ((tail > 0 && !plan.meter->add(samples, tail)) || !plan.meter->integrated(&lufs)) {
-                failRender(id, job, FileWriter::WRITE_ERROR);
-                return false;
+                return failed(FileWriter::WRITE_ERROR);
             }
             nextCheck(&plan, lufs);
             WV_LOGI("list %d: limited to %.2f LUFS, next at %+.2f dB", static_cast<int>(id), lufs,
@@ -190,10 +200,10 @@ bool EncoderThread::endPass(SPcmInfo* item, EncodeJob* job) {
             double reached = plan.measuredLufs + plan.gainDb;
             if (plan.meter &&
                 ((tail > 0 && !plan.meter->add(samples, tail)) || !plan.meter->integrated(&reached))) {
-                failRender(id, job, FileWriter::WRITE_ERROR);
-                return false;
+                return failed(FileWriter::WRITE_ERROR);
             }
-            if (!encodeFloat(item, job, samples, tail)) return false;
+            const int written = encodeFloat(samples, tail);
+            if (written != FileWriter::WRITE_OK) return failed(written);
             WV_LOGI("list %d: %.2f LUFS rendered at %+.2f dB, limiter down to %.2f dB",
                     static_cast<int>(id), plan.measuredLufs, plan.gainDb,
                     20.0 * std::log10(plan.limiter->lowestGain()));
@@ -202,17 +212,15 @@ bool EncoderThread::endPass(SPcmInfo* item, EncodeJob* job) {
                 WV_LOGW("list %d: reached %.1f LUFS, not %.1f (%d)", static_cast<int>(id), reached,
                         plan.targetLufs, plan.result.reason);
             }
-            finishRender(item, job);
-            return false;
+            return finish();
         }
     }
     // The next pass starts from the list's start.
     plan.gain = dbToLinear(plan.gainDb);
     plan.limiter = plan.newLimiter();
     plan.passFrames = 0;
-    job->reader = passReader(item, static_cast<int32_t>(plan.rate),
-                             static_cast<int32_t>(plan.channels), plan.quality);
-    return true;
+    mReader = passReader();
+    return JobStep::next(0);
 }
 
 }  // namespace wv
