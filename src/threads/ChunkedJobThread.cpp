@@ -16,6 +16,9 @@ void ChunkedJobThread::markCurrent(const WVThreadCmd& cmd, bool present, Check s
 }
 
 void ChunkedJobThread::procCmd(WVThreadCmd& cmd) {
+    // Read before the job looks for its data: a wake that comes after the
+    // look but before the wait is posted must not be lost (see follow).
+    mWakesSeen = wakeCount();
     if (cmd.code == kCmdContinue) {
         runStep(cmd);
     } else if (startsJob(cmd.code)) {
@@ -33,7 +36,7 @@ void ChunkedJobThread::follow(WVThreadCmd& cmd, const JobStep& step) {
             }
             return;
         case JobStep::kWait:
-            sendWaitingCmd(cmd, static_cast<uint32_t>(step.ms));
+            sendWaitingCmd(cmd, static_cast<uint32_t>(step.ms), mWakesSeen);
             return;
         case JobStep::kEnd:
             deleteJob(cmd.data);

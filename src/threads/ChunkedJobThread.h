@@ -119,6 +119,7 @@ protected:
     EventSink* const mEvents;
 
 private:
+    uint64_t mWakesSeen = 0;  // wakeCount() when the command in progress began
     // Makes the command's item the current one; a missing item aborts with
     // the fatal check of `site`. The control requests look the item up here;
     // the job's own commands in takeItem.

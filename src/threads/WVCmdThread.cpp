@@ -97,17 +97,27 @@ int32_t WVCmdThread::sendDelayedCmd(WVThreadCmd cmd, uint32_t delayMs) {
     return enqueue(delayedEntry(cmd, delayMs));
 }
 
-int32_t WVCmdThread::sendWaitingCmd(WVThreadCmd cmd, uint32_t maxDelayMs) {
+int32_t WVCmdThread::sendWaitingCmd(WVThreadCmd cmd, uint32_t maxDelayMs, uint64_t wakesSeen) {
     WVThreadCmdContainer entry = delayedEntry(cmd, maxDelayMs);
-    entry.wakeable = true;
     std::lock_guard<std::mutex> guard(mLock);
-    ++mWakeable;
+    if (mWakes != wakesSeen) {
+        entry.due = timeOfDay();  // woken before it could wait
+    } else {
+        entry.wakeable = true;
+        ++mWakeable;
+    }
     enqueueLocked(entry);
     return 0;
 }
 
+uint64_t WVCmdThread::wakeCount() {
+    std::lock_guard<std::mutex> guard(mLock);
+    return mWakes;
+}
+
 int32_t WVCmdThread::wakeWaiting() {
     std::lock_guard<std::mutex> guard(mLock);
+    ++mWakes;
     if (mWakeable == 0) return 0;
     std::list<WVThreadCmdContainer> woken;
     for (auto it = mDelayed.begin(); it != mDelayed.end();) {

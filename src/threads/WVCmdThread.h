@@ -82,7 +82,12 @@ public:
     // Queues cmd like sendDelayedCmd, for a job waiting on something another
     // thread produces: wakeWaiting() makes it due at once, so the job goes
     // on as soon as that comes rather than at the end of maxDelayMs.
-    int32_t sendWaitingCmd(WVThreadCmd cmd, uint32_t maxDelayMs);
+    // `wakesSeen` is wakeCount() as read before the job looked for what it
+    // waits on: a wake that came in between found nothing to wake, so the
+    // command is then due at once instead of sleeping out maxDelayMs.
+    int32_t sendWaitingCmd(WVThreadCmd cmd, uint32_t maxDelayMs, uint64_t wakesSeen);
+    // How many times wakeWaiting() has been called.
+    uint64_t wakeCount();
     // Makes every command queued by sendWaitingCmd due now, keeping their
     // order. Cheap when none waits (a lock and an empty scan); any thread
     // may call it, as often as it produces. Returns how many woke.
@@ -149,6 +154,7 @@ protected:
     // Upper bound of the wakeable entries in mDelayed (reset by wakeWaiting),
     // so that a producer's call finds nothing to scan most of the time.
     int32_t mWakeable = 0;
+    uint64_t mWakes = 0;  // calls of wakeWaiting(), for sendWaitingCmd's wakesSeen
     mutable std::mutex mLock;
     std::condition_variable mCond;
 

@@ -127,9 +127,9 @@ TEST(WVCmdThread, DelayedEntryWaitsForItsTimeAndForOrdinaryWork) {
 TEST(WVCmdThread, WakeWaitingRunsWaitersAtOnceAndLeavesOtherDelaysAlone) {
     RecordingThread thread;
     EXPECT_EQ(thread.wakeWaiting(), 0);  // none waits: nothing happens
-    thread.sendWaitingCmd(WVThreadCmd(8, 1, -1), 60000);
+    thread.sendWaitingCmd(WVThreadCmd(8, 1, -1), 60000, thread.wakeCount());
     thread.sendDelayedCmd(WVThreadCmd(9, 1, -1), 60000);  // a pacing delay: never woken
-    thread.sendWaitingCmd(WVThreadCmd(10, 2, -1), 60000);
+    thread.sendWaitingCmd(WVThreadCmd(10, 2, -1), 60000, thread.wakeCount());
     EXPECT_EQ(thread.queuedCodes(), (std::vector<int32_t>{8, 9, 10}));
     thread.launch();
     std::this_thread::sleep_for(std::chrono::milliseconds(50));
@@ -140,11 +140,29 @@ TEST(WVCmdThread, WakeWaitingRunsWaitersAtOnceAndLeavesOtherDelaysAlone) {
     EXPECT_EQ(thread.queuedCodes(), (std::vector<int32_t>{9}));
     // Woken once: a second wake finds nothing, and a cancelled waiter is gone.
     EXPECT_EQ(thread.wakeWaiting(), 0);
-    thread.sendWaitingCmd(WVThreadCmd(11, 3, -1), 60000);
+    thread.sendWaitingCmd(WVThreadCmd(11, 3, -1), 60000, thread.wakeCount());
     thread.cancelCmd(WVThreadCmd(11, 3, kAnyArg));
     ASSERT_TRUE(thread.waitForLog(3));
     EXPECT_EQ(thread.wakeWaiting(), 0);
     EXPECT_EQ(thread.queuedCodes(), (std::vector<int32_t>{9}));
+}
+
+// The producer may wake between the job's look for data and its wait: that
+// wake finds nothing to wake, and the job must not then sleep its delay out.
+TEST(WVCmdThread, AWakeBetweenTheLookAndTheWaitIsNotLost) {
+    RecordingThread thread;
+    const uint64_t seen = thread.wakeCount();  // the job looks: nothing yet
+    EXPECT_EQ(thread.wakeWaiting(), 0);        // the data come meanwhile
+    thread.sendWaitingCmd(WVThreadCmd(12, 4, -1), 600000, seen);
+    thread.launch();
+    ASSERT_TRUE(thread.waitForLog(1));
+    EXPECT_EQ(thread.log(), (std::vector<std::string>{"run:12/4"}));
+    // Without a wake in between it waits to be woken.
+    thread.sendWaitingCmd(WVThreadCmd(13, 5, -1), 600000, thread.wakeCount());
+    std::this_thread::sleep_for(std::chrono::milliseconds(50));
+    EXPECT_EQ(thread.log().size(), 1u);
+    EXPECT_EQ(thread.wakeWaiting(), 1);
+    ASSERT_TRUE(thread.waitForLog(2));
 }
 
 TEST(WVCmdThread, CancelDuringAChunkCatchesTheNextChunk) {
