@@ -15,15 +15,21 @@
 
 using namespace wv;
 
-int32_t WavoryxPriv::loadFile(const char* path) {
-    SPcmInfo* item = new SPcmInfo(ENCODED_FILE);
-    item->path.set(path != nullptr ? path : "");
+// Every kind of decode (file, range, stream, scan) is registered and
+// queued here, so that each is a job waitForJob knows of.
+int32_t WavoryxPriv::queueLoad(SPcmInfo* item) {
     item->refs[REF_CLIENT] = 1;
     item->refs[REF_DECODER] = 1;
     const pcm_id_t id = mInfoList.add(item);
     mCallbackThread->jobEnds().begin(id, JobEnds::kLoad);
     mDecoder->sendCmd(WVThreadCmd(DecoderThread::kCmdStart, id, -1), 7);
     return static_cast<int32_t>(id);
+}
+
+int32_t WavoryxPriv::loadFile(const char* path) {
+    SPcmInfo* item = new SPcmInfo(ENCODED_FILE);
+    item->path.set(path != nullptr ? path : "");
+    return queueLoad(item);
 }
 
 int32_t WavoryxPriv::loadStream(int fd) {
@@ -33,12 +39,7 @@ int32_t WavoryxPriv::loadStream(int fd) {
     SPcmInfo* item = new SPcmInfo(ENCODED_FILE);
     item->path.set("");
     item->streamFd.store(own);
-    item->refs[REF_CLIENT] = 1;
-    item->refs[REF_DECODER] = 1;
-    const pcm_id_t id = mInfoList.add(item);
-    mCallbackThread->jobEnds().begin(id, JobEnds::kLoad);
-    mDecoder->sendCmd(WVThreadCmd(DecoderThread::kCmdStart, id, -1), 7);
-    return static_cast<int32_t>(id);
+    return queueLoad(item);
 }
 
 namespace {
@@ -128,12 +129,7 @@ int32_t WavoryxPriv::loadFileRange(const char* path, uint32_t startMs, uint32_t 
     item->ranged = true;
     item->rangeStartMs = startMs;
     item->rangeEndMs = endMs;
-    item->refs[REF_CLIENT] = 1;
-    item->refs[REF_DECODER] = 1;
-    const pcm_id_t id = mInfoList.add(item);
-    mCallbackThread->jobEnds().begin(id, JobEnds::kLoad);
-    mDecoder->sendCmd(WVThreadCmd(DecoderThread::kCmdStart, id, -1), 7);
-    return static_cast<int32_t>(id);
+    return queueLoad(item);
 }
 
 int32_t WavoryxPriv::cancelLoadFile(pcm_id_t id) {

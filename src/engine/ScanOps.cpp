@@ -35,12 +35,7 @@ int32_t WavoryxPriv::scanFile(const char* path, const WvPeakSet* sets, uint32_t 
     SPcmInfo* item = new SPcmInfo(ENCODED_FILE);
     item->path.set(path != nullptr ? path : "");
     item->scan = std::move(scan);
-    item->refs[REF_CLIENT] = 1;
-    item->refs[REF_DECODER] = 1;
-    const pcm_id_t id = mInfoList.add(item);
-    mCallbackThread->jobEnds().begin(id, JobEnds::kLoad);
-    mDecoder->sendCmd(WVThreadCmd(DecoderThread::kCmdStart, id, -1), 7);
-    return static_cast<int32_t>(id);
+    return queueLoad(item);
 }
 
 int32_t WavoryxPriv::getScanPeaks(uint32_t id, uint32_t set, int16_t* minMax, uint32_t count) {

@@ -161,6 +161,10 @@ public:
         WavoryxPriv* const mEngine;
         wv::SPcmInfo* const mItem;
     };
+    // Registers a new item to decode (its kind's fields set) with the
+    // client's and the decoder's references, and queues its load job.
+    // Returns its id.
+    int32_t queueLoad(wv::SPcmInfo* item);
     // The held item, or null after reporting it missing.
     wv::SPcmInfo* holdItem(const ItemHold& hold, uint32_t id, wv::Report report) {
         if (hold.get() == nullptr) {
