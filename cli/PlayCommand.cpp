@@ -1,6 +1,14 @@
-// wavoryx play FILE [--seek T] [--speed N]: loads the file and plays it
-// through the engine's output (the device, or what WAVORYX_AUDIO_OUT
-// chooses), until its end, q or Ctrl-C.
+// wavoryx play FILE [--seek T] [--speed N]: plays the file through the
+// engine's output (the device, or what WAVORYX_AUDIO_OUT chooses), until
+// its end, q or Ctrl-C.
+//
+// Forwards, a compressed file is played straight from its decoder and
+// needs no working space: it is scanned (Wavoryx::scanFile, which counts
+// its frames and keeps no audio) and the scan's item played, which decodes
+// the file as it plays; the r key is refused then, since only loaded audio
+// plays backwards. A WAV is loaded (a 16-bit PCM one is read in place, so
+// it needs no space either, and r works); backwards play and standard
+// input load the audio into the working folder, as described below.
 //
 // While it plays, a terminal on standard error shows the position line,
 // and a terminal on standard input takes single keys (see PlayKeys.h).
@@ -8,7 +16,7 @@
 // (at most kDrainLimitMs), so the last fraction of a second is heard (or
 // written, for a "file:" output) before the item is released.
 //
-// Playback does not wait for the whole file to load: it starts once the
+// Playback does not wait for the whole file to load (or scan): it starts once the
 // loaded part reaches kStartLeadMs past the start (--seek, or 0), or when
 // the load ends, whichever comes first; only backwards play from the end
 // needs the whole file. The player then follows the item as it grows and
@@ -30,6 +38,7 @@
 
 #include "AudioChoice.h"
 #include "Commands.h"
+#include "FileKind.h"
 #include "Interrupt.h"
 #include "Jobs.h"
 #include "Keyboard.h"
@@ -97,9 +106,10 @@ uint64_t knownDurationMs(const LoadedSource& source) {
     return uint64_t(source.stated) * 1000 / uint32_t(source.sampleRate);
 }
 
-// "" once loaded, else how much has loaded, as a share of the stated length.
-std::string loadingText(Wavoryx& engine, const LoadedSource& source) {
-    if (source.ended) return "";
+// "" once loaded, else how much has loaded, as a share of the stated length;
+// always "" for a scan, whose progress is not the player's.
+std::string loadingText(Wavoryx& engine, const LoadedSource& source, bool direct) {
+    if (source.ended || direct) return "";
     const uint64_t stated = knownDurationMs(source);
     const uint64_t loaded = loadedMs(engine, source);
     // All of it is there (a WAV read in place is, at once): nothing to say
@@ -141,9 +151,9 @@ void endLoad(SourceLoads& loads) {
 // One playback: the player's state as the command set it, and the keys.
 class PlayLoop {
 public:
-    PlayLoop(Session& session, SourceLoads& loads, int speed)
+    PlayLoop(Session& session, SourceLoads& loads, int speed, bool direct)
         : mSession(session), mEngine(session.engine()), mLoads(loads), mSource(loads.sources()[0]),
-          mLine(session.options().quiet) {
+          mLine(session.options().quiet), mDirect(direct) {
         mView.durationMs = knownDurationMs(mSource);
         mView.speed = speed;
     }
@@ -196,7 +206,7 @@ private:
     void draw() {
         mView.positionMs = positionMs(mEngine);
         mView.durationMs = knownDurationMs(mSource);
-        const std::string loading = loadingText(mEngine, mSource);
+        const std::string loading = loadingText(mEngine, mSource, mDirect);
         mLine.show(playStatusText(mView) + (loading.empty() ? "" : "  " + loading));
     }
 
@@ -226,6 +236,8 @@ private:
         const SpeedStep step = stepSpeed(mView.speed, key);
         if (!step.refusal.empty()) {
             mLine.note(step.refusal);
+        } else if (mDirect && step.speed < 0) {
+            mLine.note("backwards play needs the file loaded: play it with --speed -1");
         } else if (mEngine.setPlaySpeed(step.speed) != 0) {
             mLine.note("speed " + std::to_string(step.speed) + "x refused");
         } else {
@@ -238,6 +250,7 @@ private:
     SourceLoads& mLoads;
     const LoadedSource& mSource;
     LiveLine mLine;
+    const bool mDirect;
     PlayView mView;
     EngineEvent mIgnored;
 };
@@ -256,10 +269,12 @@ int runPlay(const PlayOptions& options, const GlobalOptions& global) {
     Session session(global);
     if (!session.open(options.file == "-")) return interruptSignal() != 0 ? interruptExitStatus() : 1;
     SourceLoads loads(session);
-    loads.startWhole(options.file);
-    const LoadedSource& source = loads.sources()[0];
     // Backwards play starts from the end unless told otherwise.
     const bool backwards = options.speed < 0;
+    const bool direct = !backwards && options.file != "-" && fileKind(inputFile(options.file)) != "WAV";
+    if (direct) loads.scanInstead({}, false);
+    loads.startWhole(options.file);
+    const LoadedSource& source = loads.sources()[0];
     const bool fromEnd = backwards && options.seek.empty();
     const int loaded = loadUntilPlayable(session, loads, options.seekMs, fromEnd);
     if (loaded != 0) return loaded;
@@ -290,9 +305,9 @@ int runPlay(const PlayOptions& options, const GlobalOptions& global) {
     }
     if (startMs > 0) engine.playSeekTo(int(startMs));
 
-    PlayLoop loop(session, loads, options.speed);
+    PlayLoop loop(session, loads, options.speed, direct);
     if (!loop.live() && !global.quiet) {
-        const std::string loading = loadingText(engine, source);
+        const std::string loading = loadingText(engine, source, direct);
         std::fprintf(stderr, "playing %s: %s from %s at %dx %s%s\n", source.path.c_str(),
                      formatTimeMs(duration).c_str(), formatTimeMs(startMs).c_str(), std::abs(options.speed),
                      backwards ? "backwards" : "forwards",

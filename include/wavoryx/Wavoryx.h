@@ -344,8 +344,8 @@ public:
      * getPcmChannelCount, getPcmFrameLength, getPcmDuration) are as for a
      * loadFile of the file; the frames it counts are exactly those a
      * loadFile holds. The item has no audio: addClip (as a source),
-     * playStart, measureLoudness, getWaveformSamples and getWaveformPeaks
-     * refuse it with -2. Release it with removePcm as any item. The work is
+     * measureLoudness, getWaveformSamples and getWaveformPeaks refuse it
+     * with -2; playStart plays the file itself (see there). Release it with removePcm as any item. The work is
      * the decoder worker's (one file at a time with the loads, one step of
      * about 64 KB of audio per command); memory is the peak sets' bins (4
      * bytes each) and, for the loudness, under 1 KB per second of audio.
@@ -612,6 +612,20 @@ public:
      * recording under way. */
     int32_t measureLoudness(int id);
 
+    /* Makes `id` the item played and prepares its player, paused
+     * (playResume starts it); an item already played is rewound to 0 at
+     * speed 1. Events: 40 when playback could not start, 42 at the end, 43
+     * and 44 when it catches up with a load and goes on. A scan's item
+     * (scanFile) keeps no audio: its player decodes the file itself as it
+     * plays, so it needs no working space, while the scan may still run
+     * or after it ended. Such playback goes forwards only (setPlaySpeed
+     * refuses a negative speed with -4), never waits for the scan, and a
+     * seek to T ms starts it at frame T x rate / 1000, from where it hands
+     * out exactly the frames a loadFile of the file holds; the decoding
+     * from the file's start to a seek's target (demuxing, for most codecs)
+     * runs on the output's thread. Returns 0; -1 unknown id; -14 (with
+     * event 40) when the file cannot be opened or no output opens. Any
+     * thread. */
     int32_t playStart(int id);
     int32_t playPause();
     int32_t playResume();
@@ -620,7 +634,7 @@ public:
     /* A negative speed plays backwards: a loaded item, or a list (its
      * clips read backwards, effects included, the same bytes as forwards).
      * -4 for 0, or backwards when the item's PCM data is not in the
-     * output's format or there is none (a recording). */
+     * output's format or there is none (a recording, a scan). */
     int32_t setPlaySpeed(int speed);
     int32_t getPlayPositionMs();
 

@@ -29,7 +29,6 @@ int32_t WavoryxPriv::playStart(pcm_id_t id) {
     ItemHold hold(this, id);
     SPcmInfo* item = holdItem(hold, id, Report::kPlayStart);
     if (item == nullptr) return -1;
-    if (item->scan) return -2;  // a scan keeps no audio to play
     mPlayingId = id;
     if (AudioPlayer* player = playerOf(item)) {
         // Rewinds at normal speed; a paused player stays silent until resumed.
@@ -43,7 +42,9 @@ int32_t WavoryxPriv::playStart(pcm_id_t id) {
     if (player->setDataSource(item->currentPath().c_str()) != 0) {
         WV_LOGE("setDataSource error");
     } else {
-        player->setReader(item, std::unique_ptr<PcmInfoReader>(new PcmInfoReader(item)));
+        // A scan keeps no audio: its player decodes the file itself.
+        player->setReader(item, item->scan ? nullptr
+                                           : std::unique_ptr<PcmInfoReader>(new PcmInfoReader(item)));
         if (player->start(true) != 0) {
             WV_LOGE("player start error");
         } else {

@@ -5,8 +5,12 @@
 
 #include <strings.h>
 
+#include <algorithm>
+#include <limits>
+
 #include "base/CheckSites.h"
 #include "base/Clock.h"
+#include "base/FrameTime.h"
 #include "base/Log.h"
 #include "platform/media/AudioTrackOpener.h"
 #include "platform/media/DataSource.h"
@@ -118,6 +122,23 @@ int32_t AudioPlayer::initAudioDecoder() {
     return mSource ? 0 : UNKNOWN_ERROR;
 }
 
+bool AudioPlayer::reopenSourceAt(int64_t timeUs) {
+    // Opened again rather than seeked: a seek of the codec lands on a
+    // packet's start, and only a decode from the start of the file knows
+    // which frame that is (see FrameRangeCodec).
+    const FirstAudioTrack found = findFirstAudioTrack(mPath.c_str());
+    const int64_t first = frameAtMs(uint32_t(std::min<int64_t>(timeUs / 1000, UINT32_MAX)), mSampleRate);
+    std::shared_ptr<MediaSource> source =
+        pcmRangeSourceOf(found, first, std::numeric_limits<int64_t>::max());
+    if (!source || source->start() != OK) {
+        WV_LOGE("could not decode %s from %lld us", mPath.c_str(), static_cast<long long>(timeUs));
+        return false;
+    }
+    if (mSource) mSource->stop();
+    mSource = std::move(source);
+    return true;
+}
+
 bool AudioPlayer::readerCanServe() const {
     if (!mReader || !mItem) return false;
     const int32_t status = mItem->status.load();
@@ -169,6 +190,7 @@ int32_t AudioPlayer::start(bool sourceStarted) {
     // not, the PCM data wins, since it is what seeks and backwards play use.
     // An item without PCM data (a recording, whose MP3 the encoder may have
     // resampled to suit a low bit rate) has only its file to play.
+    mDirect = !mReader;
     mReaderOnly = readerCanServe() && !formatsAgree(rate, channels);
     if (mReaderOnly) {
         WV_LOGW("%s: file is %d Hz x %d, PCM data %d Hz x %d; playing the PCM data only",

@@ -7,6 +7,10 @@
 //    (a raw PCM track is read as it is), forwards only, used when the PCM
 //    data does not reach the play position yet (an item still loading) or
 //    cannot be read at all (a recording).
+// A player given no reader plays the media file alone (a scan's item,
+// which keeps no audio): forwards only, and each seek starts the file's
+// decoding afresh at the target's frame (ms x rate / 1000), so that it
+// hands out exactly the frames a load of the file holds from there on.
 // The output is opened with the media file's decoded format. When the
 // item has PCM data and its format is known and disagrees (rate or
 // channels), the output is opened with the item's format and only the PCM
@@ -86,7 +90,8 @@ public:
 
     // Before start(): where the output comes from (tests inject devices).
     void setOutputFactory(OutputFactory factory) { mOutputFactory = std::move(factory); }
-    // Before start(): the item and its reader, which the player then owns.
+    // Before start(): the item and its reader, which the player then owns;
+    // a null reader plays the media file alone (see above).
     void setReader(SPcmInfo* item, std::unique_ptr<PcmInfoReader> reader);
     PcmInfoReader* reader() const { return mReader.get(); }
 
@@ -130,6 +135,9 @@ public:
 
 private:
     int32_t initAudioDecoder();
+    // A direct player's seek: the file decoded from the frame at `timeUs`
+    // on replaces the source. False when it cannot be made or started.
+    bool reopenSourceAt(int64_t timeUs);
     void reset();
     void modifyFlags(uint32_t value, FlagMode mode);
     int64_t getRealTimeUsLocked();
@@ -164,6 +172,7 @@ private:
     int32_t mSampleRate = 0;
     uint32_t mFrameBytes = 0;
     bool mReaderOnly = false;  // formats disagree: the media file is not played
+    bool mDirect = false;      // no reader: the media file is the only input
     bool mStarvedFill = false;  // this fill found the load behind (output thread)
     bool mHolding = false;      // waiting for the load since event 43 (output thread)
 

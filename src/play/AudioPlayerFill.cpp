@@ -145,6 +145,15 @@ AudioPlayer::Step AudioPlayer::fillFromSource(uint8_t* data, size_t* done, size_
                         "!((err == OK && mInputBuffer != __null) || "
                         "(err != OK && mInputBuffer == __null))");
         }
+        // A decoder passing over the file before a seek's target hands out
+        // empty buffers of no time: turns, not audio.
+        int64_t timeUs = 0;
+        if (err == OK && mInputBuffer->range_length() == 0 &&
+            !mInputBuffer->meta_data()->findInt64(kKeyTime, &timeUs)) {
+            mInputBuffer->release();
+            mInputBuffer = nullptr;
+            return Step::MORE;
+        }
         std::lock_guard<std::mutex> guard(mLock);
         if (err != OK) {
             mEndStatus = err;
@@ -201,15 +210,31 @@ size_t AudioPlayer::fillBuffer(void* data, size_t size) {
             std::lock_guard<std::mutex> guard(mLock);
             reverse = mReverse;
         }
-        if (!mUseReader && reverse) {
+        if (!mUseReader && reverse && mReader) {
             // Backwards play always reads the PCM data, from where the
             // output is now.
             mReader->seekMs(uint32_t(getMediaTimeUs() / 1000));
             mUseReader = true;
         }
+        int64_t reopenUs = -1;
         {
             std::lock_guard<std::mutex> guard(mLock);
-            if (mSeekPending) applySeekLocked(&options);
+            if (mSeekPending && mDirect) {
+                reopenUs = mSeekTargetUs;
+                mSeekPending = false;
+                if (mInputBuffer != nullptr) {
+                    mInputBuffer->release();
+                    mInputBuffer = nullptr;
+                }
+            } else if (mSeekPending) {
+                applySeekLocked(&options);
+            }
+        }
+        if (reopenUs >= 0 && !reopenSourceAt(reopenUs)) {
+            std::lock_guard<std::mutex> guard(mLock);
+            mEndStatus = UNKNOWN_ERROR;
+            ended = true;
+            break;
         }
         const Step step = mUseReader ? fillFromReader(bytes, &done, size)
                                      : fillFromSource(bytes, &done, size, options);
@@ -244,6 +269,8 @@ size_t AudioPlayer::fillBuffer(void* data, size_t size) {
 }
 
 void AudioPlayer::noteHolding(bool handedFrames, bool starved) {
+    // Only a reader catches up with a load.
+    if (!mReader) return;
     const pcm_id_t id = mItem != nullptr ? mItem->id : 0;
     if (mHolding && handedFrames) {
         mHolding = false;
