@@ -474,8 +474,13 @@ int runEdit(const EditOptions& options, const GlobalOptions& global) {
         rendered =
             cutAndRender(session, *loads, options, startLoads(*loads, options, true), true, rendering, &list, notices);
     }
-    // What no list needs any more is not decoded to its end.
-    loads->cancelRunning();
+    // What no list needs any more is not decoded to its end; what a load
+    // skipped as damaged is told all the same.
+    if (interruptSignal() == 0) {
+        loads->endUnneeded();
+    } else {
+        loads->cancelRunning();
+    }
     if (rendered != 0) return rendered;
     for (const std::string& notice : notices) reportLine(notice);
     Wavoryx& engine = session.engine();

@@ -287,6 +287,9 @@ bool SourceLoads::take(const EngineEvent& event) {
         return true;
     }
     mFailed = true;
+    if (event.code == WV_EVENT_LOAD_CANCELLED && mEndingUnneeded && mTellDamage && interruptSignal() == 0) {
+        reportDamage(source);
+    }
     if (event.code == WV_EVENT_LOAD_CANCELLED || interruptSignal() != 0) return true;
     if (mProgress != nullptr) mProgress->finish(false);
     // Ranges of one file fail alike: one line for the file.
@@ -329,6 +332,20 @@ void SourceLoads::cancelRunning() {
 
 void SourceLoads::cancelAndWait() {
     cancelRunning();
+    takeEndings();
+}
+
+void SourceLoads::endUnneeded() {
+    // A load may have ended before the cancel with its ending event not yet
+    // taken, or end by the cancel: either way its damage is told only from
+    // its ending event on, when the count is final.
+    mEndingUnneeded = true;
+    cancelRunning();
+    takeEndings();
+    mEndingUnneeded = false;
+}
+
+void SourceLoads::takeEndings() {
     const auto deadline = std::chrono::steady_clock::now() + std::chrono::milliseconds(kCancelWaitMs);
     for (const LoadedSource& source : mSources) {
         if (source.ended) continue;

@@ -92,6 +92,11 @@ public:
     // Cancels them and waits up to 10 s for the engine to end them, taking
     // their events.
     void cancelAndWait();
+    // The same for loads nothing needs any more (the command is done with
+    // them): each that skipped damaged packets gets its line, whether the
+    // cancel or its own end ended it, with the count the engine holds once
+    // the load is over.
+    void endUnneeded();
 
     bool failed() const { return mFailed; }
     // Whether a source loaded whole with fewer frames than `needed`: a list
@@ -106,6 +111,8 @@ private:
     // One line for a load that skipped damaged packets: how many, and where
     // the first lay in the file.
     void reportDamage(LoadedSource& source);
+    // Takes events until every load has ended, waiting up to 10 s in all.
+    void takeEndings();
 
     Session& mSession;
     std::vector<LoadedSource> mSources;
@@ -118,6 +125,7 @@ private:
     std::vector<WvPeakSet> mScanSets;
     bool mScanLoudness = false;
     bool mTellDamage = true;
+    bool mEndingUnneeded = false;  // a cancelled load tells its damage too
 };
 
 // Loads `paths` (duplicates once) into `sources`, one entry per distinct

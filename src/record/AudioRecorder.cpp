@@ -158,6 +158,10 @@ status_t AudioRecorder::read(MediaBuffer** out, const ReadOptions*) {
     mQueue.pop_front();
     ++mBuffersOut;
     buffer->setObserver(this);
+    // The ramp follows the buffers read, not the ones queued meanwhile: a
+    // reader that lags behind the input ramps the same frames as one that
+    // keeps up.
+    mFramesRead += int64_t(buffer->range_length() / mFrameSize);
 
     int64_t timeUs = 0;
     WV_CHECK_AT(Check::kRecorderBufferTime, buffer->meta_data()->findInt64(kKeyTime, &timeUs));
@@ -168,7 +172,7 @@ status_t AudioRecorder::read(MediaBuffer** out, const ReadOptions*) {
     } else if (elapsedUs < mMuteLeadUs + kRampDurationUs) {
         const int64_t rampDurationFrames = (kRampDurationUs * mSampleRate + 500000) / 1000000;
         const int64_t rampStartFrames = (mMuteLeadUs * mSampleRate + 500000) / 1000000;
-        rampVolume(static_cast<int32_t>(mFramesQueued - rampStartFrames),
+        rampVolume(static_cast<int32_t>(mFramesRead - rampStartFrames),
                    static_cast<int32_t>(rampDurationFrames), data, buffer->range_length());
     }
     if (mAmplitudeTracking) {

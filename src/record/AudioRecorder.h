@@ -20,9 +20,10 @@
 // - On the way out read() mutes every buffer that begins within the first
 //   10 ms (muteLeadUs) and ramps the following 300 ms up from silence. The
 //   ramp gain is position / rampFrames in 14 fraction bits, renewed every 4
-//   frames, and scales every channel of a frame; its position is taken from
-//   the frames queued so far (not the position of the buffer being read),
-//   so a reader that lags behind the input sees a shorter ramp.
+//   frames, and scales every channel of a frame; its position is the end of
+//   the buffer being read (the frames read so far, that buffer included)
+//   less the muted lead, whatever the input queued meanwhile, so the same
+//   input gives the same frames however far the reader lags behind.
 // - Blocks arriving before a requested start time are dropped whole.
 //
 // Ownership: queued buffers belong to the source. A buffer handed out by
@@ -129,6 +130,7 @@ private:
     int64_t mNextSampleTimeUs = 0;
     int64_t mFirstCallbackTimeUs = 0;
     int64_t mFramesQueued = 0;
+    int64_t mFramesRead = 0;  // frames of the buffers handed out by read()
     int64_t mBuffersOut = 0;
     const int64_t mMuteLeadUs = kMuteLeadUs;
     std::list<MediaBuffer*> mQueue;

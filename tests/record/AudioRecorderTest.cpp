@@ -15,9 +15,12 @@ namespace {
 using wv::AudioRecorder;
 using wv::MediaBuffer;
 
-// An input whose frames the test hands over itself, in any amounts.
+// An input whose frames the test hands over itself, in any amounts. One
+// that `waits` is held in push() until the input's ring takes every frame,
+// as the inputs that make their own frames are.
 class ManualInputDevice : public wv::AudioInputDevice {
 public:
+    explicit ManualInputDevice(bool waits = false) : mWaits(waits) {}
     int32_t open(uint32_t, uint32_t channels, wv::AudioInputClient* client) override {
         mClient = client;
         mChannels = channels;
@@ -27,16 +30,18 @@ public:
     void stop() override {}
     uint32_t latencyMs() const override { return 7; }
     const char* name() const override { return "manual"; }
+    bool canWait() const override { return mWaits; }
     void push(const std::vector<int16_t>& samples) { mClient->onCaptured(samples.data(), samples.size() / mChannels); }
 
 private:
+    const bool mWaits;
     wv::AudioInputClient* mClient = nullptr;
     uint32_t mChannels = 1;
 };
 
 struct Capture {
-    explicit Capture(uint32_t rate, uint32_t channels = 1) {
-        auto owned = std::make_unique<ManualInputDevice>();
+    explicit Capture(uint32_t rate, uint32_t channels = 1, bool waits = false) {
+        auto owned = std::make_unique<ManualInputDevice>(waits);
         device = owned.get();
         recorder.reset(new AudioRecorder(std::move(owned), rate, channels));
     }
@@ -129,7 +134,7 @@ TEST(AudioRecorder, BlocksAre2048BytesAndTheFirstTimeIsTheInputLatency) {
 // 8000 Hz mono, one block (1024 frames, 128 ms) read per block pushed: the
 // first buffer begins inside the muted 10 ms, the second inside the ramp
 // (2400 frames from frame 80), the fourth after it.
-TEST(AudioRecorder, MutesTheLeadAndRampsFromTheFramesQueued) {
+TEST(AudioRecorder, MutesTheLeadAndRampsFromTheFramesRead) {
     Capture capture(8000, 1);
     ASSERT_EQ(capture.recorder->start(), 0);
     std::vector<ReadBuffer> buffers;
@@ -138,18 +143,49 @@ TEST(AudioRecorder, MutesTheLeadAndRampsFromTheFramesQueued) {
         buffers.push_back(readOne(*capture.recorder));
     }
     EXPECT_EQ(buffers[0].samples, constant(1024, 0));
-    // Frames queued at the second read: 2048, so the ramp stands at frame
-    // 2048 - 80 = 1968 of 2400 and the gain steps every 4 frames.
+    // Frames read to the end of the second buffer: 2048, so the ramp stands
+    // at frame 2048 - 80 = 1968 of 2400 and the gain steps every 4 frames.
     const std::vector<int16_t>& ramped = buffers[1].samples;
     EXPECT_EQ(ramped[0], (10000 * (1968 * 16384 / 2400)) >> 14);  // 8199
     EXPECT_EQ(ramped[3], ramped[0]);
     EXPECT_EQ(ramped[4], (10000 * (1972 * 16384 / 2400)) >> 14);
     EXPECT_EQ(ramped[431], (10000 * (2396 * 16384 / 2400)) >> 14);
     for (size_t i = 432; i < ramped.size(); ++i) ASSERT_EQ(ramped[i], 10000) << i;
-    // Third buffer: 3072 frames queued, past the ramp's end already.
+    // Third buffer: 3072 frames read, past the ramp's end already.
     EXPECT_EQ(buffers[2].samples, constant(1024, 10000));
     EXPECT_EQ(buffers[3].samples, constant(1024, 10000));
     EXPECT_EQ(capture.recorder->stop(), 0);
+}
+
+// The same blocks give the same buffers whether each is read as it comes
+// or the reader lags behind and finds several queued: a recording from an
+// input that waits for the recorder must not depend on which thread runs
+// first.
+TEST(AudioRecorder, ARampedBufferDoesNotDependOnWhatIsQueuedBehindIt) {
+    constexpr int kBlocks = 6;
+    std::vector<int16_t> block(1024);
+    for (size_t i = 0; i < block.size(); ++i) block[i] = int16_t(int(i % 200) * 150 - 15000);
+    Capture keepingUp(8000, 1);
+    ASSERT_EQ(keepingUp.recorder->start(), 0);
+    std::vector<std::vector<int16_t>> expected;
+    for (int i = 0; i < kBlocks; ++i) {
+        keepingUp.device->push(block);
+        expected.push_back(readOne(*keepingUp.recorder).samples);
+    }
+    keepingUp.recorder->stop();
+    // The second buffer (frames 1024 to 2047) is inside the ramp.
+    ASSERT_NE(expected[1], block);
+
+    // The ring holds two blocks: once the sixth is in it, the input's
+    // thread has taken four and handed at least three to the recorder, so
+    // the second buffer is read with at least one queued behind it.
+    Capture lagging(8000, 1, true);
+    ASSERT_EQ(lagging.recorder->start(), 0);
+    for (int i = 0; i < kBlocks; ++i) lagging.device->push(block);
+    for (int i = 0; i < kBlocks; ++i) {
+        EXPECT_EQ(readOne(*lagging.recorder).samples, expected[size_t(i)]) << "buffer " << i;
+    }
+    lagging.recorder->stop();
 }
 
 TEST(AudioRecorder, RampScalesEveryChannelOfAFrame) {
@@ -165,7 +201,7 @@ TEST(AudioRecorder, RampScalesEveryChannelOfAFrame) {
     readOne(*capture.recorder);
     capture.device->push(block);
     const ReadBuffer ramped = readOne(*capture.recorder);
-    // 1024 frames queued: the ramp stands at frame 944 of 2400.
+    // 1024 frames read: the ramp stands at frame 944 of 2400.
     const int gain = 944 * 16384 / 2400;
     EXPECT_EQ(ramped.samples[0], (10000 * gain) >> 14);
     EXPECT_EQ(ramped.samples[1], (-20000 * gain) >> 14);

@@ -139,12 +139,12 @@ void FileInputDevice::releaseBuffer(AudioBufferProvider::Buffer* buffer) {
 const int16_t* FileInputDevice::produce(size_t frames) {
     frames = std::min(frames, kMaxPieceFrames);
     std::fill_n(mStereo.begin(), frames * 2, int16_t(0));
-    if (!mEnded) {
-        if (mResampler) {
-            mResampler->resample(mStereo.data(), frames, this);
-        } else {
-            readStereo(mStereo.data(), frames);
-        }
+    if (mResampler) {
+        // The file may end while the resampler still holds frames it was
+        // lent; they come out before the silence, however the pieces fall.
+        mResampler->resample(mStereo.data(), frames, this);
+    } else if (!mEnded) {
+        readStereo(mStereo.data(), frames);
     }
     if (mChannels == 2) {
         std::copy_n(mStereo.begin(), frames * 2, mBlock.begin());
