@@ -227,9 +227,13 @@ uint32_t ClipListSource::mix(float* out, uint32_t frames) {
     std::memset(out, 0, size_t(frames) * channels * sizeof(float));
     mEndState = PcmSource::MORE;
     // The list may gain clips or effects between reads: place it anew.
-    const uint32_t growing = mList->clipList->place(&mPlaces, true, mMixFormat.rate);
+    // A clip still loading counts the frames it has, not the length it
+    // expects, and frames that its final length may still change wait for
+    // it: a mix made while sources load is the mix of the loaded list.
+    uint64_t settled = UINT64_MAX;
+    const uint32_t growing = mList->clipList->place(&mPlaces, false, mMixFormat.rate, &settled);
     const uint64_t total = mPlaces.empty() ? 0 : mPlaces.back().listStart + mPlaces.back().length;
-    const uint64_t stop = std::min<uint64_t>(mEndFrame, total);
+    const uint64_t stop = std::min<uint64_t>({mEndFrame, total, settled});
     if (position >= stop) {
         mEndState = position < mEndFrame && growing == 1 ? PcmSource::WAIT : PcmSource::END;
         return 0;
