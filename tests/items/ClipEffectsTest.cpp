@@ -409,25 +409,34 @@ TEST_F(ClipEffectsTest, AListMixedWhileASourceLoadsGivesTheBytesOfTheLoadedList)
         uint32_t expected;  // its length as known while it loads
         uint32_t clipEnd;   // the end of its clip
         int listRate;
+        uint32_t fadeOutMs = 40;
+        uint32_t crossfadeMs = 30;
+        bool loadingSecond = false;  // the loading source's clip follows a complete one
     };
     const Case cases[] = {
         {"a part loaded alone, crossfaded", 2000, 2000, PcmInfoReader::kToEnd, kRate},
         {"a range of a longer file", 3000, 3000, 2000, kRate},
         {"a load shorter than expected", 2000, 2600, PcmInfoReader::kToEnd, kRate},
         {"converted to twice the rate", 2000, 2000, PcmInfoReader::kToEnd, 2 * kRate},
+        // Joins of 16 frames.
+        {"converted, a short join", 2000, 2000, PcmInfoReader::kToEnd, 2 * kRate, 0, 1},
+        {"converted, after a complete clip", 2000, 2000, PcmInfoReader::kToEnd, 2 * kRate, 0, 1, true},
+        {"after a complete clip", 2000, 2000, PcmInfoReader::kToEnd, kRate, 40, 30, true},
     };
     for (const Case& c : cases) {
         SCOPED_TRACE(c.name);
         SPcmInfo* loading = tone(c.frames, 16000, 2);
         SPcmInfo* other = tone(1500, 12000, 1, 0.11);
         SPcmInfo* fx = addItem(CLIP_LIST, c.listRate, 2, 0);
+        const uint32_t before = c.loadingSecond ? add(fx, other, 200, 1500) : 0;
         const uint32_t first = add(fx, loading, 0, c.clipEnd);
         const uint32_t second = add(fx, other, 0, 1500);
+        if (before != 0) fx->clipList->setClipGain(before, -100);
         add(fx, loading, 100, 900);
         fx->clipList->setClipGain(first, -300);
-        fx->clipList->setClipFade(first, 0, 40, kFadeLinear);  // 320 frames
+        fx->clipList->setClipFade(first, 0, c.fadeOutMs, kFadeLinear);
         fx->clipList->setClipFade(second, 60, 0, kFadeEqualPower);
-        fx->clipList->setCrossfade(30, kFadeEqualPower);  // 240 frames
+        fx->clipList->setCrossfade(c.crossfadeMs, kFadeEqualPower);
         const Samples loaded = readAll(fx, 4096);
         ASSERT_FALSE(loaded.empty());
         for (uint32_t step : {37u, 250u, 1999u}) {
