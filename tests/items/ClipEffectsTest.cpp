@@ -449,4 +449,30 @@ TEST_F(ClipEffectsTest, AListMixedWhileASourceLoadsGivesTheBytesOfTheLoadedList)
     }
 }
 
+// The same through a list used as a clip: the inner list holds back the
+// frames its own fade out decides, and a converted clip before it in the
+// outer list reads on from where it stopped rather than again.
+TEST_F(ClipEffectsTest, AListOfListsMixedWhileASourceLoadsGivesTheBytesOfTheLoadedList) {
+    SPcmInfo* loading = tone(2000, 16000, 2);
+    SPcmInfo* other = tone(3000, 12000, 1, 0.11);
+    other->sampleRate = 2 * kRate;  // converted, 1500 list frames
+    SPcmInfo* inner = addItem(CLIP_LIST, kRate, 2, 0);
+    const uint32_t clip = add(inner, loading, 0, PcmInfoReader::kToEnd);
+    inner->clipList->setClipFade(clip, 0, 100, kFadeLinear);  // 800 frames
+    SPcmInfo* outer = addItem(CLIP_LIST, kRate, 2, 0);
+    add(outer, other, 0, 3000);
+    add(outer, inner, 0, PcmInfoReader::kToEnd);
+    add(outer, other, 400, 3000);
+    outer->clipList->setCrossfade(30, kFadeEqualPower);  // 240 frames
+    const Samples loaded = readAll(outer, 4096);
+    ASSERT_FALSE(loaded.empty());
+    for (uint32_t step : {37u, 250u, 1999u}) {
+        for (uint32_t block : {64u, 1000u, 4096u}) {
+            const Samples got = readWhileLoading(outer, loading, 2000, 2000, step, block);
+            ASSERT_EQ(got.size(), loaded.size()) << "step " << step << " block " << block;
+            ASSERT_TRUE(got == loaded) << "step " << step << " block " << block;
+        }
+    }
+}
+
 }  // namespace
