@@ -318,7 +318,7 @@ TEST_F(ClipEffectsTest, NestedListsBringTheirOwnEffects) {
     }
 }
 
-TEST_F(ClipEffectsTest, ASourceStillLoadingIsWaitedForAtItsLastFrame) {
+TEST_F(ClipEffectsTest, ASourceStillLoadingIsWaitedForWhereItsLengthDecides) {
     SPcmInfo* source = tone(2000);
     source->status = DECODING;
     source->frames = 1200;  // of 2000 expected
