@@ -458,6 +458,10 @@ public:
      * rates it never does).
      * A list used as a clip of another list brings its own effects
      * (converted to 16 bits there) and the outer list adds its own.
+     * Read while a source still loads, the list hands out what it will
+     * hand out once loaded: the frames that the source's final length
+     * decides (its clip's last fade out or crossfade, where the next clip
+     * starts) wait for that length.
      * Each returns 0; -1 (WV_ERR_NO_ITEM) for an unknown listId, -2
      * (WV_ERR_WRONG_ITEM) for an item that is not a list, -4
      * (WV_ERR_OUT_OF_RANGE) for a value out of range or a clip number the

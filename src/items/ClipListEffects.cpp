@@ -66,16 +66,18 @@ bool PcmClipList::hasEffects() const {
     return false;
 }
 
-uint32_t PcmClipList::place(std::vector<ClipPlacement>* out, bool useTotal, int32_t outRate) const {
+uint32_t PcmClipList::place(std::vector<ClipPlacement>* out, bool useTotal, int32_t outRate,
+                            uint64_t* settled) const {
     std::lock_guard<std::mutex> guard(mLock);
-    return placeLocked(out, useTotal, outRate);
+    return placeLocked(out, useTotal, outRate, settled);
 }
 
-uint32_t PcmClipList::placeLocked(std::vector<ClipPlacement>* out, bool useTotal,
-                                  int32_t outRate) const {
+uint32_t PcmClipList::placeLocked(std::vector<ClipPlacement>* out, bool useTotal, int32_t outRate,
+                                  uint64_t* settled) const {
     out->clear();
     std::vector<int32_t> rates;
     uint32_t growing = 0;
+    uint64_t fades = 0;  // the last clip's fades in and out before fitting
     for (const PcmClip& clip : mClips) {
         ClipPlacement place;
         place.clipId = clip.clipId;
@@ -96,7 +98,7 @@ uint32_t PcmClipList::placeLocked(std::vector<ClipPlacement>* out, bool useTotal
         rates.push_back(rate);
         place.fadeIn = framesOfMs(clip.effects.fadeInMs, rate);
         place.fadeOut = framesOfMs(clip.effects.fadeOutMs, rate);
-        const uint64_t fades = uint64_t(place.fadeIn) + place.fadeOut;
+        fades = uint64_t(place.fadeIn) + place.fadeOut;
         if (fades > place.length) {
             place.fadeIn = static_cast<uint32_t>(uint64_t(place.length) * place.fadeIn / fades);
             place.fadeOut = place.length - place.fadeIn;
@@ -122,7 +124,34 @@ uint32_t PcmClipList::placeLocked(std::vector<ClipPlacement>* out, bool useTotal
         place.listStart = at;
         at += place.length;
     }
+    if (settled != nullptr) {
+        *settled = UINT64_MAX;
+        if (growing == 1) *settled = settledEnd(*out, rates, fades);
+    }
     return growing;
+}
+
+uint64_t PcmClipList::settledEnd(const std::vector<ClipPlacement>& places,
+                                 const std::vector<int32_t>& rates, uint64_t fades) const {
+    // The growing clip is the last placed; its length so far is the least
+    // it can end with.
+    const size_t last = places.size() - 1;
+    const ClipPlacement& growing = places[last];
+    if (last > 0) {
+        // Its join with the clip before is final once it is long enough
+        // that more frames cannot widen the overlap.
+        const ClipPlacement& before = places[last - 1];
+        const uint32_t widest =
+            std::min(framesOfMs(mListEffects.crossfadeMs, rates[last - 1]), before.length / 2);
+        if (growing.overlapIn != widest) return before.listStart + before.length - widest;
+    }
+    // Fades that do not fit yet would be shared anew as the clip grows.
+    if (fades > growing.length) return growing.listStart;
+    // Its last frames fade out, or cross into the next clip, wherever the
+    // clip ends.
+    const uint32_t tail =
+        std::max(growing.fadeOut, framesOfMs(mListEffects.crossfadeMs, rates[last]));
+    return growing.listStart + (growing.length > tail ? growing.length - tail : 0);
 }
 
 }  // namespace wv

@@ -162,25 +162,44 @@ ClipListSource::MixSource* ClipListSource::sourceFor(const ClipPlacement& place,
     }
     found->reader->setPosition(clip.start + static_cast<uint32_t>(sourceFrom), clip.end);
     found->next = from;
-    found->holding = false;
+    found->held.clear();
     return found;
+}
+
+void ClipListSource::giveBack(const ClipPlacement& place, uint32_t cut) {
+    const size_t channels = static_cast<uint32_t>(mMixFormat.channels);
+    for (MixSource& source : mSources) {
+        if (source.clipId != place.clipId || source.next <= cut || cut < source.takenFrom) continue;
+        const size_t keep = size_t(cut - source.takenFrom) * channels;
+        if (keep > source.taken.size()) continue;
+        source.held.insert(source.held.begin(), source.taken.begin() + keep, source.taken.end());
+        source.taken.resize(keep);
+        source.next = cut;
+    }
 }
 
 uint32_t ClipListSource::addClip(const ClipPlacement& place, uint32_t from, uint32_t count,
                                  float* out, bool* waiting) {
     const uint32_t channels = static_cast<uint32_t>(mMixFormat.channels);
     uint32_t done = 0;
+    bool first = true;
     while (done < count) {
         MixSource* source = sourceFor(place, from + done);
         if (source == nullptr) return done;
+        if (first) {
+            source->takenFrom = from;
+            source->taken.clear();
+            first = false;
+        }
         const uint32_t step = std::min(count - done, kStepFrames);
         uint32_t got;
         int32_t state = PcmSource::MORE;
         const int16_t* samples = mScratch.data();
-        if (source->holding) {
-            got = 1;
-            samples = source->held.data();
-            source->holding = false;
+        if (!source->held.empty()) {
+            got = std::min(static_cast<uint32_t>(source->held.size() / channels), step);
+            std::copy(source->held.begin(), source->held.begin() + size_t(got) * channels,
+                      mScratch.begin());
+            source->held.erase(source->held.begin(), source->held.begin() + size_t(got) * channels);
         } else {
             // A converted mono read folds stereo frames, giving half of
             // what it is asked: asked for one frame it gives none. Two are
@@ -193,10 +212,10 @@ uint32_t ClipListSource::addClip(const ClipPlacement& place, uint32_t from, uint
             got = std::min(made, step);
             if (made > got) {
                 source->held.assign(mScratch.begin() + size_t(got) * channels,
-                                    mScratch.begin() + size_t(got + 1) * channels);
-                source->holding = true;
+                                    mScratch.begin() + size_t(made) * channels);
             }
         }
+        source->taken.insert(source->taken.end(), samples, samples + size_t(got) * channels);
         for (uint32_t f = 0; f < got; ++f) {
             const float gain = static_cast<float>(clipEnvelope(place, from + done + f)) / 32768.0f;
             float* into = out + size_t(done + f) * channels;
@@ -226,18 +245,27 @@ uint32_t ClipListSource::mix(float* out, uint32_t frames) {
     const uint32_t channels = static_cast<uint32_t>(mMixFormat.channels);
     std::memset(out, 0, size_t(frames) * channels * sizeof(float));
     mEndState = PcmSource::MORE;
+    for (MixSource& source : mSources) source.taken.clear();
     // The list may gain clips or effects between reads: place it anew.
-    const uint32_t growing = mList->clipList->place(&mPlaces, true, mMixFormat.rate);
+    // A clip still loading counts the frames it has, not the length it
+    // expects, and frames that its final length may still change wait for
+    // it: a mix made while sources load is the mix of the loaded list.
+    uint64_t settled = UINT64_MAX;
+    const uint32_t growing = mList->clipList->place(&mPlaces, false, mMixFormat.rate, &settled);
     const uint64_t total = mPlaces.empty() ? 0 : mPlaces.back().listStart + mPlaces.back().length;
-    const uint64_t stop = std::min<uint64_t>(mEndFrame, total);
+    const uint64_t stop = std::min<uint64_t>({mEndFrame, total, settled});
     if (position >= stop) {
         mEndState = position < mEndFrame && growing == 1 ? PcmSource::WAIT : PcmSource::END;
         return 0;
     }
     uint32_t made = static_cast<uint32_t>(std::min<uint64_t>(frames, stop - position));
-    const uint64_t blockEnd = uint64_t(position) + made;
     bool waiting = false;
     for (const ClipPlacement& place : mPlaces) {
+        // Clips come in list order: a later one reads no further than an
+        // earlier one could, or its reader, gone past frames the next mix
+        // needs, would be sought back (and a converter restarted mid-clip
+        // gives other frames).
+        const uint64_t blockEnd = uint64_t(position) + made;
         const uint64_t clipEnd = place.listStart + place.length;
         if (clipEnd <= position || place.listStart >= blockEnd) continue;
         const uint64_t first = std::max<uint64_t>(position, place.listStart);
@@ -251,6 +279,14 @@ uint32_t ClipListSource::mix(float* out, uint32_t frames) {
             // Frames past the first missing one are not handed out.
             waiting = true;
             made = std::min(made, static_cast<uint32_t>(first - position + got));
+        }
+    }
+    // A clip that waited after others were read: what they read past it is
+    // kept for the next mix.
+    for (const ClipPlacement& place : mPlaces) {
+        const uint64_t cut = std::max<uint64_t>(uint64_t(position) + made, place.listStart);
+        if (cut - place.listStart < place.length) {
+            giveBack(place, static_cast<uint32_t>(cut - place.listStart));
         }
     }
     const float listGain =

@@ -76,9 +76,10 @@ private:
     // from there needs no seek.
     struct MixSource {
         uint32_t clipId = 0;
-        uint32_t next = 0;          // clip frame given next (held, or else the reader's)
-        bool holding = false;       // `held` is frame `next`, read ahead
-        std::vector<int16_t> held;  // one frame
+        uint32_t next = 0;           // clip frame given next (held, or else the reader's)
+        std::vector<int16_t> held;   // frames read ahead, from `next` on
+        uint32_t takenFrom = 0;      // clip frame of taken's first
+        std::vector<int16_t> taken;  // the frames the present mix took, as read
         std::unique_ptr<PcmSource> reader;
     };
     // Mixes list frames from the position on, at most `frames` and not past
@@ -90,6 +91,9 @@ private:
     uint32_t addClip(const ClipPlacement& place, uint32_t from, uint32_t count, float* out,
                      bool* waiting);
     MixSource* sourceFor(const ClipPlacement& place, uint32_t from);
+    // Gives the frames of `place` from clip frame `cut` on, taken by the
+    // present mix but not handed out, back to its source's held frames.
+    void giveBack(const ClipPlacement& place, uint32_t cut);
 
     SPcmInfo* mList;
     ClipOpener mOpener;

@@ -88,7 +88,12 @@ public:
     // as the converter makes it: round(frames x outRate / rate) frames,
     // and every length in ms counts at outRate (ClipPlacement::sourceRate
     // tells the clip's own rate).
-    uint32_t place(std::vector<ClipPlacement>* out, bool useTotal, int32_t outRate = 0) const;
+    // *settled (when given) is the list frame before which the mix can no
+    // longer change however long the growing clip turns out to be: its
+    // fades, its crossfades and where the next clip starts depend on that
+    // length (UINT64_MAX when no clip grows).
+    uint32_t place(std::vector<ClipPlacement>* out, bool useTotal, int32_t outRate = 0,
+                   uint64_t* settled = nullptr) const;
 
     // A copy of the clips, in order.
     std::vector<PcmClip> clips() const;
@@ -107,7 +112,13 @@ public:
 
 private:
     void appendCopy(const PcmClip& clip);
-    uint32_t placeLocked(std::vector<ClipPlacement>* out, bool useTotal, int32_t outRate = 0) const;
+    uint32_t placeLocked(std::vector<ClipPlacement>* out, bool useTotal, int32_t outRate = 0,
+                         uint64_t* settled = nullptr) const;
+    // The list frame where the mix may change with the growing clip's
+    // length (see place): `rates` are the placed rates, `fades` the growing
+    // clip's fades in and out before fitting. The lock is held.
+    uint64_t settledEnd(const std::vector<ClipPlacement>& places,
+                        const std::vector<int32_t>& rates, uint64_t fades) const;
     bool crossfading() const { return mListEffects.crossfadeMs != 0 && mClips.size() > 1; }
 
     mutable std::mutex mLock;

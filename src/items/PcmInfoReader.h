@@ -10,7 +10,7 @@
 // Positions count the item's own frames (list frames for a clip list, see
 // ClipListSource.h). Nothing is allocated while reading, except one reader
 // per clip and one resampler per reader (and for a list with effects its
-// float block, scratch and the mix's clip readers).
+// float block, scratch, the mix's clip readers and what they read ahead).
 //
 // After every read the user checks endState(): 0 more follows, 1 the end of
 // the range (or of a finished item) was reached, 2 the data ends where the

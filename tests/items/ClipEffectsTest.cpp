@@ -318,7 +318,7 @@ TEST_F(ClipEffectsTest, NestedListsBringTheirOwnEffects) {
     }
 }
 
-TEST_F(ClipEffectsTest, ASourceStillLoadingIsWaitedForAtItsLastFrame) {
+TEST_F(ClipEffectsTest, ASourceStillLoadingIsWaitedForWhereItsLengthDecides) {
     SPcmInfo* source = tone(2000);
     source->status = DECODING;
     source->frames = 1200;  // of 2000 expected
@@ -326,24 +326,60 @@ TEST_F(ClipEffectsTest, ASourceStillLoadingIsWaitedForAtItsLastFrame) {
     SPcmInfo* fx = list();
     const uint32_t clip = add(fx, source, 0, 2000);
     add(fx, other, 0, 1000);
-    fx->clipList->setClipFade(clip, 0, 100, kFadeLinear);  // over the frames still to come
+    fx->clipList->setClipFade(clip, 0, 100, kFadeLinear);  // 800 frames
     fx->clipList->setCrossfade(25, kFadeLinear);           // 200 frames
     PcmInfoReader reader(fx);
     std::vector<char> buffer(4000 * 2);
-    EXPECT_EQ(reader.read(buffer.data(), static_cast<uint32_t>(buffer.size())), 1200);
+    // The fade out starts 800 frames before wherever the load ends: from
+    // frame 400 on, nothing is known yet.
+    EXPECT_EQ(reader.read(buffer.data(), static_cast<uint32_t>(buffer.size())), 400);
     EXPECT_EQ(reader.endState(), PcmInfoReader::WAIT);
+    Samples got(size_t(400));
+    std::memcpy(got.data(), buffer.data(), 400 * 2);
     EXPECT_EQ(reader.read(buffer.data(), static_cast<uint32_t>(buffer.size())), 0);
     EXPECT_EQ(reader.endState(), PcmInfoReader::WAIT);
+
+    source->frames = 1900;
+    EXPECT_EQ(reader.read(buffer.data(), static_cast<uint32_t>(buffer.size())), 700);
+    EXPECT_EQ(reader.endState(), PcmInfoReader::WAIT);
+    got.insert(got.end(), reinterpret_cast<int16_t*>(buffer.data()),
+               reinterpret_cast<int16_t*>(buffer.data()) + 700);
 
     source->frames = 2000;
     source->status = PCM_READY;
     const int32_t rest = reader.read(buffer.data(), static_cast<uint32_t>(buffer.size()));
-    EXPECT_EQ(rest, 2800 - 1200);
+    EXPECT_EQ(rest, 2800 - 1100);
     EXPECT_EQ(reader.endState(), PcmInfoReader::END);
+    got.insert(got.end(), reinterpret_cast<int16_t*>(buffer.data()),
+               reinterpret_cast<int16_t*>(buffer.data()) + (rest > 0 ? rest : 0));
     // Read in one go, the same list gives the same frames.
-    const Samples whole = readAll(fx);
-    ASSERT_EQ(whole.size(), 2800u);
-    EXPECT_EQ(0, std::memcmp(buffer.data(), whole.data() + 1200, size_t(rest) * 2));
+    EXPECT_EQ(got, readAll(fx));
+}
+
+// The list read in blocks while `loading` grows by `step` frames after
+// every read, from none to all of its `frames`, then ends as a load does;
+// its expected length stays `expected` all along.
+Samples readWhileLoading(SPcmInfo* fx, SPcmInfo* loading, uint32_t frames, uint32_t expected,
+                         uint32_t step, uint32_t blockFrames) {
+    loading->status = DECODING;
+    loading->frames = 0;
+    loading->totalFrames = expected;
+    PcmInfoReader reader(fx);
+    const uint32_t channels = static_cast<uint32_t>(fx->channelCount.load());
+    Samples out;
+    std::vector<char> buffer(blockFrames * channels * 2);
+    for (int guard = 0; guard < 100000; ++guard) {
+        const int32_t n = reader.read(buffer.data(), static_cast<uint32_t>(buffer.size()));
+        const size_t at = out.size();
+        out.resize(at + size_t(n > 0 ? n : 0) * channels);
+        std::memcpy(out.data() + at, buffer.data(), (out.size() - at) * 2);
+        if (reader.endState() == PcmInfoReader::END) break;
+        if (loading->status.load() == DECODING) {
+            loading->frames = std::min(frames, loading->frames.load() + step);
+            if (loading->frames.load() == frames) loading->status = PCM_READY;
+        }
+    }
+    return out;
 }
 
 TEST_F(ClipEffectsTest, ConvertedClipsReadAlikeInAnyBlocks) {
@@ -360,6 +396,83 @@ TEST_F(ClipEffectsTest, ConvertedClipsReadAlikeInAnyBlocks) {
     EXPECT_EQ(whole.size(), 8000u - 320);
     EXPECT_EQ(readAll(fx, 97), whole);
     EXPECT_EQ(readAll(fx, 1), whole);
+}
+
+// A list that mixes while a source still loads hands out, whatever the
+// load's pace, the bytes it gives once the source is complete: frames whose
+// envelope or crossfade partner depends on the source's final length wait
+// for it.
+TEST_F(ClipEffectsTest, AListMixedWhileASourceLoadsGivesTheBytesOfTheLoadedList) {
+    struct Case {
+        const char* name;
+        uint32_t frames;    // the loading source's final length
+        uint32_t expected;  // its length as known while it loads
+        uint32_t clipEnd;   // the end of its clip
+        int listRate;
+        uint32_t fadeOutMs = 40;
+        uint32_t crossfadeMs = 30;
+        bool loadingSecond = false;  // the loading source's clip follows a complete one
+    };
+    const Case cases[] = {
+        {"a part loaded alone, crossfaded", 2000, 2000, PcmInfoReader::kToEnd, kRate},
+        {"a range of a longer file", 3000, 3000, 2000, kRate},
+        {"a load shorter than expected", 2000, 2600, PcmInfoReader::kToEnd, kRate},
+        {"converted to twice the rate", 2000, 2000, PcmInfoReader::kToEnd, 2 * kRate},
+        // Joins of 16 frames.
+        {"converted, a short join", 2000, 2000, PcmInfoReader::kToEnd, 2 * kRate, 0, 1},
+        {"converted, after a complete clip", 2000, 2000, PcmInfoReader::kToEnd, 2 * kRate, 0, 1, true},
+        {"after a complete clip", 2000, 2000, PcmInfoReader::kToEnd, kRate, 40, 30, true},
+    };
+    for (const Case& c : cases) {
+        SCOPED_TRACE(c.name);
+        SPcmInfo* loading = tone(c.frames, 16000, 2);
+        SPcmInfo* other = tone(1500, 12000, 1, 0.11);
+        SPcmInfo* fx = addItem(CLIP_LIST, c.listRate, 2, 0);
+        const uint32_t before = c.loadingSecond ? add(fx, other, 200, 1500) : 0;
+        const uint32_t first = add(fx, loading, 0, c.clipEnd);
+        const uint32_t second = add(fx, other, 0, 1500);
+        if (before != 0) fx->clipList->setClipGain(before, -100);
+        add(fx, loading, 100, 900);
+        fx->clipList->setClipGain(first, -300);
+        fx->clipList->setClipFade(first, 0, c.fadeOutMs, kFadeLinear);
+        fx->clipList->setClipFade(second, 60, 0, kFadeEqualPower);
+        fx->clipList->setCrossfade(c.crossfadeMs, kFadeEqualPower);
+        const Samples loaded = readAll(fx, 4096);
+        ASSERT_FALSE(loaded.empty());
+        for (uint32_t step : {37u, 250u, 1999u}) {
+            for (uint32_t block : {64u, 1000u, 4096u}) {
+                const Samples got = readWhileLoading(fx, loading, c.frames, c.expected, step, block);
+                ASSERT_EQ(got.size(), loaded.size()) << "step " << step << " block " << block;
+                ASSERT_TRUE(got == loaded) << "step " << step << " block " << block;
+            }
+        }
+    }
+}
+
+// The same through a list used as a clip: the inner list holds back the
+// frames its own fade out decides, and a converted clip before it in the
+// outer list reads on from where it stopped rather than again.
+TEST_F(ClipEffectsTest, AListOfListsMixedWhileASourceLoadsGivesTheBytesOfTheLoadedList) {
+    SPcmInfo* loading = tone(2000, 16000, 2);
+    SPcmInfo* other = tone(3000, 12000, 1, 0.11);
+    other->sampleRate = 2 * kRate;  // converted, 1500 list frames
+    SPcmInfo* inner = addItem(CLIP_LIST, kRate, 2, 0);
+    const uint32_t clip = add(inner, loading, 0, PcmInfoReader::kToEnd);
+    inner->clipList->setClipFade(clip, 0, 100, kFadeLinear);  // 800 frames
+    SPcmInfo* outer = addItem(CLIP_LIST, kRate, 2, 0);
+    add(outer, other, 0, 3000);
+    add(outer, inner, 0, PcmInfoReader::kToEnd);
+    add(outer, other, 400, 3000);
+    outer->clipList->setCrossfade(30, kFadeEqualPower);  // 240 frames
+    const Samples loaded = readAll(outer, 4096);
+    ASSERT_FALSE(loaded.empty());
+    for (uint32_t step : {37u, 250u, 1999u}) {
+        for (uint32_t block : {64u, 1000u, 4096u}) {
+            const Samples got = readWhileLoading(outer, loading, 2000, 2000, step, block);
+            ASSERT_EQ(got.size(), loaded.size()) << "step " << step << " block " << block;
+            ASSERT_TRUE(got == loaded) << "step " << step << " block " << block;
+        }
+    }
 }
 
 }  // namespace
