@@ -3,6 +3,8 @@ errors as exceptions, several threads and engines, working files."""
 import _thread
 import gc
 import os
+import subprocess
+import sys
 import threading
 
 import numpy as np
@@ -124,3 +126,13 @@ def test_an_audio_keeps_its_sources_and_working_files_go_with_the_objects(media,
     assert os.listdir(folder) == []
     engine.close()
     assert not os.path.exists(folder)
+
+
+def test_the_working_folder_goes_when_the_process_exits(media):
+    code = ("import wavoryx as wv, wavoryx._engine as e\n"
+            "a = wv.load(%r)\n"
+            "a[1.0:2.0].fade_in(0.5).frames\n"
+            "print(e.default_engine().folder)\n" % str(media / "tones.mp3"))
+    out = subprocess.run([sys.executable, "-c", code], check=True, stdout=subprocess.PIPE,
+                         text=True).stdout.strip()
+    assert out and not os.path.exists(out)
