@@ -33,6 +33,15 @@ def test_load_gives_rate_channels_length_and_ffmpegs_samples(media):
         assert np.array_equal(a.to_numpy(), expected), name
 
 
+def test_aac_in_mp4_is_ffmpegs_decode_cut_at_the_stated_length(media):
+    a = wv.load(media / "talk.m4a")
+    x = decode(media / "talk.m4a")
+    stated = wv.info(media / "talk.m4a")["frames"]
+    assert a.frames == stated <= len(x)
+    # ffmpeg keeps the encoder's padding after the stated end; the engine drops it.
+    assert np.array_equal(a.to_numpy(), x[:stated])
+
+
 def test_slices_behave_like_python_slices_in_seconds(media):
     a = wv.load(media / "tones.flac")
     x = decode(media / "tones.flac")
@@ -69,6 +78,20 @@ def test_concat_joins_exactly_and_crossfade_overlaps(media):
     head, tail = 3 * RATE - 22050, 4 * RATE - 22050
     assert np.max(np.abs(y[:head].astype(int) - want[:head])) <= 1
     assert np.max(np.abs(y[-tail:].astype(int) - want[-tail:])) <= 1
+
+
+def test_a_mix_of_rates_and_channels_is_cut_in_its_own_seconds(media):
+    stereo, mono = wv.load(media / "tones.wav"), wv.load(media / "mono.wav")  # 44.1 kHz, 22.05 kHz
+    mix = wv.concat([stereo, mono])
+    assert (mix.sample_rate, mix.channels, mix.frames) == (RATE, 2, 10 * RATE)
+    whole = mix.to_numpy()
+    for start, stop in ((-1.0, None), (-3.0, -1.0), (7.5, 9.0), (None, 0.25)):
+        part = mix[start:stop]
+        want = whole[slice(None if start is None else round(start * RATE),
+                           None if stop is None else round(stop * RATE))]
+        assert part.frames == len(want), (start, stop)
+        assert np.array_equal(part.to_numpy(), want), (start, stop)
+    assert mix.gain(0.0)[-2.0:].frames == 2 * RATE
 
 
 def test_fades_and_gain(media):

@@ -178,11 +178,15 @@ class Audio:
         last = max(first, min(last, C.END))
         what = "%s[%s:%s]" % (self._what, start if start is not None else "",
                               stop if stop is not None else "")
-        if len(self._parts) == 1 and not self._effects():
+        if self._loaded:
+            return Audio(self._engine, parts=[(self, first, last)], what=what)
+        if len(self._parts) == 1 and not self._effects() and self._parts[0][0]._loaded:
             audio, s0, e0 = self._parts[0]
             return Audio(self._engine, parts=[(audio, min(s0 + first, e0), min(s0 + last, e0))],
                          what=what)
-        return Audio(self._engine, parts=[(self, first, last)], what=what)
+        # A mix is cut from its render: the engine counts a clip list's
+        # frames in its sources' own rates until it renders it.
+        return Audio(self._engine, parts=[(self._leaf(), first, last)], what=what)
 
     def _effects(self):
         return self._crossfade or self._fade != (0, 0) or self._gain
