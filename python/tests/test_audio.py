@@ -92,6 +92,10 @@ def test_a_mix_of_rates_and_channels_is_cut_in_its_own_seconds(media):
         assert part.frames == len(want), (start, stop)
         assert np.array_equal(part.to_numpy(), want), (start, stop)
     assert mix.gain(0.0)[-2.0:].frames == 2 * RATE
+    # Effects on a mix of rates keep its whole length.
+    assert mix.fade_in(0.5).frames == 10 * RATE
+    crossfaded = wv.concat([mono, stereo], crossfade=0.5)
+    assert crossfaded.frames == crossfaded.gain(-1.0).fade_out(1.0).frames == 9.5 * RATE
 
 
 def test_fades_and_gain(media):

@@ -196,7 +196,11 @@ class Audio:
         is one part without a crossfade, else itself wrapped."""
         if len(self._parts) == 1 and not self._crossfade:
             return self._parts[0], self._fade, self._gain
-        return (self, 0, C.END), (0, 0), 0
+        if len({audio.sample_rate for audio, _, _ in self._parts}) == 1:
+            return (self, 0, C.END), (0, 0), 0
+        # A clip list of several rates, as a clip of another, is cut at its
+        # frames counted in its sources' rates: the render is used instead.
+        return (self._leaf(), 0, C.END), (0, 0), 0
 
     def fade_in(self, seconds, *, _out=False):
         """A copy that fades in from silence over its first `seconds`."""
