@@ -96,6 +96,13 @@ def test_a_mix_of_rates_and_channels_is_cut_in_its_own_seconds(media):
     assert mix.fade_in(0.5).frames == 10 * RATE
     crossfaded = wv.concat([mono, stereo], crossfade=0.5)
     assert crossfaded.frames == crossfaded.gain(-1.0).fade_out(1.0).frames == 9.5 * RATE
+    assert wv.concat([mix, stereo], crossfade=0.2).frames == 18 * RATE - 0.2 * RATE
+
+
+def test_a_normalised_export_of_a_mix_of_rates_keeps_its_length(media, tmp_path):
+    mix = wv.concat([wv.load(media / "mono.wav"), wv.load(media / "tones.wav")])
+    mix.export(tmp_path / "n.wav", normalize=-20.0)
+    assert wv.load(tmp_path / "n.wav").frames == mix.frames == 10 * RATE
 
 
 def test_fades_and_gain(media):

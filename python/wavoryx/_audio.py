@@ -64,7 +64,8 @@ class Audio:
                 item = engine.create(C.lib.wv_new_clip_list, what="clip list")
                 self._finalizer = weakref.finalize(self, engine.release, item)
                 for audio, start, end in self._parts:
-                    engine.call(C.lib.wv_add_clip, item, audio._id(), start, end, what="clip")
+                    engine.call(C.lib.wv_add_clip, item, audio._source_id(), start, end,
+                                what="clip")
                 if self._crossfade:
                     engine.call(C.lib.wv_set_list_crossfade, item, self._crossfade,
                                 C.FADE_EQUAL_POWER, what="crossfade")
@@ -75,6 +76,15 @@ class Audio:
                     engine.call(C.lib.wv_set_list_gain, item, self._gain, what="gain")
                 self._item = item
             return self._item
+
+    def _source_id(self):
+        """The engine's item to use as a clip of another list. A clip list
+        of several rates, read as a clip with effects around it, is cut at
+        its frames counted in its sources' own rates; its render (a WAV in
+        the private folder) is used instead."""
+        if self._loaded or len({audio.sample_rate for audio, _, _ in self._parts}) <= 1:
+            return self._id()
+        return self._leaf()._item
 
     def wait(self):
         """Blocks until every file this audio comes from is decoded (the
@@ -107,7 +117,8 @@ class Audio:
             self.wait()
             path = self._engine.private_path(".wav")
             try:
-                Job(self, self._render_list(path, C.ENCODE["wav"]), "render of %s" % self._what).wait()
+                Job(self, self._render_list(path, C.ENCODE["wav"], source=self._id()),
+                    "render of %s" % self._what).wait()
                 item = self._engine.create(C.lib.wv_load_file, path.encode(), what=self._what)
             except BaseException:
                 _unlink(path)
@@ -196,11 +207,7 @@ class Audio:
         is one part without a crossfade, else itself wrapped."""
         if len(self._parts) == 1 and not self._crossfade:
             return self._parts[0], self._fade, self._gain
-        if len({audio.sample_rate for audio, _, _ in self._parts}) == 1:
-            return (self, 0, C.END), (0, 0), 0
-        # A clip list of several rates, as a clip of another, is cut at its
-        # frames counted in its sources' rates: the render is used instead.
-        return (self._leaf(), 0, C.END), (0, 0), 0
+        return (self, 0, C.END), (0, 0), 0
 
     def fade_in(self, seconds, *, _out=False):
         """A copy that fades in from silence over its first `seconds`."""
@@ -245,7 +252,7 @@ class Audio:
         engine = self._engine
         target = engine.create(C.lib.wv_new_clip_list, what="loudness")
         try:
-            engine.call(C.lib.wv_add_clip, target, self._id(), 0, C.END, what="loudness")
+            engine.call(C.lib.wv_add_clip, target, self._source_id(), 0, C.END, what="loudness")
             engine.call(C.lib.wv_measure_loudness, target, what="loudness")
             engine.finish(target, C.lib.wv_cancel_process, what="loudness of %s" % self._what)
             values = engine.values(target)
@@ -284,11 +291,12 @@ class Audio:
         return job
 
     def _render_list(self, path, encode, bitrate=None, sample_rate=None, channels=None,
-                     normalize=None, true_peak=-1.0):
+                     normalize=None, true_peak=-1.0, source=None):
         engine = self._engine
         target = engine.create(C.lib.wv_new_clip_list, what="export")
         try:
-            engine.call(C.lib.wv_add_clip, target, self._id(), 0, C.END, what="export")
+            source = self._source_id() if source is None else source
+            engine.call(C.lib.wv_add_clip, target, source, 0, C.END, what="export")
             engine.call(C.lib.wv_set_output_para, target, path.encode(), encode, what="export")
             if bitrate or sample_rate or channels:
                 engine.call(C.lib.wv_set_encode_para, target, int(sample_rate or 0),
