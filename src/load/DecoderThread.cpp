@@ -82,7 +82,8 @@ void DecoderThread::startJob(WVThreadCmd& cmd) {
     item->channelCount.store(channels);
     // Counted in frames, never through a duration in ms, which would drop
     // the last partial millisecond.
-    const SourceFacts& facts = decoder->facts();
+    // A copy: a scan of a WAV replaces the decoder below.
+    const SourceFacts facts = decoder->facts();
     int64_t total = facts.frames > 0 ? facts.frames : 0;
     if (item->ranged) {
         // The part's length, cut where the whole file's expected length ends.

@@ -4,6 +4,8 @@
 // goes on working afterwards.
 #include <gtest/gtest.h>
 
+#include <algorithm>
+
 #include <climits>
 #include <cstdlib>
 #include <functional>
@@ -168,7 +170,10 @@ TEST_F(BadArguments, EveryOperationGivesItsDocumentedResult) {
     // A failing file is an event, not a result: both texts are unreadable.
     const int emptyPath = api.loadFile("");
     ASSERT_TRUE(events.waitForCode(0, emptyPath));
-    EXPECT_EQ(events.events().back(), (Event{0, emptyPath, 2}));
+    // The recording still under way keeps sending its levels: look for the
+    // load's event among them, not at the end.
+    const std::vector<Event> heard = events.events();
+    EXPECT_NE(std::find(heard.begin(), heard.end(), (Event{0, emptyPath, 2})), heard.end());
 }
 
 TEST_F(BadArguments, ExtremeValuesWhileItemsPlayAndRecord) {

@@ -40,9 +40,14 @@ public:
         });
     }
     ~PipeFeed() {
-        mThread.join();
-        closeWriter();
+        endStream();
         if (mRead >= 0) ::close(mRead);
+    }
+    // Closes the write end once every byte is written: closing it under a
+    // write still under way would be a race on the descriptor.
+    void endStream() {
+        if (mThread.joinable()) mThread.join();
+        closeWriter();
     }
     int readEnd() const { return mRead; }
     void closeWriter() {
@@ -126,7 +131,7 @@ TEST(LoadStream, GrowsWhileTheStreamIsOpenAndEndsWithIt) {
     EXPECT_TRUE(wvtest::waitUntil([&] { return rig.engine().getPcmFrameLength(id) >= 2 * 44100; },
                                   std::chrono::seconds(20)));
     for (const Event& e : rig.eventsOf(id)) EXPECT_NE(e.code, 4);
-    feed.closeWriter();
+    feed.endStream();
     ASSERT_TRUE(rig.waitForEnd(id));
     EXPECT_EQ(rig.eventsOf(id).back(), (Event{4, id, -1}));
 }
