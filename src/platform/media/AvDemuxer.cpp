@@ -14,6 +14,11 @@ extern "C" {
 namespace wv {
 namespace {
 constexpr int kIoBufferBytes = 64 * 1024;
+// Input read since the last packet beyond which the rest counts as no audio.
+// A parser fed endless garbage (a pipe of zeros after a FLAC stream) buffers
+// all of it and, past 512 MB, aborts the process inside FFmpeg; no real
+// container puts 64 MB between two packets.
+constexpr int64_t kMaxBytesWithoutPacket = 64LL * 1024 * 1024;
 
 void freeIo(AVIOContext** io) {
     if (*io == nullptr) return;
@@ -25,10 +30,19 @@ void freeIo(AVIOContext** io) {
 
 int AvDemuxer::ioRead(void* opaque, uint8_t* buffer, int size) {
     auto* self = static_cast<AvDemuxer*>(opaque);
-    const ssize_t n = self->mSource->readSomeAt(self->mIoPosition, buffer, static_cast<size_t>(size));
+    const ssize_t n =
+        self->mSource->readSomeAt(self->mIoPosition, buffer, static_cast<size_t>(size));
     if (n < 0) return AVERROR(EIO);
     if (n == 0) return AVERROR_EOF;
     self->mIoPosition += n;
+    if (self->mOpened && (self->mSincePacket += n) > kMaxBytesWithoutPacket) {
+        if (!self->mGarbageEnded) {
+            WV_LOGW("%s: no packet in %" PRId64 " MB: taken as the end of the audio",
+                    self->mSource->path().c_str(), kMaxBytesWithoutPacket >> 20);
+        }
+        self->mGarbageEnded = true;
+        return AVERROR_EOF;
+    }
     return static_cast<int>(n);
 }
 
@@ -90,6 +104,8 @@ std::shared_ptr<AvDemuxer> AvDemuxer::open(const std::shared_ptr<DataSource>& so
             st->start_time != AV_NOPTS_VALUE && st->start_time > 0 ? st->start_time : 0);
         format->streams[i]->discard = AVDISCARD_ALL;
     }
+    // Headers (tags, pictures) may be long; the limit holds between packets.
+    self->mOpened = true;
     return self;
 }
 
@@ -130,6 +146,7 @@ status_t AvDemuxer::readPacket(int index, AVPacket* packet) {
         if (ret == AVERROR_EOF) return ERROR_END_OF_STREAM;
         if (ret == AVERROR(EAGAIN)) continue;
         if (ret < 0) return ret == AVERROR(EIO) ? ERROR_IO : ERROR_MALFORMED;
+        mSincePacket = 0;
         if (packet->stream_index == index) return OK;
         av_packet_unref(packet);
     }
@@ -147,6 +164,8 @@ int64_t AvDemuxer::fromMediaUs(int index, int64_t timeUs) const {
 
 status_t AvDemuxer::seek(int index, int64_t timeUs, MediaSource::ReadOptions::SeekMode mode) {
     std::lock_guard<std::mutex> guard(mLock);
+    mSincePacket = 0;
+    mGarbageEnded = false;
     if (timeUs < 0) timeUs = 0;
     const int64_t ts = fromMediaUs(index, timeUs);
     int ret;

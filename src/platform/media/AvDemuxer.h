@@ -62,6 +62,11 @@ private:
 
     std::shared_ptr<DataSource> mSource;
     int64_t mIoPosition = 0;
+    // Bytes read since the last packet, counted once the file is open (see
+    // kMaxBytesWithoutPacket); set while ioRead runs under av_read_frame.
+    bool mOpened = false;
+    int64_t mSincePacket = 0;
+    bool mGarbageEnded = false;
     AVIOContext* mIo = nullptr;
     AVFormatContext* mFormat = nullptr;
     // Per stream, the time stamp that media time 0 stands for; fixed at open.
