@@ -53,6 +53,11 @@ def _open():
 
 lib = _open()
 
+# Python code hears of failures through exceptions: the engine's own log on
+# standard error stays quiet unless WAVORYX_LOG asks for it.
+if "WAVORYX_LOG" not in os.environ:
+    lib.wavoryx_set_log_level(ctypes.c_int(7))  # WAVORYX_LOG_FATAL
+
 _P, _I, _U, _I32 = ctypes.c_void_p, ctypes.c_int, ctypes.c_uint, ctypes.c_int32
 _SIGNATURES = {
     "wv_engine_new": (_P, [ctypes.c_char_p]),
