@@ -4,6 +4,7 @@
 #include <wavoryx/wavoryx_c.h>
 
 #include <dirent.h>
+#include <pthread.h>
 #include <stdio.h>
 #include <stdlib.h>
 #include <string.h>
@@ -90,7 +91,9 @@ static int entries(const char* folder) {
     return n;
 }
 
+/* Written on the engine's event thread, read on the main one. */
 struct Heard {
+    pthread_mutex_t lock;
     int done; /* LOAD_DONE events */
 };
 
@@ -98,7 +101,18 @@ static void onEvent(int code, int32_t id, int32_t value, void* user) {
     struct Heard* heard = (struct Heard*)user;
     (void)id;
     (void)value;
-    if (code == WV_EVENT_LOAD_DONE) ++heard->done;
+    if (code != WV_EVENT_LOAD_DONE) return;
+    pthread_mutex_lock(&heard->lock);
+    ++heard->done;
+    pthread_mutex_unlock(&heard->lock);
+}
+
+static int doneOf(struct Heard* heard) {
+    int done;
+    pthread_mutex_lock(&heard->lock);
+    done = heard->done;
+    pthread_mutex_unlock(&heard->lock);
+    return done;
 }
 
 static void namesAndTexts(void) {
@@ -199,6 +213,7 @@ static void twoEngines(const char* folder, const char* source) {
     int i;
     const struct timespec tenMs = {0, 10000000};
     memset(heard, 0, sizeof heard);
+    for (i = 0; i < 2; ++i) pthread_mutex_init(&heard[i].lock, NULL);
     snprintf(tmp, sizeof tmp, "%s/tmp", folder);
     CHECK(mkdir(tmp, 0700) == 0, "mkdir");
     setenv("TMPDIR", tmp, 1);
@@ -212,9 +227,9 @@ static void twoEngines(const char* folder, const char* source) {
     for (i = 0; i < 2; ++i) id[i] = wv_load_file(e[i], source);
     for (i = 0; i < 2; ++i) CHECK(wv_wait(e[i], id[i], 10000, NULL) == 1, "wait %d", i);
     /* The ending is counted before the callback runs: give it a moment. */
-    for (i = 0; i < 200 && (heard[0].done == 0 || heard[1].done == 0); ++i) nanosleep(&tenMs, NULL);
-    CHECK(heard[0].done == 1 && heard[1].done == 1, "each engine's callback heard its own load: %d %d",
-          heard[0].done, heard[1].done);
+    for (i = 0; i < 200 && (doneOf(&heard[0]) == 0 || doneOf(&heard[1]) == 0); ++i) nanosleep(&tenMs, NULL);
+    CHECK(doneOf(&heard[0]) == 1 && doneOf(&heard[1]) == 1, "each engine's callback heard its own load: %d %d",
+          doneOf(&heard[0]), doneOf(&heard[1]));
     for (i = 0; i < 2; ++i) wv_engine_free(e[i]);
     CHECK(entries(tmp) == 0, "private folders left behind: %d", entries(tmp));
     wv_engine_free(NULL);
