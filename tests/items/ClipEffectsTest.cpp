@@ -77,7 +77,7 @@ protected:
             const int32_t n = reader.read(buffer.data(), static_cast<uint32_t>(buffer.size()));
             const size_t at = out.size();
             out.resize(at + size_t(n > 0 ? n : 0) * channels);
-            std::memcpy(out.data() + at, buffer.data(), (out.size() - at) * 2);
+            if (out.size() > at) std::memcpy(out.data() + at, buffer.data(), (out.size() - at) * 2);
             if (reader.endState() != PcmInfoReader::MORE) break;
         }
         return out;
@@ -372,7 +372,8 @@ Samples readWhileLoading(SPcmInfo* fx, SPcmInfo* loading, uint32_t frames, uint3
         const int32_t n = reader.read(buffer.data(), static_cast<uint32_t>(buffer.size()));
         const size_t at = out.size();
         out.resize(at + size_t(n > 0 ? n : 0) * channels);
-        std::memcpy(out.data() + at, buffer.data(), (out.size() - at) * 2);
+        // An empty read may leave `out` without storage: no copy then.
+        if (out.size() > at) std::memcpy(out.data() + at, buffer.data(), (out.size() - at) * 2);
         if (reader.endState() == PcmInfoReader::END) break;
         if (loading->status.load() == DECODING) {
             loading->frames = std::min(frames, loading->frames.load() + step);
