@@ -195,7 +195,9 @@ static void pulledEvents(const char* folder, const char* source) {
     CHECK(wv_wait(e, id, 20000, &ending) == 1 && ending.code == WV_EVENT_LOUDNESS_RANGE, "measurement's ending %d",
           ending.code);
     scanned(e, source);
-    while (wv_next_event(e, &event, 0) == 1) {
+    /* An ending may still be on its way to the queue when its wait
+     * returns: drain until the engine has been quiet for a while. */
+    while (wv_next_event(e, &event, 300) == 1) {
     }
     CHECK(wv_next_event(e, &event, 0) == 0, "an empty queue");
     CHECK(wv_next_event(e, NULL, 0) == WV_ERR_OUT_OF_RANGE, "NULL out");
