@@ -28,6 +28,15 @@ double shapeAt(int shape, double x) {
     return x;
 }
 
+// One read() of `buffer`'s size, its frames appended to `out`.
+void readBlock(PcmInfoReader& reader, std::vector<char>& buffer, uint32_t channels, Samples& out) {
+    const int32_t n = reader.read(buffer.data(), static_cast<uint32_t>(buffer.size()));
+    const size_t at = out.size();
+    out.resize(at + size_t(n > 0 ? n : 0) * channels);
+    // An empty read may leave `out` without storage: no copy then.
+    if (out.size() > at) std::memcpy(out.data() + at, buffer.data(), (out.size() - at) * 2);
+}
+
 class ClipEffectsTest : public ::testing::Test {
 protected:
     // A mono or stereo source of a tone (channel 1 at half level), so every
@@ -74,10 +83,7 @@ protected:
         Samples out;
         std::vector<char> buffer(blockFrames * channels * 2);
         for (int guard = 0; guard < 100000; ++guard) {
-            const int32_t n = reader.read(buffer.data(), static_cast<uint32_t>(buffer.size()));
-            const size_t at = out.size();
-            out.resize(at + size_t(n > 0 ? n : 0) * channels);
-            if (out.size() > at) std::memcpy(out.data() + at, buffer.data(), (out.size() - at) * 2);
+            readBlock(reader, buffer, channels, out);
             if (reader.endState() != PcmInfoReader::MORE) break;
         }
         return out;
@@ -369,11 +375,7 @@ Samples readWhileLoading(SPcmInfo* fx, SPcmInfo* loading, uint32_t frames, uint3
     Samples out;
     std::vector<char> buffer(blockFrames * channels * 2);
     for (int guard = 0; guard < 100000; ++guard) {
-        const int32_t n = reader.read(buffer.data(), static_cast<uint32_t>(buffer.size()));
-        const size_t at = out.size();
-        out.resize(at + size_t(n > 0 ? n : 0) * channels);
-        // An empty read may leave `out` without storage: no copy then.
-        if (out.size() > at) std::memcpy(out.data() + at, buffer.data(), (out.size() - at) * 2);
+        readBlock(reader, buffer, channels, out);
         if (reader.endState() == PcmInfoReader::END) break;
         if (loading->status.load() == DECODING) {
             loading->frames = std::min(frames, loading->frames.load() + step);
