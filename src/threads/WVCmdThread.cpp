@@ -100,7 +100,7 @@ int32_t WVCmdThread::sendDelayedCmd(WVThreadCmd cmd, uint32_t delayMs) {
 int32_t WVCmdThread::sendWaitingCmd(WVThreadCmd cmd, uint32_t maxDelayMs, uint64_t wakesSeen) {
     WVThreadCmdContainer entry = delayedEntry(cmd, maxDelayMs);
     std::lock_guard<std::mutex> guard(mLock);
-    if (mWakes != wakesSeen) {
+    if (mWakes.load() != wakesSeen) {
         entry.due = timeOfDay();  // woken before it could wait
     } else {
         entry.wakeable = true;
@@ -110,14 +110,11 @@ int32_t WVCmdThread::sendWaitingCmd(WVThreadCmd cmd, uint32_t maxDelayMs, uint64
     return 0;
 }
 
-uint64_t WVCmdThread::wakeCount() {
-    std::lock_guard<std::mutex> guard(mLock);
-    return mWakes;
-}
+uint64_t WVCmdThread::wakeCount() { return mWakes.load(); }
 
 int32_t WVCmdThread::wakeWaiting() {
     std::lock_guard<std::mutex> guard(mLock);
-    ++mWakes;
+    mWakes.fetch_add(1);
     if (mWakeable == 0) return 0;
     std::list<WVThreadCmdContainer> woken;
     for (auto it = mDelayed.begin(); it != mDelayed.end();) {

@@ -154,7 +154,9 @@ protected:
     // Upper bound of the wakeable entries in mDelayed (reset by wakeWaiting),
     // so that a producer's call finds nothing to scan most of the time.
     int32_t mWakeable = 0;
-    uint64_t mWakes = 0;  // calls of wakeWaiting(), for sendWaitingCmd's wakesSeen
+    // Calls of wakeWaiting(), for sendWaitingCmd's wakesSeen: changed under
+    // mLock, read without it by wakeCount() before every chunk.
+    std::atomic<uint64_t> mWakes{0};
     mutable std::mutex mLock;
     std::condition_variable mCond;
 
