@@ -400,6 +400,23 @@ public:
     int32_t getPcmFrameLength(int id);
     /* Expected duration in ms, -3 while unknown. */
     int32_t getPcmDuration(int id);
+    /* A loaded file's samples where the engine keeps them, to map rather
+     * than copy: returns a new read-only, close-on-exec descriptor (>= 0)
+     * of the file that holds them, which the caller owns and closes, with
+     * *offset the byte their first frame starts at and *bytes their
+     * length: getPcmFrameLength x channels x 2 bytes of interleaved
+     * little-endian int16 at getPcmSampleRate and getPcmChannelCount, the
+     * decoded item's own format. The file is the item's PCM file in the
+     * working directory (offset 0), or the WAV itself for one read in place
+     * (offset 44). The data never changes while the descriptor or a mapping
+     * of it lives, also after removePcm or the engine's end (the name is
+     * gone then, the file not). Returns WV_ERR_NO_ITEM; WV_ERR_WRONG_ITEM
+     * for an item that is not a finished load (a clip list, a scan, a
+     * recording, a load still running, failed or cancelled) or whose file
+     * cannot be opened or is shorter than its frames (a WAV read in place
+     * that was replaced); WV_ERR_OUT_OF_RANGE for a NULL pointer. Any
+     * thread; no event. */
+    int32_t openPcmData(int id, uint64_t* offset, uint64_t* bytes);
     /* `count` 8-bit peaks of [startMs, endMs) into `buffer`; an endMs in
      * the item's last, partial millisecond or past it ends at its last
      * frame. */

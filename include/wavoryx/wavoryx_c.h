@@ -115,12 +115,15 @@ WAVORYX_API int32_t wv_get_scan_loudness(wv_engine* engine, int32_t id, int32_t*
                                          int32_t* range_tenths, int32_t* true_peak_tenths);
 WAVORYX_API int32_t wv_cancel_load_file(wv_engine* engine, int32_t id);
 
-/* PCM facts and peaks: as getPcmSampleRate, getPcmChannelCount,
- * getPcmFrameLength, getPcmDuration, getWaveformSamples, getWaveformPeaks. */
+/* PCM facts, data and peaks: as getPcmSampleRate, getPcmChannelCount,
+ * getPcmFrameLength, getPcmDuration, openPcmData, getWaveformSamples,
+ * getWaveformPeaks. */
 WAVORYX_API int32_t wv_get_pcm_sample_rate(wv_engine* engine, int32_t id);
 WAVORYX_API int32_t wv_get_pcm_channel_count(wv_engine* engine, int32_t id);
 WAVORYX_API int32_t wv_get_pcm_frame_length(wv_engine* engine, int32_t id);
 WAVORYX_API int32_t wv_get_pcm_duration(wv_engine* engine, int32_t id);
+WAVORYX_API int32_t wv_open_pcm_data(wv_engine* engine, int32_t id, uint64_t* offset,
+                                     uint64_t* bytes);
 WAVORYX_API int32_t wv_get_waveform_samples(wv_engine* engine, int32_t id, unsigned int start_ms,
                                             unsigned int end_ms, unsigned int count, void* buffer);
 WAVORYX_API int32_t wv_get_waveform_peaks(wv_engine* engine, int32_t id, unsigned int start_ms,

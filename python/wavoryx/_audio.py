@@ -1,6 +1,7 @@
 """Audio (a loaded file, a part of one, or a mix of several with effects)
 and Job (an export under way). Times are seconds everywhere."""
 import ctypes
+import mmap
 import os
 import struct
 import threading
@@ -311,12 +312,24 @@ class Audio:
         return target
 
     def to_numpy(self):
-        """The samples as int16, shape (frames, channels), at
-        sample_rate. Rendered to a WAV in the engine's private folder and
-        memory-mapped (copy on write): the public C API has no call that
-        hands out a range of samples."""
-        import numpy as np
+        """The samples as int16, shape (frames, channels), at sample_rate,
+        read-only. A loaded file, or a plain cut of one, is a memory map of
+        the engine's own PCM file: nothing is copied or read until used,
+        and the array stays valid after the Audio goes. A mix or an effect
+        is rendered to a WAV in the engine's private folder first and
+        mapped the same way."""
         self.wait()
+        if self._loaded:
+            mapped = _map_pcm(self._engine, self._item, self.channels)
+            if mapped is not None:
+                return mapped
+        elif len(self._parts) == 1 and not self._effects() and self._parts[0][0]._loaded:
+            audio, start, end = self._parts[0]
+            return audio.to_numpy()[start:end]
+        return self._render_numpy()
+
+    def _render_numpy(self):
+        import numpy as np
         path = self._engine.private_path(".wav")
         job = Job(self, self._render_list(path, C.ENCODE["wav"]), "to_numpy")
         try:
@@ -327,11 +340,36 @@ class Audio:
             frames = size // (2 * channels)
             if frames == 0:
                 return np.zeros((0, channels), dtype=np.int16)
-            mapped = np.memmap(path, dtype="<i2", mode="c", offset=offset, shape=(frames, channels))
-            return mapped.view(np.ndarray)
+            with open(path, "rb") as f:
+                return _map(f.fileno(), offset, frames * channels * 2, channels)
         finally:
             _unlink(path)
             _unlink(path + ".wave")
+
+
+def _map(fd, offset, size, channels):
+    """A read-only int16 (frames, channels) array over size bytes of the
+    file at offset; the mapping lives as long as the array."""
+    import numpy as np
+    if size == 0:
+        return np.zeros((0, channels), dtype=np.int16)
+    start = offset - offset % mmap.ALLOCATIONGRANULARITY
+    view = mmap.mmap(fd, offset - start + size, access=mmap.ACCESS_READ, offset=start)
+    array = np.frombuffer(view, dtype="<i2", count=size // 2, offset=offset - start)
+    return array.reshape(-1, channels)
+
+
+def _map_pcm(engine, item, channels):
+    """The loaded item's samples mapped where the engine keeps them, or
+    None when it keeps them in no such file."""
+    offset, size = ctypes.c_uint64(), ctypes.c_uint64()
+    fd = C.lib.wv_open_pcm_data(engine._ptr, item, ctypes.byref(offset), ctypes.byref(size))
+    if fd < 0:
+        return None
+    try:
+        return _map(fd, offset.value, size.value, channels)
+    finally:
+        os.close(fd)
 
 
 def _unlink(path):

@@ -76,6 +76,8 @@ _SIGNATURES = {
     "wv_get_pcm_sample_rate": (_I32, [_P, _I32]),
     "wv_get_pcm_channel_count": (_I32, [_P, _I32]),
     "wv_get_pcm_frame_length": (_I32, [_P, _I32]),
+    "wv_open_pcm_data": (_I32, [_P, _I32, ctypes.POINTER(ctypes.c_uint64),
+                                ctypes.POINTER(ctypes.c_uint64)]),
     "wv_get_waveform_peaks": (_I32, [_P, _I32, _U, _U, _U, ctypes.POINTER(ctypes.c_int16)]),
     "wv_new_clip_list": (_I32, [_P]),
     "wv_add_clip": (_I32, [_P, _I32, _I32, _U, _U]),

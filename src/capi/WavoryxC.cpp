@@ -232,6 +232,9 @@ int32_t wv_get_pcm_frame_length(wv_engine* e, int32_t id) {
     return e->engine.getPcmFrameLength(id);
 }
 int32_t wv_get_pcm_duration(wv_engine* e, int32_t id) { return e->engine.getPcmDuration(id); }
+int32_t wv_open_pcm_data(wv_engine* e, int32_t id, uint64_t* offset, uint64_t* bytes) {
+    return e->engine.openPcmData(id, offset, bytes);
+}
 
 int32_t wv_get_waveform_samples(wv_engine* e, int32_t id, unsigned int start_ms,
                                 unsigned int end_ms, unsigned int count, void* buffer) {

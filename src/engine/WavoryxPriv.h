@@ -58,6 +58,7 @@ public:
     int32_t getSourceTag(uint32_t id, const char* name, char* value, uint32_t size);
     int32_t getLoadDamage(uint32_t id, uint32_t* firstMs);
     int32_t getSourceFrames(uint32_t id, uint32_t* frames);
+    int32_t openPcmData(wv::pcm_id_t id, uint64_t* offset, uint64_t* bytes);  // PcmDataOps.cpp
 
     // Clip lists.
     int32_t newClipList();

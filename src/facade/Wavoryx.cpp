@@ -65,6 +65,9 @@ int32_t Wavoryx::getPcmFrameLength(int id) {
     return mPriv->getPcmFrameLength(static_cast<uint32_t>(id));
 }
 int32_t Wavoryx::getPcmDuration(int id) { return mPriv->getPcmDuration(static_cast<uint32_t>(id)); }
+int32_t Wavoryx::openPcmData(int id, uint64_t* offset, uint64_t* bytes) {
+    return mPriv->openPcmData(static_cast<uint32_t>(id), offset, bytes);
+}
 int32_t Wavoryx::getOutputBitRate(int id) {
     return mPriv->getOutputBitRate(static_cast<uint32_t>(id));
 }

@@ -104,3 +104,61 @@ def test_cancelled_render_ends_with_its_event_and_leaves_nothing(engine, tmp_pat
     assert wait(engine, lst).code == RENDER_CANCELLED
     assert target.read_bytes() == b"precious"
     assert sorted(os.listdir(tmp_path)) == ["long.wav", "out.mp3", "work"]
+
+
+def test_open_pcm_data_hands_out_a_read_only_copy_free_view_of_a_load(tmp_path):
+    import fcntl
+    import subprocess
+    open_data = LIB.wv_open_pcm_data
+    open_data.argtypes = [ctypes.c_void_p, ctypes.c_int32, ctypes.POINTER(ctypes.c_uint64),
+                          ctypes.POINTER(ctypes.c_uint64)]
+    LIB.wv_remove_pcm.argtypes = [ctypes.c_void_p, ctypes.c_int32]
+    wav = tmp_path / "in.wav"
+    write_wav(str(wav), 2)
+    flac = tmp_path / "in.flac"
+    subprocess.run(["ffmpeg", "-v", "error", "-i", str(wav), "-c:a", "flac", str(flac)], check=True)
+    decoded = subprocess.run(["ffmpeg", "-v", "error", "-i", str(flac), "-f", "s16le", "-"], check=True,
+                             stdout=subprocess.PIPE).stdout
+    offset, size = ctypes.c_uint64(), ctypes.c_uint64()
+    work = tmp_path / "work"
+    work.mkdir()
+    engine = LIB.wv_engine_new(str(work).encode())
+    views = []
+    # A WAV is read in place behind its header; a FLAC is decoded to the engine's own file.
+    for path, want_offset in ((wav, 44), (flac, 0)):
+        item = LIB.wv_load_file(engine, str(path).encode())
+        assert wait(engine, item).code == LOAD_DONE
+        fd = open_data(engine, item, ctypes.byref(offset), ctypes.byref(size))
+        assert fd >= 0
+        assert offset.value == want_offset and size.value == len(decoded)
+        assert fcntl.fcntl(fd, fcntl.F_GETFL) & os.O_ACCMODE == os.O_RDONLY
+        assert fcntl.fcntl(fd, fcntl.F_GETFD) & fcntl.FD_CLOEXEC
+        with pytest.raises(OSError):
+            os.write(fd, b"x")
+        assert LIB.wv_remove_pcm(engine, item) == item
+        views.append((fd, offset.value))
+    LIB.wv_engine_free(engine)
+    assert not os.listdir(work)
+    # The data outlives the item, its name and the engine.
+    for fd, at in views:
+        assert os.pread(fd, len(decoded), at) == decoded
+        os.close(fd)
+
+
+def test_open_pcm_data_refuses_what_is_not_a_finished_load(engine, tmp_path):
+    open_data = LIB.wv_open_pcm_data
+    open_data.argtypes = [ctypes.c_void_p, ctypes.c_int32, ctypes.POINTER(ctypes.c_uint64),
+                          ctypes.POINTER(ctypes.c_uint64)]
+    offset, size = ctypes.c_uint64(), ctypes.c_uint64()
+    wav = tmp_path / "in.wav"
+    write_wav(str(wav), 1)
+    item = LIB.wv_load_file(engine, str(wav).encode())
+    wait(engine, item)
+    clips = LIB.wv_new_clip_list(engine)
+    assert LIB.wv_add_clip_ms(engine, clips, item, 0, 500) >= 0
+    assert open_data(engine, clips, ctypes.byref(offset), ctypes.byref(size)) == -2
+    assert open_data(engine, 9999, ctypes.byref(offset), ctypes.byref(size)) == -1
+    assert open_data(engine, item, None, ctypes.byref(size)) == -4
+    bad = LIB.wv_load_file(engine, str(tmp_path / "missing.mp3").encode())
+    assert wait(engine, bad).code == LOAD_FAILED
+    assert open_data(engine, bad, ctypes.byref(offset), ctypes.byref(size)) == -2
