@@ -502,15 +502,17 @@ def from_numpy(samples, sample_rate, engine=None):
     if not 1000 <= rate <= 384000:
         raise OutOfRangeError("from_numpy: sample_rate %r is out of range" % (sample_rate,))
     channels = x.shape[1]
-    data = x.tobytes()
+    size = x.nbytes
+    if size > 0xFFFFFFFF - 36:
+        raise OutOfRangeError("from_numpy: over 4 GB of samples do not fit in one WAV")
     path = engine.private_path(".wav")
     fd = os.open(path, os.O_WRONLY | os.O_CREAT | os.O_EXCL | os.O_CLOEXEC | os.O_NOFOLLOW, 0o600)
     try:
         with os.fdopen(fd, "wb") as f:
-            f.write(b"RIFF" + struct.pack("<I", 36 + len(data)) + b"WAVEfmt " +
+            f.write(b"RIFF" + struct.pack("<I", 36 + size) + b"WAVEfmt " +
                     struct.pack("<IHHIIHH", 16, 1, channels, rate, rate * 2 * channels,
-                                2 * channels, 16) + b"data" + struct.pack("<I", len(data)))
-            f.write(data)
+                                2 * channels, 16) + b"data" + struct.pack("<I", size))
+            f.write(x.reshape(-1).view(np.uint8))  # the array's own bytes, not a copy of them
     except BaseException:
         os.unlink(path)
         raise
