@@ -142,3 +142,13 @@ def test_export_formats_bitrate_and_loudness_target(media, tmp_path):
         a.export(tmp_path / "x.unknown")
     with pytest.raises(ValueError):
         a.export(tmp_path / "x.wav", format="tape")
+
+
+def test_a_ranged_load_holds_the_frames_of_a_whole_load(media):
+    for name in ("tones.flac", "tones.mp3"):
+        whole = wv.load(media / name).to_numpy()
+        part = wv.load(media / name, start=2.5, end=5.0)
+        assert np.array_equal(part.to_numpy(), whole[110250:220500]), name
+        assert np.array_equal(wv.load(media / name, start=6.0).to_numpy(), whole[264600:]), name
+    with pytest.raises(wv.OutOfRangeError):
+        wv.load(media / "tones.flac", start=3.0, end=2.0)

@@ -456,13 +456,24 @@ class Job:
         return self
 
 
-def load(path, engine=None):
+def load(path, engine=None, *, start=None, end=None):
     """Starts decoding the file and returns its Audio once the format is
-    known (decoding goes on in the background). Raises ReadError for a
-    file that cannot be read or is not audio."""
+    known (decoding goes on in the background). With start and/or end
+    (seconds) only that part is decoded, its samples those of the same
+    part of the whole file: a few minutes of a long file load in the time
+    of those minutes. Raises ReadError for a file that cannot be read or
+    is not audio."""
     engine = engine or default_engine()
     path = os.fspath(path)
-    item = engine.create(C.lib.wv_load_file, path.encode(), what="load %s" % path)
+    if start is None and end is None:
+        item = engine.create(C.lib.wv_load_file, path.encode(), what="load %s" % path)
+    else:
+        first = _ms(start or 0.0, "load")
+        last = C.END if end is None else _ms(end, "load")
+        if last <= first:
+            raise OutOfRangeError("load: end %r is not after start %r" % (end, start))
+        item = engine.create(C.lib.wv_load_file_range, path.encode(), first, last,
+                             what="load %s" % path)
     audio = Audio(engine, item, what=repr(path))
     ending = engine.wait(item, C.lib.wv_cancel_load_file, until_started=True, what="load %s" % path)
     if ending is not None:

@@ -69,6 +69,7 @@ _SIGNATURES = {
     "wv_version": (ctypes.c_char_p, []),
     "wv_remove_pcm": (_I32, [_P, _I32]),
     "wv_load_file": (_I32, [_P, ctypes.c_char_p]),
+    "wv_load_file_range": (_I32, [_P, ctypes.c_char_p, _U, _U]),
     "wv_get_source_info": (_I32, [_P, _I32, ctypes.POINTER(SourceInfo)]),
     "wv_get_source_tag": (_I32, [_P, _I32, ctypes.c_char_p, ctypes.c_char_p, _U]),
     "wv_get_source_frames": (_I32, [_P, _I32, ctypes.POINTER(ctypes.c_uint32)]),
