@@ -315,9 +315,10 @@ class Audio:
         """The samples as int16, shape (frames, channels), at sample_rate,
         read-only. A loaded file, or a plain cut of one, is a memory map of
         the engine's own PCM file: nothing is copied or read until used,
-        and the array stays valid after the Audio goes. A mix or an effect
-        is rendered to a WAV in the engine's private folder first and
-        mapped the same way."""
+        and the array stays valid after the Audio goes (a WAV the engine
+        reads in place is that file itself: keep it unchanged while the
+        array is used). A mix or an effect is rendered to a WAV in the
+        engine's private folder first and mapped the same way."""
         self.wait()
         if self._loaded:
             mapped = _map_pcm(self._engine, self._item, self.channels)
