@@ -125,9 +125,14 @@ class Engine:
         KeyboardInterrupt cancels the job (cancel(engine, item)), waits for
         its end and is raised again."""
         ending = C.Event()
+        # wv_wait wakes at a job's end, not at its start: a wait for the
+        # start looks often at first (a load starts within milliseconds)
+        # and backs off to the usual period.
+        poll = 1 if until_started else _POLL_MS
         try:
             while True:
-                got = C.lib.wv_wait(self._ptr, item, _POLL_MS, ctypes.byref(ending))
+                got = C.lib.wv_wait(self._ptr, item, poll, ctypes.byref(ending))
+                poll = min(2 * poll, _POLL_MS)
                 check(got, what)
                 self._pump()
                 record = self._records.get(item)
