@@ -651,6 +651,11 @@ public:
      * queued, under way, failed or cancelled); -4 a NULL startEnd with
      * maxPairs > 0. Any thread. */
     int32_t getSilences(int id, uint32_t* startEnd, unsigned int maxPairs);
+    /* What that scan read: returns the rate (Hz) its frames count at and
+     * stores in *frames how many it read (the item's length as scanned: a
+     * list's at its output rate, which getPcmFrameLength tells only once
+     * the list renders). -1, -3 as getSilences; -4 for a NULL frames. */
+    int32_t getSilenceScanFrames(int id, uint32_t* frames);
 
     /* Makes `id` the item played and prepares its player, paused
      * (playResume starts it); an item already played is rewound to 0 at

@@ -311,6 +311,9 @@ int32_t wv_scan_silence(wv_engine* e, int32_t id, int threshold_tenths_db, unsig
 int32_t wv_get_silences(wv_engine* e, int32_t id, uint32_t* start_end, unsigned int max_pairs) {
     return e->engine.getSilences(id, start_end, max_pairs);
 }
+int32_t wv_get_silence_scan_frames(wv_engine* e, int32_t id, uint32_t* frames) {
+    return e->engine.getSilenceScanFrames(id, frames);
+}
 int32_t wv_play_start(wv_engine* e, int32_t id) { return e->engine.playStart(id); }
 int32_t wv_play_pause(wv_engine* e) { return e->engine.playPause(); }
 int32_t wv_play_resume(wv_engine* e) { return e->engine.playResume(); }

@@ -49,6 +49,7 @@ enum class Report : int {
     kGetScanLoudness,
     kScanSilence,
     kGetSilences,
+    kGetSilenceScanFrames,
     kCount
 };
 
@@ -123,6 +124,8 @@ inline constexpr ReportSite kReportSites[] = {
     {Report::kScanSilence, 0, 0, 0, "int32_t WavoryxPriv::scanSilence(uint32_t, int32_t, uint32_t)"},
     {Report::kGetSilences, 0, 0, 0,
      "int32_t WavoryxPriv::getSilences(uint32_t, uint32_t*, uint32_t)"},
+    {Report::kGetSilenceScanFrames, 0, 0, 0,
+     "int32_t WavoryxPriv::getSilenceScanFrames(uint32_t, uint32_t*)"},
 };
 
 constexpr bool reportSitesInOrder() {

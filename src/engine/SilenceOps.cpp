@@ -46,3 +46,12 @@ int32_t WavoryxPriv::getSilences(uint32_t id, uint32_t* startEnd, uint32_t maxPa
     if (count < 0) return -3;
     return count > INT32_MAX ? INT32_MAX : static_cast<int32_t>(count);
 }
+
+int32_t WavoryxPriv::getSilenceScanFrames(uint32_t id, uint32_t* frames) {
+    if (frames == nullptr) return -4;
+    ItemHold hold(this, id);
+    SPcmInfo* item = holdItem(hold, id, Report::kGetSilenceScanFrames);
+    if (item == nullptr) return -1;
+    const uint32_t rate = item->silences.length(frames);
+    return rate == 0 ? -3 : static_cast<int32_t>(rate);
+}

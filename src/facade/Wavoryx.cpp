@@ -162,6 +162,9 @@ int32_t Wavoryx::scanSilence(int id, int thresholdTenthsDb, unsigned int minMs) 
 int32_t Wavoryx::getSilences(int id, uint32_t* startEnd, unsigned int maxPairs) {
     return mPriv->getSilences(static_cast<uint32_t>(id), startEnd, maxPairs);
 }
+int32_t Wavoryx::getSilenceScanFrames(int id, uint32_t* frames) {
+    return mPriv->getSilenceScanFrames(static_cast<uint32_t>(id), frames);
+}
 int32_t Wavoryx::cancelProcess(int listId) {
     return mPriv->cancelProcess(static_cast<uint32_t>(listId));
 }

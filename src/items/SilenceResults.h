@@ -19,11 +19,21 @@ public:
         mReady = false;
         mSilences.clear();
     }
-    // The scan ended with these [start, end) frame pairs.
-    void set(std::vector<std::pair<uint32_t, uint32_t>> silences) {
+    // The scan ended with these [start, end) frame pairs, having read
+    // `frames` frames at `rate` Hz.
+    void set(std::vector<std::pair<uint32_t, uint32_t>> silences, uint32_t frames, uint32_t rate) {
         std::lock_guard<std::mutex> guard(mLock);
         mSilences = std::move(silences);
+        mFrames = frames;
+        mRate = rate;
         mReady = true;
+    }
+    // The rate the scan read at (0 while there is nothing to read), and the
+    // frames it read into *frames.
+    uint32_t length(uint32_t* frames) const {
+        std::lock_guard<std::mutex> guard(mLock);
+        *frames = mReady ? mFrames : 0;
+        return mReady ? mRate : 0;
     }
     // Copies up to maxPairs pairs into startEnd (start, end, start, ...)
     // and returns how many there are in all; -1 while there are none to
@@ -42,6 +52,8 @@ public:
 private:
     mutable std::mutex mLock;
     bool mReady = false;
+    uint32_t mFrames = 0;
+    uint32_t mRate = 0;
     std::vector<std::pair<uint32_t, uint32_t>> mSilences;
 };
 

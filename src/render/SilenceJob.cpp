@@ -83,7 +83,8 @@ JobStep SilenceJob::finish(SPcmInfo* item) {
     const auto count = static_cast<int32_t>(mFinder->silences().size());
     WV_LOGI("item %d: %d silences in %llu frames", static_cast<int>(item->id), count,
             static_cast<unsigned long long>(mFinder->position()));
-    item->silences.set(mFinder->silences());
+    item->silences.set(mFinder->silences(), static_cast<uint32_t>(mFinder->position()),
+                       static_cast<uint32_t>(mReader->outSampleRate()));
     return JobStep::end(EVT_SILENCES, count);
 }
 

@@ -204,6 +204,8 @@ static void pulledEvents(const char* folder, const char* source) {
         CHECK(wv_scan_silence(e, id, 0, 100) == WV_OK && wv_wait(e, id, 20000, &ending) == 1 &&
                   wv_get_silences(e, id, pair, 1) == 1 && pair[0] == 0 && pair[1] == FRAMES,
               "silences at 0 dBFS: %u-%u", pair[0], pair[1]);
+        CHECK(wv_get_silence_scan_frames(e, id, &pair[0]) == RATE && pair[0] == FRAMES, "scanned %u frames",
+              pair[0]);
         CHECK(strcmp(wv_event_name(WV_EVENT_SILENCES), "SILENCES") == 0, "event name");
     }
     scanned(e, source);

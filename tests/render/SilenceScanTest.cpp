@@ -215,6 +215,10 @@ TEST_F(SilenceScanTest, ListsAreScannedAsTheirJoinedFramesAndLoadsAreFollowed) {
     const uint32_t list = newList({{first, 0, 72000}, {second, 0, 60000}});
     EXPECT_EQ(scan(list, -500, 700), (Intervals{{48000, 84000}}));
     EXPECT_EQ(scan(list, -500, 800), Intervals{});
+    uint32_t scanned = 0;
+    EXPECT_EQ(engine->getSilenceScanFrames(int(list), &scanned), 48000);
+    EXPECT_EQ(scanned, 132000u) << "the list's whole length, at its rate";
+    EXPECT_EQ(engine->getSilenceScanFrames(int(list), nullptr), WV_ERR_OUT_OF_RANGE);
     EXPECT_EQ(first->frames.load(), 72000u) << "a scan writes nothing";
 
     // Half of an item present while it loads: the scan waits for the rest.
@@ -257,6 +261,8 @@ TEST_F(SilenceScanTest, ArgumentsFailuresAndCancel) {
     EXPECT_EQ(engine->waitForJob(int(failed->id), WV_JOB_RENDER, 30000, &value), int(wv::EVT_RENDER_FAILED));
     EXPECT_EQ(value, -1);
     EXPECT_EQ(engine->getSilences(int(failed->id), nullptr, 0), WV_ERR_DURATION_UNKNOWN);
+    uint32_t none2 = 0;
+    EXPECT_EQ(engine->getSilenceScanFrames(int(failed->id), &none2), WV_ERR_DURATION_UNKNOWN);
 
     // Cancelled while it waits for data: 23.
     wv::SPcmInfo* waiting = addPcmItem(level(4800, 1, -10), 48000, 1, wv::DECODING);
