@@ -1,7 +1,8 @@
-// wavoryx silence FILE: the silences of a file, as text or JSON; and
+// wavoryx silence FILE: the silences of a file, as text or JSON, from a scan
+// that keeps no audio (Wavoryx::scanFileSilence); and
 // wavoryx split FILE --on-silence -o PATTERN: one file per stretch of sound
-// between them. Both load the file and scan it as it loads (the scan follows
-// the decoder), on the engine's silence scan (Wavoryx::scanSilence).
+// between them, which loads the file and finds its silences as it loads
+// (Wavoryx::scanSilence follows the decoder).
 #include <cinttypes>
 #include <cstdio>
 #include <memory>
@@ -17,6 +18,7 @@
 #include "Jobs.h"
 #include "OptionChecks.h"
 #include "OutputFile.h"
+#include "Progress.h"
 #include "Overwrite.h"
 #include "Session.h"
 #include "Silences.h"
@@ -66,13 +68,29 @@ int loadAndFind(Session& session, SourceLoads& loads, const std::string& file, c
 int runSilence(const SilenceOptions& options, const GlobalOptions& global) {
     Session session(global);
     if (!session.open(namesStandardInput({options.file}))) return interruptSignal() != 0 ? interruptExitStatus() : 1;
+    // A scan: the file is decoded once and its audio kept nowhere.
     SourceLoads loads(session);
-    int id = 0;
-    int rate = 0;
-    uint32_t frames = 0;
-    Silences silences;
-    const int status = loadAndFind(session, loads, options.file, options.choice, &id, &rate, &frames, silences);
+    loads.scanSilencesInstead(options.choice.tenthsDb(), options.choice.minMs());
+    loads.start({options.file});
+    Progress progress("finding silences in " + options.file.substr(options.file.find_last_of('/') + 1),
+                      global.quiet);
+    loads.setProgress(&progress, true);
+    const int status = loads.waitUntil([&] { return loads.allEnded(); }, false);
+    loads.setProgress(nullptr, false);
+    const LoadedSource& source = loads.sources().front();
+    progress.finish(status == 0 && source.ok);
     if (status != 0) return status;
+    Wavoryx& engine = session.engine();
+    uint32_t frames = 0;
+    const int rate = engine.getSilenceScanFrames(source.id, &frames);
+    const int32_t count = engine.getSilences(source.id, nullptr, 0);
+    std::vector<uint32_t> pairs(size_t(count > 0 ? count : 0) * 2);
+    if (rate <= 0 || count < 0 || engine.getSilences(source.id, pairs.data(), uint32_t(count)) != count) {
+        reportError(options.file, "its silences could not be read");
+        return 1;
+    }
+    Silences silences;
+    for (int32_t i = 0; i < count; ++i) silences.emplace_back(pairs[2 * size_t(i)], pairs[2 * size_t(i) + 1]);
     const auto seconds = [rate](uint32_t frame) { return double(frame) / double(rate); };
     if (options.json) {
         std::printf("[");

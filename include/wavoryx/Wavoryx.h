@@ -642,12 +642,20 @@ public:
      * Returns 0; -1 unknown id; -2 a scan's item (scanFile: no audio) or a
      * recording under way; -4 a threshold or length out of range. */
     int32_t scanSilence(int id, int thresholdTenthsDb, unsigned int minMs);
-    /* The silences the item's last silence scan found, once its event 29 is
-     * posted and until scanSilence is called again: up to maxPairs of them
+    /* The same silences found on a scan of a file (as scanFile: decoded
+     * once, nothing written to the working directory, the item keeping no
+     * audio), with the same rule and arguments: the frames are the file's
+     * as a loadFile holds them. The load's events are scanFile's (6, 3, 8,
+     * then 4, or 0 or 5); getSilences and getSilenceScanFrames answer from
+     * event 4 on. Returns the new item's id; -4 for a threshold or length
+     * out of range (nothing is registered). Any thread. */
+    int32_t scanFileSilence(char const* path, int thresholdTenthsDb, unsigned int minMs);
+    /* The silences the item's last silence scan found, once its event 29
+     * (scanFileSilence: 4) is posted and until scanSilence is called again: up to maxPairs of them
      * into startEnd (2 values each, start then end frame, in order); returns
      * how many there are in all (more than maxPairs: ask again with room
      * for all). startEnd may be NULL with maxPairs 0 to ask the count.
-     * Returns -1 unknown id; -3 no scan of the item ended with 29 (none
+     * Returns -1 unknown id; -3 no scan of the item ended with 29 or 4 (none
      * queued, under way, failed or cancelled); -4 a NULL startEnd with
      * maxPairs > 0. Any thread. */
     int32_t getSilences(int id, uint32_t* startEnd, unsigned int maxPairs);

@@ -75,6 +75,7 @@ public:
     int32_t loadFile(const char* path);
     int32_t loadFileRange(const char* path, uint32_t startMs, uint32_t endMs);
     int32_t scanFile(const char* path, const WvPeakSet* sets, uint32_t setCount, int32_t loudness);
+    int32_t scanFileSilence(const char* path, int32_t thresholdTenthsDb, uint32_t minMs);
     int32_t getScanPeaks(uint32_t id, uint32_t set, int16_t* minMax, uint32_t count);
     int32_t getScanLoudness(uint32_t id, int32_t* integrated, int32_t* range, int32_t* truePeak);
     int32_t loadStream(int fd);

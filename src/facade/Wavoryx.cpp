@@ -159,6 +159,9 @@ int32_t Wavoryx::measureLoudness(int id) {
 int32_t Wavoryx::scanSilence(int id, int thresholdTenthsDb, unsigned int minMs) {
     return mPriv->scanSilence(static_cast<uint32_t>(id), thresholdTenthsDb, minMs);
 }
+int32_t Wavoryx::scanFileSilence(char const* path, int thresholdTenthsDb, unsigned int minMs) {
+    return mPriv->scanFileSilence(path, thresholdTenthsDb, minMs);
+}
 int32_t Wavoryx::getSilences(int id, uint32_t* startEnd, unsigned int maxPairs) {
     return mPriv->getSilences(static_cast<uint32_t>(id), startEnd, maxPairs);
 }

@@ -181,6 +181,36 @@ TEST_F(SilenceScanTest, SoxTonesWithKnownGapsGiveExactIntervals) {
     EXPECT_EQ(scan(id, 0, 1000), (Intervals{{0, 319725}}));
 }
 
+TEST_F(SilenceScanTest, AFileScanFindsTheSameSilencesAndKeepsNoAudio) {
+    if (!haveSox()) GTEST_SKIP() << "sox missing";
+    const std::string path = dir.file("gaps.flac");
+    const std::string tone = "sox -V1 -n -r 44100 -c 2 -b 16 -p synth ";
+    ASSERT_TRUE(run("sox -R \"|" + tone + "0.7 sine 300 gain -200\" \"|" + tone + "1.5 square 300 gain -6\" \"|" + tone +
+                    "2 sine 300 gain -200\" \"|" + tone + "1 square 300 gain -6\" " + wvtest::shellQuote(path)));
+    const int32_t id = engine->scanFileSilence(path.c_str(), -500, 500);
+    ASSERT_GT(id, 0);
+    EXPECT_EQ(engine->waitForJob(id, WV_JOB_LOAD, 30000, nullptr), int(wv::EVT_LOAD_DONE));
+    std::vector<uint32_t> pairs(4);
+    ASSERT_EQ(engine->getSilences(id, pairs.data(), 2), 2);
+    EXPECT_EQ(pairs, (std::vector<uint32_t>{0, 30870, 97020, 185220}));
+    uint32_t frames = 0;
+    EXPECT_EQ(engine->getSilenceScanFrames(id, &frames), 44100);
+    EXPECT_EQ(frames, 229320u);
+    EXPECT_EQ(wvtest::namesIn(dir.path()).count(std::to_string(id) + ".pcm"), 0u) << "a scan writes no audio";
+    // The same as a silence scan of the loaded file.
+    const uint32_t loaded = load(path);
+    EXPECT_EQ(scan(loaded, -500, 500), (Intervals{{0, 30870}, {97020, 185220}}));
+    // Arguments out of range register nothing.
+    EXPECT_EQ(engine->scanFileSilence(path.c_str(), 10, 500), WV_ERR_OUT_OF_RANGE);
+    EXPECT_EQ(engine->scanFileSilence(path.c_str(), -500, 86400001u), WV_ERR_OUT_OF_RANGE);
+    // A file that is not audio: event 0, and nothing to read.
+    const std::string text = dir.file("notes.txt");
+    wvtest::writeFile(text, "hello", 5);
+    const int32_t bad = engine->scanFileSilence(text.c_str(), -500, 500);
+    EXPECT_EQ(engine->waitForJob(bad, WV_JOB_LOAD, 30000, nullptr), int(wv::EVT_LOAD_FAILED));
+    EXPECT_EQ(engine->getSilences(bad, nullptr, 0), WV_ERR_DURATION_UNKNOWN);
+}
+
 TEST_F(SilenceScanTest, AgreesWithFfmpegOnSpeechAndOnAnMp3) {
     if (!haveSox() || !wvtest::ffmpegAvailable() || !run("espeak-ng --version >/dev/null 2>&1")) {
         GTEST_SKIP() << "sox, ffmpeg or espeak-ng missing";
