@@ -137,8 +137,7 @@ void BM_ScanTenMinutesOfPcm(benchmark::State& state) {
         if (ending != int(wv::EVT_SILENCES)) return state.SkipWithError("the scan failed");
         state.SetIterationTime(seconds);
         state.counters["x_real_time"] = 600.0 / seconds;
-        std::printf("10 min stereo PCM: scan %.3f s, %.0fx real time, %d silences\n", seconds, 600.0 / seconds,
-                    found);
+        std::printf("10 min stereo PCM: scan %.3f s, %.0fx real time, %d silences\n", seconds, 600.0 / seconds, found);
     }
 }
 

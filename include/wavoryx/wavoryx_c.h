@@ -165,8 +165,8 @@ WAVORYX_API int32_t wv_scan_silence(wv_engine* engine, int32_t id, int threshold
                                     unsigned int min_ms);
 WAVORYX_API int32_t wv_get_silences(wv_engine* engine, int32_t id, uint32_t* start_end,
                                     unsigned int max_pairs);
-WAVORYX_API int32_t wv_scan_file_silence(wv_engine* engine, const char* path, int threshold_tenths_db,
-                                         unsigned int min_ms);
+WAVORYX_API int32_t wv_scan_file_silence(wv_engine* engine, const char* path,
+                                         int threshold_tenths_db, unsigned int min_ms);
 WAVORYX_API int32_t wv_get_silence_scan_frames(wv_engine* engine, int32_t id, uint32_t* frames);
 
 /* Playback: as playStart, playPause, playResume, playStop, playSeekTo,

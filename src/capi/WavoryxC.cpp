@@ -311,7 +311,8 @@ int32_t wv_scan_silence(wv_engine* e, int32_t id, int threshold_tenths_db, unsig
 int32_t wv_get_silences(wv_engine* e, int32_t id, uint32_t* start_end, unsigned int max_pairs) {
     return e->engine.getSilences(id, start_end, max_pairs);
 }
-int32_t wv_scan_file_silence(wv_engine* e, const char* path, int threshold_tenths_db, unsigned int min_ms) {
+int32_t wv_scan_file_silence(wv_engine* e, const char* path, int threshold_tenths_db,
+                             unsigned int min_ms) {
     return e->engine.scanFileSilence(path, threshold_tenths_db, min_ms);
 }
 int32_t wv_get_silence_scan_frames(wv_engine* e, int32_t id, uint32_t* frames) {

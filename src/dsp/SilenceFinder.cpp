@@ -39,7 +39,8 @@ void SilenceFinder::feed(const int16_t* samples, uint32_t frames, uint32_t chann
         const int16_t* p = samples + static_cast<size_t>(f) * channels;
         const int16_t* end = samples + static_cast<size_t>(frames) * channels;
         while (p < end && quiet(*p)) ++p;
-        const auto quietSamples = static_cast<size_t>(p - (samples + static_cast<size_t>(f) * channels));
+        const auto quietSamples =
+            static_cast<size_t>(p - (samples + static_cast<size_t>(f) * channels));
         f += static_cast<uint32_t>(quietSamples / channels);
         if (f < frames) {
             close(mPosition + f);

@@ -93,7 +93,8 @@ public:
     int32_t process(uint32_t listId);
     int32_t cancelProcess(uint32_t listId);
     int32_t measureLoudness(uint32_t id);  // LoudnessOps.cpp
-    int32_t scanSilence(uint32_t id, int32_t thresholdTenthsDb, uint32_t minMs);  // SilenceOps.cpp
+    // SilenceOps.cpp
+    int32_t scanSilence(uint32_t id, int32_t thresholdTenthsDb, uint32_t minMs);
     int32_t getSilences(uint32_t id, uint32_t* startEnd, uint32_t maxPairs);
     int32_t getSilenceScanFrames(uint32_t id, uint32_t* frames);
     int32_t getWaveformSamples(wv::pcm_id_t id, wv::duration_t startMs, wv::duration_t endMs,

@@ -8,8 +8,8 @@
 #include "base/Log.h"
 #include "items/PcmInfoReader.h"
 #include "platform/media/ChannelDecoder.h"
-#include "render/ItemFormat.h"
 #include "render/EncoderThread.h"
+#include "render/ItemFormat.h"
 
 namespace wv {
 namespace {

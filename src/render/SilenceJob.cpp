@@ -58,7 +58,8 @@ JobStep SilenceJob::step(WVThreadCmd& cmd) {
         mFinder->feed(reinterpret_cast<const int16_t*>(mBlock.data()), static_cast<uint32_t>(n),
                       mChannels);
     }
-    if (mTotalFrames == 0) mTotalFrames = expectedFrames(item, static_cast<uint32_t>(mReader->outSampleRate()));
+    if (mTotalFrames == 0)
+        mTotalFrames = expectedFrames(item, static_cast<uint32_t>(mReader->outSampleRate()));
     if (n > 0 && mTotalFrames > 0) {
         mWorker.update(static_cast<float>(mFinder->position()) / static_cast<float>(mTotalFrames),
                        &mLastProgress);

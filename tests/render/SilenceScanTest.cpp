@@ -29,7 +29,9 @@ std::vector<int16_t> level(uint32_t frames, int channels, double dbfs) {
     return out;
 }
 
-void append(std::vector<int16_t>& to, const std::vector<int16_t>& more) { to.insert(to.end(), more.begin(), more.end()); }
+void append(std::vector<int16_t>& to, const std::vector<int16_t>& more) {
+    to.insert(to.end(), more.begin(), more.end());
+}
 
 Intervals find(const std::vector<int16_t>& samples, int channels, double db, uint32_t minFrames, size_t piece) {
     wv::SilenceFinder finder(db, minFrames);
@@ -185,8 +187,8 @@ TEST_F(SilenceScanTest, AFileScanFindsTheSameSilencesAndKeepsNoAudio) {
     if (!haveSox()) GTEST_SKIP() << "sox missing";
     const std::string path = dir.file("gaps.flac");
     const std::string tone = "sox -V1 -n -r 44100 -c 2 -b 16 -p synth ";
-    ASSERT_TRUE(run("sox -R \"|" + tone + "0.7 sine 300 gain -200\" \"|" + tone + "1.5 square 300 gain -6\" \"|" + tone +
-                    "2 sine 300 gain -200\" \"|" + tone + "1 square 300 gain -6\" " + wvtest::shellQuote(path)));
+    ASSERT_TRUE(run("sox -R \"|" + tone + "0.7 sine 300 gain -200\" \"|" + tone + "1.5 square 300 gain -6\" \"|" +
+                    tone + "2 sine 300 gain -200\" \"|" + tone + "1 square 300 gain -6\" " + wvtest::shellQuote(path)));
     const int32_t id = engine->scanFileSilence(path.c_str(), -500, 500);
     ASSERT_GT(id, 0);
     EXPECT_EQ(engine->waitForJob(id, WV_JOB_LOAD, 30000, nullptr), int(wv::EVT_LOAD_DONE));
