@@ -1,6 +1,7 @@
 #include "SilenceCuts.h"
 
 #include <algorithm>
+#include <cmath>
 
 #include <CLI/CLI.hpp>
 #include <wavoryx/Wavoryx.h>
@@ -30,6 +31,21 @@ std::optional<uint32_t> timeOf(const std::string& text) {
     return ms;
 }
 
+// --declick's length: a bare number is milliseconds (5 is 5 ms), as the
+// option's name says; a time with a unit as elsewhere (5ms, 0.005s).
+bool declickMs(const std::string& text, uint32_t& ms, std::string& why) {
+    double value = 0;
+    if (parseDecimal(text, value)) {
+        if (value < 0 || value > 10000) {
+            why = text + " is out of range: use 0 to 10000 ms";
+            return false;
+        }
+        ms = uint32_t(std::lround(value));
+        return true;
+    }
+    return parseTimeMs(text, ms, why);
+}
+
 uint32_t framesOfMs(uint64_t ms, int rate) { return uint32_t(ms * uint32_t(rate) / 1000); }
 
 }  // namespace
@@ -44,15 +60,24 @@ void addSilenceCutOptions(CLI::App* edit, SilenceCutChoice& choice) {
                    "Remove the silence at the start and at the end, but for 10 ms next to the sound, faded");
     addSilenceOptions(edit, choice.detect, "--silence-threshold", "--silence-min");
     edit->add_option("--declick", choice.declickText,
-                     "Fade out and in over TIME (e.g. 5ms) at every join that has no crossfade, and at the cuts of "
+                     "Fade out and in over MS milliseconds at every join that has no crossfade, and at the cuts of "
                      "--shorten-silence and --trim-silence (default: joins as they are)")
-        ->check(timeText())
-        ->type_name("TIME");
+        ->check(CLI::Validator(
+            [](std::string& input) -> std::string {
+                uint32_t ms = 0;
+                std::string why;
+                return declickMs(input, ms, why) ? std::string() : why;
+            },
+            ""))
+        ->type_name("MS");
 }
 
 void settleSilenceCuts(SilenceCutChoice& choice) {
     choice.shortenMs = timeOf(choice.shortenText);
-    choice.declickMs = timeOf(choice.declickText);
+    choice.declickMs.reset();
+    uint32_t ms = 0;
+    std::string why;
+    if (!choice.declickText.empty() && declickMs(choice.declickText, ms, why)) choice.declickMs = ms;
 }
 
 std::vector<KeptPart> keptParts(const Silences& silences, uint32_t frames, int rate, const SilenceCutChoice& choice) {

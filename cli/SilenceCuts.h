@@ -12,7 +12,8 @@
 //   --trim-silence         the silence at the start and at the end goes,
 //                          but for the fade's length next to the sound.
 // Every cut gets a fade out and a fade in of `fadeMs` (10 ms, or --declick's
-// length), within the silence kept, so no join clicks.
+// length), within the silence kept, so no join clicks. --declick MS takes
+// milliseconds (a bare number), or a time with its unit.
 #ifndef WAVORYX_CLI_SILENCECUTS_H
 #define WAVORYX_CLI_SILENCECUTS_H
 
