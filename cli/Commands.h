@@ -32,6 +32,8 @@ void addEditCommand(CLI::App& app, CommandLine& line);
 void addWaveformCommand(CLI::App& app, CommandLine& line);
 void addPlayCommand(CLI::App& app, CommandLine& line);
 void addRecordCommand(CLI::App& app, CommandLine& line);
+// silence and split (SilenceCommand.cpp).
+void addSilenceCommand(CLI::App& app, CommandLine& line);
 
 }  // namespace wvcli
 

@@ -33,6 +33,7 @@
 #include "OutputFile.h"
 #include "Progress.h"
 #include "Session.h"
+#include "SilenceCuts.h"
 #include "StandardInput.h"
 #include "TimeSpec.h"
 
@@ -63,6 +64,7 @@ struct EditOptions {
     std::string sourceAfterNormalize;
     int lufsTenths = 0;
     int truePeakTenths = kDefaultTruePeakTenths;
+    SilenceCutChoice silence;  // --shorten-silence, --trim-silence, --declick
 };
 
 constexpr const char* kDefaultLoudness = "-16";
@@ -109,6 +111,7 @@ void checkEditOptions(EditOptions& options) {
         options.lufsTenths = tenthsOf(options.loudnessText.empty() ? kDefaultLoudness : options.loudnessText);
         if (options.truePeakGiven) options.truePeakTenths = tenthsOf(options.truePeakText);
     }
+    settleSilenceCuts(options.silence);
 }
 
 // A time, as the rest of the command writes them.
@@ -308,6 +311,8 @@ bool applyEffects(Wavoryx& engine, int list, const EditOptions& options, const s
         reportLine("the engine refused " + what + " (error " + std::to_string(result) + ")");
         return true;
     };
+    // --declick fades both sides of every join, where no crossfade overlaps it.
+    const uint32_t declick = options.crossfadeMs ? 0 : options.silence.declickMs.value_or(0);
     for (size_t i = 0; i < clips.size(); ++i) {
         const SourceRange& range = options.ranges[i];
         if (range.gainMillibels &&
@@ -316,10 +321,10 @@ bool applyEffects(Wavoryx& engine, int list, const EditOptions& options, const s
         }
         const bool first = i == 0;
         const bool last = i + 1 == clips.size();
-        const bool fades =
-            range.fadeInMs || range.fadeOutMs || (first && options.fadeInMs) || (last && options.fadeOutMs);
-        const uint32_t in = range.fadeInMs.value_or(first ? options.fadeInMs.value_or(0) : 0);
-        const uint32_t out = range.fadeOutMs.value_or(last ? options.fadeOutMs.value_or(0) : 0);
+        const bool fades = range.fadeInMs || range.fadeOutMs || (first && options.fadeInMs) ||
+                           (last && options.fadeOutMs) || (declick > 0 && clips.size() > 1);
+        const uint32_t in = range.fadeInMs.value_or(first ? options.fadeInMs.value_or(0) : declick);
+        const uint32_t out = range.fadeOutMs.value_or(last ? options.fadeOutMs.value_or(0) : declick);
         if (fades &&
             refused(engine.setClipFade(list, clips[i], in, out, options.fadeShape), "the fades of " + range.path)) {
             return false;
@@ -392,15 +397,26 @@ int cutAndRender(Session& session, SourceLoads& loads, const EditOptions& option
     const Cut cut = buildClipList(engine, list, options, loads, planned, clips, notices);
     if (cut != Cut::kDone) return cut == Cut::kFailed ? 1 : -1;
     if (!applyEffects(engine, list, options, clips)) return 1;
+    int out = list;
+    if (options.silence.wanted()) {
+        // The list read at the output's format, so that its silences are
+        // found in the output's frames; the list of its kept parts renders.
+        engine.setEncodePara(list, options.rate, 0, options.channels, 0);
+        engine.setResampleQuality(list, options.resample);
+        const int status = cutSilences(session, list, options.silence, options.fadeShape, &loads, options.output, &out);
+        if (status != 0) return status;
+        *listOut = out;
+        if (options.normalize) engine.setListLoudness(out, options.lufsTenths, options.truePeakTenths);
+    }
     // The engine writes its waveform file beside the output and removes a
     // partial output; both happen in the working folder, and only a
     // finished file reaches what the user named.
     const encode_type type = options.encoding.type;
-    engine.setOutputPara(list, rendering.c_str(), type);
-    engine.setEncodePara(list, options.rate, options.encoding.bitrate, options.channels, 0);
-    applyEncodingOptions(engine, list, options.encoding);
-    engine.setResampleQuality(list, options.resample);
-    const int rendered = renderList(session, list, rendering, options.output, &loads, options.normalize);
+    engine.setOutputPara(out, rendering.c_str(), type);
+    engine.setEncodePara(out, options.rate, options.encoding.bitrate, options.channels, 0);
+    applyEncodingOptions(engine, out, options.encoding);
+    engine.setResampleQuality(out, options.resample);
+    const int rendered = renderList(session, out, rendering, options.output, &loads, options.normalize);
     // A file holding less than it states: its ranges are cut anew.
     return rendered == 0 && loads.shortOfNeeds() ? -1 : rendered;
 }
@@ -604,6 +620,7 @@ void addEditCommand(CLI::App& app, CommandLine& line) {
     edit->add_option("--channels", options->channels, "1 or 2 (default: the sources')")->check(wholeNumberIn(1, 2));
     addEncodingOptions(edit, options->encoding);
     addEffectOptions(edit, *options);
+    addSilenceCutOptions(edit, options->silence);
     edit->footer(
         "The same file may appear in several ranges; it is loaded once.\n"
         "Effects are applied only when asked for: without them the output holds the ranges' samples exactly.\n"
@@ -616,7 +633,8 @@ void addEditCommand(CLI::App& app, CommandLine& line) {
         "  wavoryx edit talk.flac@0-2.5 talk.flac@10-12.5 -o short.wav --rate 16000 --channels 1\n"
         "  wavoryx edit song.mp3@1:00-2:00:gain=-3:fade=0.5 -o part.wav --fade-shape linear\n"
         "  wavoryx edit intro.wav talk.mp3 outro.wav -o episode.mp3 --crossfade 1.5 --normalize -16 "
-        "--true-peak -1");
+        "--true-peak -1\n"
+        "  wavoryx edit interview.mp3 -o tight.mp3 --shorten-silence 0.8 --trim-silence --declick 5ms");
     CLI::Option* normalize = edit->get_option("--normalize");
     CLI::Option* truePeak = edit->get_option("--true-peak");
     CLI::Option* sources = edit->get_option("SOURCE");

@@ -189,7 +189,8 @@ size_t SourceLoads::startRange(const std::string& path, uint32_t fromMs, uint32_
             mFailed = true;
         }
     } else if (notAFile.empty()) {
-        source.id = ranged  ? engine.loadFileRange(file.c_str(), fromMs, toMs)
+        source.id = ranged          ? engine.loadFileRange(file.c_str(), fromMs, toMs)
+                    : mScanSilences ? engine.scanFileSilence(file.c_str(), mSilenceTenthsDb, mSilenceMinMs)
                     : mScan ? engine.scanFile(file.c_str(), mScanSets.data(), unsigned(mScanSets.size()), mScanLoudness)
                             : engine.loadFile(file.c_str());
         if (source.id < 0) {

@@ -87,6 +87,13 @@ public:
         mScanLoudness = loudness;
         mTellDamage = tellDamage;
     }
+    // Whole files started from now on are scanned for their silences only
+    // (Wavoryx::scanFileSilence), keeping no audio.
+    void scanSilencesInstead(int tenthsDb, unsigned minMs) {
+        mScanSilences = true;
+        mSilenceTenthsDb = tenthsDb;
+        mSilenceMinMs = minMs;
+    }
     // Cancels the loads that have not ended; their events are not waited for.
     void cancelRunning();
     // Cancels them and waits up to 10 s for the engine to end them, taking
@@ -125,6 +132,9 @@ private:
     std::vector<WvPeakSet> mScanSets;
     bool mScanLoudness = false;
     bool mTellDamage = true;
+    bool mScanSilences = false;
+    int mSilenceTenthsDb = 0;
+    unsigned mSilenceMinMs = 0;
     bool mEndingUnneeded = false;  // a cancelled load tells its damage too
 };
 

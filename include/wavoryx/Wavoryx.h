@@ -88,6 +88,7 @@ enum wv_event {
     WV_EVENT_LOUDNESS = 26,          /* integrated loudness, tenths of LUFS */
     WV_EVENT_TRUE_PEAK = 27,         /* tenths of dBTP */
     WV_EVENT_LOUDNESS_RANGE = 28,    /* tenths of LU; the last event of a measurement */
+    WV_EVENT_SILENCES = 29,          /* silences found (getSilences); a silence scan's end */
     WV_EVENT_PLAY_FAILED = 40,       /* playback could not start */
     WV_EVENT_PLAY_END = 42,          /* playback reached the end */
     WV_EVENT_PLAY_WAITING = 43,      /* the player caught up with a load in progress:
@@ -109,7 +110,7 @@ enum wv_event {
 /* The jobs waitForJob waits for, as a mask. */
 enum wv_job {
     WV_JOB_LOAD = 1,   /* loadFile, loadFileRange, loadStream, scanFile */
-    WV_JOB_RENDER = 2, /* process and measureLoudness: the encoder's jobs */
+    WV_JOB_RENDER = 2, /* process, measureLoudness, scanSilence: the encoder's jobs */
     WV_JOB_ANY = 3
 };
 
@@ -232,10 +233,12 @@ public:
     /* Waits for the end of the item's jobs of `kinds` (a wv_job mask):
      * its load or scan (loadFile, loadFileRange, loadStream, scanFile;
      * WV_JOB_LOAD) and its renders and
-     * loudness measurements (process, measureLoudness; WV_JOB_RENDER),
+     * loudness measurements and silence scans (process, measureLoudness,
+     * scanSilence; WV_JOB_RENDER),
      * whichever were queued and not yet ended. A job has ended when the
      * callback loop takes its ending event to deliver it (load 0, 4, 5 or
-     * 7; render 20, 22, 23 or 25; measurement 20, 23 or 28): by then the
+     * 7; render 20, 22, 23 or 25; measurement 20, 23 or 28; silence scan
+     * 20, 23 or 29): by then the
      * callback has returned from every earlier event, the engine's answers
      * about the job (frames, rates, damage, loudness result) are final, and
      * the ending event is in or on its way to the callback. So the one
@@ -607,8 +610,8 @@ public:
      * when process is called: setting them again meanwhile changes the next
      * render. */
     int32_t process(int listId);
-    /* Stops the render of the list, or the loudness measurement of the
-     * item or list (both when both are queued): event 23. */
+    /* Stops the render of the list, or the loudness measurement or silence
+     * scan of the item or list (all that are queued): event 23. */
     int32_t cancelProcess(int listId);
     /* Queues a loudness measurement (ITU-R BS.1770 / EBU R128) of a loaded
      * item or a clip list on the encoder worker, read like a render at the
@@ -632,6 +635,52 @@ public:
      * (under 1 KB per second of audio). Returns 0; -1 unknown id; -2 a
      * recording under way. */
     int32_t measureLoudness(int id);
+    /* Queues a silence scan of a loaded item or a clip list on the encoder
+     * worker, read like a render at the item's own rate and channels (as
+     * measureLoudness reads it), writing nothing. A frame is quiet when
+     * every channel's 16-bit sample s has |s| / 32768 below 10^(T / 20),
+     * T = thresholdTenthsDb / 10 dBFS (-1200 to 0: -500 for -50 dBFS; at 0
+     * every sample but -32768 is quiet, at -90 and below only 0 is). A
+     * silence is a run of consecutive quiet frames lasting at least minMs
+     * (0 to 86,400,000 ms; round(minMs x rate / 1000) frames, at least 1),
+     * given as [start, end): its first quiet frame and the frame after its
+     * last (the item's end for a run that reaches it). This is ffmpeg's
+     * silencedetect rule with the channels taken together (n=-50dB:d=1 is
+     * -500, 1000), so the intervals agree with it to the frame on the same
+     * samples. Frames count as the item's: a loaded file's, or a list's
+     * output frames at its rate (setEncodePara's, else its clips').
+     * A source still loading is waited for as by a render (the scan follows
+     * the load); one whose load failed or was cancelled ends it with event
+     * 20 (-1), a read error with 20 (-11). Progress is event 21 (percent,
+     * when the length is known); cancelProcess(id) ends it with 23. A
+     * finished scan ends with event 29, its value the number of silences;
+     * they can be read with getSilences from then on. Speed: far more than
+     * the disk's (a few GB/s of PCM on one core); memory 8 bytes a silence.
+     * Returns 0; -1 unknown id; -2 a scan's item (scanFile: no audio) or a
+     * recording under way; -4 a threshold or length out of range. */
+    int32_t scanSilence(int id, int thresholdTenthsDb, unsigned int minMs);
+    /* The same silences found on a scan of a file (as scanFile: decoded
+     * once, nothing written to the working directory, the item keeping no
+     * audio), with the same rule and arguments: the frames are the file's
+     * as a loadFile holds them. The load's events are scanFile's (6, 3, 8,
+     * then 4, or 0 or 5); getSilences and getSilenceScanFrames answer from
+     * event 4 on. Returns the new item's id; -4 for a threshold or length
+     * out of range (nothing is registered). Any thread. */
+    int32_t scanFileSilence(char const* path, int thresholdTenthsDb, unsigned int minMs);
+    /* The silences the item's last silence scan found, once its event 29
+     * (scanFileSilence: 4) is posted and until scanSilence is called again: up to maxPairs of them
+     * into startEnd (2 values each, start then end frame, in order); returns
+     * how many there are in all (more than maxPairs: ask again with room
+     * for all). startEnd may be NULL with maxPairs 0 to ask the count.
+     * Returns -1 unknown id; -3 no scan of the item ended with 29 or 4 (none
+     * queued, under way, failed or cancelled); -4 a NULL startEnd with
+     * maxPairs > 0. Any thread. */
+    int32_t getSilences(int id, uint32_t* startEnd, unsigned int maxPairs);
+    /* What that scan read: returns the rate (Hz) its frames count at and
+     * stores in *frames how many it read (the item's length as scanned: a
+     * list's at its output rate, which getPcmFrameLength tells only once
+     * the list renders). -1, -3 as getSilences; -4 for a NULL frames. */
+    int32_t getSilenceScanFrames(int id, uint32_t* frames);
 
     /* Makes `id` the item played and prepares its player, paused
      * (playResume starts it); an item already played is rewound to 0 at

@@ -147,7 +147,8 @@ WAVORYX_API int32_t wv_set_list_gain(wv_engine* engine, int32_t list_id, int mil
 /* Rendering: as setOutputPara (type: an ENCODE_ value, any other renders
  * as WAV), setEncodePara, setEncodeOptions, setResampleQuality,
  * setListLoudness, getListLoudnessResult, getOutputBitRate, process,
- * cancelProcess, measureLoudness. */
+ * cancelProcess, measureLoudness, scanSilence, scanFileSilence,
+ * getSilences, getSilenceScanFrames. */
 WAVORYX_API int32_t wv_set_output_para(wv_engine* engine, int32_t list_id, const char* path,
                                        int type);
 WAVORYX_API int32_t wv_set_encode_para(wv_engine* engine, int32_t list_id, int sample_rate,
@@ -163,6 +164,13 @@ WAVORYX_API int32_t wv_get_output_bit_rate(wv_engine* engine, int32_t id);
 WAVORYX_API int32_t wv_process(wv_engine* engine, int32_t list_id);
 WAVORYX_API int32_t wv_cancel_process(wv_engine* engine, int32_t list_id);
 WAVORYX_API int32_t wv_measure_loudness(wv_engine* engine, int32_t id);
+WAVORYX_API int32_t wv_scan_silence(wv_engine* engine, int32_t id, int threshold_tenths_db,
+                                    unsigned int min_ms);
+WAVORYX_API int32_t wv_get_silences(wv_engine* engine, int32_t id, uint32_t* start_end,
+                                    unsigned int max_pairs);
+WAVORYX_API int32_t wv_scan_file_silence(wv_engine* engine, const char* path,
+                                         int threshold_tenths_db, unsigned int min_ms);
+WAVORYX_API int32_t wv_get_silence_scan_frames(wv_engine* engine, int32_t id, uint32_t* frames);
 
 /* Playback: as playStart, playPause, playResume, playStop, playSeekTo,
  * setPlaySpeed, getPlayPositionMs. */

@@ -266,6 +266,29 @@ class Audio:
         return {"integrated": tenths(C.LOUDNESS), "true_peak": tenths(C.TRUE_PEAK),
                 "range": tenths(C.LOUDNESS_RANGE)}
 
+    def silences(self, threshold=-50.0, min_length=1.0):
+        """The silences: [(start, end)] in seconds, where every channel
+        stays below `threshold` dBFS (-120 to 0) for at least `min_length`
+        seconds; ffmpeg's silencedetect rule (n=-50dB:d=1 by default)."""
+        if not -120.0 <= threshold <= 0.0 or not 0.0 <= min_length <= 86400.0:
+            raise ValueError("silences: threshold -120 to 0 dBFS, min_length 0 to 86400 s")
+        self.wait()
+        engine = self._engine
+        target = engine.create(C.lib.wv_new_clip_list, what="silences")
+        try:
+            engine.call(C.lib.wv_add_clip, target, self._source_id(), 0, C.END, what="silences")
+            engine.call(C.lib.wv_scan_silence, target, round(threshold * 10), round(min_length * 1000),
+                        what="silences")
+            engine.finish(target, C.lib.wv_cancel_process, what="silences of %s" % self._what)
+            frames = ctypes.c_uint32()
+            rate = engine.call(C.lib.wv_get_silence_scan_frames, target, ctypes.byref(frames), what="silences")
+            count = engine.call(C.lib.wv_get_silences, target, None, 0, what="silences")
+            pairs = (ctypes.c_uint32 * (2 * count + 2))()
+            engine.call(C.lib.wv_get_silences, target, pairs, count, what="silences")
+        finally:
+            engine.release(target)
+        return [(pairs[2 * i] / rate, pairs[2 * i + 1] / rate) for i in range(count)]
+
     def export(self, path, format=None, *, bitrate=None, sample_rate=None, channels=None,
                normalize=None, true_peak=-1.0, progress=None, wait=True):
         """Writes the audio to `path`, in `format` ("wav", "mp3", "flac",

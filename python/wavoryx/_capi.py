@@ -92,6 +92,9 @@ _SIGNATURES = {
     "wv_process": (_I32, [_P, _I32]),
     "wv_cancel_process": (_I32, [_P, _I32]),
     "wv_measure_loudness": (_I32, [_P, _I32]),
+    "wv_scan_silence": (_I32, [_P, _I32, _I, _U]),
+    "wv_get_silences": (_I32, [_P, _I32, ctypes.POINTER(ctypes.c_uint32), _U]),
+    "wv_get_silence_scan_frames": (_I32, [_P, _I32, ctypes.POINTER(ctypes.c_uint32)]),
 }
 for _name, (_res, _args) in _SIGNATURES.items():
     _fn = getattr(lib, _name)
@@ -103,6 +106,7 @@ OK, ERR_NO_ITEM, ERR_WRONG_ITEM, ERR_DURATION_UNKNOWN, ERR_OUT_OF_RANGE = 0, -1,
 LOAD_FAILED, LOAD_PROGRESS, LOAD_DONE, LOAD_CANCELLED, LOAD_STARTED, LOAD_NO_SPACE = 0, 3, 4, 5, 6, 7
 RENDER_FAILED, RENDER_PROGRESS, RENDER_DONE, RENDER_CANCELLED, RENDER_STOPPED = 20, 21, 22, 23, 25
 LOUDNESS, TRUE_PEAK, LOUDNESS_RANGE = 26, 27, 28
+SILENCES = 29
 ENCODE = {"wav": 0, "mp3": 1, "flac": 2, "opus": 3, "aac": 4, "m4a": 4, "vorbis": 5, "ogg": 5}
 FADE_EQUAL_POWER = 1
 INT32_MIN = -2 ** 31

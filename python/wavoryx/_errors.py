@@ -46,7 +46,7 @@ _RENDER_REASONS = {-1: "no encoder for the output, or a source that will not loa
 
 def from_ending(code, value, what):
     """The exception for a job's ending event, or None when it ended well."""
-    if code in (C.LOAD_DONE, C.RENDER_DONE, C.LOUDNESS_RANGE):
+    if code in (C.LOAD_DONE, C.RENDER_DONE, C.LOUDNESS_RANGE, C.SILENCES):
         return None
     if code == C.LOAD_FAILED:
         reason = _LOAD_REASONS.get(value, "failed (%d)" % value)

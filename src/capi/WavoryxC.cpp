@@ -145,6 +145,8 @@ const char* wv_event_name(int code) {
             return "TRUE_PEAK";
         case WV_EVENT_LOUDNESS_RANGE:
             return "LOUDNESS_RANGE";
+        case WV_EVENT_SILENCES:
+            return "SILENCES";
         case WV_EVENT_PLAY_FAILED:
             return "PLAY_FAILED";
         case WV_EVENT_PLAY_END:
@@ -306,6 +308,19 @@ int32_t wv_cancel_process(wv_engine* e, int32_t list_id) {
     return e->engine.cancelProcess(list_id);
 }
 int32_t wv_measure_loudness(wv_engine* e, int32_t id) { return e->engine.measureLoudness(id); }
+int32_t wv_scan_silence(wv_engine* e, int32_t id, int threshold_tenths_db, unsigned int min_ms) {
+    return e->engine.scanSilence(id, threshold_tenths_db, min_ms);
+}
+int32_t wv_get_silences(wv_engine* e, int32_t id, uint32_t* start_end, unsigned int max_pairs) {
+    return e->engine.getSilences(id, start_end, max_pairs);
+}
+int32_t wv_scan_file_silence(wv_engine* e, const char* path, int threshold_tenths_db,
+                             unsigned int min_ms) {
+    return e->engine.scanFileSilence(path, threshold_tenths_db, min_ms);
+}
+int32_t wv_get_silence_scan_frames(wv_engine* e, int32_t id, uint32_t* frames) {
+    return e->engine.getSilenceScanFrames(id, frames);
+}
 int32_t wv_play_start(wv_engine* e, int32_t id) { return e->engine.playStart(id); }
 int32_t wv_play_pause(wv_engine* e) { return e->engine.playPause(); }
 int32_t wv_play_resume(wv_engine* e) { return e->engine.playResume(); }

@@ -47,6 +47,9 @@ enum class Report : int {
     kGetSourceFrames,
     kGetScanPeaks,
     kGetScanLoudness,
+    kScanSilence,
+    kGetSilences,
+    kGetSilenceScanFrames,
     kCount
 };
 
@@ -118,6 +121,12 @@ inline constexpr ReportSite kReportSites[] = {
      "int32_t WavoryxPriv::getScanPeaks(uint32_t, uint32_t, int16_t*, uint32_t)"},
     {Report::kGetScanLoudness, 0, 0, 0,
      "int32_t WavoryxPriv::getScanLoudness(uint32_t, int32_t*, int32_t*, int32_t*)"},
+    {Report::kScanSilence, 0, 0, 0,
+     "int32_t WavoryxPriv::scanSilence(uint32_t, int32_t, uint32_t)"},
+    {Report::kGetSilences, 0, 0, 0,
+     "int32_t WavoryxPriv::getSilences(uint32_t, uint32_t*, uint32_t)"},
+    {Report::kGetSilenceScanFrames, 0, 0, 0,
+     "int32_t WavoryxPriv::getSilenceScanFrames(uint32_t, uint32_t*)"},
 };
 
 constexpr bool reportSitesInOrder() {

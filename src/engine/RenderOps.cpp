@@ -155,5 +155,7 @@ int32_t WavoryxPriv::cancelProcess(uint32_t listId) {
         WVThreadCmd(EncoderThread::kCmdContinue, listId, static_cast<int32_t>(WVCMD_ANY)));
     mEncoder->cancelCmd(
         WVThreadCmd(EncoderThread::kCmdMeasure, listId, static_cast<int32_t>(WVCMD_ANY)));
+    mEncoder->cancelCmd(
+        WVThreadCmd(EncoderThread::kCmdSilence, listId, static_cast<int32_t>(WVCMD_ANY)));
     return 0;
 }

@@ -38,6 +38,17 @@ int32_t WavoryxPriv::scanFile(const char* path, const WvPeakSet* sets, uint32_t 
     return queueLoad(item);
 }
 
+int32_t WavoryxPriv::scanFileSilence(const char* path, int32_t thresholdTenthsDb, uint32_t minMs) {
+    if (thresholdTenthsDb < -1200 || thresholdTenthsDb > 0 || minMs > 86400000) {
+        return WV_ERR_OUT_OF_RANGE;
+    }
+    SPcmInfo* item = new SPcmInfo(ENCODED_FILE);
+    item->path.set(path != nullptr ? path : "");
+    item->scan.reset(new SourceScan({}, false));
+    item->scan->findSilences(thresholdTenthsDb / 10.0, minMs, &item->silences);
+    return queueLoad(item);
+}
+
 int32_t WavoryxPriv::getScanPeaks(uint32_t id, uint32_t set, int16_t* minMax, uint32_t count) {
     ItemHold hold(this, id);
     SPcmInfo* item = holdItem(hold, id, Report::kGetScanPeaks);

@@ -76,6 +76,7 @@ public:
     int32_t loadFile(const char* path);
     int32_t loadFileRange(const char* path, uint32_t startMs, uint32_t endMs);
     int32_t scanFile(const char* path, const WvPeakSet* sets, uint32_t setCount, int32_t loudness);
+    int32_t scanFileSilence(const char* path, int32_t thresholdTenthsDb, uint32_t minMs);
     int32_t getScanPeaks(uint32_t id, uint32_t set, int16_t* minMax, uint32_t count);
     int32_t getScanLoudness(uint32_t id, int32_t* integrated, int32_t* range, int32_t* truePeak);
     int32_t loadStream(int fd);
@@ -93,6 +94,10 @@ public:
     int32_t process(uint32_t listId);
     int32_t cancelProcess(uint32_t listId);
     int32_t measureLoudness(uint32_t id);  // LoudnessOps.cpp
+    // SilenceOps.cpp
+    int32_t scanSilence(uint32_t id, int32_t thresholdTenthsDb, uint32_t minMs);
+    int32_t getSilences(uint32_t id, uint32_t* startEnd, uint32_t maxPairs);
+    int32_t getSilenceScanFrames(uint32_t id, uint32_t* frames);
     int32_t getWaveformSamples(wv::pcm_id_t id, wv::duration_t startMs, wv::duration_t endMs,
                                uint32_t count, void* buffer);
     int32_t getWaveformPeaks(wv::pcm_id_t id, wv::duration_t startMs, wv::duration_t endMs,

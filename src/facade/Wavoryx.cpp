@@ -159,6 +159,18 @@ int32_t Wavoryx::process(int listId) { return mPriv->process(static_cast<uint32_
 int32_t Wavoryx::measureLoudness(int id) {
     return mPriv->measureLoudness(static_cast<uint32_t>(id));
 }
+int32_t Wavoryx::scanSilence(int id, int thresholdTenthsDb, unsigned int minMs) {
+    return mPriv->scanSilence(static_cast<uint32_t>(id), thresholdTenthsDb, minMs);
+}
+int32_t Wavoryx::scanFileSilence(char const* path, int thresholdTenthsDb, unsigned int minMs) {
+    return mPriv->scanFileSilence(path, thresholdTenthsDb, minMs);
+}
+int32_t Wavoryx::getSilences(int id, uint32_t* startEnd, unsigned int maxPairs) {
+    return mPriv->getSilences(static_cast<uint32_t>(id), startEnd, maxPairs);
+}
+int32_t Wavoryx::getSilenceScanFrames(int id, uint32_t* frames) {
+    return mPriv->getSilenceScanFrames(static_cast<uint32_t>(id), frames);
+}
 int32_t Wavoryx::cancelProcess(int listId) {
     return mPriv->cancelProcess(static_cast<uint32_t>(listId));
 }

@@ -23,6 +23,7 @@
 #include "items/PcmClipList.h"
 #include "items/PcmTypes.h"
 #include "items/RenderSettings.h"
+#include "items/SilenceResults.h"
 
 namespace wv {
 
@@ -203,6 +204,8 @@ struct SPcmInfo {
     // How the last normalised render that finished came out (a packed
     // LoudnessResult), LoudnessResult::kNone while none has.
     std::atomic<int64_t> loudnessResult{LoudnessResult::kNone};
+    // The intervals the last silence scan (scanSilence) found.
+    SilenceResults silences;
     // What the render's or recording's file holds, once its encoder has
     // started: the client's queries report these. 0 until then.
     std::atomic<int32_t> outputRate{0};

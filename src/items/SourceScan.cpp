@@ -1,6 +1,7 @@
 #include "items/SourceScan.h"
 
 #include <algorithm>
+#include <cmath>
 
 namespace wv {
 
@@ -19,6 +20,12 @@ SourceScan::~SourceScan() = default;
 
 bool SourceScan::begin(uint32_t rate, uint32_t channels) {
     mChannels = channels;
+    mRate = rate;
+    if (mSilenceOut != nullptr) {
+        mSilences.reset(new SilenceFinder(
+            mSilenceDb, static_cast<uint32_t>(std::llround(static_cast<double>(mSilenceMinMs) *
+                                                           static_cast<double>(rate) / 1000.0))));
+    }
     if (!mWantsLoudness) return true;
     mMeter.reset(new LoudnessMeter(rate, channels));
     return mMeter->valid();
@@ -64,6 +71,7 @@ void SourceScan::feedSet(Set& set, const int16_t* samples, uint32_t frames) {
 
 bool SourceScan::feed(const int16_t* samples, uint32_t frames) {
     for (Set& set : mSets) feedSet(set, samples, frames);
+    if (mSilences) mSilences->feed(samples, frames, mChannels);
     mPosition += frames;
     if (mMeter && !mOwnChannels) return mMeter->add(samples, frames);
     return true;
@@ -76,6 +84,10 @@ bool SourceScan::feedMeter(const float* samples, size_t frames) {
 bool SourceScan::finish() {
     LoudnessFigures figures{};
     if (mMeter && !mMeter->figures(&figures)) return false;
+    if (mSilences) {
+        mSilences->finish();
+        mSilenceOut->set(mSilences->silences(), static_cast<uint32_t>(mPosition), mRate);
+    }
     std::lock_guard<std::mutex> guard(mLock);
     mFigures = figures;
     mFinished = true;

@@ -1,6 +1,7 @@
 // What a scan (Wavoryx::scanFile) works out on its one pass through a file
 // instead of keeping the decoded audio: the true extremes of frame ranges,
-// in bins (PeakBinner), and the programme loudness (LoudnessMeter).
+// in bins (PeakBinner), the programme loudness (LoudnessMeter) and the
+// silences (SilenceFinder, into the item's SilenceResults).
 //
 // The decoder worker alone feeds it: begin() once the format is known, the
 // decoded 16-bit frames in stream order, then finish() at the end of the
@@ -15,6 +16,8 @@
 
 #include "dsp/LoudnessMeter.h"
 #include "dsp/PeakBinner.h"
+#include "dsp/SilenceFinder.h"
+#include "items/SilenceResults.h"
 
 namespace wv {
 
@@ -41,6 +44,13 @@ public:
     SourceScan& operator=(const SourceScan&) = delete;
 
     bool wantsLoudness() const { return mWantsLoudness; }
+    // Also finds the silences (see SilenceFinder; minMs at the stream's
+    // rate, rounded) and hands them to `out` at finish(). Before the scan.
+    void findSilences(double thresholdDb, uint32_t minMs, SilenceResults* out) {
+        mSilenceDb = thresholdDb;
+        mSilenceMinMs = minMs;
+        mSilenceOut = out;
+    }
     // The stream's rate and channel count (1 or 2). False when the loudness
     // meter cannot measure at that rate.
     bool begin(uint32_t rate, uint32_t channels);
@@ -79,6 +89,11 @@ private:
     uint32_t mChannels = 0;
     uint64_t mPosition = 0;        // stream frames fed so far
     std::vector<int16_t> mOneChannel;  // a block made one channel for a set
+    double mSilenceDb = 0.0;
+    uint32_t mSilenceMinMs = 0;
+    SilenceResults* mSilenceOut = nullptr;  // the item's; null when no silences are asked
+    std::unique_ptr<SilenceFinder> mSilences;
+    uint32_t mRate = 0;
     mutable std::mutex mLock;      // guards the results below
     bool mFinished = false;
     LoudnessFigures mFigures{};

@@ -5,6 +5,7 @@
 #include "render/LoudnessJob.h"
 #include "render/NormalisedRenderJob.h"
 #include "render/RenderJob.h"
+#include "render/SilenceJob.h"
 
 namespace wv {
 EncoderThread::EncoderThread(JobContext* context)
@@ -23,6 +24,12 @@ void EncoderThread::queueRender(pcm_id_t id, const RenderSettings& settings) {
 
 void EncoderThread::queueMeasure(pcm_id_t id) {
     sendCmd(WVThreadCmd(kCmdMeasure, id, -1, static_cast<ChunkedJob*>(new LoudnessJob(*this))),
+            kStartUrgency);
+}
+
+void EncoderThread::queueSilenceScan(pcm_id_t id, double thresholdDb, uint32_t minMs) {
+    sendCmd(WVThreadCmd(kCmdSilence, id, -1,
+                        static_cast<ChunkedJob*>(new SilenceJob(*this, thresholdDb, minMs))),
             kStartUrgency);
 }
 

@@ -18,6 +18,10 @@
 //                          (queued by queueMeasure from measureLoudness,
 //                          urgency 7; posted again while the item's format
 //                          is unknown); see LoudnessJob.h.
+//   {4, id, -1, job}       start a silence scan of an item or a list
+//                          (queued by queueSilenceScan from scanSilence,
+//                          urgency 7, waiting as a measurement does); see
+//                          SilenceJob.h.
 // A list with a loudness target (RenderSettings::loudnessTarget, set by
 // setListLoudness) renders in passes (NormalisedRenderJob): its commands 2
 // first measure the list (and check the limited result when the limiter
@@ -81,6 +85,7 @@ public:
     static constexpr uint32_t kBlockBytes = 16384;
     static constexpr uint32_t kRetryDelayMs = 1000;
     static constexpr uint32_t kCmdMeasure = 3;
+    static constexpr uint32_t kCmdSilence = 4;
 
     // context: the engine running the worker (not owned; outlives it).
     explicit EncoderThread(JobContext* context);
@@ -91,6 +96,8 @@ public:
     // caller has taken the job's REF_ENCODER reference. Any thread.
     void queueRender(pcm_id_t id, const RenderSettings& settings);
     void queueMeasure(pcm_id_t id);
+    // A silence scan of item `id` (see SilenceJob.h), the same way.
+    void queueSilenceScan(pcm_id_t id, double thresholdDb, uint32_t minMs);
 
     // The longest a render waiting for a source sleeps before it looks
     // again when nothing wakes it (kRetryDelayMs unless set). Tests set it
@@ -112,7 +119,7 @@ protected:
     // 23 and releases.
     bool isRegistered(uint32_t id) override;
     bool startsJob(uint32_t code) const override {
-        return code == kCmdStart || code == kCmdMeasure;
+        return code == kCmdStart || code == kCmdMeasure || code == kCmdSilence;
     }
     void startJob(WVThreadCmd& cmd) override;
     void runStep(WVThreadCmd& cmd) override;

@@ -9,40 +9,10 @@
 #include "items/PcmInfoReader.h"
 #include "platform/media/ChannelDecoder.h"
 #include "render/EncoderThread.h"
+#include "render/ItemFormat.h"
 
 namespace wv {
 namespace {
-
-// The item's own format, as a render of it would read it: a list's when the
-// client set one, else the one its clips suggest. False while unknown.
-bool measuredFormat(SPcmInfo* item, uint32_t* rate, uint32_t* channels) {
-    int32_t r = item->sampleRate.load();
-    int32_t c = item->channelCount.load();
-    if (item->status.load() == CLIP_LIST) {
-        if (r < 1) r = item->clipList->getSamplerate();
-        if (c < 1) c = item->clipList->getChannelCount();
-    }
-    if (r < 1 || c < 1) return false;
-    *rate = static_cast<uint32_t>(r);
-    *channels = static_cast<uint32_t>(c > 2 ? 2 : c);
-    return true;
-}
-
-// Frames the measurement expects at `rate`; 0 while unknown.
-uint64_t expectedFrames(SPcmInfo* item, uint32_t rate) {
-    const int32_t status = item->status.load();
-    if (status == CLIP_LIST) {
-        return uint64_t(item->frame2duration(0, 0xFFFFFFFF)) * rate / 1000;
-    }
-    return status == PCM_READY ? item->frames.load() : item->totalFrames.load();
-}
-
-// A source whose data will never come: the item's own failed load, or one
-// of a list's sources.
-bool sourceFailed(SPcmInfo* item) {
-    if (item->status.load() == CLIP_LIST) return item->clipList->hasFailedSource();
-    return item->loadFailed.load();
-}
 
 // The item's file decoded at its own channels, when it has more than the
 // item holds; null otherwise (or when it cannot be opened: the item's
@@ -132,13 +102,10 @@ JobStep LoudnessJob::start(WVThreadCmd& cmd) {
                 static_cast<int>(id));
         return JobStep::end(EVT_RENDER_FAILED, -1);
     }
-    const int32_t status = item->status.load();
-    const bool ready = status == CLIP_LIST ? item->clipList->isPcmReady() != 0
-                                           : status == DECODING || status == PCM_READY;
     uint32_t rate = 0;
     uint32_t channels = 0;
-    if (!ready || !measuredFormat(item, &rate, &channels)) {
-        if (status == RECORDING) return JobStep::end(EVT_RENDER_FAILED, -1);
+    if (!readyToRead(item) || !measuredFormat(item, &rate, &channels)) {
+        if (item->status.load() == RECORDING) return JobStep::end(EVT_RENDER_FAILED, -1);
         WV_LOGD("item %d has no format yet: the measurement waits", static_cast<int>(id));
         return JobStep::wait(EncoderThread::kRetryDelayMs);
     }

@@ -20,7 +20,8 @@ int endedKind(uint32_t code) {
         case EVT_RENDER_DONE:
         case EVT_RENDER_CANCELLED:
         case EVT_RENDER_STOPPED:
-        case EVT_LOUDNESS_RANGE: return 1;
+        case EVT_LOUDNESS_RANGE:
+        case EVT_SILENCES: return 1;
         default: return -1;
     }
 }

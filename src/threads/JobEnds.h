@@ -3,12 +3,12 @@
 // Wavoryx::waitForJob waits on.
 //
 // Two kinds, told apart by their ending events: a load (0, 4, 5, 7) and an
-// encoder job, render or loudness measurement (20, 22, 23, 25, 28). A job
-// counts from begin(), called before its first command is posted (so that
-// its ending event cannot come first), to the hand-out of its one ending
-// event. An item may have several at once (a loaded file measured while it
-// loads, a list rendered and measured): a wait lasts until all of the kinds
-// asked for have ended, and the last ending is the answer.
+// encoder job, render, loudness measurement or silence scan (20, 22, 23, 25,
+// 28, 29). A job counts from begin(), called before its first command is
+// posted (so that its ending event cannot come first), to the hand-out of its
+// one ending event. An item may have several at once (a loaded file measured
+// while it loads, a list rendered and measured): a wait lasts until all of
+// the kinds asked for have ended, and the last ending is the answer.
 // Every method may be called from any thread.
 #pragma once
 

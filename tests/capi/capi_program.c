@@ -194,6 +194,27 @@ static void pulledEvents(const char* folder, const char* source) {
     CHECK(wv_measure_loudness(e, id) == WV_OK, "measure");
     CHECK(wv_wait(e, id, 20000, &ending) == 1 && ending.code == WV_EVENT_LOUDNESS_RANGE, "measurement's ending %d",
           ending.code);
+    {
+        /* The source is a tone throughout: no silence at -50 dBFS, all of
+         * it at 0 dBFS. */
+        uint32_t pair[2] = {0, 0};
+        CHECK(wv_scan_silence(e, id, -500, 100) == WV_OK, "silence scan");
+        CHECK(wv_wait(e, id, 20000, &ending) == 1 && ending.code == WV_EVENT_SILENCES && ending.value == 0,
+              "silence scan's ending %d (%d)", ending.code, ending.value);
+        CHECK(wv_scan_silence(e, id, 0, 100) == WV_OK && wv_wait(e, id, 20000, &ending) == 1 &&
+                  wv_get_silences(e, id, pair, 1) == 1 && pair[0] == 0 && pair[1] == FRAMES,
+              "silences at 0 dBFS: %u-%u", pair[0], pair[1]);
+        CHECK(wv_get_silence_scan_frames(e, id, &pair[0]) == RATE && pair[0] == FRAMES, "scanned %u frames",
+              pair[0]);
+        CHECK(strcmp(wv_event_name(WV_EVENT_SILENCES), "SILENCES") == 0, "event name");
+        {
+            const int32_t scan = wv_scan_file_silence(e, source, 0, 100);
+            CHECK(scan > 0 && wv_wait(e, scan, 20000, &ending) == 1 && ending.code == WV_EVENT_LOAD_DONE &&
+                      wv_get_silences(e, scan, pair, 1) == 1 && pair[0] == 0 && pair[1] == FRAMES,
+                  "a file's silence scan at 0 dBFS: %u-%u", pair[0], pair[1]);
+            wv_remove_pcm(e, scan);
+        }
+    }
     scanned(e, source);
     /* An ending may still be on its way to the queue when its wait
      * returns: drain until the engine has been quiet for a while. */

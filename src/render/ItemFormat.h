@@ -1,0 +1,27 @@
+// What the encoder's reading jobs (the loudness measurement, the silence
+// scan) need to know of the item they read before they read it.
+#pragma once
+
+#include <cstdint>
+
+#include "items/SPcmInfo.h"
+
+namespace wv {
+
+// The item's own format, as a render of it would read it: a list's when the
+// client set one, else the one its clips suggest; at most two channels.
+// False while unknown.
+bool measuredFormat(SPcmInfo* item, uint32_t* rate, uint32_t* channels);
+
+// Frames a read of the whole item expects at `rate`; 0 while unknown.
+uint64_t expectedFrames(SPcmInfo* item, uint32_t rate);
+
+// A source whose data will never come: the item's own failed load, or one
+// of a list's sources.
+bool sourceFailed(SPcmInfo* item);
+
+// The item has data to read, or will have: a list whose sources are ready, a
+// file decoding or decoded.
+bool readyToRead(SPcmInfo* item);
+
+}  // namespace wv
