@@ -24,6 +24,7 @@
 #include <wavoryx/Wavoryx.h>
 
 #include "Commands.h"
+#include "EditTags.h"
 #include "Encoding.h"
 #include "FileKind.h"
 #include "Interrupt.h"
@@ -63,6 +64,7 @@ struct EditOptions {
     std::string sourceAfterNormalize;
     int lufsTenths = 0;
     int truePeakTenths = kDefaultTruePeakTenths;
+    TagOptions tags;
 };
 
 constexpr const char* kDefaultLoudness = "-16";
@@ -109,6 +111,7 @@ void checkEditOptions(EditOptions& options) {
         options.lufsTenths = tenthsOf(options.loudnessText.empty() ? kDefaultLoudness : options.loudnessText);
         if (options.truePeakGiven) options.truePeakTenths = tenthsOf(options.truePeakText);
     }
+    checkTagOptions(options.tags);
 }
 
 // A time, as the rest of the command writes them.
@@ -392,6 +395,7 @@ int cutAndRender(Session& session, SourceLoads& loads, const EditOptions& option
     const Cut cut = buildClipList(engine, list, options, loads, planned, clips, notices);
     if (cut != Cut::kDone) return cut == Cut::kFailed ? 1 : -1;
     if (!applyEffects(engine, list, options, clips)) return 1;
+    if (!applyTagOptions(engine, list, loads.sources()[planned[0].load].id, options.tags)) return 1;
     // The engine writes its waveform file beside the output and removes a
     // partial output; both happen in the working folder, and only a
     // finished file reaches what the user named.
@@ -604,6 +608,7 @@ void addEditCommand(CLI::App& app, CommandLine& line) {
     edit->add_option("--channels", options->channels, "1 or 2 (default: the sources')")->check(wholeNumberIn(1, 2));
     addEncodingOptions(edit, options->encoding);
     addEffectOptions(edit, *options);
+    addTagOptions(edit, options->tags);
     edit->footer(
         "The same file may appear in several ranges; it is loaded once.\n"
         "Effects are applied only when asked for: without them the output holds the ranges' samples exactly.\n"

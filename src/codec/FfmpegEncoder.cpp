@@ -5,6 +5,7 @@ extern "C" {
 #include <libavcodec/avcodec.h>
 #include <libavformat/avformat.h>
 #include <libavutil/audio_fifo.h>
+#include <libavutil/base64.h>
 #include <libavutil/channel_layout.h>
 #include <libavutil/dict.h>
 #include <libavutil/frame.h>
@@ -13,6 +14,8 @@ extern "C" {
 }
 
 #include <algorithm>
+#include <cstdio>
+#include <cstring>
 #include <string>
 
 #include "base/Log.h"
@@ -228,6 +231,7 @@ bool FfmpegEncoder::openMuxer() {
     if (avcodec_parameters_from_context(mStream->codecpar, mCodec) < 0) return false;
     mStream->time_base = mCodec->time_base;
 
+    if (!addTags()) return false;
     AVDictionary* options = nullptr;
     if (mFormat == EncodeFormat::Aac) {
         // The edit list's length is counted in the movie's time scale: at
@@ -242,6 +246,89 @@ bool FfmpegEncoder::openMuxer() {
         return false;
     }
     return mOutput->commit() == WRITE_OK;
+}
+
+namespace {
+
+// A FLAC PICTURE block as Vorbis comments carry it: type, MIME type,
+// description, size, depth and colours (0: unstated), then the data.
+std::vector<uint8_t> pictureBlock(const std::vector<uint8_t>& data, const std::string& mime) {
+    std::vector<uint8_t> block;
+    const auto put32 = [&block](uint32_t value) {
+        for (int shift = 24; shift >= 0; shift -= 8) block.push_back(uint8_t(value >> shift));
+    };
+    put32(3);  // the front cover
+    put32(static_cast<uint32_t>(mime.size()));
+    block.insert(block.end(), mime.begin(), mime.end());
+    put32(0);  // no description
+    for (int i = 0; i < 4; ++i) put32(0);
+    put32(static_cast<uint32_t>(data.size()));
+    block.insert(block.end(), data.begin(), data.end());
+    return block;
+}
+
+}  // namespace
+
+bool FfmpegEncoder::addTags() {
+    for (const auto& tag : mTags.tags) {
+        if (av_dict_set(&mMuxer->metadata, tag.first.c_str(), tag.second.c_str(), 0) < 0) return false;
+    }
+    if (mTags.cover && mFormat != EncodeFormat::Aac) {
+        const std::vector<uint8_t> block = pictureBlock(*mTags.cover, mTags.coverMime);
+        std::string text(AV_BASE64_SIZE(block.size()), '\0');
+        if (av_base64_encode(&text[0], static_cast<int>(text.size()), block.data(),
+                             static_cast<int>(block.size())) == nullptr) {
+            return false;
+        }
+        text.resize(std::strlen(text.c_str()));
+        if (av_dict_set(&mMuxer->metadata, "METADATA_BLOCK_PICTURE", text.c_str(), 0) < 0) {
+            return false;
+        }
+    }
+    // FFmpeg's FLAC and Vorbis muxers write no chapters: they become the
+    // comments its Opus muxer writes for them.
+    if (mFormat == EncodeFormat::Flac || mFormat == EncodeFormat::Vorbis) {
+        for (size_t i = 0; i < mTags.chapters.size(); ++i) {
+            const int64_t ms = (mTags.chapters[i].startUs + 500) / 1000;
+            char key[32], time[48];
+            std::snprintf(key, sizeof key, "CHAPTER%03zu", i);
+            std::snprintf(time, sizeof time, "%02lld:%02lld:%02lld.%03lld",
+                          static_cast<long long>(ms / 3600000), static_cast<long long>(ms / 60000 % 60),
+                          static_cast<long long>(ms / 1000 % 60), static_cast<long long>(ms % 1000));
+            if (av_dict_set(&mMuxer->metadata, key, time, 0) < 0) return false;
+            std::strncat(key, "NAME", sizeof key - std::strlen(key) - 1);
+            if (av_dict_set(&mMuxer->metadata, key, mTags.chapters[i].title.c_str(), 0) < 0) return false;
+        }
+        return true;
+    }
+    // Freed with the muxer's context, as its own chapters are.
+    const unsigned count = static_cast<unsigned>(mTags.chapters.size());
+    if (count == 0) return true;
+    auto** chapters = static_cast<AVChapter**>(av_calloc(count, sizeof(AVChapter*)));
+    if (chapters == nullptr) return false;
+    mMuxer->chapters = chapters;
+    for (unsigned i = 0; i < count; ++i) {
+        auto* chapter = static_cast<AVChapter*>(av_mallocz(sizeof(AVChapter)));
+        if (chapter == nullptr) return false;
+        chapters[i] = chapter;
+        mMuxer->nb_chapters = i + 1;
+        chapter->id = i + 1;
+        chapter->time_base = AVRational{1, 1000};
+        chapter->start = (mTags.chapters[i].startUs + 500) / 1000;
+        chapter->end = chapterEndMs(mTags.chapters, i, 0);
+        if (av_dict_set(&chapter->metadata, "title", mTags.chapters[i].title.c_str(), 0) < 0) {
+            return false;
+        }
+    }
+    return true;
+}
+
+void FfmpegEncoder::endChapters() {
+    if (mMuxer->nb_chapters == 0 || mInputRate == 0) return;
+    const auto totalMs = static_cast<int64_t>(mInputFrames * 1000 / mInputRate);
+    for (unsigned i = 0; i < mMuxer->nb_chapters; ++i) {
+        mMuxer->chapters[i]->end = chapterEndMs(mTags.chapters, i, totalMs);
+    }
 }
 
 int FfmpegEncoder::encoding(const int16_t* pcm, int bytes) {
@@ -372,6 +459,7 @@ int FfmpegEncoder::flushEncoding() {
     mTrailerWritten = true;
     mEndFailed = true;
     if (!encodeRest()) return WRITE_ERROR;
+    endChapters();
     const int trailer = av_write_trailer(mMuxer);
     const int status = mOutput->commit();
     if (trailer < 0) {

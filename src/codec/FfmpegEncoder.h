@@ -61,6 +61,11 @@ public:
     // file.
     ~FfmpegEncoder() override;
 
+    // Tags go to the muxer's metadata, chapters to its chapters (FLAC and
+    // Ogg write them as CHAPTERxx comments, MP4 as a chapter track), a
+    // cover to FLAC's and Ogg's METADATA_BLOCK_PICTURE comment.
+    void setTags(const OutputTags& tags) override { mTags = tags; }
+
     // INIT_FAILED for a channel count other than 1 or 2, a format other than
     // FORMAT_PCM_16, no bit rate for a lossy format, an encoder or muxer
     // that is missing or refuses the settings, or a header that could not
@@ -98,6 +103,10 @@ private:
     bool openCodec(int64_t bitRate, int quality = kNoQuality);
     bool openConverter();
     bool openMuxer();
+    // mTags into the muxer, before its header is written.
+    bool addTags();
+    // The chapters' ends at the length encoded, before the trailer.
+    void endChapters();
     // Frees everything initEncoder() made.
     void release();
     // Converts `frames` input frames into the FIFO; false on failure.
@@ -111,6 +120,7 @@ private:
     bool encodeRest();
 
     const EncodeFormat mFormat;
+    OutputTags mTags;
     AVCodecContext* mCodec = nullptr;
     AVFormatContext* mMuxer = nullptr;
     AVStream* mStream = nullptr;

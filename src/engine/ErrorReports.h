@@ -47,6 +47,13 @@ enum class Report : int {
     kGetSourceFrames,
     kGetScanPeaks,
     kGetScanLoudness,
+    kGetSourceChapterCount,
+    kGetSourceChapter,
+    kSetListTag,
+    kAddListChapter,
+    kSetListChapterCarry,
+    kSetListCover,
+    kClearListTags,
     kCount
 };
 
@@ -118,6 +125,20 @@ inline constexpr ReportSite kReportSites[] = {
      "int32_t WavoryxPriv::getScanPeaks(uint32_t, uint32_t, int16_t*, uint32_t)"},
     {Report::kGetScanLoudness, 0, 0, 0,
      "int32_t WavoryxPriv::getScanLoudness(uint32_t, int32_t*, int32_t*, int32_t*)"},
+    {Report::kGetSourceChapterCount, 0, 0, 0,
+     "int32_t WavoryxPriv::getSourceChapterCount(uint32_t)"},
+    {Report::kGetSourceChapter, 0, 0, 0,
+     "int32_t WavoryxPriv::getSourceChapter(uint32_t, uint32_t, uint32_t*, uint32_t*, char*, uint32_t)"},
+    {Report::kSetListTag, 0, 0, 0,
+     "int32_t WavoryxPriv::setListTag(uint32_t, const char*, const char*)"},
+    {Report::kAddListChapter, 0, 0, 0,
+     "int32_t WavoryxPriv::addListChapter(uint32_t, uint32_t, const char*)"},
+    {Report::kSetListChapterCarry, 0, 0, 0,
+     "int32_t WavoryxPriv::setListChapterCarry(uint32_t, int32_t)"},
+    {Report::kSetListCover, 0, 0, 0,
+     "int32_t WavoryxPriv::setListCover(uint32_t, const char*)"},
+    {Report::kClearListTags, 0, 0, 0,
+     "int32_t WavoryxPriv::clearListTags(uint32_t)"},
 };
 
 constexpr bool reportSitesInOrder() {
