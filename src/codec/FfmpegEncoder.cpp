@@ -285,9 +285,10 @@ bool FfmpegEncoder::addTags() {
             return false;
         }
     }
-    // FFmpeg's FLAC and Vorbis muxers write no chapters: they become the
-    // comments its Opus muxer writes for them.
-    if (mFormat == EncodeFormat::Flac || mFormat == EncodeFormat::Vorbis) {
+    // FFmpeg's FLAC and Vorbis muxers write no chapters, and its Opus muxer
+    // rounds a chapter's seconds up from half a second on (1.750 s becomes
+    // "00:00:02.750"): the comments are written here for all three.
+    if (mFormat != EncodeFormat::Aac) {
         for (size_t i = 0; i < mTags.chapters.size(); ++i) {
             const int64_t ms = (mTags.chapters[i].startUs + 500) / 1000;
             char key[32], time[48];

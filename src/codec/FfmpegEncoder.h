@@ -61,9 +61,10 @@ public:
     // file.
     ~FfmpegEncoder() override;
 
-    // Tags go to the muxer's metadata, chapters to its chapters (FLAC and
-    // Ogg write them as CHAPTERxx comments, MP4 as a chapter track), a
-    // cover to FLAC's and Ogg's METADATA_BLOCK_PICTURE comment.
+    // Tags go to the muxer's metadata; chapters to CHAPTERxx and
+    // CHAPTERxxNAME comments (FLAC, Ogg) or the muxer's chapters (MP4: a
+    // chapter track); a cover to the METADATA_BLOCK_PICTURE comment (FLAC,
+    // Ogg).
     void setTags(const OutputTags& tags) override { mTags = tags; }
 
     // INIT_FAILED for a channel count other than 1 or 2, a format other than
