@@ -594,7 +594,7 @@ public:
      *        exactly the frames encoded;
      *   FLAC, Opus, Vorbis: Vorbis comments (tags, CHAPTERxx and
      *        CHAPTERxxNAME, the cover as METADATA_BLOCK_PICTURE);
-     *   AAC (.m4a): MP4 tags and a chapter track (no cover);
+     *   AAC (.m4a): MP4 tags, a chapter track and the cover (covr);
      *   WAV: nothing.
      * Containers count chapters in ms: a chapter starts at its frame's
      * time rounded to the nearest ms, and lasts until the next one or the

@@ -78,6 +78,48 @@ std::string errorText(int error) {
     return text;
 }
 
+// A FLAC PICTURE block as Vorbis comments carry it: type, MIME type,
+// description, size, depth and colours (0: unstated), then the data.
+std::vector<uint8_t> pictureBlock(const std::vector<uint8_t>& data, const std::string& mime) {
+    std::vector<uint8_t> block;
+    const auto put32 = [&block](uint32_t value) {
+        for (int shift = 24; shift >= 0; shift -= 8) block.push_back(uint8_t(value >> shift));
+    };
+    put32(3);  // the front cover
+    put32(static_cast<uint32_t>(mime.size()));
+    block.insert(block.end(), mime.begin(), mime.end());
+    put32(0);  // no description
+    for (int i = 0; i < 4; ++i) put32(0);
+    put32(static_cast<uint32_t>(data.size()));
+    block.insert(block.end(), data.begin(), data.end());
+    return block;
+}
+
+// A PNG's or JPEG's width and height (the MP4 muxer wants them stated);
+// 1 x 1 when they cannot be found.
+void pictureSize(const std::vector<uint8_t>& data, int* width, int* height) {
+    *width = *height = 1;
+    const auto be16 = [&data](size_t at) { return (data[at] << 8) | data[at + 1]; };
+    if (data.size() >= 24 && data[0] == 0x89 && data[1] == 'P') {
+        *width = static_cast<int>((uint32_t(be16(16)) << 16) | uint32_t(be16(18)));
+        *height = static_cast<int>((uint32_t(be16(20)) << 16) | uint32_t(be16(22)));
+        return;
+    }
+    // JPEG: walk the markers to the first start of frame.
+    size_t at = 2;
+    while (at + 9 < data.size() && data[at] == 0xFF) {
+        const uint8_t marker = data[at + 1];
+        const bool startOfFrame = marker >= 0xC0 && marker <= 0xCF && marker != 0xC4 && marker != 0xC8 &&
+                                  marker != 0xCC;
+        if (startOfFrame) {
+            *height = be16(at + 5);
+            *width = be16(at + 7);
+            return;
+        }
+        at += 2 + static_cast<size_t>(be16(at + 2));
+    }
+}
+
 }  // namespace
 
 FfmpegEncoder::FfmpegEncoder(EncodeFormat format) : mFormat(format) {}
@@ -232,6 +274,18 @@ bool FfmpegEncoder::openMuxer() {
     mStream->time_base = mCodec->time_base;
 
     if (!addTags()) return false;
+    // MP4 takes a cover as a picture stream whose one packet the muxer
+    // keeps for its tags.
+    AVStream* cover = nullptr;
+    if (mTags.cover && mFormat == EncodeFormat::Aac) {
+        cover = avformat_new_stream(mMuxer, nullptr);
+        if (cover == nullptr) return false;
+        cover->disposition = AV_DISPOSITION_ATTACHED_PIC;
+        cover->codecpar->codec_type = AVMEDIA_TYPE_VIDEO;
+        cover->codecpar->codec_id = mTags.coverMime == "image/png" ? AV_CODEC_ID_PNG : AV_CODEC_ID_MJPEG;
+        cover->time_base = AVRational{1, 90000};
+        pictureSize(*mTags.cover, &cover->codecpar->width, &cover->codecpar->height);
+    }
     AVDictionary* options = nullptr;
     if (mFormat == EncodeFormat::Aac) {
         // The edit list's length is counted in the movie's time scale: at
@@ -245,29 +299,16 @@ bool FfmpegEncoder::openMuxer() {
         WV_LOGE("%s header not written: %s", mMuxer->oformat->name, errorText(result).c_str());
         return false;
     }
+    if (cover != nullptr) {
+        if (av_new_packet(mPacket, static_cast<int>(mTags.cover->size())) < 0) return false;
+        std::memcpy(mPacket->data, mTags.cover->data(), mTags.cover->size());
+        mPacket->stream_index = cover->index;
+        mPacket->pts = mPacket->dts = 0;
+        mPacket->flags |= AV_PKT_FLAG_KEY;
+        if (av_interleaved_write_frame(mMuxer, mPacket) < 0) return false;
+    }
     return mOutput->commit() == WRITE_OK;
 }
-
-namespace {
-
-// A FLAC PICTURE block as Vorbis comments carry it: type, MIME type,
-// description, size, depth and colours (0: unstated), then the data.
-std::vector<uint8_t> pictureBlock(const std::vector<uint8_t>& data, const std::string& mime) {
-    std::vector<uint8_t> block;
-    const auto put32 = [&block](uint32_t value) {
-        for (int shift = 24; shift >= 0; shift -= 8) block.push_back(uint8_t(value >> shift));
-    };
-    put32(3);  // the front cover
-    put32(static_cast<uint32_t>(mime.size()));
-    block.insert(block.end(), mime.begin(), mime.end());
-    put32(0);  // no description
-    for (int i = 0; i < 4; ++i) put32(0);
-    put32(static_cast<uint32_t>(data.size()));
-    block.insert(block.end(), data.begin(), data.end());
-    return block;
-}
-
-}  // namespace
 
 bool FfmpegEncoder::addTags() {
     for (const auto& tag : mTags.tags) {
@@ -300,11 +341,17 @@ bool FfmpegEncoder::addTags() {
             std::strncat(key, "NAME", sizeof key - std::strlen(key) - 1);
             if (av_dict_set(&mMuxer->metadata, key, mTags.chapters[i].title.c_str(), 0) < 0) return false;
         }
-        return true;
     }
-    // Freed with the muxer's context, as its own chapters are.
+    // MP4's chapters go to the muxer at the trailer (endChapters), once the
+    // last one's end is known.
+    return true;
+}
+
+bool FfmpegEncoder::endChapters() {
     const unsigned count = static_cast<unsigned>(mTags.chapters.size());
-    if (count == 0) return true;
+    if (mFormat != EncodeFormat::Aac || count == 0 || mInputRate == 0) return true;
+    const auto totalMs = static_cast<int64_t>(mInputFrames * 1000 / mInputRate);
+    // Freed with the muxer's context, as its own chapters are.
     auto** chapters = static_cast<AVChapter**>(av_calloc(count, sizeof(AVChapter*)));
     if (chapters == nullptr) return false;
     mMuxer->chapters = chapters;
@@ -316,20 +363,12 @@ bool FfmpegEncoder::addTags() {
         chapter->id = i + 1;
         chapter->time_base = AVRational{1, 1000};
         chapter->start = (mTags.chapters[i].startUs + 500) / 1000;
-        chapter->end = chapterEndMs(mTags.chapters, i, 0);
+        chapter->end = chapterEndMs(mTags.chapters, i, totalMs);
         if (av_dict_set(&chapter->metadata, "title", mTags.chapters[i].title.c_str(), 0) < 0) {
             return false;
         }
     }
     return true;
-}
-
-void FfmpegEncoder::endChapters() {
-    if (mMuxer->nb_chapters == 0 || mInputRate == 0) return;
-    const auto totalMs = static_cast<int64_t>(mInputFrames * 1000 / mInputRate);
-    for (unsigned i = 0; i < mMuxer->nb_chapters; ++i) {
-        mMuxer->chapters[i]->end = chapterEndMs(mTags.chapters, i, totalMs);
-    }
 }
 
 int FfmpegEncoder::encoding(const int16_t* pcm, int bytes) {
@@ -460,7 +499,7 @@ int FfmpegEncoder::flushEncoding() {
     mTrailerWritten = true;
     mEndFailed = true;
     if (!encodeRest()) return WRITE_ERROR;
-    endChapters();
+    if (!endChapters()) return WRITE_ERROR;
     const int trailer = av_write_trailer(mMuxer);
     const int status = mOutput->commit();
     if (trailer < 0) {

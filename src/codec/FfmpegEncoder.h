@@ -106,8 +106,8 @@ private:
     bool openMuxer();
     // mTags into the muxer, before its header is written.
     bool addTags();
-    // The chapters' ends at the length encoded, before the trailer.
-    void endChapters();
+    // MP4's chapters, ends at the length encoded, for the trailer.
+    bool endChapters();
     // Frees everything initEncoder() made.
     void release();
     // Converts `frames` input frames into the FIFO; false on failure.

@@ -149,6 +149,7 @@ WV_FORWARD(int, av_strerror, (int errnum, char* buffer, size_t size), (errnum, b
 // libavcodec
 WV_FORWARD(AVPacket*, av_packet_alloc, (void), ())
 WV_FORWARD(void, av_packet_free, (AVPacket** packet), (packet))
+WV_FORWARD(int, av_new_packet, (AVPacket* packet, int size), (packet, size))
 WV_FORWARD(void, av_packet_move_ref, (AVPacket* dst, AVPacket* src), (dst, src))
 WV_FORWARD(int, av_packet_ref, (AVPacket* dst, const AVPacket* src), (dst, src))
 WV_FORWARD(void, av_packet_rescale_ts, (AVPacket* packet, AVRational from, AVRational to), (packet, from, to))
