@@ -51,12 +51,13 @@ void addTagOptions(CLI::App* edit, TagOptions& options) {
                      "Set a tag of the output, KEY=VALUE, KEY one of title, artist, album, date, track, comment "
                      "(repeatable; wins over the first source's)")
         ->type_name("KEY=VALUE");
-    edit->add_flag("--no-tags", options.noTags,
-                   "Copy no tags from the first source (by default its title, artist, album, date, track and "
-                   "comment are copied)");
-    edit->add_option("--cover", options.cover, "Front cover picture of the output, a JPEG or PNG file")
-        ->check(CLI::ExistingFile)
-        ->type_name("FILE");
+    CLI::Option* noTags = edit->add_flag("--no-tags", options.noTags,
+                                         "Write no tags (by default the first source's title, artist, album, "
+                                         "date, track and comment are copied)");
+    CLI::Option* cover = edit->add_option("--cover", options.cover, "Front cover picture of the output, a JPEG or PNG file")
+                             ->check(CLI::ExistingFile)
+                             ->type_name("FILE");
+    noTags->excludes(edit->get_option("--tag"))->excludes(cover);
     edit->add_option("--chapter", options.chapterTexts,
                      "Add a chapter at TIME of the output, TIME=TITLE (repeatable); the sources' chapters come "
                      "along with the ranges that keep them")

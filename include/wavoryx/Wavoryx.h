@@ -290,8 +290,9 @@ public:
     /* Chapter `index` (0 for the first): its first frame and the frame
      * after its last, at the rate getPcmSampleRate reports, rounded to the
      * nearest frame from the container's times (for a part loaded by
-     * loadFileRange, counted from the part's start: a chapter that began
-     * before the part starts at 0, one wholly before it is not counted),
+     * loadFileRange, counted from the part's start and cut to the part: a
+     * chapter that began before it starts at 0, one wholly outside it is not
+     * counted),
      * and its title as getSourceTag copies a value (UTF-8, cut to `size` -
      * 1 bytes, never inside a character; "" when it has none). Returns the
      * title's whole length in bytes; -1, -2, -3 as getSourceInfo; -4 for

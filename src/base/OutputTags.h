@@ -38,6 +38,10 @@ struct OutputTags {
     // A JPEG or PNG picture and its MIME type; null for none.
     std::shared_ptr<const std::vector<uint8_t>> cover;
     std::string coverMime;
+    // The output's length as expected when it starts, in ms: the last
+    // chapter's end in a tag written before the real length is known
+    // (and kept, where the file cannot be written again: a pipe).
+    int64_t expectedMs = 0;
 
     bool empty() const { return tags.empty() && chapters.empty() && !cover; }
 };

@@ -70,7 +70,7 @@ int Mp3Encoder::initEncoder(uint32_t sampleRate, uint32_t channels, uint32_t bit
     mEncodedFrames = 0;
     mTagBytes = 0;
     if (!mTags.empty()) {
-        const std::vector<uint8_t> own = id3v2Tag(mTags, 0);
+        const std::vector<uint8_t> own = id3v2Tag(mTags, mTags.expectedMs);
         if (write(own.data(), static_cast<uint32_t>(own.size())) != WRITE_OK) return INIT_FAILED;
         mTagBytes = own.size();
         mInfoFrameOffset = static_cast<int64_t>(mTagBytes);

@@ -109,7 +109,10 @@ JobStep RenderJob::start(WVThreadCmd& cmd) {
         return JobStep::end(EVT_RENDER_FAILED, -1);
     }
     mEncoder->setOptions(mFormat.options);
-    if (!tags.empty()) mEncoder->setTags(tags);
+    if (!tags.empty()) {
+        tags.expectedMs = static_cast<int64_t>(mItem->totalFrames.load()) * 1000 / rate;
+        mEncoder->setTags(tags);
+    }
     if (mEncoder->initEncoder(rate, channels, static_cast<uint32_t>(mFormat.bitRate),
                               AudioEncoder::FORMAT_PCM_16) != 0) {
         mEncoder.reset();

@@ -105,6 +105,10 @@ TEST_F(ChapterTagsTest, ChaptersAsTheFileStatesThem) {
     EXPECT_GE(engine.getSourceChapter(part, 1, &start, &end, title, sizeof title), 0);
     EXPECT_EQ(std::string(title), "Drei");
     EXPECT_EQ(start, 110250u - 66150u);
+    EXPECT_EQ(end, 220500u - 66150u);  // cut at the part's end, 5 s
+    // A part before the last chapter has none of it.
+    const int early = loaded(engine.loadFileRange(mp3.c_str(), 100, 2500));
+    EXPECT_EQ(engine.getSourceChapterCount(early), 2);
 
     const int list = engine.newClipList();
     EXPECT_EQ(engine.getSourceChapterCount(list), WV_ERR_WRONG_ITEM);
