@@ -24,6 +24,7 @@
 #include <wavoryx/Wavoryx.h>
 
 #include "Commands.h"
+#include "EditTags.h"
 #include "Encoding.h"
 #include "FileKind.h"
 #include "Interrupt.h"
@@ -65,6 +66,7 @@ struct EditOptions {
     int lufsTenths = 0;
     int truePeakTenths = kDefaultTruePeakTenths;
     SilenceCutChoice silence;  // --shorten-silence, --trim-silence, --declick
+    TagOptions tags;
 };
 
 constexpr const char* kDefaultLoudness = "-16";
@@ -112,6 +114,7 @@ void checkEditOptions(EditOptions& options) {
         if (options.truePeakGiven) options.truePeakTenths = tenthsOf(options.truePeakText);
     }
     settleSilenceCuts(options.silence);
+    checkTagOptions(options.tags);
 }
 
 // A time, as the rest of the command writes them.
@@ -408,6 +411,7 @@ int cutAndRender(Session& session, SourceLoads& loads, const EditOptions& option
         *listOut = out;
         if (options.normalize) engine.setListLoudness(out, options.lufsTenths, options.truePeakTenths);
     }
+    if (!applyTagOptions(engine, out, loads.sources()[planned[0].load].id, options.tags)) return 1;
     // The engine writes its waveform file beside the output and removes a
     // partial output; both happen in the working folder, and only a
     // finished file reaches what the user named.
@@ -621,6 +625,7 @@ void addEditCommand(CLI::App& app, CommandLine& line) {
     addEncodingOptions(edit, options->encoding);
     addEffectOptions(edit, *options);
     addSilenceCutOptions(edit, options->silence);
+    addTagOptions(edit, options->tags);
     edit->footer(
         "The same file may appear in several ranges; it is loaded once.\n"
         "Effects are applied only when asked for: without them the output holds the ranges' samples exactly.\n"

@@ -91,6 +91,12 @@ std::string jsonString(const std::string& text) {
 // --loudness), or else the length its container states, whether or not its
 // load happened to end before it was cancelled, so that the answer is the
 // same every time.
+struct ShownChapter {
+    uint32_t startFrame = 0;
+    uint32_t endFrame = 0;
+    std::string title;
+};
+
 struct ShownFile {
     const LoadedSource* source = nullptr;
     bool counted = false;  // decoded whole: its frames are counted
@@ -98,6 +104,7 @@ struct ShownFile {
     bool hasFacts = false;
     const LoudnessFigures* loudness = nullptr;              // with --loudness, once measured
     std::vector<std::pair<std::string, std::string>> tags;  // those the file states, by name
+    std::vector<ShownChapter> chapters;                     // those the file states, in order
     bool variableRate = false;                              // an MP3 stating a variable bit rate
     bool known() const { return counted || source->lengthStated; }
     bool exact() const { return counted || source->expectedExact; }
@@ -108,6 +115,28 @@ struct ShownFile {
         return source->sampleRate > 0 ? uint64_t(frames()) * 1000 / uint32_t(source->sampleRate) : 0;
     }
 };
+
+std::vector<ShownChapter> chaptersOf(Wavoryx& engine, int id) {
+    std::vector<ShownChapter> chapters;
+    const int32_t count = engine.getSourceChapterCount(id);
+    for (int32_t i = 0; i < count; ++i) {
+        ShownChapter chapter;
+        std::vector<char> title(256);
+        int32_t length = engine.getSourceChapter(id, unsigned(i), &chapter.startFrame, &chapter.endFrame,
+                                                 title.data(), unsigned(title.size()));
+        if (length >= int32_t(title.size())) {
+            title.resize(size_t(length) + 1);
+            length = engine.getSourceChapter(id, unsigned(i), &chapter.startFrame, &chapter.endFrame,
+                                             title.data(), unsigned(title.size()));
+        }
+        if (length < 0) break;
+        chapter.title = title.data();
+        chapters.push_back(chapter);
+    }
+    return chapters;
+}
+
+uint64_t msOfFrame(uint32_t frame, int rate) { return rate > 0 ? uint64_t(frame) * 1000 / uint32_t(rate) : 0; }
 
 std::string channelsText(const ShownFile& file) {
     const int loaded = file.source->channels;
@@ -192,6 +221,11 @@ void printText(const ShownFile& file) {
                     tenthsText(l.range).c_str(), tenthsText(l.truePeak).c_str());
     }
     for (const auto& tag : file.tags) std::printf("  %s: %s\n", tag.first.c_str(), oneLine(tag.second).c_str());
+    for (const ShownChapter& chapter : file.chapters) {
+        std::printf("  chapter %s-%s %s\n", formatTimeMs(msOfFrame(chapter.startFrame, source.sampleRate)).c_str(),
+                    formatTimeMs(msOfFrame(chapter.endFrame, source.sampleRate)).c_str(),
+                    oneLine(chapter.title).c_str());
+    }
 }
 
 void printJson(const std::vector<ShownFile>& files) {
@@ -218,6 +252,20 @@ void printJson(const std::vector<ShownFile>& files) {
                             jsonString(file.tags[t].second).c_str());
             }
             std::printf("}");
+            // Only where the file has chapters: other files' lines stay as they were.
+            if (!file.chapters.empty()) {
+                std::printf(", \"chapters\": [");
+                for (size_t c = 0; c < file.chapters.size(); ++c) {
+                    const ShownChapter& chapter = file.chapters[c];
+                    std::printf("%s{\"startFrame\": %u, \"endFrame\": %u, \"startMs\": %llu, \"endMs\": %llu, "
+                                "\"title\": %s}",
+                                c == 0 ? "" : ", ", chapter.startFrame, chapter.endFrame,
+                                static_cast<unsigned long long>(msOfFrame(chapter.startFrame, s.sampleRate)),
+                                static_cast<unsigned long long>(msOfFrame(chapter.endFrame, s.sampleRate)),
+                                jsonString(chapter.title).c_str());
+                }
+                std::printf("]");
+            }
             std::string said;
             std::printf(", \"endsEarly\": %s, \"variableBitRate\": %s", endsEarly(file, said) ? "true" : "false",
                         file.variableRate ? "true" : "false");
@@ -264,7 +312,10 @@ int runInfo(const InfoOptions& options, const GlobalOptions& global) {
         file.source = source;
         file.counted = (options.exact || options.loudness) && source->ok;
         file.hasFacts = session.engine().getSourceInfo(source->id, &file.facts) == 0;
-        if (file.hasFacts) file.tags = tagsOf(session.engine(), source->id);
+        if (file.hasFacts) {
+            file.tags = tagsOf(session.engine(), source->id);
+            file.chapters = chaptersOf(session.engine(), source->id);
+        }
         file.variableRate = fileKind(inputFile(name)) == "MP3" && statesVariableRate(inputFile(name));
         std::string said;
         if (endsEarly(file, said)) reportError(name, said);

@@ -285,6 +285,23 @@ public:
      * getSourceInfo; -1, -2, -3 as there; -4 for a null `name` or `value`,
      * a `size` of 0 or another name. */
     int32_t getSourceTag(int id, char const* name, char* value, unsigned int size);
+    /* The chapters the loaded file states, as FFmpeg reads them (MP3
+     * ID3v2 CHAP frames, MP4 chapters, Ogg and FLAC CHAPTERxx comments,
+     * Matroska chapters), in the container's order. Returns their number;
+     * -1, -2, -3 as getSourceInfo. Known from event 6 on. */
+    int32_t getSourceChapterCount(int id);
+    /* Chapter `index` (0 for the first): its first frame and the frame
+     * after its last, at the rate getPcmSampleRate reports, rounded to the
+     * nearest frame from the container's times (for a part loaded by
+     * loadFileRange, counted from the part's start and cut to the part: a
+     * chapter that began before it starts at 0, one wholly outside it is not
+     * counted),
+     * and its title as getSourceTag copies a value (UTF-8, cut to `size` -
+     * 1 bytes, never inside a character; "" when it has none). Returns the
+     * title's whole length in bytes; -1, -2, -3 as getSourceInfo; -4 for
+     * an index past the last, a null pointer or a `size` of 0. Any thread. */
+    int32_t getSourceChapter(int id, unsigned int index, uint32_t* startFrame, uint32_t* endFrame,
+                             char* title, unsigned int size);
     /* Damaged data a load passed over. A packet the codec refuses or cannot
      * decode (corrupt bytes, a frame cut short) is skipped and decoding goes
      * on with the next one, the codec keeping its state (what it conceals
@@ -587,6 +604,51 @@ public:
      * normalised render of the list has ended (or a render is under way),
      * -4 for a null `reachedTenths`. Any thread. */
     int32_t getListLoudnessResult(int listId, int32_t* reachedTenths);
+    /* Tags, chapters and a cover picture of a list's renders, read when a
+     * render starts (later calls change the next render). A list with none
+     * of them set (the default, or after clearListTags) renders byte for
+     * byte as before, with no tag at all. Where they go:
+     *   MP3: an ID3v2.4 tag at the start (UTF-8 text frames TIT2, TPE1,
+     *        TALB, TDRC, TRCK, COMM; APIC; one CHAP frame per chapter, up
+     *        to 255, with start and end in ms, and a CTOC listing them);
+     *        LAME's info frame follows it, so the file still decodes to
+     *        exactly the frames encoded;
+     *   FLAC, Opus, Vorbis: Vorbis comments (tags, CHAPTERxx and
+     *        CHAPTERxxNAME, the cover as METADATA_BLOCK_PICTURE);
+     *   AAC (.m4a): MP4 tags, a chapter track and the cover (covr);
+     *   WAV: nothing.
+     * Containers count chapters in ms: a chapter starts at its frame's
+     * time rounded to the nearest ms, and lasts until the next one or the
+     * end of the output.
+     * Each returns 0; -1 for an unknown listId, -2 for an item that is not
+     * a list; -4 as each says. Any thread. */
+    /* Sets tag `name` ("title", "artist", "album", "date", "track" or
+     * "comment", any case) to the UTF-8 `value`; NULL or "" removes it.
+     * -4 for another name. */
+    int32_t setListTag(int listId, char const* name, char const* value);
+    /* Adds a chapter titled `title` (UTF-8; line breaks become spaces)
+     * starting at startMs of the output's time. Chapters are kept sorted
+     * by start; one added at the time of another follows it. -4 for a
+     * NULL title. */
+    int32_t addListChapter(int listId, unsigned int startMs, char const* title);
+    /* carry 1: the chapters of the clips' sources (getSourceChapter) move
+     * with the clips into the output, beside those addListChapter added.
+     * A chapter whose start a clip keeps starts exactly where that frame
+     * lands in the output (crossfades and rate conversion counted); one
+     * whose start was cut away but part of which a clip keeps starts
+     * where the clip starts, unless the clip before kept the same chapter
+     * up to there; one no clip keeps any of is dropped. Lists used as
+     * clips bring none. A render of a list with a source that has
+     * chapters and still loads waits for that load to end before it
+     * starts (the clips' lengths place the chapters). 0 (the default):
+     * none are carried. -4 for another value. */
+    int32_t setListChapterCarry(int listId, int carry);
+    /* Reads the JPEG or PNG picture at `path` now (at most 16 MB) as the
+     * front cover; NULL or "" removes it. -4 when the file cannot be read
+     * or is neither. */
+    int32_t setListCover(int listId, char const* path);
+    /* Removes every tag, chapter and the cover set, and stops carrying. */
+    int32_t clearListTags(int listId);
     /* Bit rate (kbit/s) of a list's or recording's output. Once its
      * encoder has started (during the render and after it), the rate the
      * file is encoded at: LAME rounds a constant MP3 rate to the nearest

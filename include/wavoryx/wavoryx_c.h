@@ -172,6 +172,21 @@ WAVORYX_API int32_t wv_scan_file_silence(wv_engine* engine, const char* path,
                                          int threshold_tenths_db, unsigned int min_ms);
 WAVORYX_API int32_t wv_get_silence_scan_frames(wv_engine* engine, int32_t id, uint32_t* frames);
 
+/* Chapters and tags: as getSourceChapterCount, getSourceChapter,
+ * setListTag, addListChapter, setListChapterCarry, setListCover,
+ * clearListTags. */
+WAVORYX_API int32_t wv_get_source_chapter_count(wv_engine* engine, int32_t id);
+WAVORYX_API int32_t wv_get_source_chapter(wv_engine* engine, int32_t id, unsigned int index,
+                                          uint32_t* start_frame, uint32_t* end_frame, char* title,
+                                          unsigned int size);
+WAVORYX_API int32_t wv_set_list_tag(wv_engine* engine, int32_t list_id, const char* name,
+                                    const char* value);
+WAVORYX_API int32_t wv_add_list_chapter(wv_engine* engine, int32_t list_id, unsigned int start_ms,
+                                        const char* title);
+WAVORYX_API int32_t wv_set_list_chapter_carry(wv_engine* engine, int32_t list_id, int carry);
+WAVORYX_API int32_t wv_set_list_cover(wv_engine* engine, int32_t list_id, const char* path);
+WAVORYX_API int32_t wv_clear_list_tags(wv_engine* engine, int32_t list_id);
+
 /* Playback: as playStart, playPause, playResume, playStop, playSeekTo,
  * setPlaySpeed, getPlayPositionMs. */
 WAVORYX_API int32_t wv_play_start(wv_engine* engine, int32_t id);

@@ -294,6 +294,34 @@ int32_t wv_set_resample_quality(wv_engine* e, int32_t list_id, int quality) {
     return e->engine.setResampleQuality(list_id, quality);
 }
 
+int32_t wv_get_source_chapter_count(wv_engine* e, int32_t id) {
+    return e->engine.getSourceChapterCount(id);
+}
+
+int32_t wv_get_source_chapter(wv_engine* e, int32_t id, unsigned int index, uint32_t* start_frame,
+                              uint32_t* end_frame, char* title, unsigned int size) {
+    return e->engine.getSourceChapter(id, index, start_frame, end_frame, title, size);
+}
+
+int32_t wv_set_list_tag(wv_engine* e, int32_t list_id, const char* name, const char* value) {
+    return e->engine.setListTag(list_id, name, value);
+}
+
+int32_t wv_add_list_chapter(wv_engine* e, int32_t list_id, unsigned int start_ms,
+                            const char* title) {
+    return e->engine.addListChapter(list_id, start_ms, title);
+}
+
+int32_t wv_set_list_chapter_carry(wv_engine* e, int32_t list_id, int carry) {
+    return e->engine.setListChapterCarry(list_id, carry);
+}
+
+int32_t wv_set_list_cover(wv_engine* e, int32_t list_id, const char* path) {
+    return e->engine.setListCover(list_id, path);
+}
+
+int32_t wv_clear_list_tags(wv_engine* e, int32_t list_id) { return e->engine.clearListTags(list_id); }
+
 int32_t wv_set_list_loudness(wv_engine* e, int32_t list_id, int lufs_tenths, int true_peak_tenths) {
     return e->engine.setListLoudness(list_id, lufs_tenths, true_peak_tenths);
 }

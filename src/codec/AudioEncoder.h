@@ -12,6 +12,7 @@
 
 #include <cstdint>
 
+#include "base/OutputTags.h"
 #include "codec/FileWriter.h"
 
 namespace wv {
@@ -64,6 +65,11 @@ public:
 
     // Choices for the next initEncoder(); values out of range are clamped.
     virtual void setOptions(const EncodeOptions& options) { (void)options; }
+
+    // Tags, chapters and cover for the next initEncoder(), where the format
+    // holds them (MP3: an ID3v2.4 tag; FLAC, Ogg: Vorbis comments; M4A: MP4
+    // tags and chapters); WAV ignores them. None set: the file as before.
+    virtual void setTags(const OutputTags& tags) { (void)tags; }
 
     // Prepares the encoder and writes the file's leading bytes (WAV header,
     // MP3 tag). `sampleRate` in Hz; `bitrate` in kbit/s, used by the lossy

@@ -5,6 +5,7 @@ extern "C" {
 #include <libavcodec/avcodec.h>
 #include <libavformat/avformat.h>
 #include <libavutil/audio_fifo.h>
+#include <libavutil/base64.h>
 #include <libavutil/channel_layout.h>
 #include <libavutil/dict.h>
 #include <libavutil/frame.h>
@@ -13,6 +14,8 @@ extern "C" {
 }
 
 #include <algorithm>
+#include <cstdio>
+#include <cstring>
 #include <string>
 
 #include "base/Log.h"
@@ -73,6 +76,48 @@ std::string errorText(int error) {
     char text[AV_ERROR_MAX_STRING_SIZE] = {};
     av_strerror(error, text, sizeof text);
     return text;
+}
+
+// A FLAC PICTURE block as Vorbis comments carry it: type, MIME type,
+// description, size, depth and colours (0: unstated), then the data.
+std::vector<uint8_t> pictureBlock(const std::vector<uint8_t>& data, const std::string& mime) {
+    std::vector<uint8_t> block;
+    const auto put32 = [&block](uint32_t value) {
+        for (int shift = 24; shift >= 0; shift -= 8) block.push_back(uint8_t(value >> shift));
+    };
+    put32(3);  // the front cover
+    put32(static_cast<uint32_t>(mime.size()));
+    block.insert(block.end(), mime.begin(), mime.end());
+    put32(0);  // no description
+    for (int i = 0; i < 4; ++i) put32(0);
+    put32(static_cast<uint32_t>(data.size()));
+    block.insert(block.end(), data.begin(), data.end());
+    return block;
+}
+
+// A PNG's or JPEG's width and height (the MP4 muxer wants them stated);
+// 1 x 1 when they cannot be found.
+void pictureSize(const std::vector<uint8_t>& data, int* width, int* height) {
+    *width = *height = 1;
+    const auto be16 = [&data](size_t at) { return (data[at] << 8) | data[at + 1]; };
+    if (data.size() >= 24 && data[0] == 0x89 && data[1] == 'P') {
+        *width = static_cast<int>((uint32_t(be16(16)) << 16) | uint32_t(be16(18)));
+        *height = static_cast<int>((uint32_t(be16(20)) << 16) | uint32_t(be16(22)));
+        return;
+    }
+    // JPEG: walk the markers to the first start of frame.
+    size_t at = 2;
+    while (at + 9 < data.size() && data[at] == 0xFF) {
+        const uint8_t marker = data[at + 1];
+        const bool startOfFrame = marker >= 0xC0 && marker <= 0xCF && marker != 0xC4 && marker != 0xC8 &&
+                                  marker != 0xCC;
+        if (startOfFrame) {
+            *height = be16(at + 5);
+            *width = be16(at + 7);
+            return;
+        }
+        at += 2 + static_cast<size_t>(be16(at + 2));
+    }
 }
 
 }  // namespace
@@ -228,6 +273,19 @@ bool FfmpegEncoder::openMuxer() {
     if (avcodec_parameters_from_context(mStream->codecpar, mCodec) < 0) return false;
     mStream->time_base = mCodec->time_base;
 
+    if (!addTags()) return false;
+    // MP4 takes a cover as a picture stream whose one packet the muxer
+    // keeps for its tags.
+    AVStream* cover = nullptr;
+    if (mTags.cover && mFormat == EncodeFormat::Aac) {
+        cover = avformat_new_stream(mMuxer, nullptr);
+        if (cover == nullptr) return false;
+        cover->disposition = AV_DISPOSITION_ATTACHED_PIC;
+        cover->codecpar->codec_type = AVMEDIA_TYPE_VIDEO;
+        cover->codecpar->codec_id = mTags.coverMime == "image/png" ? AV_CODEC_ID_PNG : AV_CODEC_ID_MJPEG;
+        cover->time_base = AVRational{1, 90000};
+        pictureSize(*mTags.cover, &cover->codecpar->width, &cover->codecpar->height);
+    }
     AVDictionary* options = nullptr;
     if (mFormat == EncodeFormat::Aac) {
         // The edit list's length is counted in the movie's time scale: at
@@ -241,7 +299,76 @@ bool FfmpegEncoder::openMuxer() {
         WV_LOGE("%s header not written: %s", mMuxer->oformat->name, errorText(result).c_str());
         return false;
     }
+    if (cover != nullptr) {
+        if (av_new_packet(mPacket, static_cast<int>(mTags.cover->size())) < 0) return false;
+        std::memcpy(mPacket->data, mTags.cover->data(), mTags.cover->size());
+        mPacket->stream_index = cover->index;
+        mPacket->pts = mPacket->dts = 0;
+        mPacket->flags |= AV_PKT_FLAG_KEY;
+        if (av_interleaved_write_frame(mMuxer, mPacket) < 0) return false;
+    }
     return mOutput->commit() == WRITE_OK;
+}
+
+bool FfmpegEncoder::addTags() {
+    for (const auto& tag : mTags.tags) {
+        if (av_dict_set(&mMuxer->metadata, tag.first.c_str(), tag.second.c_str(), 0) < 0) return false;
+    }
+    if (mTags.cover && mFormat != EncodeFormat::Aac) {
+        const std::vector<uint8_t> block = pictureBlock(*mTags.cover, mTags.coverMime);
+        std::string text(AV_BASE64_SIZE(block.size()), '\0');
+        if (av_base64_encode(&text[0], static_cast<int>(text.size()), block.data(),
+                             static_cast<int>(block.size())) == nullptr) {
+            return false;
+        }
+        text.resize(std::strlen(text.c_str()));
+        if (av_dict_set(&mMuxer->metadata, "METADATA_BLOCK_PICTURE", text.c_str(), 0) < 0) {
+            return false;
+        }
+    }
+    // FFmpeg's FLAC and Vorbis muxers write no chapters, and its Opus muxer
+    // rounds a chapter's seconds up from half a second on (1.750 s becomes
+    // "00:00:02.750"): the comments are written here for all three.
+    if (mFormat != EncodeFormat::Aac) {
+        for (size_t i = 0; i < mTags.chapters.size(); ++i) {
+            const int64_t ms = (mTags.chapters[i].startUs + 500) / 1000;
+            char key[32], time[48];
+            std::snprintf(key, sizeof key, "CHAPTER%03zu", i);
+            std::snprintf(time, sizeof time, "%02lld:%02lld:%02lld.%03lld",
+                          static_cast<long long>(ms / 3600000), static_cast<long long>(ms / 60000 % 60),
+                          static_cast<long long>(ms / 1000 % 60), static_cast<long long>(ms % 1000));
+            if (av_dict_set(&mMuxer->metadata, key, time, 0) < 0) return false;
+            std::strncat(key, "NAME", sizeof key - std::strlen(key) - 1);
+            if (av_dict_set(&mMuxer->metadata, key, mTags.chapters[i].title.c_str(), 0) < 0) return false;
+        }
+    }
+    // MP4's chapters go to the muxer at the trailer (endChapters), once the
+    // last one's end is known.
+    return true;
+}
+
+bool FfmpegEncoder::endChapters() {
+    const unsigned count = static_cast<unsigned>(mTags.chapters.size());
+    if (mFormat != EncodeFormat::Aac || count == 0 || mInputRate == 0) return true;
+    const auto totalMs = static_cast<int64_t>(mInputFrames * 1000 / mInputRate);
+    // Freed with the muxer's context, as its own chapters are.
+    auto** chapters = static_cast<AVChapter**>(av_calloc(count, sizeof(AVChapter*)));
+    if (chapters == nullptr) return false;
+    mMuxer->chapters = chapters;
+    for (unsigned i = 0; i < count; ++i) {
+        auto* chapter = static_cast<AVChapter*>(av_mallocz(sizeof(AVChapter)));
+        if (chapter == nullptr) return false;
+        chapters[i] = chapter;
+        mMuxer->nb_chapters = i + 1;
+        chapter->id = i + 1;
+        chapter->time_base = AVRational{1, 1000};
+        chapter->start = (mTags.chapters[i].startUs + 500) / 1000;
+        chapter->end = chapterEndMs(mTags.chapters, i, totalMs);
+        if (av_dict_set(&chapter->metadata, "title", mTags.chapters[i].title.c_str(), 0) < 0) {
+            return false;
+        }
+    }
+    return true;
 }
 
 int FfmpegEncoder::encoding(const int16_t* pcm, int bytes) {
@@ -372,6 +499,7 @@ int FfmpegEncoder::flushEncoding() {
     mTrailerWritten = true;
     mEndFailed = true;
     if (!encodeRest()) return WRITE_ERROR;
+    if (!endChapters()) return WRITE_ERROR;
     const int trailer = av_write_trailer(mMuxer);
     const int status = mOutput->commit();
     if (trailer < 0) {

@@ -61,6 +61,12 @@ public:
     // file.
     ~FfmpegEncoder() override;
 
+    // Tags go to the muxer's metadata; chapters to CHAPTERxx and
+    // CHAPTERxxNAME comments (FLAC, Ogg) or the muxer's chapters (MP4: a
+    // chapter track); a cover to the METADATA_BLOCK_PICTURE comment (FLAC,
+    // Ogg).
+    void setTags(const OutputTags& tags) override { mTags = tags; }
+
     // INIT_FAILED for a channel count other than 1 or 2, a format other than
     // FORMAT_PCM_16, no bit rate for a lossy format, an encoder or muxer
     // that is missing or refuses the settings, or a header that could not
@@ -98,6 +104,10 @@ private:
     bool openCodec(int64_t bitRate, int quality = kNoQuality);
     bool openConverter();
     bool openMuxer();
+    // mTags into the muxer, before its header is written.
+    bool addTags();
+    // MP4's chapters, ends at the length encoded, for the trailer.
+    bool endChapters();
     // Frees everything initEncoder() made.
     void release();
     // Converts `frames` input frames into the FIFO; false on failure.
@@ -111,6 +121,7 @@ private:
     bool encodeRest();
 
     const EncodeFormat mFormat;
+    OutputTags mTags;
     AVCodecContext* mCodec = nullptr;
     AVFormatContext* mMuxer = nullptr;
     AVStream* mStream = nullptr;

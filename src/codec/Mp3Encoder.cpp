@@ -8,6 +8,7 @@
 
 #include "base/CheckSites.h"
 #include "base/Log.h"
+#include "codec/Id3Tag.h"
 
 namespace wv {
 
@@ -65,8 +66,16 @@ int Mp3Encoder::initEncoder(uint32_t sampleRate, uint32_t channels, uint32_t bit
     mLame = startLame(!fits, infoFrame);
     if (mLame == nullptr) return INIT_FAILED;
 
-    const size_t tagBytes = lame_get_id3v2_tag(mLame, nullptr, 0);
     mInfoFrameOffset = 0;
+    mEncodedFrames = 0;
+    mTagBytes = 0;
+    if (!mTags.empty()) {
+        const std::vector<uint8_t> own = id3v2Tag(mTags, mTags.expectedMs);
+        if (write(own.data(), static_cast<uint32_t>(own.size())) != WRITE_OK) return INIT_FAILED;
+        mTagBytes = own.size();
+        mInfoFrameOffset = static_cast<int64_t>(mTagBytes);
+    }
+    const size_t tagBytes = lame_get_id3v2_tag(mLame, nullptr, 0);
     if (tagBytes == 0) return 0;
     auto* tag = static_cast<unsigned char*>(std::malloc(tagBytes));
     WV_CHECK_AT(Check::kMp3EncoderTag, tag != nullptr);
@@ -74,7 +83,7 @@ int Mp3Encoder::initEncoder(uint32_t sampleRate, uint32_t channels, uint32_t bit
     const int status = write(tag, static_cast<uint32_t>(mLastBytes));
     std::free(tag);
     if (status != WRITE_OK) return INIT_FAILED;
-    mInfoFrameOffset = static_cast<int64_t>(mLastBytes);
+    mInfoFrameOffset += static_cast<int64_t>(mLastBytes);
     return 0;
 }
 
@@ -136,6 +145,7 @@ uint32_t Mp3Encoder::outputBitRate() const {
 int Mp3Encoder::encoding(const int16_t* pcm, int bytes) {
     if (mLame == nullptr || bytes < 0) return WRITE_ERROR;
     int frames = static_cast<int>(static_cast<uint32_t>(bytes) / mFrameBytes);
+    mEncodedFrames += static_cast<uint64_t>(frames);
     // LAME reads the input without changing it; its interface is not const.
     auto* input = reinterpret_cast<uint8_t*>(const_cast<int16_t*>(pcm));
     do {
@@ -173,7 +183,16 @@ int Mp3Encoder::flushEncoding() {
             return status;
         }
     }
-    return writeInfoFrame();
+    const int info = writeInfoFrame();
+    return info != WRITE_OK ? info : rewriteTag();
+}
+
+int Mp3Encoder::rewriteTag() {
+    if (mTagBytes == 0 || mTags.chapters.empty() || !isSeekable() || mSampleRate == 0) return 0;
+    const auto totalMs = static_cast<int64_t>(mEncodedFrames * 1000 / mSampleRate);
+    const std::vector<uint8_t> tag = id3v2Tag(mTags, totalMs);
+    if (tag.size() != mTagBytes) return WRITE_ERROR;
+    return writeAt(0, tag.data(), static_cast<uint32_t>(tag.size()));
 }
 
 int Mp3Encoder::writeInfoFrame() {

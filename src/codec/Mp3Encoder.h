@@ -41,6 +41,9 @@ public:
     ~Mp3Encoder() override;
 
     void setOptions(const EncodeOptions& options) override;
+    // An ID3v2.4 tag (see Id3Tag.h) ahead of LAME's info frame; its
+    // chapters' ends are written again once the length is known.
+    void setTags(const OutputTags& tags) override { mTags = tags; }
     // INIT_FAILED for a channel count other than 1 or 2, an unknown format
     // code, parameters LAME rejects, or a failed tag write.
     int initEncoder(uint32_t sampleRate, uint32_t channels, uint32_t bitrate, int format) override;
@@ -75,6 +78,12 @@ private:
     // Whether LAME's info frame fits in a frame of `lame`'s bit rate.
     bool infoFrameFits(lame_global_struct* lame) const;
 
+    // Writes the tag again with the chapters' ends at the length encoded.
+    int rewriteTag();
+
+    OutputTags mTags;
+    size_t mTagBytes = 0;         // of our ID3v2.4 tag at the file's start
+    uint64_t mEncodedFrames = 0;  // input frames passed to LAME
     lame_global_struct* mLame = nullptr;
     int64_t mInfoFrameOffset = 0;  // just after the ID3v2 tag
     uint32_t mSampleRate = 0;

@@ -50,6 +50,13 @@ enum class Report : int {
     kScanSilence,
     kGetSilences,
     kGetSilenceScanFrames,
+    kGetSourceChapterCount,
+    kGetSourceChapter,
+    kSetListTag,
+    kAddListChapter,
+    kSetListChapterCarry,
+    kSetListCover,
+    kClearListTags,
     kCount
 };
 
@@ -127,6 +134,20 @@ inline constexpr ReportSite kReportSites[] = {
      "int32_t WavoryxPriv::getSilences(uint32_t, uint32_t*, uint32_t)"},
     {Report::kGetSilenceScanFrames, 0, 0, 0,
      "int32_t WavoryxPriv::getSilenceScanFrames(uint32_t, uint32_t*)"},
+    {Report::kGetSourceChapterCount, 0, 0, 0,
+     "int32_t WavoryxPriv::getSourceChapterCount(uint32_t)"},
+    {Report::kGetSourceChapter, 0, 0, 0,
+     "int32_t WavoryxPriv::getSourceChapter(uint32_t, uint32_t, uint32_t*, uint32_t*, char*, uint32_t)"},
+    {Report::kSetListTag, 0, 0, 0,
+     "int32_t WavoryxPriv::setListTag(uint32_t, const char*, const char*)"},
+    {Report::kAddListChapter, 0, 0, 0,
+     "int32_t WavoryxPriv::addListChapter(uint32_t, uint32_t, const char*)"},
+    {Report::kSetListChapterCarry, 0, 0, 0,
+     "int32_t WavoryxPriv::setListChapterCarry(uint32_t, int32_t)"},
+    {Report::kSetListCover, 0, 0, 0,
+     "int32_t WavoryxPriv::setListCover(uint32_t, const char*)"},
+    {Report::kClearListTags, 0, 0, 0,
+     "int32_t WavoryxPriv::clearListTags(uint32_t)"},
 };
 
 constexpr bool reportSitesInOrder() {

@@ -56,6 +56,9 @@ public:
     int32_t getOutputBitRate(uint32_t id);
     int32_t getSourceInfo(uint32_t id, WvSourceInfo* info);
     int32_t getSourceTag(uint32_t id, const char* name, char* value, uint32_t size);
+    int32_t getSourceChapterCount(uint32_t id);
+    int32_t getSourceChapter(uint32_t id, uint32_t index, uint32_t* startFrame, uint32_t* endFrame,
+                             char* title, uint32_t size);
     int32_t getLoadDamage(uint32_t id, uint32_t* firstMs);
     int32_t getSourceFrames(uint32_t id, uint32_t* frames);
     int32_t openPcmData(wv::pcm_id_t id, uint64_t* offset, uint64_t* bytes);  // PcmDataOps.cpp
@@ -90,6 +93,11 @@ public:
     int32_t setEncodeOptions(uint32_t id, int32_t quality, int32_t vbr, int32_t jointStereo);
     int32_t setResampleQuality(uint32_t listId, int32_t quality);
     int32_t setListLoudness(uint32_t listId, int32_t lufsTenths, int32_t truePeakTenths);
+    int32_t setListTag(uint32_t listId, const char* name, const char* value);
+    int32_t addListChapter(uint32_t listId, uint32_t startMs, const char* title);
+    int32_t setListChapterCarry(uint32_t listId, int32_t carry);
+    int32_t setListCover(uint32_t listId, const char* path);
+    int32_t clearListTags(uint32_t listId);
     int32_t getListLoudnessResult(uint32_t listId, int32_t* reachedTenths);
     int32_t process(uint32_t listId);
     int32_t cancelProcess(uint32_t listId);

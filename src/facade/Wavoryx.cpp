@@ -148,6 +148,36 @@ int32_t Wavoryx::setEncodeOptions(int id, int quality, int vbr, int jointStereo)
 int32_t Wavoryx::setResampleQuality(int listId, int quality) {
     return mPriv->setResampleQuality(static_cast<uint32_t>(listId), quality);
 }
+int32_t Wavoryx::getSourceChapterCount(int id) {
+    return mPriv->getSourceChapterCount(static_cast<uint32_t>(id));
+}
+
+int32_t Wavoryx::getSourceChapter(int id, unsigned int index, uint32_t* startFrame,
+                                  uint32_t* endFrame, char* title, unsigned int size) {
+    return mPriv->getSourceChapter(static_cast<uint32_t>(id), index, startFrame, endFrame, title,
+                                   size);
+}
+
+int32_t Wavoryx::setListTag(int listId, char const* name, char const* value) {
+    return mPriv->setListTag(static_cast<uint32_t>(listId), name, value);
+}
+
+int32_t Wavoryx::addListChapter(int listId, unsigned int startMs, char const* title) {
+    return mPriv->addListChapter(static_cast<uint32_t>(listId), startMs, title);
+}
+
+int32_t Wavoryx::setListChapterCarry(int listId, int carry) {
+    return mPriv->setListChapterCarry(static_cast<uint32_t>(listId), carry);
+}
+
+int32_t Wavoryx::setListCover(int listId, char const* path) {
+    return mPriv->setListCover(static_cast<uint32_t>(listId), path);
+}
+
+int32_t Wavoryx::clearListTags(int listId) {
+    return mPriv->clearListTags(static_cast<uint32_t>(listId));
+}
+
 int32_t Wavoryx::setListLoudness(int listId, int lufsTenths, int truePeakTenths) {
     return mPriv->setListLoudness(static_cast<uint32_t>(listId), lufsTenths, truePeakTenths);
 }

@@ -8,6 +8,8 @@
 #include <cstdint>
 #include <string>
 
+#include "base/OutputTags.h"
+
 namespace wv {
 
 struct RenderSettings {
@@ -41,6 +43,12 @@ struct RenderSettings {
     int32_t audioSource = 0;
     float pitch = 0.0f;
     int32_t robot = 0;
+    // Tags, chapters and cover the output carries (setListTag,
+    // addListChapter, setListCover); empty: none, the bytes as before.
+    OutputTags outputTags;
+    // Whether the chapters of the clips' sources move with their kept
+    // ranges into the output (setListChapterCarry).
+    bool carryChapters = false;
 };
 
 }  // namespace wv

@@ -89,6 +89,9 @@ struct SourceFacts {
     bool framesExact = false;
     // Tags by name ("title", "artist", ...), those the file states.
     std::vector<std::pair<std::string, std::string>> tags;
+    // Chapters the container states, in frames of the item (a ranged
+    // load's from its start: cut to the part, those outside it dropped).
+    std::vector<SourceChapter> chapters;
 };
 
 // Whatever plays an item; destroying it stops and frees the playback.

@@ -4,7 +4,9 @@
 #include <unistd.h>
 
 #include <algorithm>
+#include <cstdint>
 #include <cstring>
+#include <sstream>
 
 #include "base/CheckSites.h"
 #include "base/Clock.h"
@@ -123,6 +125,30 @@ void AudioDecoder::noteFacts(const MetaData& meta) {
     }
     for (const TagKey& tag : kTagKeys) {
         if (meta.findCString(tag.key, &text)) mFacts.tags.emplace_back(tag.name, text);
+    }
+    if (meta.findCString(kKeyChapters, &text) && mFacts.sampleRate > 0) noteChapters(text);
+}
+
+void AudioDecoder::noteChapters(const char* text) {
+    const int64_t rate = mFacts.sampleRate;
+    const int64_t skipped = mRanged ? static_cast<int64_t>(frameAtMs(mStartMs, mFacts.sampleRate)) : 0;
+    const int64_t partEnd =
+        mRanged ? static_cast<int64_t>(frameAtMs(mEndMs, mFacts.sampleRate)) - skipped : INT64_MAX;
+    // Rounded to the nearest frame: a container that counts in ms states
+    // a frame's start to within half a frame.
+    const auto frameOf = [rate](int64_t us) { return (us * rate + 500000) / 1000000; };
+    std::istringstream lines(text);
+    std::string line;
+    while (std::getline(lines, line)) {
+        std::istringstream fields(line);
+        long long startUs = 0, endUs = 0;
+        if (!(fields >> startUs >> endUs)) continue;
+        SourceChapter chapter;
+        chapter.startFrame = std::max<int64_t>(0, frameOf(startUs) - skipped);
+        chapter.endFrame = std::min(frameOf(endUs) - skipped, partEnd);
+        if (chapter.endFrame <= chapter.startFrame) continue;
+        std::getline(fields >> std::ws, chapter.title);
+        mFacts.chapters.push_back(std::move(chapter));
     }
 }
 

@@ -77,6 +77,8 @@ public:
 private:
     void finishStream();
     void noteFacts(const MetaData& meta);
+    // The kKeyChapters text as the item's chapters.
+    void noteChapters(const char* text);
 
     MediaBuffer* mBuffer = nullptr;
     std::shared_ptr<MediaSource> mMediaSource;

@@ -5,6 +5,7 @@
 
 #include "base/Clock.h"
 #include "base/Log.h"
+#include "items/ListChapters.h"
 #include "render/EncoderThread.h"
 
 namespace wv {
@@ -89,6 +90,15 @@ JobStep RenderJob::start(WVThreadCmd& cmd) {
     }
 
     settleOutput();
+    // Where a source's chapters land depends on the lengths of the clips
+    // before them: a source still loading holds the render until it ends.
+    OutputTags tags = mSettings.outputTags;
+    if (mSettings.carryChapters &&
+        !carriedChapters(*mItem->clipList, mFormat.rate, &tags.chapters)) {
+        WV_LOGD("list %d waits for its sources' lengths to place their chapters",
+                static_cast<int>(id));
+        return JobStep::wait(mWorker.retryDelayMs());
+    }
     const uint32_t rate = static_cast<uint32_t>(mFormat.rate);
     const uint32_t channels = static_cast<uint32_t>(mFormat.channels);
     const std::string& path = mFormat.path;
@@ -99,6 +109,10 @@ JobStep RenderJob::start(WVThreadCmd& cmd) {
         return JobStep::end(EVT_RENDER_FAILED, -1);
     }
     mEncoder->setOptions(mFormat.options);
+    if (!tags.empty()) {
+        tags.expectedMs = static_cast<int64_t>(mItem->totalFrames.load()) * 1000 / rate;
+        mEncoder->setTags(tags);
+    }
     if (mEncoder->initEncoder(rate, channels, static_cast<uint32_t>(mFormat.bitRate),
                               AudioEncoder::FORMAT_PCM_16) != 0) {
         mEncoder.reset();

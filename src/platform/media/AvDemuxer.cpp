@@ -126,6 +126,22 @@ const char* AvDemuxer::metadataValue(int index, const char* name) const {
     return entry != nullptr ? entry->value : nullptr;
 }
 
+std::string AvDemuxer::chaptersText() const {
+    std::string text;
+    for (unsigned i = 0; i < mFormat->nb_chapters; ++i) {
+        const AVChapter* chapter = mFormat->chapters[i];
+        const AVDictionaryEntry* title = av_dict_get(chapter->metadata, "title", nullptr, 0);
+        std::string name = title != nullptr ? title->value : "";
+        for (char& c : name) {
+            if (c == '\n' || c == '\r') c = ' ';
+        }
+        text += std::to_string(av_rescale_q(chapter->start, chapter->time_base, AV_TIME_BASE_Q)) +
+                " " + std::to_string(av_rescale_q(chapter->end, chapter->time_base, AV_TIME_BASE_Q)) +
+                " " + name + "\n";
+    }
+    return text;
+}
+
 int64_t AvDemuxer::containerDurationUs() const {
     return mFormat->duration == AV_NOPTS_VALUE || mFormat->duration <= 0 ? -1 : mFormat->duration;
 }

@@ -8,6 +8,7 @@
 #include <cstdint>
 #include <memory>
 #include <mutex>
+#include <string>
 #include <vector>
 
 #include "platform/media/DataSource.h"
@@ -35,6 +36,8 @@ public:
     // The container's metadata value `name` (case-insensitive), else the
     // stream's; nullptr when neither states it.
     const char* metadataValue(int index, const char* name) const;
+    // The container's chapters as kKeyChapters text; empty when none.
+    std::string chaptersText() const;
     // Container-level duration in microseconds, or -1 when unknown.
     int64_t containerDurationUs() const;
     // Whether the durations were only estimated from the bit rate.

@@ -43,6 +43,8 @@ std::shared_ptr<MetaData> AvFormatExtractor::describeStream(int index) const {
         const char* value = mDemuxer->metadataValue(index, tag.name);
         if (value != nullptr && value[0] != '\0') meta->setCString(tag.key, value);
     }
+    const std::string chapters = mDemuxer->chaptersText();
+    if (!chapters.empty()) meta->setCString(kKeyChapters, chapters.c_str());
     char layout[64] = "";
     if (codec->ch_layout.nb_channels > 0 &&
         av_channel_layout_describe(&codec->ch_layout, layout, sizeof layout) > 0) {

@@ -14,6 +14,7 @@ extern "C" {
 #include <libavcodec/avcodec.h>
 #include <libavformat/avformat.h>
 #include <libavutil/audio_fifo.h>
+#include <libavutil/base64.h>
 #include <libavutil/channel_layout.h>
 #include <libavutil/dict.h>
 #include <libavutil/error.h>
@@ -134,6 +135,10 @@ WV_FORWARD(void, av_free, (void* ptr), (ptr))
 WV_FORWARD(void, av_freep, (void* ptr), (ptr))
 WV_FORWARD(int, av_get_bytes_per_sample, (enum AVSampleFormat format), (format))
 WV_FORWARD(void*, av_malloc, (size_t size), (size))
+WV_FORWARD(void*, av_mallocz, (size_t size), (size))
+WV_FORWARD(void*, av_calloc, (size_t count, size_t size), (count, size))
+WV_FORWARD(char*, av_base64_encode, (char* out, int outSize, const uint8_t* in, int inSize),
+           (out, outSize, in, inSize))
 WV_FORWARD(int, av_log_format_line2,
            (void* avcl, int level, const char* fmt, va_list args, char* line, int size, int* prefix),
            (avcl, level, fmt, args, line, size, prefix))
@@ -144,6 +149,7 @@ WV_FORWARD(int, av_strerror, (int errnum, char* buffer, size_t size), (errnum, b
 // libavcodec
 WV_FORWARD(AVPacket*, av_packet_alloc, (void), ())
 WV_FORWARD(void, av_packet_free, (AVPacket** packet), (packet))
+WV_FORWARD(int, av_new_packet, (AVPacket* packet, int size), (packet, size))
 WV_FORWARD(void, av_packet_move_ref, (AVPacket* dst, AVPacket* src), (dst, src))
 WV_FORWARD(int, av_packet_ref, (AVPacket* dst, const AVPacket* src), (dst, src))
 WV_FORWARD(void, av_packet_rescale_ts, (AVPacket* packet, AVRational from, AVRational to), (packet, from, to))

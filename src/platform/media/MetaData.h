@@ -57,6 +57,9 @@ enum : uint32_t {
     kKeyTagDate = fourcc('T', 'd', 'a', 't'),
     kKeyTagTrack = fourcc('T', 't', 'r', 'k'),
     kKeyTagComment = fourcc('T', 'c', 'm', 't'),
+    // The container's chapters (C string), one line each, in order:
+    // "<start us> <end us> <title>\n", the title's line breaks made spaces.
+    kKeyChapters = fourcc('C', 'h', 'a', 'p'),
 };
 
 // The tags kept from a file, by the names its container's metadata uses
