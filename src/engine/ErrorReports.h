@@ -47,6 +47,8 @@ enum class Report : int {
     kGetSourceFrames,
     kGetScanPeaks,
     kGetScanLoudness,
+    kSetListDenoise,
+    kSetListTempo,
     kCount
 };
 
@@ -118,6 +120,8 @@ inline constexpr ReportSite kReportSites[] = {
      "int32_t WavoryxPriv::getScanPeaks(uint32_t, uint32_t, int16_t*, uint32_t)"},
     {Report::kGetScanLoudness, 0, 0, 0,
      "int32_t WavoryxPriv::getScanLoudness(uint32_t, int32_t*, int32_t*, int32_t*)"},
+    {Report::kSetListDenoise, 0, 0, 0, "int32_t WavoryxPriv::setListDenoise(uint32_t, int32_t)"},
+    {Report::kSetListTempo, 0, 0, 0, "int32_t WavoryxPriv::setListTempo(uint32_t, int32_t)"},
 };
 
 constexpr bool reportSitesInOrder() {
