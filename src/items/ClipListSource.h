@@ -130,6 +130,7 @@ private:
     uint32_t mMixPosition = 0;    // the list frame they are fed next
     uint64_t mSkip = 0;           // frames of the lead-in still to drop
     bool mStagesFinished = false;
+    uint64_t mStageEnd = 0;  // the list's length, once the mix has ended
     std::vector<float> mStageInput;
 };
 

@@ -51,11 +51,18 @@ int32_t ClipListSource::readStreamed(float* out, uint32_t frames, const ListEffe
         mStages.reset();
     }
     if (!mStages) startStages(effects);
-    const uint32_t want = mEndFrame > mPosition ? std::min(frames, mEndFrame - mPosition) : 0;
+    uint32_t want = mEndFrame > mPosition ? std::min(frames, mEndFrame - mPosition) : 0;
     std::fill(out, out + size_t(frames) * channels, 0.0f);
     uint32_t made = 0;
     int32_t state = PcmSource::MORE;
     while (made < want) {
+        if (mStagesFinished) {
+            // The list ends where its whole length puts it, whichever frame
+            // the stages started from: their own rounding can differ by one.
+            const uint64_t left = mStageEnd > mPosition + made ? mStageEnd - mPosition - made : 0;
+            want = static_cast<uint32_t>(std::min<uint64_t>(want, made + left));
+            if (made >= want) break;
+        }
         if (mSkip > 0) {
             mStageInput.resize(size_t(kSkipFrames) * channels);
             const uint32_t dropped = mStages->take(
@@ -68,8 +75,9 @@ int32_t ClipListSource::readStreamed(float* out, uint32_t frames, const ListEffe
             if (n > 0) continue;
         }
         if (mStagesFinished) {
-            state = PcmSource::END;
-            break;
+            // Stages that ran short end in silence (already in out).
+            made = want;
+            continue;
         }
         mStageInput.resize(size_t(kFeedFrames) * channels);
         const uint32_t got = mix(mMixPosition, 0xFFFFFFFFu, mStageInput.data(), kFeedFrames);
@@ -78,6 +86,7 @@ int32_t ClipListSource::readStreamed(float* out, uint32_t frames, const ListEffe
         if (mEndState == PcmSource::END) {
             mStages->finish();
             mStagesFinished = true;
+            mStageEnd = tempoLength(mMixPosition, effects.tempoPercent);
         } else if (mEndState == PcmSource::WAIT && got == 0) {
             state = PcmSource::WAIT;
             break;
@@ -85,7 +94,9 @@ int32_t ClipListSource::readStreamed(float* out, uint32_t frames, const ListEffe
     }
     mPosition += made;
     mStagePosition = mPosition;
-    if (state == PcmSource::MORE && mPosition >= mEndFrame) state = PcmSource::END;
+    if (state == PcmSource::MORE && (mPosition >= mEndFrame || (mStagesFinished && mPosition >= mStageEnd))) {
+        state = PcmSource::END;
+    }
     mEndState = state;
     return static_cast<int32_t>(made);
 }
