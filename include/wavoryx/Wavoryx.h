@@ -446,11 +446,13 @@ public:
      * They are computed in 32-bit float and converted to 16 bits once, with
      * triangular dither whose noise depends only on the frame's place, so a
      * list renders to the same bytes every time and playback hands out
-     * exactly those bytes. A list with no effect set (every gain 0, no fade,
-     * no crossfade) reads byte for byte as plain joined clips. Gains are in
-     * millibels (hundredths of a dB), -9600 to +2400; samples beyond full
-     * scale saturate, never wrap. Settings take effect at the next block
-     * read, also during playback; a render uses each block's settings.
+     * exactly those bytes (noise reduction and tempo: see setListDenoise).
+     * A list with no effect set (every gain 0, no fade, no crossfade, no
+     * noise reduction, tempo 100) reads byte for byte as plain joined
+     * clips. Gains are in millibels (hundredths of a dB), -9600 to +2400;
+     * samples beyond full scale saturate, never wrap. Settings take effect
+     * at the next block read, also during playback; a render uses each
+     * block's settings.
      * A clip whose rate differs from the output's takes the length the
      * converter makes of it, and its fades and crossfades count at the
      * output rate; a seek into such a clip restarts its converter, so

@@ -25,7 +25,8 @@ void ClipListSource::startStages(const ListEffects& effects) {
     const int32_t channels = mMixFormat.channels;
     std::unique_ptr<StageChain> chain(new StageChain(static_cast<uint32_t>(channels)));
     if (effects.denoiseDb > 0) {
-        chain->add(std::unique_ptr<StreamStage>(new NoiseReducer(rate, channels, effects.denoiseDb)));
+        const int32_t amount = effects.denoiseDb;
+        chain->add(std::unique_ptr<StreamStage>(new NoiseReducer(rate, channels, amount)));
     }
     const int32_t percent = effects.tempoPercent;
     if (percent != 100) {

@@ -166,9 +166,10 @@ uint32_t PcmClipList::duration2frame(uint32_t& durationMs) const {
     const int32_t percent = mListEffects.tempoPercent;
     if (percent == 100) return duration2frameLocked(durationMs);
     // Time in the stretched list is time in the clips scaled by the tempo.
-    uint32_t clipMs = static_cast<uint32_t>(uint64_t(durationMs) * static_cast<uint32_t>(percent) / 100);
+    const uint64_t speed = static_cast<uint32_t>(percent);
+    uint32_t clipMs = static_cast<uint32_t>(uint64_t(durationMs) * speed / 100);
     const uint32_t frames = duration2frameLocked(clipMs);
-    durationMs = static_cast<uint32_t>(uint64_t(clipMs) * 100 / static_cast<uint32_t>(percent));
+    durationMs = static_cast<uint32_t>(uint64_t(clipMs) * 100 / speed);
     return static_cast<uint32_t>(std::min<uint64_t>(tempoLength(frames, percent), 0xFFFFFFFFu));
 }
 
