@@ -90,13 +90,15 @@ uint32_t PcmClipList::getListBetweenFrame(PcmClipList& out, uint32_t& frameCount
     frameCount = 0;
     if (s >= e) return 0;
     std::lock_guard<std::mutex> guard(mLock);
-    if (crossfading()) {
+    const int32_t percent = mListEffects.tempoPercent;
+    if (crossfading() || percent != 100) {
         // Overlapping clips do not cut into ranges of their own: the reader
         // of a crossfaded list mixes from the placement, and callers here
-        // want the count.
+        // want the count; so does the reader of a stretched list.
         std::vector<ClipPlacement> places;
         const uint32_t growing = placeLocked(&places, useTotal);
-        const uint64_t total = places.empty() ? 0 : places.back().listStart + places.back().length;
+        const uint64_t placed = places.empty() ? 0 : places.back().listStart + places.back().length;
+        const uint64_t total = tempoLength(placed, percent);
         if (s < total) frameCount = static_cast<uint32_t>(std::min<uint64_t>(e, total) - s);
         return growing == 1 && e > total ? 1 : 0;
     }

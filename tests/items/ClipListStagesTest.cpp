@@ -92,6 +92,22 @@ TEST_F(ClipListStagesTest, AnyBlocksGiveTheSameBytesOfTheStretchedLength) {
     uint32_t ms = 500;  // 625 ms of the first clip
     EXPECT_EQ(list->duration2frame(ms, 0, 0xFFFFFFFF), 8000u);
     EXPECT_EQ(ms, 0u);
+    // A list holding it hears it stretched.
+    SPcmInfo* outer = addItem(CLIP_LIST, 0);
+    PcmClip inner;
+    inner.source = list;
+    inner.start = 0;
+    inner.end = 0xFFFFFFFF;
+    outer->clipList->add(inner);
+    uint32_t counted = 0;
+    list->availableFrames(counted, 0, 0xFFFFFFFF, true);
+    EXPECT_EQ(counted, 25600u);
+    outer->clipList->setListGain(-600);
+    std::swap(list, outer);
+    const Samples held = read(4096);
+    std::swap(list, outer);
+    ASSERT_EQ(held.size(), whole.size());
+    for (size_t k = 0; k < held.size(); ++k) ASSERT_NEAR(held[k], whole[k] * std::pow(10.0, -0.3), 2.0) << k;
     // Off again: the clips' own samples.
     list->clipList->setDenoise(0);
     list->clipList->setTempo(100);
