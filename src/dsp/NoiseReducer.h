@@ -12,16 +12,15 @@
 //
 // The filter answers one hop of frames for each hop it is given, two hops
 // late (a hop is its first output frame, 12.5 ms); the first two hops it
-// answers are dropped and two hops of silence follow the last input frame,
-// so output frame i is input frame i and the output has exactly the input's
-// length.
+// answers are dropped, and at the end silence is fed until it has answered
+// the last input frame (what it answers for the silence is cut), so output
+// frame i is input frame i and the output has exactly the input's length.
 //
 // One thread at a time.
 #pragma once
 
 #include <cstdint>
 #include <deque>
-#include <vector>
 
 #include "dsp/StreamStage.h"
 

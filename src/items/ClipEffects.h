@@ -48,7 +48,7 @@ struct ListEffects {
     int32_t gainMb = 0;
     uint32_t crossfadeMs = 0;  // 0: hard joins, the list's frames as they always were
     int32_t crossfadeShape = kFadeEqualPower;
-    int32_t denoiseDb = 0;        // 0: off
+    int32_t denoiseDb = 0;       // 0: off
     int32_t tempoPercent = 100;  // 100: off
 
     bool streamed() const { return denoiseDb != 0 || tempoPercent != 100; }

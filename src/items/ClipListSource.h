@@ -22,6 +22,9 @@
 // frames can differ slightly from a read straight through; at equal rates
 // everything is exact.
 //
+// Noise reduction and tempo run over the whole mix as one stream
+// (ClipListStages.cpp): with them a list frame is a frame of their output.
+//
 // Threads: one thread at a time, like the reader that owns it.
 #pragma once
 
@@ -33,10 +36,8 @@
 #include "items/PcmSource.h"
 
 namespace wv {
-class StreamStage;
-}
 
-namespace wv {
+class StreamStage;
 
 class ClipListSource : public ChainHead {
 public:
