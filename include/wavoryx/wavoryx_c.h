@@ -131,7 +131,7 @@ WAVORYX_API int32_t wv_get_waveform_peaks(wv_engine* engine, int32_t id, unsigne
                                           int16_t* min_max);
 
 /* Clip lists: as newClipList, addClip, addClipMs, setClipGain, setClipFade,
- * setListCrossfade, setListGain. */
+ * setListCrossfade, setListGain, setListDenoise, setListTempo. */
 WAVORYX_API int32_t wv_new_clip_list(wv_engine* engine);
 WAVORYX_API int32_t wv_add_clip(wv_engine* engine, int32_t list_id, int32_t pcm_id,
                                 unsigned int start_frame, unsigned int end_frame);
@@ -143,6 +143,8 @@ WAVORYX_API int32_t wv_set_clip_fade(wv_engine* engine, int32_t list_id, int cli
 WAVORYX_API int32_t wv_set_list_crossfade(wv_engine* engine, int32_t list_id, unsigned int ms,
                                           int shape);
 WAVORYX_API int32_t wv_set_list_gain(wv_engine* engine, int32_t list_id, int millibels);
+WAVORYX_API int32_t wv_set_list_denoise(wv_engine* engine, int32_t list_id, int amount_db);
+WAVORYX_API int32_t wv_set_list_tempo(wv_engine* engine, int32_t list_id, int tempo_percent);
 
 /* Rendering: as setOutputPara (type: an ENCODE_ value, any other renders
  * as WAV), setEncodePara, setEncodeOptions, setResampleQuality,

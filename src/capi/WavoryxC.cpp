@@ -277,6 +277,14 @@ int32_t wv_set_list_gain(wv_engine* e, int32_t list_id, int millibels) {
     return e->engine.setListGain(list_id, millibels);
 }
 
+int32_t wv_set_list_denoise(wv_engine* e, int32_t list_id, int amount_db) {
+    return e->engine.setListDenoise(list_id, amount_db);
+}
+
+int32_t wv_set_list_tempo(wv_engine* e, int32_t list_id, int tempo_percent) {
+    return e->engine.setListTempo(list_id, tempo_percent);
+}
+
 int32_t wv_set_output_para(wv_engine* e, int32_t list_id, const char* path, int type) {
     return e->engine.setOutputPara(list_id, path, encodeType(type));
 }

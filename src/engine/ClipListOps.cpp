@@ -121,3 +121,29 @@ int32_t WavoryxPriv::setListGain(uint32_t listId, int32_t millibels) {
     list->clipList->setListGain(millibels);
     return 0;
 }
+
+int32_t WavoryxPriv::setListDenoise(uint32_t listId, int32_t amountDb) {
+    int32_t result;
+    ItemHold hold(this, listId);
+    SPcmInfo* list = holdItemWithStatus(hold, listId, CLIP_LIST, Report::kSetListDenoise, &result);
+    if (list == nullptr) return result;
+    if (amountDb < 0 || amountDb > kMaxDenoiseDb) {
+        WV_LOGE("setListDenoise: %d dB out of range", amountDb);
+        return -4;
+    }
+    list->clipList->setDenoise(amountDb);
+    return 0;
+}
+
+int32_t WavoryxPriv::setListTempo(uint32_t listId, int32_t percent) {
+    int32_t result;
+    ItemHold hold(this, listId);
+    SPcmInfo* list = holdItemWithStatus(hold, listId, CLIP_LIST, Report::kSetListTempo, &result);
+    if (list == nullptr) return result;
+    if (percent < kMinTempoPercent || percent > kMaxTempoPercent) {
+        WV_LOGE("setListTempo: %d %% out of range", percent);
+        return -4;
+    }
+    list->clipList->setTempo(percent);
+    return 0;
+}

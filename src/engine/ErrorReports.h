@@ -57,6 +57,8 @@ enum class Report : int {
     kSetListChapterCarry,
     kSetListCover,
     kClearListTags,
+    kSetListDenoise,
+    kSetListTempo,
     kCount
 };
 
@@ -148,6 +150,8 @@ inline constexpr ReportSite kReportSites[] = {
      "int32_t WavoryxPriv::setListCover(uint32_t, const char*)"},
     {Report::kClearListTags, 0, 0, 0,
      "int32_t WavoryxPriv::clearListTags(uint32_t)"},
+    {Report::kSetListDenoise, 0, 0, 0, "int32_t WavoryxPriv::setListDenoise(uint32_t, int32_t)"},
+    {Report::kSetListTempo, 0, 0, 0, "int32_t WavoryxPriv::setListTempo(uint32_t, int32_t)"},
 };
 
 constexpr bool reportSitesInOrder() {

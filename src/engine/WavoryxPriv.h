@@ -74,6 +74,8 @@ public:
                         int32_t shape);
     int32_t setListCrossfade(uint32_t listId, uint32_t ms, int32_t shape);
     int32_t setListGain(uint32_t listId, int32_t millibels);
+    int32_t setListDenoise(uint32_t listId, int32_t amountDb);
+    int32_t setListTempo(uint32_t listId, int32_t percent);
 
     // Loading (LoadOps.cpp; the work runs in src/load).
     int32_t loadFile(const char* path);

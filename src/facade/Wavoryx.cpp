@@ -133,6 +133,14 @@ int32_t Wavoryx::setListCrossfade(int listId, unsigned int ms, int shape) {
 int32_t Wavoryx::setListGain(int listId, int millibels) {
     return mPriv->setListGain(static_cast<uint32_t>(listId), millibels);
 }
+
+int32_t Wavoryx::setListDenoise(int listId, int amountDb) {
+    return mPriv->setListDenoise(static_cast<uint32_t>(listId), amountDb);
+}
+
+int32_t Wavoryx::setListTempo(int listId, int tempoPercent) {
+    return mPriv->setListTempo(static_cast<uint32_t>(listId), tempoPercent);
+}
 int32_t Wavoryx::setOutputPara(int listId, char const* path, encode_type type) {
     return mPriv->setOutputPara(static_cast<uint32_t>(listId), path, encodeTypeBits(type));
 }

@@ -2,6 +2,8 @@
 
 #include <cmath>
 
+#include "dsp/TempoStretcher.h"
+
 namespace wv {
 
 double gainOfMillibels(int32_t millibels) {
@@ -25,6 +27,11 @@ uint32_t framesOfMs(uint32_t ms, int32_t rate) {
     if (rate < 1) return 0;
     const uint64_t frames = uint64_t(ms) * static_cast<uint32_t>(rate) / 1000;
     return frames > 0xFFFFFFFFu ? 0xFFFFFFFFu : static_cast<uint32_t>(frames);
+}
+
+uint64_t tempoLength(uint64_t frames, int32_t tempoPercent) {
+    if (tempoPercent == 100 || tempoPercent < 1) return frames;
+    return TempoStretcher::stretchedLength(frames, tempoPercent);
 }
 
 double clipEnvelope(const ClipPlacement& place, uint32_t j) {

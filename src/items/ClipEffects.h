@@ -37,13 +37,26 @@ struct ClipEffects {
     bool any() const { return gainMb != 0 || fadeInMs != 0 || fadeOutMs != 0; }
 };
 
+// Sound effects run over the whole mixed list, in this order: noise
+// reduction (dsp/NoiseReducer.h), then the tempo (dsp/TempoStretcher.h),
+// which makes the list round(frames x 100 / tempoPercent) frames long.
+constexpr int32_t kMaxDenoiseDb = 97;
+constexpr int32_t kMinTempoPercent = 50;
+constexpr int32_t kMaxTempoPercent = 200;
+
 struct ListEffects {
     int32_t gainMb = 0;
     uint32_t crossfadeMs = 0;  // 0: hard joins, the list's frames as they always were
     int32_t crossfadeShape = kFadeEqualPower;
+    int32_t denoiseDb = 0;       // 0: off
+    int32_t tempoPercent = 100;  // 100: off
 
-    bool any() const { return gainMb != 0 || crossfadeMs != 0; }
+    bool streamed() const { return denoiseDb != 0 || tempoPercent != 100; }
+    bool any() const { return gainMb != 0 || crossfadeMs != 0 || streamed(); }
 };
+
+// The frames a list of `frames` frames lasts at `tempoPercent`.
+uint64_t tempoLength(uint64_t frames, int32_t tempoPercent);
 
 // Linear factor of a gain in millibels.
 double gainOfMillibels(int32_t millibels);

@@ -52,6 +52,16 @@ void PcmClipList::setListGain(int32_t millibels) {
     mListEffects.gainMb = millibels;
 }
 
+void PcmClipList::setDenoise(int32_t amountDb) {
+    std::lock_guard<std::mutex> guard(mLock);
+    mListEffects.denoiseDb = amountDb;
+}
+
+void PcmClipList::setTempo(int32_t percent) {
+    std::lock_guard<std::mutex> guard(mLock);
+    mListEffects.tempoPercent = percent;
+}
+
 ListEffects PcmClipList::listEffects() const {
     std::lock_guard<std::mutex> guard(mLock);
     return mListEffects;

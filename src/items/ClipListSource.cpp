@@ -4,6 +4,7 @@
 #include <cstring>
 
 #include "dsp/Dither.h"
+#include "dsp/StreamStage.h"
 #include "items/PcmClipList.h"
 #include "items/SPcmInfo.h"
 
@@ -111,7 +112,10 @@ int32_t ClipListSource::readFloat(float* out, uint32_t frames) {
         mMixFormat = mFormat;
         mScratch.resize(size_t(kStepFrames) * static_cast<uint32_t>(mMixFormat.channels));
     }
-    const uint32_t n = mix(out, frames);
+    const ListEffects effects = mList->clipList->listEffects();
+    if (effects.streamed()) return readStreamed(out, frames, effects);
+    mStages.reset();
+    const uint32_t n = mix(mPosition, mEndFrame, out, frames);
     mPosition += n;
     return static_cast<int32_t>(n);
 }
@@ -240,8 +244,7 @@ uint32_t ClipListSource::addClip(const ClipPlacement& place, uint32_t from, uint
     return done;
 }
 
-uint32_t ClipListSource::mix(float* out, uint32_t frames) {
-    const uint32_t position = mPosition;
+uint32_t ClipListSource::mix(uint32_t position, uint32_t end, float* out, uint32_t frames) {
     const uint32_t channels = static_cast<uint32_t>(mMixFormat.channels);
     std::memset(out, 0, size_t(frames) * channels * sizeof(float));
     mEndState = PcmSource::MORE;
@@ -253,9 +256,9 @@ uint32_t ClipListSource::mix(float* out, uint32_t frames) {
     uint64_t settled = UINT64_MAX;
     const uint32_t growing = mList->clipList->place(&mPlaces, false, mMixFormat.rate, &settled);
     const uint64_t total = mPlaces.empty() ? 0 : mPlaces.back().listStart + mPlaces.back().length;
-    const uint64_t stop = std::min<uint64_t>({mEndFrame, total, settled});
+    const uint64_t stop = std::min<uint64_t>({end, total, settled});
     if (position >= stop) {
-        mEndState = position < mEndFrame && growing == 1 ? PcmSource::WAIT : PcmSource::END;
+        mEndState = position < end && growing == 1 ? PcmSource::WAIT : PcmSource::END;
         return 0;
     }
     uint32_t made = static_cast<uint32_t>(std::min<uint64_t>(frames, stop - position));
@@ -298,7 +301,7 @@ uint32_t ClipListSource::mix(float* out, uint32_t frames) {
     if (waiting) {
         mEndState = PcmSource::WAIT;
     } else if (uint64_t(position) + made >= stop) {
-        mEndState = stop == mEndFrame || growing == 0 ? PcmSource::END : PcmSource::WAIT;
+        mEndState = stop == end || growing == 0 ? PcmSource::END : PcmSource::WAIT;
     }
     return made;
 }

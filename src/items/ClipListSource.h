@@ -22,6 +22,9 @@
 // frames can differ slightly from a read straight through; at equal rates
 // everything is exact.
 //
+// Noise reduction and tempo run over the whole mix as one stream
+// (ClipListStages.cpp): with them a list frame is a frame of their output.
+//
 // Threads: one thread at a time, like the reader that owns it.
 #pragma once
 
@@ -33,6 +36,8 @@
 #include "items/PcmSource.h"
 
 namespace wv {
+
+class StreamStage;
 
 class ClipListSource : public ChainHead {
 public:
@@ -82,9 +87,17 @@ private:
         std::vector<int16_t> taken;  // the frames the present mix took, as read
         std::unique_ptr<PcmSource> reader;
     };
-    // Mixes list frames from the position on, at most `frames` and not past
-    // the range's end, into out; sets the end state.
-    uint32_t mix(float* out, uint32_t frames);
+    // Mixes list frames from `position` on, at most `frames` and not past
+    // `end`, into out; sets the end state.
+    uint32_t mix(uint32_t position, uint32_t end, float* out, uint32_t frames);
+    // readFloat through the list's noise reduction and tempo
+    // (ClipListStages.cpp): the mix feeds the stages, the position counts
+    // their output. A read that does not go on from the last one starts
+    // them anew a little before the place (the lead-in, half a second of
+    // the mix, is dropped), so frames after a seek may differ slightly
+    // from a read straight through.
+    int32_t readStreamed(float* out, uint32_t frames, const ListEffects& effects);
+    void startStages(const ListEffects& effects);
     // Adds clip frames [from, from + count) of `place` to out (whose first
     // frame is clip frame `from`); returns the frames its source gave and
     // *waiting when it stopped at data still to come.
@@ -110,6 +123,16 @@ private:
     std::vector<MixSource> mSources;
     std::vector<int16_t> mScratch;
     std::vector<float> mFloatBlock;  // floats before dither
+
+    // The stages, set up at the first streamed read.
+    std::unique_ptr<StreamStage> mStages;
+    ListEffects mStagedEffects;
+    uint32_t mStagePosition = 0;  // the position their next frame has
+    uint32_t mMixPosition = 0;    // the list frame they are fed next
+    uint64_t mSkip = 0;           // frames of the lead-in still to drop
+    bool mStagesFinished = false;
+    uint64_t mStageEnd = 0;  // the list's length, once the mix has ended
+    std::vector<float> mStageInput;
 };
 
 }  // namespace wv

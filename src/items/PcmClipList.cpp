@@ -90,13 +90,15 @@ uint32_t PcmClipList::getListBetweenFrame(PcmClipList& out, uint32_t& frameCount
     frameCount = 0;
     if (s >= e) return 0;
     std::lock_guard<std::mutex> guard(mLock);
-    if (crossfading()) {
+    const int32_t percent = mListEffects.tempoPercent;
+    if (crossfading() || percent != 100) {
         // Overlapping clips do not cut into ranges of their own: the reader
         // of a crossfaded list mixes from the placement, and callers here
-        // want the count.
+        // want the count; so does the reader of a stretched list.
         std::vector<ClipPlacement> places;
         const uint32_t growing = placeLocked(&places, useTotal);
-        const uint64_t total = places.empty() ? 0 : places.back().listStart + places.back().length;
+        const uint64_t placed = places.empty() ? 0 : places.back().listStart + places.back().length;
+        const uint64_t total = tempoLength(placed, percent);
         if (s < total) frameCount = static_cast<uint32_t>(std::min<uint64_t>(e, total) - s);
         return growing == 1 && e > total ? 1 : 0;
     }
@@ -163,6 +165,17 @@ bool PcmClipList::reaches(const SPcmInfo* item) const {
 
 uint32_t PcmClipList::duration2frame(uint32_t& durationMs) const {
     std::lock_guard<std::mutex> guard(mLock);
+    const int32_t percent = mListEffects.tempoPercent;
+    if (percent == 100) return duration2frameLocked(durationMs);
+    // Time in the stretched list is time in the clips scaled by the tempo.
+    const uint64_t speed = static_cast<uint32_t>(percent);
+    uint32_t clipMs = static_cast<uint32_t>(uint64_t(durationMs) * speed / 100);
+    const uint32_t frames = duration2frameLocked(clipMs);
+    durationMs = static_cast<uint32_t>(uint64_t(clipMs) * 100 / speed);
+    return static_cast<uint32_t>(std::min<uint64_t>(tempoLength(frames, percent), 0xFFFFFFFFu));
+}
+
+uint32_t PcmClipList::duration2frameLocked(uint32_t& durationMs) const {
     if (crossfading()) {
         // Counted at the first clip's rate over the shortened list.
         std::vector<ClipPlacement> places;
@@ -200,7 +213,7 @@ bool PcmClipList::convertedLength(int32_t outRate, uint64_t* frames) const {
                      ? span
                      : (span * uint64_t(outRate) * 2 + uint64_t(rate)) / (2 * uint64_t(rate));
     }
-    *frames = total;
+    *frames = tempoLength(total, mListEffects.tempoPercent);
     return true;
 }
 
@@ -208,7 +221,12 @@ uint32_t PcmClipList::frame2duration() const {
     std::lock_guard<std::mutex> guard(mLock);
     uint32_t total = 0;
     for (const PcmClip& clip : mClips) total += clip.source->frame2duration(clip.start, clip.end);
-    if (!crossfading()) return total;
+    const int32_t percent = mListEffects.tempoPercent;
+    if (crossfading()) total = withoutOverlaps(total);
+    return static_cast<uint32_t>(tempoLength(total, percent));
+}
+
+uint32_t PcmClipList::withoutOverlaps(uint32_t total) const {
     // Each overlap counts once, in the time of the clip before its join.
     std::vector<ClipPlacement> places;
     placeLocked(&places, true);

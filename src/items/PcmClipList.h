@@ -77,6 +77,11 @@ public:
     bool setClipFade(uint32_t clipId, uint32_t inMs, uint32_t outMs, int32_t shape);
     void setCrossfade(uint32_t ms, int32_t shape);
     void setListGain(int32_t millibels);
+    // Noise reduction (0 off) and tempo (100 off) of the mixed list; a
+    // tempo makes every frame count, duration and position of the list
+    // count in the stretched list.
+    void setDenoise(int32_t amountDb);
+    void setTempo(int32_t percent);
     ListEffects listEffects() const;
     // Whether any effect of the list or of one of its clips is set: without
     // one the list reads exactly as plain concatenated clips.
@@ -112,6 +117,9 @@ public:
 
 private:
     void appendCopy(const PcmClip& clip);
+    uint32_t duration2frameLocked(uint32_t& durationMs) const;
+    // A duration in ms less the overlaps of crossfaded joins; lock held.
+    uint32_t withoutOverlaps(uint32_t total) const;
     uint32_t placeLocked(std::vector<ClipPlacement>* out, bool useTotal, int32_t outRate = 0,
                          uint64_t* settled = nullptr) const;
     // The list frame where the mix may change with the growing clip's

@@ -92,6 +92,23 @@ TEST_F(EffectsPlayTest, PlayingHandsOutTheRenderedBytes) {
     EXPECT_EQ(loud, renderedLoud);
 }
 
+TEST_F(EffectsPlayTest, NoiseReductionAndTempoPlayAsTheyRender) {
+    SPcmInfo* a = wvtest::addMarkedItem(engine, dir, kRate, 8000);
+    const int32_t list = engine.newClipList();
+    ASSERT_EQ(engine.addClip(list, a->id, 0, 8000), 1);
+    ASSERT_EQ(engine.setListDenoise(list, 20), 0);
+    ASSERT_EQ(engine.setListTempo(list, 125), 0);
+    const std::string out = dir.file("stages.wav");
+    ASSERT_EQ(engine.setOutputPara(list, out.c_str(), ENCODE_WAV), 0);
+    ASSERT_EQ(engine.process(list), 0);
+    ASSERT_TRUE(events.waitForCode(22, list));
+    Samples rendered;
+    ASSERT_TRUE(wvtest::readWavSamples(out, &rendered));
+    ASSERT_EQ(rendered.size(), size_t(6400) * 2);
+    const Samples played = playToEnd(static_cast<pcm_id_t>(list), [] {});
+    EXPECT_TRUE(containsFrames(played, rendered));
+}
+
 TEST_F(EffectsPlayTest, BackwardsThroughTheFadeIsTheRenderReversed) {
     Samples rendered;
     const pcm_id_t list = renderedList(&rendered);
