@@ -1,9 +1,11 @@
 // Where the command's outputs go, and how a finished output takes its
 // place without ever costing the user a file.
 //
-// The engine writes a render or a recording under a name of the command's
-// choosing (in the private working folder, or beside the target); only a
-// complete file is then moved onto what the user named:
+// A render into a file is put in place by the engine itself (setOutputMode).
+// What the engine or the command writes elsewhere (a recording beside the
+// target, a picture or data file, anything bound for a device or standard
+// output in the private working folder) is moved onto what the user named
+// only once complete:
 //   - nothing there yet, or a regular file (or a link to one): the finished
 //     file is renamed onto it (the link's own file, so the link stays), in
 //     one step; where nothing was there at the start and replacing was not

@@ -142,11 +142,13 @@ WAVORYX_API int32_t wv_set_list_crossfade(wv_engine* engine, int32_t list_id, un
 WAVORYX_API int32_t wv_set_list_gain(wv_engine* engine, int32_t list_id, int millibels);
 
 /* Rendering: as setOutputPara (type: an ENCODE_ value, any other renders
- * as WAV), setEncodePara, setEncodeOptions, setResampleQuality,
+ * as WAV), setOutputMode, placeOutput, setEncodePara, setEncodeOptions, setResampleQuality,
  * setListLoudness, getListLoudnessResult, getOutputBitRate, process,
  * cancelProcess, measureLoudness. */
 WAVORYX_API int32_t wv_set_output_para(wv_engine* engine, int32_t list_id, const char* path,
                                        int type);
+WAVORYX_API int32_t wv_set_output_mode(wv_engine* engine, int32_t list_id, int flags);
+WAVORYX_API int32_t wv_place_output(wv_engine* engine, int32_t list_id, int keep);
 WAVORYX_API int32_t wv_set_encode_para(wv_engine* engine, int32_t list_id, int sample_rate,
                                        int bit_rate, int channel_count, int force_stereo);
 WAVORYX_API int32_t wv_set_encode_options(wv_engine* engine, int32_t id, int quality, int vbr,

@@ -281,6 +281,14 @@ int32_t wv_set_encode_para(wv_engine* e, int32_t list_id, int sample_rate, int b
     return e->engine.setEncodePara(list_id, sample_rate, bit_rate, channel_count, force_stereo);
 }
 
+int32_t wv_set_output_mode(wv_engine* e, int32_t list_id, int flags) {
+    return e->engine.setOutputMode(list_id, flags);
+}
+
+int32_t wv_place_output(wv_engine* e, int32_t list_id, int keep) {
+    return e->engine.placeOutput(list_id, keep);
+}
+
 int32_t wv_set_encode_options(wv_engine* e, int32_t id, int quality, int vbr, int joint_stereo) {
     return e->engine.setEncodeOptions(id, quality, vbr, joint_stereo);
 }

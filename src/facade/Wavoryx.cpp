@@ -142,6 +142,12 @@ int32_t Wavoryx::setEncodePara(int listId, int sampleRate, int bitRate, int chan
 int32_t Wavoryx::setEncodeOptions(int id, int quality, int vbr, int jointStereo) {
     return mPriv->setEncodeOptions(static_cast<uint32_t>(id), quality, vbr, jointStereo);
 }
+int32_t Wavoryx::setOutputMode(int listId, int flags) {
+    return mPriv->setOutputMode(static_cast<uint32_t>(listId), flags);
+}
+int32_t Wavoryx::placeOutput(int listId, int keep) {
+    return mPriv->placeOutput(static_cast<uint32_t>(listId), keep);
+}
 int32_t Wavoryx::setResampleQuality(int listId, int quality) {
     return mPriv->setResampleQuality(static_cast<uint32_t>(listId), quality);
 }
