@@ -31,6 +31,7 @@
 #ifndef WAVORYX_WAVORYX_H
 #define WAVORYX_WAVORYX_H
 
+#include <stddef.h>
 #include <stdint.h>
 
 #if defined(WAVORYX_BUILDING_LIBRARY)
@@ -532,6 +533,14 @@ public:
      * rendered, or already placed or removed); -1 for an unknown id, -2 for
      * an item that is not a list. Any thread. */
     int32_t placeOutput(int listId, int keep);
+    /* Writes `size` bytes of `data` (a picture, a text the client made) as
+     * the output `path`, placed as a render's output with setOutputMode's
+     * WV_OUTPUT_WHOLE and WV_OUTPUT_NO_REPLACE flags (other flags: -EINVAL);
+     * a device or FIFO is written into as setOutputPara says. Returns 0, or
+     * minus an errno value: -ENOSPC when the storage is full, -EEXIST when
+     * NO_REPLACE found the name taken; the target is then as it was. Needs
+     * no engine thread; any thread. */
+    static int32_t writeOutputFile(char const* path, const void* data, size_t size, int flags);
     /* Output format; values below 1 are chosen from the clips when the
      * render starts (bit rate: 320 kbit/s). forceStereo makes 2 channels. */
     int32_t setEncodePara(int listId, int sampleRate, int bitRate, int channelCount,

@@ -260,6 +260,22 @@ int OutputFile::place() {
     return ::rename(from, to) == 0 ? 0 : -errno;
 }
 
+int writeWholeOutput(const std::string& path, const void* data, size_t size, int flags) {
+    OutputFile out;
+    const int opened = out.open(path, flags);
+    if (opened != 0) return opened;
+    const char* at = static_cast<const char*>(data);
+    while (size > 0) {
+        const ssize_t n = ::write(out.fd(), at, size);
+        if (n < 0 && errno == EINTR) continue;
+        // No progress without an error: the storage is full.
+        if (n <= 0) return n < 0 ? -errno : -ENOSPC;
+        at += n;
+        size -= static_cast<size_t>(n);
+    }
+    return out.commit();
+}
+
 void OutputFile::closeLock() {
     if (mLockFd >= 0) ::close(mLockFd);
     mLockFd = -1;

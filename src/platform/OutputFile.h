@@ -103,4 +103,10 @@ private:
     std::string mWriting;
 };
 
+// Writes `size` bytes of `data` as the output `path` (see OutputFile, with
+// its placement `flags`) and commits it: 0, or -errno (-ENOSPC when the
+// storage took less than all; -EEXIST when kNoReplace found the name
+// taken). On failure the target is as it was.
+int writeWholeOutput(const std::string& path, const void* data, size_t size, int flags);
+
 }  // namespace wv

@@ -6,6 +6,7 @@
 #include <sys/stat.h>
 #include <unistd.h>
 
+#include <cerrno>
 #include <set>
 #include <string>
 
@@ -114,6 +115,26 @@ TEST_F(OutputMode, WholeAndNoReplaceEndTheRenderAndBadFlagsAreRefused) {
     EXPECT_EQ(engine.setOutputMode(list, 16), WV_ERR_OUT_OF_RANGE);
     EXPECT_EQ(engine.setOutputMode(source, 0), WV_ERR_WRONG_ITEM);
     EXPECT_EQ(engine.placeOutput(source, 1), WV_ERR_WRONG_ITEM);
+}
+
+}  // namespace
+
+namespace {
+
+TEST(OutputFileWrite, BytesTakeTheNameWholeAndOnlyAsTheFlagsSay) {
+    wvtest::TempDir dir;
+    const std::string path = dir.file("w.json");
+    EXPECT_EQ(Wavoryx::writeOutputFile(path.c_str(), "{}", 2, WV_OUTPUT_WHOLE | WV_OUTPUT_NO_REPLACE), 0);
+    EXPECT_EQ(contents(path), "{}");
+    EXPECT_EQ(Wavoryx::writeOutputFile(path.c_str(), "[]", 2, WV_OUTPUT_WHOLE | WV_OUTPUT_NO_REPLACE),
+              -EEXIST);
+    EXPECT_EQ(contents(path), "{}");
+    EXPECT_EQ(Wavoryx::writeOutputFile(path.c_str(), "[1]", 3, WV_OUTPUT_WHOLE), 0);
+    EXPECT_EQ(contents(path), "[1]");
+    EXPECT_EQ(Wavoryx::writeOutputFile(path.c_str(), "x", 1, WV_OUTPUT_HOLD), -EINVAL);
+    EXPECT_EQ(Wavoryx::writeOutputFile(nullptr, "x", 1, 0), -EINVAL);
+    EXPECT_EQ(Wavoryx::writeOutputFile(dir.file("no/such.json").c_str(), "x", 1, 0), -ENOENT);
+    EXPECT_EQ(namesIn(dir.path()), std::set<std::string>{"w.json"});
 }
 
 }  // namespace
