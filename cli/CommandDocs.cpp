@@ -70,42 +70,12 @@ CommandDoc describeCommand(const CLI::App& command) {
     return doc;
 }
 
-// Writes `text` to a new file beside `path`, then puts it in its place.
+// Writes `text` as `path`, which it replaces only once complete.
 bool writeWhole(const std::string& path, const std::string& text, std::string& why) {
     OutputTarget target;
     if (!examineOutput(path, target, why)) return false;
     target.lastWriterWins = true;  // the build's own files, written anew each time
-    std::string temp;
-    int fd = -1;
-    for (int attempt = 0; attempt < 100 && fd < 0; ++attempt) {
-        temp = freshNameBeside(target.filePath, "new");
-        fd = ::open(temp.c_str(), O_WRONLY | O_CREAT | O_EXCL | O_CLOEXEC | O_NOFOLLOW, 0666);
-        if (fd < 0 && errno != EEXIST) break;
-    }
-    if (fd < 0) {
-        why = std::string("cannot write (") + std::strerror(errno) + ")";
-        return false;
-    }
-    size_t done = 0;
-    while (done < text.size()) {
-        const ssize_t wrote = ::write(fd, text.data() + done, text.size() - done);
-        if (wrote < 0 && errno == EINTR) continue;
-        if (wrote <= 0) break;
-        done += size_t(wrote);
-    }
-    const int writeErrno = done == text.size() ? 0 : (errno != 0 ? errno : ENOSPC);
-    const bool closed = ::close(fd) == 0;
-    if (writeErrno != 0 || !closed) {
-        const int error = writeErrno != 0 ? writeErrno : errno;
-        why = error == ENOSPC ? "storage full" : std::string("write error (") + std::strerror(error) + ")";
-        ::unlink(temp.c_str());
-        return false;
-    }
-    if (!commitOutput(temp, target, false, why)) {
-        ::unlink(temp.c_str());
-        return false;
-    }
-    return true;
+    return writeOutput(text, target, why);
 }
 
 }  // namespace

@@ -396,9 +396,11 @@ int loadUntilCuttable(Wavoryx& engine, SourceLoads& loads, const EditOptions& op
 // Cuts the list and renders it while the loads go on, or with `whole` once
 // they have all ended. `*list` is the list made. Returns 0, 1, the
 // interrupt status, or -1 when the list must be cut again from whole loads.
+// `outputMode`: setOutputMode's flags, 0 when `rendering` is in the working
+// folder.
 int cutAndRender(Session& session, SourceLoads& loads, const EditOptions& options,
-                 const std::vector<RangeLoad>& planned, bool whole, const std::string& rendering, int* listOut,
-                 std::vector<std::string>& notices) {
+                 const std::vector<RangeLoad>& planned, bool whole, const std::string& rendering, int outputMode,
+                 int* listOut, std::vector<std::string>& notices) {
     {
         const std::vector<LoadedSource>& sources = loads.sources();
         const std::string& first = sources[0].path;
@@ -440,15 +442,18 @@ int cutAndRender(Session& session, SourceLoads& loads, const EditOptions& option
         if (options.normalize) engine.setListLoudness(out, options.lufsTenths, options.truePeakTenths);
     }
     if (!applyTagOptions(engine, out, loads.sources()[planned[0].load].id, options.tags)) return 1;
-    // The engine writes its waveform file beside the output and removes a
-    // partial output; both happen in the working folder, and only a
-    // finished file reaches what the user named.
+    // The engine removes a partial output, and puts only a finished one at
+    // the user's name; into a device or standard output the command copies
+    // the finished file from the working folder, whose waveform file goes
+    // with the session.
     const encode_type type = options.encoding.type;
     engine.setOutputPara(out, rendering.c_str(), type);
+    engine.setOutputMode(out, outputMode);
     engine.setEncodePara(out, options.rate, options.encoding.bitrate, options.channels, 0);
     applyEncodingOptions(engine, out, options.encoding);
     engine.setResampleQuality(out, options.resample);
-    const int rendered = renderList(session, out, rendering, options.output, &loads, options.normalize);
+    const int rendered =
+        renderList(session, out, rendering, options.output, &loads, options.normalize, outputMode != 0);
     // A file holding less than it states: its ranges are cut anew.
     return rendered == 0 && loads.shortOfNeeds() ? -1 : rendered;
 }
@@ -496,12 +501,21 @@ int runEdit(const EditOptions& options, const GlobalOptions& global) {
     StandardInputStreamEnd streamEnd;
     if (!session.open(namesStandardInput(paths))) return interruptSignal() != 0 ? interruptExitStatus() : 1;
     const encode_type type = options.encoding.type;
-    const std::string rendering = session.workDir() + "output" + encodingSuffix(type);
+    // A file is written at its own name by the engine; a device or standard
+    // output gets the finished file's bytes from here.
+    const bool inPlace = target.kind != TargetKind::Special;
+    const std::string rendering =
+        inPlace ? target.filePath : session.workDir() + "output" + encodingSuffix(type);
+    // Without -y, a name free when examined is taken only while still free;
+    // the finished file is held until the command knows it is the last.
+    const int keepOthers = target.kind == TargetKind::Absent && !target.lastWriterWins ? WV_OUTPUT_NO_REPLACE : 0;
+    const int outputMode = inPlace ? WV_OUTPUT_HOLD | WV_OUTPUT_NO_WAVEFORM | keepOthers : 0;
     int list = 0;
     std::vector<std::string> notices;
     std::unique_ptr<SourceLoads> loads(new SourceLoads(session));
     int rendered =
-        cutAndRender(session, *loads, options, startLoads(*loads, options, false), false, rendering, &list, notices);
+        cutAndRender(session, *loads, options, startLoads(*loads, options, false), false, rendering, outputMode, &list,
+                     notices);
     if (rendered == -1) {
         // Rare: a file holds less than it states, or a part loaded alone
         // lies past the end: cut again from whole loads, which tell the
@@ -515,12 +529,17 @@ int runEdit(const EditOptions& options, const GlobalOptions& global) {
                 streamed.push_back(source);
             }
         }
-        ::unlink(rendering.c_str());
+        if (inPlace) {
+            session.engine().placeOutput(list, 0);
+        } else {
+            ::unlink(rendering.c_str());
+        }
         session.engine().removePcm(list);
         loads.reset(new SourceLoads(session));
         for (const LoadedSource& source : streamed) loads->adopt(source);
         rendered =
-            cutAndRender(session, *loads, options, startLoads(*loads, options, true), true, rendering, &list, notices);
+            cutAndRender(session, *loads, options, startLoads(*loads, options, true), true, rendering,
+                         outputMode, &list, notices);
     }
     // What no list needs any more is not decoded to its end; what a load
     // skipped as damaged is told all the same.
@@ -532,7 +551,16 @@ int runEdit(const EditOptions& options, const GlobalOptions& global) {
     if (rendered != 0) return rendered;
     for (const std::string& notice : notices) reportLine(notice);
     Wavoryx& engine = session.engine();
-    if (!commitOutput(rendering, target, true, why)) {
+    if (inPlace) {
+        // An interrupt up to here leaves the target as it was.
+        const int placed = engine.placeOutput(list, interruptSignal() == 0 ? 1 : 0);
+        if (interruptSignal() != 0) return interruptExitStatus();
+        if (placed != 0) {
+            reportError(options.output, placed == -17 ? "appeared while the output was made; not overwritten"
+                                                      : "cannot write (the output could not be put in place)");
+            return 1;
+        }
+    } else if (!commitOutput(rendering, target, true, why)) {
         if (interruptSignal() != 0) return interruptExitStatus();
         reportError(options.output, why);
         return 1;

@@ -104,6 +104,15 @@ std::string whyRenderStopped(const std::string& workPath, uint64_t writtenMs, bo
     return "the encoder does not accept this rate, channel count or bit rate";
 }
 
+// Why a render writing the user's file itself stopped: the storage of that
+// file (the engine has removed what it wrote by now), or the encoder.
+std::string whyStoppedInPlace(const std::string& path, bool wrote) {
+    const int problem = folderProblem(folderOf(path));
+    if (isStorageFull(problem) || (problem == 0 && wrote)) return "storage full";
+    if (problem != 0) return "cannot write (" + folderProblemText(problem) + ")";
+    return "the encoder does not accept this rate, channel count or bit rate";
+}
+
 // Why `path` is something other than a file to load, or "" (a missing
 // path is the engine's to report).
 std::string whyNotAFile(const std::string& path) {
@@ -389,7 +398,7 @@ int loadSources(Session& session, const std::vector<std::string>& paths, std::ve
 }
 
 int renderList(Session& session, int listId, const std::string& workPath, const std::string& shownPath,
-               SourceLoads* loads, bool measuresFirst) {
+               SourceLoads* loads, bool measuresFirst, bool inPlace) {
     Wavoryx& engine = session.engine();
     const std::string wavePath = workPath + ".wave";
     // A render that measures first does so in its first half (see
@@ -444,10 +453,12 @@ int renderList(Session& session, int listId, const std::string& workPath, const 
         const int32_t frames = engine.getPcmFrameLength(listId);
         const int32_t rate = engine.getPcmSampleRate(listId);
         const uint64_t ms = frames > 0 && rate > 0 ? uint64_t(frames) * 1000 / uint32_t(rate) : 0;
-        stopped = whyRenderStopped(workPath, ms, frames > 0);
+        stopped = inPlace ? whyStoppedInPlace(workPath, frames > 0) : whyRenderStopped(workPath, ms, frames > 0);
     }
-    ::unlink(wavePath.c_str());
-    if (end.code != WV_EVENT_RENDER_DONE || cancelling) ::unlink(workPath.c_str());
+    if (!inPlace) {
+        ::unlink(wavePath.c_str());
+        if (end.code != WV_EVENT_RENDER_DONE || cancelling) ::unlink(workPath.c_str());
+    }
     if (cancelling) {
         bar->finish(false);
         return interruptExitStatus();

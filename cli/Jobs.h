@@ -157,16 +157,18 @@ std::string folderProblemText(int error);
 const LoadedSource* findSource(const std::vector<LoadedSource>& sources, const std::string& path);
 
 // Renders clip list `listId`, whose output was set to `workPath` (in the
-// working folder); failures are reported against `shownPath`, the file the
+// working folder, or the user's file: see `inPlace`); failures are reported against `shownPath`, the file the
 // user named. The engine's waveform file "<workPath>.wave" is removed in
 // every case, and so is `workPath` unless the render finished. Returns 0,
-// 1 or the interrupt status.
+// 1 or the interrupt status. `inPlace`: the engine writes `workPath`, the
+// user's file, itself and puts it there only whole (setOutputMode, without
+// a waveform file); nothing is removed here then.
 // `loads` (may be null): loads that go on while the list renders; their
 // events are taken on the way, and a failed one is reported as a load
 // failure rather than as a failed render. `measuresFirst`: the list is
 // loudness-normalised, and its measuring half is shown as such.
 int renderList(Session& session, int listId, const std::string& workPath, const std::string& shownPath,
-               SourceLoads* loads = nullptr, bool measuresFirst = false);
+               SourceLoads* loads = nullptr, bool measuresFirst = false, bool inPlace = false);
 
 }  // namespace wvcli
 

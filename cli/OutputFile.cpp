@@ -13,16 +13,14 @@
 #include <cstring>
 #include <random>
 
+#include <wavoryx/Wavoryx.h>
+
 #include "Interrupt.h"
 
 namespace wvcli {
 namespace {
 
 constexpr size_t kCopyBlock = 1 << 16;
-constexpr int kNameTries = 100;
-// The tag of the copies made beside a target (see freshNameBeside).
-const char kCopyTag[] = "wavoryx";
-constexpr size_t kRandomLength = 6;
 
 // Whether a signal stops the copy under way: not for a recording, which is
 // moved into place even after the Ctrl-C that ended it.
@@ -132,24 +130,6 @@ std::string cannotWrite(int error) { return "cannot write (" + std::string(std::
 // What a run says when a file took the free name while it worked.
 const char kAppeared[] = "appeared while the output was made; not overwritten";
 
-// Whether `name` is "STEM.wavoryx-XXXXXX" or "STEM.wavoryx-XXXXXX.EXT":
-// a copy of this command's, as freshNameBeside makes them.
-bool isCopyName(const std::string& name) {
-    const std::string tag = std::string(".") + kCopyTag + "-";
-    for (size_t at = name.find(tag); at != std::string::npos; at = name.find(tag, at + 1)) {
-        const size_t letters = at + tag.size();
-        if (at == 0 || name.size() < letters + kRandomLength) continue;
-        bool ok = true;
-        for (size_t i = letters; i < letters + kRandomLength; ++i) {
-            const char c = name[i];
-            ok = ok && ((c >= 'a' && c <= 'z') || (c >= '0' && c <= '9'));
-        }
-        const size_t end = letters + kRandomLength;
-        if (ok && (end == name.size() || (name[end] == '.' && name.find('/', end) == std::string::npos))) return true;
-    }
-    return false;
-}
-
 // Puts the finished `from` at `to`: over whatever is there when `replace`,
 // else only while nothing is (the kernel's no-replace rename; a hard link
 // where the file system has no such rename; a look and a rename where it
@@ -170,153 +150,10 @@ int placeFile(const std::string& from, const std::string& to, bool replace) {
 
 std::string placeError(int error) { return error == EEXIST ? kAppeared : cannotWrite(error); }
 
-bool sameFile(const struct stat& a, const struct stat& b) { return a.st_dev == b.st_dev && a.st_ino == b.st_ino; }
-
-// Takes the lock of the file at `name` that `fd` has open: a descriptor of
-// its own (the lock must outlive the writing descriptor's close), or -1
-// when the name no longer leads to that file or someone else holds it.
-int lockNamed(int fd, const std::string& name) {
-    const int lock = ::open(name.c_str(), O_RDONLY | O_CLOEXEC | O_NOFOLLOW | O_NONBLOCK);
-    struct stat opened;
-    struct stat mine;
-    if (lock >= 0 && ::flock(lock, LOCK_EX | LOCK_NB) == 0 && ::fstat(lock, &opened) == 0 && ::fstat(fd, &mine) == 0 &&
-        sameFile(opened, mine)) {
-        return lock;
-    }
-    if (lock >= 0) ::close(lock);
-    return -1;
-}
-
-// A copy under way beside a target: nameless (O_TMPFILE) where the file
-// system allows it, so that a kill leaves nothing; otherwise under a fresh
-// name, locked (flock) for as long as the run lives, so that a later run
-// tells it from the copy of a run that was killed (removeStaleCopies).
-class BesideCopy {
-public:
-    explicit BesideCopy(const std::string& filePath) : mTarget(filePath) {}
-    ~BesideCopy() {
-        if (mFd >= 0) ::close(mFd);
-        if (!mName.empty()) removeIfMine();
-        if (mLock >= 0) ::close(mLock);
-    }
-    BesideCopy(const BesideCopy&) = delete;
-    BesideCopy& operator=(const BesideCopy&) = delete;
-
-    bool create(std::string& why) {
-        mFd = ::open(folderOf(mTarget).c_str(), O_TMPFILE | O_WRONLY | O_CLOEXEC, 0600);
-        if (mFd >= 0) return true;
-        int error = errno;
-        for (int i = 0; i < kNameTries; ++i) {
-            mName = freshNameBeside(mTarget, kCopyTag);
-            mFd = ::open(mName.c_str(), O_WRONLY | O_CREAT | O_EXCL | O_CLOEXEC | O_NOFOLLOW, 0600);
-            if (mFd < 0) {
-                error = errno;
-                mName.clear();
-                if (error != EEXIST) break;
-                continue;
-            }
-            // Another run's clean-up may take it between the open and the
-            // lock: then it is theirs to remove, and another name is tried.
-            mLock = lockNamed(mFd, mName);
-            if (mLock >= 0) return true;
-            ::close(mFd);
-            mFd = -1;
-            mName.clear();
-            error = EEXIST;
-        }
-        why = cannotWrite(error);
-        return false;
-    }
-
-    int fd() const { return mFd; }
-
-    // Not replacing, and nameless: the copy takes the target's name itself,
-    // only while it is free. False when that cannot be done (`why` set when
-    // the name was taken).
-    bool linkAtTarget(std::string& why) {
-        if (!mName.empty()) return false;
-        if (::linkat(AT_FDCWD, selfPath().c_str(), AT_FDCWD, mTarget.c_str(), AT_SYMLINK_FOLLOW) == 0) return true;
-        if (errno == EEXIST) why = kAppeared;
-        return false;
-    }
-
-    // Closes the copy and puts it at the target; false with `why`.
-    bool closeAndPlace(bool replace, std::string& why) {
-        if (mName.empty() && !giveName(why)) return false;
-        const int fd = mFd;
-        mFd = -1;
-        if (::close(fd) != 0) {
-            why = errorText(errno);
-            return false;
-        }
-        const int error = placeFile(mName, mTarget, replace);
-        if (error != 0) {
-            why = placeError(error);
-            return false;
-        }
-        mName.clear();
-        return true;
-    }
-
-private:
-    std::string selfPath() const { return "/proc/self/fd/" + std::to_string(mFd); }
-
-    // A nameless copy that replaces a file gets a fresh name first: rename()
-    // is what replaces atomically.
-    bool giveName(std::string& why) {
-        for (int i = 0; i < kNameTries; ++i) {
-            const std::string name = freshNameBeside(mTarget, kCopyTag);
-            if (::linkat(AT_FDCWD, selfPath().c_str(), AT_FDCWD, name.c_str(), AT_SYMLINK_FOLLOW) != 0) {
-                if (errno == EEXIST) continue;
-                why = cannotWrite(errno);
-                return false;
-            }
-            mLock = lockNamed(mFd, name);
-            if (mLock >= 0) {
-                mName = name;
-                return true;
-            }
-        }
-        why = cannotWrite(EEXIST);
-        return false;
-    }
-
-    void removeIfMine() {
-        struct stat named;
-        struct stat mine;
-        if (mLock >= 0 && ::fstat(mLock, &mine) == 0 && ::lstat(mName.c_str(), &named) == 0 && sameFile(named, mine)) {
-            ::unlink(mName.c_str());
-        }
-    }
-
-    std::string mTarget;
-    std::string mName;  // empty while nameless
-    int mFd = -1;
-    int mLock = -1;  // held while the copy has a name
-};
-
-// Across file systems: a fresh copy beside the target, then put in its place.
-bool copyBeside(const Watch& watch, const std::string& done, const std::string& filePath, mode_t mode, bool replace,
-                std::string& why) {
-    removeStaleCopies(folderOf(filePath));
-    BesideCopy copy(filePath);
-    if (!copy.create(why) || !copyInto(watch, done, copy.fd(), why)) return false;
-    if (::fchmod(copy.fd(), mode) != 0 || ::fsync(copy.fd()) != 0) {
-        why = errorText(errno);
-        return false;
-    }
-    if (watch.interrupted()) {
-        why.clear();
-        return false;
-    }
-    // Its bytes are on the storage (fsync above): once linked, it is whole.
-    if (!replace && copy.linkAtTarget(why)) return true;
-    if (!why.empty()) return false;
-    return copy.closeAndPlace(replace, why);
-}
-
-// Into a device or FIFO: the bytes only; it keeps its node and mode.
-bool writeInto(const Watch& watch, const std::string& done, const std::string& path, std::string& why) {
+// Into a device or FIFO: the bytes only (of the file `done`, else
+// `bytes`); it keeps its node and mode.
+bool writeInto(const Watch& watch, const std::string* done, const std::string& bytes, const std::string& path,
+               std::string& why) {
     int fd;
     do {
         fd = ::open(path.c_str(), O_WRONLY | O_CLOEXEC | O_NOCTTY);
@@ -325,7 +162,8 @@ bool writeInto(const Watch& watch, const std::string& done, const std::string& p
         why = watch.interrupted() ? "" : "cannot write (" + std::string(std::strerror(errno)) + ")";
         return false;
     }
-    bool ok = copyInto(watch, done, fd, why);
+    bool ok = done != nullptr ? copyInto(watch, *done, fd, why) : writeAll(watch, fd, bytes.data(), bytes.size());
+    if (!ok && done == nullptr) why = watch.interrupted() ? "" : errorText(errno);
     if (::close(fd) != 0 && ok && errno != EINTR) {
         why = errorText(errno);
         ok = false;
@@ -416,7 +254,7 @@ bool commitOutput(const std::string& done, const OutputTarget& target, bool inte
         std::fflush(stdout);
         return copyInto(watch, done, STDOUT_FILENO, why, true);
     }
-    if (target.kind == TargetKind::Special) return writeInto(watch, done, target.path, why);
+    if (target.kind == TargetKind::Special) return writeInto(watch, &done, {}, target.path, why);
     // A file that is replaced keeps its permissions (a private file stays
     // private); a new one gets a document's.
     mode_t mode = 0666 & ~currentUmask();
@@ -429,11 +267,33 @@ bool commitOutput(const std::string& done, const OutputTarget& target, bool inte
     const bool replace = target.lastWriterWins || target.kind == TargetKind::Regular;
     const int error = placeFile(done, target.filePath, replace);
     if (error == 0) return true;
-    if (error != EXDEV) {
-        why = placeError(error);
+    why = placeError(error);
+    return false;
+}
+
+bool writeOutput(const std::string& bytes, const OutputTarget& target, std::string& why) {
+    const Watch watch{true};
+    why.clear();
+    if (watch.interrupted()) return false;
+    if (target.standardOutput) {
+        std::fflush(stdout);
+        if (writeAll(watch, STDOUT_FILENO, bytes.data(), bytes.size())) return true;
+        why = watch.interrupted() ? "" : errorText(errno);
         return false;
     }
-    return copyBeside(watch, done, target.filePath, mode, replace, why);
+    if (target.kind == TargetKind::Special) return writeInto(watch, nullptr, bytes, target.path, why);
+    // Replacing was decided when the target was examined, as for commitOutput.
+    const bool replace = target.lastWriterWins || target.kind == TargetKind::Regular;
+    const int error =
+        Wavoryx::writeOutputFile(target.filePath.c_str(), bytes.data(), bytes.size(),
+                                 replace ? WV_OUTPUT_WHOLE : WV_OUTPUT_WHOLE | WV_OUTPUT_NO_REPLACE);
+    if (error == 0) return true;
+    // Creating the file fails with what a rename would; writing, with a
+    // write's error.
+    const bool placing = error == -EEXIST || error == -EACCES || error == -EPERM || error == -EROFS ||
+                         error == -ENOENT || error == -ENOTDIR || error == -EISDIR;
+    why = placing ? placeError(-error) : errorText(-error);
+    return false;
 }
 
 std::string folderOf(const std::string& path) {
@@ -458,35 +318,6 @@ std::string freshNameBeside(const std::string& path, const std::string& tag) {
         struct stat st;
         if (::lstat(name.c_str(), &st) != 0) return name;
     }
-}
-
-int removeStaleCopies(const std::string& folder) {
-    DIR* dir = ::opendir(folder.c_str());
-    if (dir == nullptr) return 0;
-    int removed = 0;
-    const uid_t me = ::geteuid();
-    while (const dirent* entry = ::readdir(dir)) {
-        const std::string name = entry->d_name;
-        if (!isCopyName(name)) continue;
-        struct stat st;
-        if (::fstatat(::dirfd(dir), name.c_str(), &st, AT_SYMLINK_NOFOLLOW) != 0) continue;
-        if (!S_ISREG(st.st_mode) || st.st_uid != me || st.st_nlink != 1) continue;
-        const int fd = ::openat(::dirfd(dir), name.c_str(), O_RDONLY | O_CLOEXEC | O_NOFOLLOW | O_NONBLOCK);
-        if (fd < 0) continue;
-        // Unlocked: its run is gone (a live one holds the lock from before
-        // the copy's first byte to its rename). Removed while locked here,
-        // and only while the name still leads to it.
-        struct stat locked;
-        struct stat named;
-        if (::flock(fd, LOCK_EX | LOCK_NB) == 0 && ::fstat(fd, &locked) == 0 &&
-            ::fstatat(::dirfd(dir), name.c_str(), &named, AT_SYMLINK_NOFOLLOW) == 0 && sameFile(locked, named) &&
-            ::unlinkat(::dirfd(dir), name.c_str(), 0) == 0) {
-            ++removed;
-        }
-        ::close(fd);
-    }
-    ::closedir(dir);
-    return removed;
 }
 
 }  // namespace wvcli

@@ -1,16 +1,14 @@
 // Where the command's outputs go, and how a finished output takes its
 // place without ever costing the user a file.
 //
-// The engine writes a render or a recording under a name of the command's
-// choosing (in the private working folder, or beside the target); only a
-// complete file is then moved onto what the user named:
+// A render, a picture or a data file is put in place by the engine itself
+// (setOutputMode, Wavoryx::writeOutputFile). What the command moves here is
+// a recording made beside its target, and any output bound for a device or
+// standard output (made in the private working folder or in memory):
 //   - nothing there yet, or a regular file (or a link to one): the finished
-//     file is renamed onto it (the link's own file, so the link stays), in
-//     one step; where nothing was there at the start and replacing was not
-//     agreed, only while the name is still free. Across file systems it is
-//     first copied beside the target: into a nameless file (O_TMPFILE) where
-//     the file system has them, which a killed run cannot leave behind, else
-//     into a fresh locked one that a later run removes if its run died;
+//     file, which lies beside it, is renamed onto it (the link's own file,
+//     so the link stays), in one step; where nothing was there at the start
+//     and replacing was not agreed, only while the name is still free;
 //   - anything else (a character device such as /dev/null or /dev/stdout, a
 //     FIFO, or a link to one of them): the bytes are written into it; it is
 //     never unlinked, renamed over or chmod'ed;
@@ -58,19 +56,21 @@ bool examineOutput(const std::string& path, OutputTarget& target, std::string& w
 // a new file the mode of any new document (0666 less the umask), and a
 // replaced file's permissions to what replaces it. When
 // `interruptible`, a signal before or while it copies stops it. False with
-// `why` ("storage full", "write error (...)", or "" when interrupted): the
-// target is unchanged, nothing is left beside it, and `done` is still there.
+// `why` ("storage full", "write error (...)", "cannot write (...)" when a
+// file beside the target is on another file system, or "" when
+// interrupted): the target is unchanged and `done` is still there.
 bool commitOutput(const std::string& done, const OutputTarget& target, bool interruptible, std::string& why);
+
+// Writes `bytes` as the output `target` the way commitOutput puts a
+// finished file there, through the engine's output placement for a file
+// (Wavoryx::writeOutputFile): a signal before or while it writes stops it.
+// False with `why` as for commitOutput; the target is then unchanged.
+bool writeOutput(const std::string& bytes, const OutputTarget& target, std::string& why);
 
 // Gives `path` the mode of any new document (0666 less the umask), for an
 // output the command keeps where the engine wrote it. The engine creates
 // its outputs with that mode; this holds it for a kept file whatever made it.
 void giveDocumentMode(const std::string& path);
-
-// Removes, in `folder`, the copies that runs killed while committing left
-// (freshNameBeside's names with the tag "wavoryx", regular files of this
-// user whose lock no live run holds); returns how many.
-int removeStaleCopies(const std::string& folder);
 
 // The folder `path` lies in: "." for a bare name, "/" for one at the root.
 std::string folderOf(const std::string& path);

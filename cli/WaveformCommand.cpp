@@ -69,11 +69,9 @@ struct WaveformOptions {
     PictureStyle style;
 };
 
-// One file the command writes: where it goes, and its name in the working
-// folder until it is complete.
+// One file the command writes: where it goes, as examined.
 struct Output {
     std::string path;
-    std::string workName;
     OutputTarget target;
 };
 
@@ -171,11 +169,9 @@ void printText(const std::vector<int16_t>& minMax, int rows, Scale scale, uint32
 // Every output is checked before anything is loaded: a bad name costs no
 // decoding.
 bool examineOutputs(const WaveformOptions& options, Overwrite overwrite, std::vector<Output>& outputs) {
-    const std::pair<const std::string*, const char*> named[] = {
-        {&options.png, "waveform.png"}, {&options.json, "waveform.json"}, {&options.dat, "waveform.dat"}};
-    for (const auto& [path, workName] : named) {
+    for (const std::string* path : {&options.png, &options.json, &options.dat}) {
         if (path->empty()) continue;
-        Output output{*path, workName, {}};
+        Output output{*path, {}};
         std::string why;
         if (!examineOutput(*path, output.target, why)) {
             reportError(*path, why);
@@ -319,20 +315,15 @@ void gatherData(const std::vector<std::vector<int16_t>>& peaks, size_t firstSet,
     }
 }
 
-bool writeDataFiles(Session& session, const WaveformOptions& options, PeakData& data,
+bool writeDataFiles(const WaveformOptions& options, PeakData& data,
                     const std::vector<Output>& outputs, std::string& failedPath, std::string& why) {
     if (!options.amplitudeScale.empty()) scaleAmplitude(data.minMax, options.scale);
     for (const Output& output : outputs) {
         const bool json = output.path == options.json;
         if (output.path != options.json && output.path != options.dat) continue;
-        const std::string working = session.workDir() + output.workName;
         failedPath = output.path;
         if (interruptSignal() != 0) return false;
-        if (!writeNewFile(working, json ? jsonText(data) : datBytes(data), why) ||
-            !commitOutput(working, output.target, true, why)) {
-            ::unlink(working.c_str());
-            return false;
-        }
+        if (!writeOutput(json ? jsonText(data) : datBytes(data), output.target, why)) return false;
     }
     return true;
 }
@@ -389,10 +380,9 @@ int runWaveform(const WaveformOptions& options, const GlobalOptions& global) {
         if (!png) {
             printText(minMax, height, options.style.scale, options.fromMs, toMs);
         } else {
-            const std::string drawing = session.workDir() + outputs[0].workName;
-            if (!writeWaveformPng(drawing, minMax, height, options.fromMs, toMs, options.style, why) ||
-                !commitOutput(drawing, outputs[0].target, true, why)) {
-                ::unlink(drawing.c_str());
+            std::string png;
+            if (!drawWaveformPng(minMax, height, options.fromMs, toMs, options.style, png, why) ||
+                !writeOutput(png, outputs[0].target, why)) {
                 if (interruptSignal() != 0) return interruptExitStatus();
                 reportError(options.png, why);
                 return 1;
@@ -406,7 +396,7 @@ int runWaveform(const WaveformOptions& options, const GlobalOptions& global) {
     }
     std::string failedPath;
     if (data) gatherData(peaks, png || !data ? 1 : 0, perChannel, peakData);
-    if (data && !writeDataFiles(session, options, peakData, outputs, failedPath, why)) {
+    if (data && !writeDataFiles(options, peakData, outputs, failedPath, why)) {
         if (interruptSignal() != 0) return interruptExitStatus();
         if (!failedPath.empty()) reportError(failedPath, why);
         return 1;

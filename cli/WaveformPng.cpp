@@ -8,6 +8,8 @@
 #include <cstdio>
 #include <cstring>
 
+#include "WaveformFiles.h"
+
 namespace wvcli {
 namespace {
 
@@ -73,9 +75,9 @@ void drawAxis(cairo_t* cr, int width, int waveHeight, uint64_t fromMs, uint64_t 
     }
 }
 
-cairo_status_t writeToFile(void* closure, const unsigned char* data, unsigned int length) {
-    return std::fwrite(data, 1, length, static_cast<FILE*>(closure)) == length ? CAIRO_STATUS_SUCCESS
-                                                                               : CAIRO_STATUS_WRITE_ERROR;
+cairo_status_t appendToString(void* closure, const unsigned char* data, unsigned int length) {
+    static_cast<std::string*>(closure)->append(reinterpret_cast<const char*>(data), length);
+    return CAIRO_STATUS_SUCCESS;
 }
 
 // The drawing's surface, or null when Cairo could not make one.
@@ -114,33 +116,24 @@ cairo_surface_t* drawPicture(const std::vector<int16_t>& minMax, int height, uin
 
 }  // namespace
 
-bool writeWaveformPng(const std::string& path, const std::vector<int16_t>& minMax, int height, uint64_t fromMs,
-                      uint64_t toMs, const PictureStyle& style, std::string& why) {
+bool drawWaveformPng(const std::vector<int16_t>& minMax, int height, uint64_t fromMs, uint64_t toMs,
+                     const PictureStyle& style, std::string& png, std::string& why) {
     cairo_surface_t* surface = drawPicture(minMax, height, fromMs, toMs, style);
     if (surface == nullptr) {
         why = "the picture could not be drawn (too large?)";
         return false;
     }
-    FILE* file = std::fopen(path.c_str(), "wbxe");  // created new, close-on-exec
-    if (file == nullptr) {
-        why = std::string("cannot write (") + std::strerror(errno) + ")";
-        cairo_surface_destroy(surface);
-        return false;
-    }
-    errno = 0;
-    bool ok = cairo_surface_write_to_png_stream(surface, writeToFile, file) == CAIRO_STATUS_SUCCESS;
+    png.clear();
+    const bool ok = cairo_surface_write_to_png_stream(surface, appendToString, &png) == CAIRO_STATUS_SUCCESS;
     cairo_surface_destroy(surface);
-    ok = (std::fflush(file) == 0) && ok;
-    int savedErrno = errno;
-    ok = (std::fclose(file) == 0) && ok;
-    if (savedErrno == 0) savedErrno = errno;
-    if (!ok) {
-        why = savedErrno == ENOSPC
-                  ? "storage full"
-                  : std::string("write error (") + std::strerror(savedErrno != 0 ? savedErrno : EIO) + ")";
-        ::unlink(path.c_str());
-    }
+    if (!ok) why = "the picture could not be drawn (too large?)";
     return ok;
+}
+
+bool writeWaveformPng(const std::string& path, const std::vector<int16_t>& minMax, int height, uint64_t fromMs,
+                      uint64_t toMs, const PictureStyle& style, std::string& why) {
+    std::string png;
+    return drawWaveformPng(minMax, height, fromMs, toMs, style, png, why) && writeNewFile(path, png, why);
 }
 
 }  // namespace wvcli

@@ -16,10 +16,15 @@ constexpr int kAxisMinHeight = 64;
 constexpr int kAxisHeight = 18;  // pixels under the wave for ticks and labels
 
 // A 32-bit RGBA PNG, minMax.size() / 2 pixels wide and `height` high, of the
-// pairs over [fromMs, toMs), into a new file at `path` (an existing one is
-// refused). The background is painted as it is (alpha included: alpha 0
-// gives a transparent picture). Returns false with `why` set when the file
-// cannot be written; a partial file is removed.
+// pairs over [fromMs, toMs), in `png`. The background is painted as it is
+// (alpha included: alpha 0 gives a transparent picture). Returns false with
+// `why` set when Cairo cannot make it.
+bool drawWaveformPng(const std::vector<int16_t>& minMax, int height, uint64_t fromMs, uint64_t toMs,
+                     const PictureStyle& style, std::string& png, std::string& why);
+
+// The same PNG into a new file at `path` (an existing one is refused; see
+// writeNewFile). Returns false with `why` set when the file cannot be
+// written; a partial file is removed.
 bool writeWaveformPng(const std::string& path, const std::vector<int16_t>& minMax, int height, uint64_t fromMs,
                       uint64_t toMs, const PictureStyle& style, std::string& why);
 

@@ -31,6 +31,7 @@
 #ifndef WAVORYX_WAVORYX_H
 #define WAVORYX_WAVORYX_H
 
+#include <stddef.h>
 #include <stdint.h>
 
 #if defined(WAVORYX_BUILDING_LIBRARY)
@@ -80,7 +81,8 @@ enum wv_event {
                                       * getLoadDamage); after a chunk that skipped
                                       * more, before the load's ending event */
     WV_EVENT_RENDER_FAILED = 20,     /* -1 no encoder (or a source that will not load),
-                                      * -11 write/read/encode error */
+                                      * -11 write/read/encode error, -17 the output's
+                                      * name was taken (WV_OUTPUT_NO_REPLACE) */
     WV_EVENT_RENDER_PROGRESS = 21,   /* percent */
     WV_EVENT_RENDER_DONE = 22,
     WV_EVENT_RENDER_CANCELLED = 23,
@@ -125,6 +127,29 @@ enum { WV_PRIORITY_NORMAL = 0, WV_PRIORITY_LOW = 1 };
  * crossfade keeps the power of uncorrelated material; the usual choice).
  * Logarithmic: a straight line in dB from -60 dB to 0 dB. */
 enum wv_fade_shape { WV_FADE_LINEAR = 0, WV_FADE_EQUAL_POWER = 1, WV_FADE_LOG = 2 };
+
+/* How a list's output takes its place (setOutputMode), as flags; 0 is the
+ * placement setOutputPara describes.
+ * WV_OUTPUT_WHOLE: nothing appears at the output's name until the render
+ *   has written all of it: a missing file is written under a ".part" name
+ *   beside it too, as an existing one is, flushed to the storage and then
+ *   renamed over whatever regular file is at the name by then.
+ * WV_OUTPUT_NO_REPLACE (implies WHOLE): the finished file takes the name
+ *   only while it is free (no-replace rename); when another file took it
+ *   meanwhile the render ends with event 20 (-17) and that file is left as
+ *   it is. A file at the name when the render starts is never replaced.
+ * WV_OUTPUT_NO_WAVEFORM: no "<file>.wave" is written.
+ * WV_OUTPUT_HOLD (implies WHOLE): event 22 leaves the finished file under
+ *   its ".part" name (the "<file>.wave" is placed as usual); placeOutput
+ *   then puts it at the name, as WHOLE and NO_REPLACE say, or removes it.
+ *   The next render of the list, or removing the list, removes it too.
+ * A device or FIFO output is written as setOutputPara says in every mode. */
+enum wv_output_mode {
+    WV_OUTPUT_WHOLE = 1,
+    WV_OUTPUT_NO_REPLACE = 2,
+    WV_OUTPUT_NO_WAVEFORM = 4,
+    WV_OUTPUT_HOLD = 8
+};
 
 /* How a loudness-normalised render came out (getListLoudnessResult). */
 enum wv_loudness_result {
@@ -559,6 +584,27 @@ public:
      * is written as it is, never removed, renamed over or chmod'ed; a FIFO
      * needs a reader when the job starts. A link to nothing is refused. */
     int32_t setOutputPara(int listId, char const* path, encode_type type);
+    /* How the list's outputs take their place from the next process() on:
+     * wv_output_mode flags, 0 (the default) as setOutputPara says. Returns
+     * 0; -4 for other bits; -1 for an unknown id, -2 for an item that is
+     * not a list. Any thread. */
+    int32_t setOutputMode(int listId, int flags);
+    /* After a render under WV_OUTPUT_HOLD that ended with event 22: keep 1
+     * puts its file at the output's name, keep 0 removes it. Returns 0;
+     * -17 when WV_OUTPUT_NO_REPLACE found the name taken and -11 when the
+     * file could not be put in place (both remove it, and leave whatever is
+     * at the name as it was); -3 when the list holds no such file (none
+     * rendered, or already placed or removed); -1 for an unknown id, -2 for
+     * an item that is not a list. Any thread. */
+    int32_t placeOutput(int listId, int keep);
+    /* Writes `size` bytes of `data` (a picture, a text the client made) as
+     * the output `path`, placed as a render's output with setOutputMode's
+     * WV_OUTPUT_WHOLE and WV_OUTPUT_NO_REPLACE flags (other flags: -EINVAL);
+     * a device or FIFO is written into as setOutputPara says. Returns 0, or
+     * minus an errno value: -ENOSPC when the storage is full, -EEXIST when
+     * NO_REPLACE found the name taken; the target is then as it was. Needs
+     * no engine thread; any thread. */
+    static int32_t writeOutputFile(char const* path, const void* data, size_t size, int flags);
     /* Output format; values below 1 are chosen from the clips when the
      * render starts (bit rate: 320 kbit/s). forceStereo makes 2 channels. */
     int32_t setEncodePara(int listId, int sampleRate, int bitRate, int channelCount,

@@ -147,12 +147,17 @@ WAVORYX_API int32_t wv_set_list_denoise(wv_engine* engine, int32_t list_id, int 
 WAVORYX_API int32_t wv_set_list_tempo(wv_engine* engine, int32_t list_id, int tempo_percent);
 
 /* Rendering: as setOutputPara (type: an ENCODE_ value, any other renders
- * as WAV), setEncodePara, setEncodeOptions, setResampleQuality,
+ * as WAV), setOutputMode, placeOutput, setEncodePara, setEncodeOptions, setResampleQuality,
  * setListLoudness, getListLoudnessResult, getOutputBitRate, process,
  * cancelProcess, measureLoudness, scanSilence, scanFileSilence,
  * getSilences, getSilenceScanFrames. */
 WAVORYX_API int32_t wv_set_output_para(wv_engine* engine, int32_t list_id, const char* path,
                                        int type);
+WAVORYX_API int32_t wv_set_output_mode(wv_engine* engine, int32_t list_id, int flags);
+WAVORYX_API int32_t wv_place_output(wv_engine* engine, int32_t list_id, int keep);
+/* As Wavoryx::writeOutputFile. */
+WAVORYX_API int32_t wv_write_output_file(const char* path, const void* data, size_t size,
+                                         int flags);
 WAVORYX_API int32_t wv_set_encode_para(wv_engine* engine, int32_t list_id, int sample_rate,
                                        int bit_rate, int channel_count, int force_stereo);
 WAVORYX_API int32_t wv_set_encode_options(wv_engine* engine, int32_t id, int quality, int vbr,

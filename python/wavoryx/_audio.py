@@ -79,11 +79,12 @@ class Audio:
             return self._item
 
     def _source_id(self):
-        """The engine's item to use as a clip of another list. A clip list
-        of several rates, read as a clip with effects around it, is cut at
-        its frames counted in its sources' own rates; its render (a WAV in
-        the private folder) is used instead."""
-        if self._loaded or len({audio.sample_rate for audio, _, _ in self._parts}) <= 1:
+        """The engine's item to use as a clip of another list. The engine
+        places a list of several rates by its converted length, except a
+        crossfaded one or one of lists: its render (a WAV in the private
+        folder) is used instead."""
+        if (self._loaded or len({audio.sample_rate for audio, _, _ in self._parts}) <= 1
+                or not (self._crossfade or any(not audio._loaded for audio, _, _ in self._parts))):
             return self._id()
         return self._leaf()._item
 

@@ -294,6 +294,18 @@ int32_t wv_set_encode_para(wv_engine* e, int32_t list_id, int sample_rate, int b
     return e->engine.setEncodePara(list_id, sample_rate, bit_rate, channel_count, force_stereo);
 }
 
+int32_t wv_set_output_mode(wv_engine* e, int32_t list_id, int flags) {
+    return e->engine.setOutputMode(list_id, flags);
+}
+
+int32_t wv_place_output(wv_engine* e, int32_t list_id, int keep) {
+    return e->engine.placeOutput(list_id, keep);
+}
+
+int32_t wv_write_output_file(const char* path, const void* data, size_t size, int flags) {
+    return Wavoryx::writeOutputFile(path, data, size, flags);
+}
+
 int32_t wv_set_encode_options(wv_engine* e, int32_t id, int quality, int vbr, int joint_stereo) {
     return e->engine.setEncodeOptions(id, quality, vbr, joint_stereo);
 }

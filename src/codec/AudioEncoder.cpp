@@ -47,7 +47,8 @@ int32_t defaultBitRate(EncodeFormat format) {
     }
 }
 
-AudioEncoder* AudioEncoder::createAudioEncoder(EncodeFormat format, const char* path) {
+AudioEncoder* AudioEncoder::createAudioEncoder(EncodeFormat format, const char* path,
+                                               int outputFlags) {
     AudioEncoder* encoder = nullptr;
     switch (format) {
         case EncodeFormat::Wav:
@@ -66,7 +67,7 @@ AudioEncoder* AudioEncoder::createAudioEncoder(EncodeFormat format, const char* 
             WV_LOGW("Unsupported type %d", static_cast<int>(format));
             return nullptr;
     }
-    if (encoder->openOutput(path) != 0) {
+    if (encoder->openOutput(path, outputFlags) != 0) {
         delete encoder;
         return nullptr;
     }

@@ -58,8 +58,10 @@ public:
     // Flac, Opus, Aac and Vorbis, with `path` opened as an
     // output (FileWriter::openOutput: an existing file is only replaced by a
     // finished one). Null for any other value (logged "Unsupported type %d")
-    // or when the file cannot be created. The caller owns the result.
-    static AudioEncoder* createAudioEncoder(EncodeFormat format, const char* path);
+    // or when the file cannot be created. `outputFlags`: OutputFile's
+    // placement flags. The caller owns the result.
+    static AudioEncoder* createAudioEncoder(EncodeFormat format, const char* path,
+                                            int outputFlags = 0);
 
     ~AudioEncoder() override = default;
 

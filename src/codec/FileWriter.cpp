@@ -77,11 +77,11 @@ void FileWriter::closeCurrent() {
     releaseHeld();
 }
 
-int FileWriter::openOutput(const char* path) {
+int FileWriter::openOutput(const char* path, int flags) {
     closeCurrent();
     mPath = path != nullptr ? path : "";
     std::unique_ptr<OutputFile> output(new OutputFile());
-    const int result = mPath.empty() ? -ENOENT : output->open(mPath);
+    const int result = mPath.empty() ? -ENOENT : output->open(mPath, flags);
     if (result != 0) {
         WV_LOGE("file %s open failed error: %s", mPath.c_str(), std::strerror(-result));
         return OPEN_FAILED;
@@ -99,9 +99,19 @@ int FileWriter::finishOutput() {
     }
     if (!mOutput->isOpen()) return mFinished ? WRITE_OK : WRITE_ERROR;
     mFd = -1;
-    if (mOutput->commit() != 0) return WRITE_ERROR;
+    const int committed = mOutput->commit();
+    if (committed == -EEXIST) return WRITE_NAME_TAKEN;
+    if (committed != 0) return WRITE_ERROR;
     mFinished = true;
     return WRITE_OK;
+}
+
+std::unique_ptr<OutputFile> FileWriter::releaseOutput() {
+    if (!mOutput || !mOutput->isOpen()) return nullptr;
+    mFd = -1;
+    mFinished = true;
+    releaseHeld();
+    return std::move(mOutput);
 }
 
 int FileWriter::writeAt(int64_t offset, const void* data, uint32_t length) {

@@ -36,6 +36,9 @@ public:
     static constexpr int WRITE_OK = 0;            // all data is in the file
     static constexpr int WRITE_STORAGE_FULL = 1;  // a remainder is held for one retry
     static constexpr int WRITE_ERROR = 2;         // the job must end
+    // finishOutput() of an output opened with OutputFile::kNoReplace: the
+    // name was taken meanwhile, and the output is discarded.
+    static constexpr int WRITE_NAME_TAKEN = 3;
     // Result of openFile() when the file cannot be created.
     static constexpr int OPEN_FAILED = -10;
 
@@ -51,13 +54,19 @@ public:
     // the umask: an existing name (a symlink included) is refused. 0 on success; OPEN_FAILED,
     // logged "file %s open failed error: %s", otherwise.
     int openFile(const char* path);
-    // Opens a client's output (see OutputFile). 0, or OPEN_FAILED (logged);
-    // nothing is created or changed then.
-    int openOutput(const char* path);
+    // Opens a client's output (see OutputFile; `flags` are its placement
+    // flags). 0, or OPEN_FAILED (logged); nothing is created or changed then.
+    int openOutput(const char* path, int flags = 0);
     // Closes an output opened by openOutput() and makes it the target (a
     // file opened by openFile() is just finished). WRITE_OK, or WRITE_ERROR
-    // when it could not be put in place (the output is then discarded).
+    // (WRITE_NAME_TAKEN, see above) when it could not be put in place (the
+    // output is then discarded).
     int finishOutput();
+
+    // Hands over an output opened by openOutput(), complete but not put in
+    // place: the caller commits or discards it. Null for anything else. The
+    // writer is finished then.
+    std::unique_ptr<OutputFile> releaseOutput();
 
     // Writes to `fd`, which the writer now owns, as the file `path`. An
     // unfinished adopted file is removed only while `path` still names it

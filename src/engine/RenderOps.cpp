@@ -1,6 +1,7 @@
 // The engine's rendering requests: output settings of clip lists, and
 // posting renders to the encoder worker.
 #define WV_LOG_TAG "WavoryxPriv"
+#include <cerrno>
 #include <string>
 
 #include "base/Log.h"
@@ -96,6 +97,34 @@ int32_t WavoryxPriv::setResampleQuality(uint32_t listId, int32_t quality) {
     const AudioResampler::src_quality kind = kKinds[quality];
     list->changeRenderSettings([kind](RenderSettings& s) { s.resampleQuality = kind; });
     return 0;
+}
+
+int32_t WavoryxPriv::setOutputMode(uint32_t listId, int32_t flags) {
+    constexpr int32_t kKnown =
+        WV_OUTPUT_WHOLE | WV_OUTPUT_NO_REPLACE | WV_OUTPUT_NO_WAVEFORM | WV_OUTPUT_HOLD;
+    if ((flags & ~kKnown) != 0) {
+        WV_LOGE("setOutputMode: flags %d out of range", flags);
+        return -4;
+    }
+    int32_t result;
+    ItemHold hold(this, listId);
+    SPcmInfo* list = holdItemWithStatus(hold, listId, CLIP_LIST, Report::kSetOutputMode, &result);
+    if (list == nullptr) return result;
+    list->changeRenderSettings([flags](RenderSettings& s) { s.outputMode = flags; });
+    return 0;
+}
+
+int32_t WavoryxPriv::placeOutput(uint32_t listId, int32_t keep) {
+    int32_t result;
+    ItemHold hold(this, listId);
+    SPcmInfo* list = holdItemWithStatus(hold, listId, CLIP_LIST, Report::kPlaceOutput, &result);
+    if (list == nullptr) return result;
+    std::unique_ptr<OutputFile> output = list->takeHeldOutput();
+    if (!output) return -3;
+    if (keep == 0) return 0;  // discarded with `output`
+    const int committed = output->commit();
+    if (committed == 0) return 0;
+    return committed == -EEXIST ? -17 : -11;
 }
 
 int32_t WavoryxPriv::setListLoudness(uint32_t listId, int32_t lufsTenths, int32_t truePeakTenths) {

@@ -1,9 +1,11 @@
 // The exported facade: forwards every call to the engine.
 #include <wavoryx/Wavoryx.h>
 
+#include <cerrno>
 #include <cstring>
 
 #include "engine/WavoryxPriv.h"
+#include "platform/OutputFile.h"
 #include "platform/StandardDescriptors.h"
 
 namespace {
@@ -152,6 +154,24 @@ int32_t Wavoryx::setEncodePara(int listId, int sampleRate, int bitRate, int chan
 
 int32_t Wavoryx::setEncodeOptions(int id, int quality, int vbr, int jointStereo) {
     return mPriv->setEncodeOptions(static_cast<uint32_t>(id), quality, vbr, jointStereo);
+}
+int32_t Wavoryx::setOutputMode(int listId, int flags) {
+    return mPriv->setOutputMode(static_cast<uint32_t>(listId), flags);
+}
+int32_t Wavoryx::placeOutput(int listId, int keep) {
+    return mPriv->placeOutput(static_cast<uint32_t>(listId), keep);
+}
+int32_t Wavoryx::writeOutputFile(char const* path, const void* data, size_t size, int flags) {
+    if (path == nullptr || (data == nullptr && size > 0) ||
+        (flags & ~(WV_OUTPUT_WHOLE | WV_OUTPUT_NO_REPLACE)) != 0) {
+        return -EINVAL;
+    }
+    const int placement =
+        ((flags & WV_OUTPUT_WHOLE) != 0 ? wv::OutputFile::kCompleteOnly : 0) |
+        ((flags & WV_OUTPUT_NO_REPLACE) != 0
+             ? wv::OutputFile::kCompleteOnly | wv::OutputFile::kNoReplace
+             : 0);
+    return wv::writeWholeOutput(path, data, size, placement);
 }
 int32_t Wavoryx::setResampleQuality(int listId, int quality) {
     return mPriv->setResampleQuality(static_cast<uint32_t>(listId), quality);

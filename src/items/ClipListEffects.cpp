@@ -104,6 +104,20 @@ uint32_t PcmClipList::placeLocked(std::vector<ClipPlacement>* out, bool useTotal
                 static_cast<uint32_t>((uint64_t(place.length) * to * 2 + from) / (2 * from));
             rate = outRate;
         }
+        // A whole list source gives each of its clips converted on its own
+        // (its plain walk, at the output rate): it takes the place of
+        // their converted lengths, not of their frames at their own rates.
+        uint64_t converted = 0;
+        if (outRate > 0 && clip.source->clipList && growing == 0 && clip.start == 0 &&
+            clip.source->clipList->convertedLength(outRate, &converted) &&
+            converted != place.length) {
+            uint32_t whole = 0;
+            clip.source->availableFrames(whole, 0, 0xFFFFFFFF, useTotal);
+            if (clip.end >= whole) {
+                place.length = static_cast<uint32_t>(std::min<uint64_t>(converted, 0xFFFFFFFFu));
+                rate = outRate;
+            }
+        }
         place.placedRate = rate;
         rates.push_back(rate);
         place.fadeIn = framesOfMs(clip.effects.fadeInMs, rate);

@@ -92,7 +92,8 @@ public:
     // such a clip. With outRate > 0 a file clip of another rate is placed
     // as the converter makes it: round(frames x outRate / rate) frames,
     // and every length in ms counts at outRate (ClipPlacement::sourceRate
-    // tells the clip's own rate).
+    // tells the clip's own rate); so is a whole list clip whose clips are
+    // files (convertedLength), which its reader gives in output frames.
     // *settled (when given) is the list frame before which the mix can no
     // longer change however long the growing clip turns out to be: its
     // fades, its crossfades and where the next clip starts depend on that

@@ -18,6 +18,8 @@ struct RenderSettings {
     std::string path;
     // The output format. For a list, a rate or channel count under 1 leaves
     // it to the list's clips (see PcmClipList::getSamplerate).
+    // How the output takes its place (setOutputMode): wv_output_mode flags.
+    int32_t outputMode = 0;
     int32_t sampleRate = 0;  // Hz
     int32_t channels = 0;
     // An encode_type value as the client gave it; one that names no encoder

@@ -141,6 +141,7 @@ void SPcmInfo::release() {
     player.reset();
     clipList.reset();
     dropPcmFile();
+    takeHeldOutput().reset();
 }
 
 void SPcmInfo::dropPcmFile() { working_file::removeAndClose(pcmPath.get(), pcmFd.exchange(-1)); }

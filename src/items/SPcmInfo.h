@@ -24,6 +24,7 @@
 #include "items/PcmTypes.h"
 #include "items/RenderSettings.h"
 #include "items/SilenceResults.h"
+#include "platform/OutputFile.h"
 
 namespace wv {
 
@@ -168,6 +169,19 @@ struct SPcmInfo {
         mHasFacts = true;
     }
 
+    // A finished render's output held back from its name
+    // (WV_OUTPUT_HOLD) until placeOutput: a new one discards the old.
+    void holdOutput(std::unique_ptr<OutputFile> output) {
+        std::unique_ptr<OutputFile> old;
+        std::lock_guard<std::mutex> guard(mLock);
+        old = std::move(mHeldOutput);
+        mHeldOutput = std::move(output);
+    }
+    std::unique_ptr<OutputFile> takeHeldOutput() {
+        std::lock_guard<std::mutex> guard(mLock);
+        return std::move(mHeldOutput);
+    }
+
     // Notes what the output file holds (Hz, channels, kbit/s), once its
     // encoder has started, for the client's queries.
     void takeOutputFormat(uint32_t rate, uint32_t channels, uint32_t kbps) {
@@ -236,6 +250,7 @@ private:
     RenderSettings mSettings;
     SourceFacts mFacts;
     bool mHasFacts = false;
+    std::unique_ptr<OutputFile> mHeldOutput;
 };
 
 }  // namespace wv

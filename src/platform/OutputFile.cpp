@@ -10,6 +10,7 @@
 #include <atomic>
 #include <cerrno>
 #include <climits>
+#include <cstdio>
 #include <cstdlib>
 #include <cstring>
 
@@ -78,14 +79,19 @@ void removeStaleParts(const std::string& file) {
 
 OutputFile::~OutputFile() { discard(); }
 
-int OutputFile::open(const std::string& target) {
+int OutputFile::open(const std::string& target, int flags) {
     discard();
     mTarget = target;
+    mFlags = flags;
     int result = -EAGAIN;
     for (int attempt = 0; attempt < kAttempts && result == -EAGAIN; ++attempt) {
         struct stat st;
         if (::lstat(target.c_str(), &st) != 0) {
-            result = errno == ENOENT ? openNew(target) : -errno;
+            if (errno != ENOENT) {
+                result = -errno;
+            } else {
+                result = (flags & kCompleteOnly) != 0 ? openPart(target, nullptr) : openNew(target);
+            }
         } else if (S_ISLNK(st.st_mode) || S_ISREG(st.st_mode)) {
             result = openExisting(target);
         } else if (S_ISDIR(st.st_mode)) {
@@ -130,7 +136,9 @@ int OutputFile::openExisting(const std::string& target) {
         if (resolved == nullptr) return -errno;
         const std::string file = resolved;
         std::free(resolved);
-        return openReplacing(file, st);
+        // Replacing is writing: a file this process may not write stays as it is.
+        if (::faccessat(AT_FDCWD, file.c_str(), W_OK, AT_EACCESS) != 0) return -errno;
+        return openPart(file, &st);
     }
     if (S_ISDIR(st.st_mode)) return -EISDIR;
     // Written as it is. O_NONBLOCK keeps a FIFO without a reader from
@@ -151,14 +159,13 @@ int OutputFile::openExisting(const std::string& target) {
     return 0;
 }
 
-int OutputFile::openReplacing(const std::string& file, const struct stat& old) {
-    // Replacing is writing: a file this process may not write stays as it is.
-    if (::faccessat(AT_FDCWD, file.c_str(), W_OK, AT_EACCESS) != 0) return -errno;
+int OutputFile::openPart(const std::string& file, const struct stat* old) {
     for (int attempt = 0; attempt < kAttempts; ++attempt) {
         const std::string part = file + "." + std::to_string(::getpid()) + "." +
                                  std::to_string(gPartCounter.fetch_add(1)) + ".part";
-        const int fd =
-            ::open(part.c_str(), O_WRONLY | O_CREAT | O_EXCL | O_CLOEXEC | O_NOFOLLOW, 0600);
+        // A new document's mode comes from the umask, as for openNew().
+        const int fd = ::open(part.c_str(), O_WRONLY | O_CREAT | O_EXCL | O_CLOEXEC | O_NOFOLLOW,
+                              old != nullptr ? 0600 : 0666);
         if (fd < 0) {
             if (errno == EEXIST) continue;
             return -errno;
@@ -170,7 +177,7 @@ int OutputFile::openReplacing(const std::string& file, const struct stat& old) {
         ::fstat(fd, &st);
         // The new file is this process's own: it takes the old one's
         // permissions (never more than those) before any data reach it.
-        if (::fchmod(fd, old.st_mode & 0777) != 0) {
+        if (old != nullptr && ::fchmod(fd, old->st_mode & 0777) != 0) {
             const int error = errno;
             ::close(fd);
             ::unlink(part.c_str());
@@ -194,6 +201,19 @@ int OutputFile::commit() {
     // The lock must outlive the close, which reports a late write error, up
     // to the rename: a duplicate descriptor shares it.
     if (mKind == Kind::Temporary) mLockFd = ::fcntl(mFd, F_DUPFD_CLOEXEC, 0);
+    // Where nothing may be lost, the bytes reach the storage before the
+    // name leads to them.
+    if (mKind == Kind::Temporary && (mFlags & kCompleteOnly) != 0 && ::fsync(mFd) != 0 &&
+        errno != EINVAL) {
+        const int error = errno;
+        WV_LOGE("output %s did not reach the storage: %s", mWriting.c_str(), std::strerror(error));
+        ::close(mFd);
+        mFd = -1;
+        removeMade();
+        closeLock();
+        mKind = Kind::None;
+        return -error;
+    }
     const int closed = ::close(mFd);
     const int closeError = errno;
     mFd = -1;
@@ -206,8 +226,9 @@ int OutputFile::commit() {
         mKind = Kind::None;
         return -closeError;
     }
-    if (mKind == Kind::Temporary && ::rename(mWriting.c_str(), mReplace.c_str()) != 0) {
-        const int error = errno;
+    const int placed = mKind == Kind::Temporary ? place() : 0;
+    if (placed != 0) {
+        const int error = -placed;
         WV_LOGE("output %s cannot replace %s: %s", mWriting.c_str(), mReplace.c_str(),
                 std::strerror(error));
         removeMade();
@@ -218,6 +239,41 @@ int OutputFile::commit() {
     closeLock();
     mKind = Kind::None;
     return 0;
+}
+
+int OutputFile::place() {
+    const char* from = mWriting.c_str();
+    const char* to = mReplace.c_str();
+    if ((mFlags & kNoReplace) == 0) return ::rename(from, to) == 0 ? 0 : -errno;
+    if (::renameat2(AT_FDCWD, from, AT_FDCWD, to, RENAME_NOREPLACE) == 0) return 0;
+    if (errno != EINVAL && errno != ENOSYS && errno != EOPNOTSUPP) return -errno;
+    // No such rename here: a hard link takes only a free name, and the
+    // ".part" name then goes.
+    if (::link(from, to) == 0) {
+        ::unlink(from);
+        return 0;
+    }
+    if (errno != EPERM && errno != EOPNOTSUPP && errno != EMLINK) return -errno;
+    // Neither: a look just before the rename is the best left.
+    struct stat st;
+    if (::lstat(to, &st) == 0) return -EEXIST;
+    return ::rename(from, to) == 0 ? 0 : -errno;
+}
+
+int writeWholeOutput(const std::string& path, const void* data, size_t size, int flags) {
+    OutputFile out;
+    const int opened = out.open(path, flags);
+    if (opened != 0) return opened;
+    const char* at = static_cast<const char*>(data);
+    while (size > 0) {
+        const ssize_t n = ::write(out.fd(), at, size);
+        if (n < 0 && errno == EINTR) continue;
+        // No progress without an error: the storage is full.
+        if (n <= 0) return n < 0 ? -errno : -ENOSPC;
+        at += n;
+        size -= static_cast<size_t>(n);
+    }
+    return out.commit();
 }
 
 void OutputFile::closeLock() {

@@ -30,6 +30,16 @@
 // checking that the name still leads to the very file it made; the target
 // is then as it was before open().
 //
+// Placement flags (open's `flags`, 0 for all of the above):
+// - kCompleteOnly: nothing appears at the target's name before commit():
+//   a missing target gets a ".part" file beside it too, created with the
+//   mode of a new document (0666 less the umask); commit() flushes it to
+//   the storage (fsync) before the rename.
+// - kNoReplace (with kCompleteOnly): commit() puts the file at the target
+//   only while that name is free (a no-replace rename, a hard link where
+//   the file system has no such rename) and fails with -EEXIST otherwise,
+//   whatever was there when open() looked.
+//
 // One thread at a time uses an OutputFile.
 #pragma once
 
@@ -47,8 +57,11 @@ public:
     OutputFile(const OutputFile&) = delete;
     OutputFile& operator=(const OutputFile&) = delete;
 
+    static constexpr int kCompleteOnly = 1;
+    static constexpr int kNoReplace = 2;
+
     // 0, or -errno (nothing is then created or changed).
-    int open(const std::string& target);
+    int open(const std::string& target, int flags = 0);
     // Closes the file and makes it the target: 0, or -errno after which the
     // file is discarded. A second call returns 0.
     int commit();
@@ -68,13 +81,18 @@ private:
     enum class Kind { None, Created, Temporary, Direct };
 
     int openNew(const std::string& target);
+    // Opens a ".part" file for `file`: with the permissions of `old`, the
+    // file it replaces, or those of a new document when there is none.
+    int openPart(const std::string& file, const struct stat* old);
+    // Puts the closed ".part" file at mReplace: 0 or -errno.
+    int place();
     int openExisting(const std::string& target);
-    int openReplacing(const std::string& file, const struct stat& old);
     // Removes mWriting when it still names the file this object created.
     void removeMade();
     void closeLock();
 
     Kind mKind = Kind::None;
+    int mFlags = 0;
     int mFd = -1;
     int mLockFd = -1;  // holds the ".part" file's lock while mFd closes
     bool mSeekable = false;
@@ -84,5 +102,11 @@ private:
     std::string mReplace;  // the regular file a ".part" file is renamed over
     std::string mWriting;
 };
+
+// Writes `size` bytes of `data` as the output `path` (see OutputFile, with
+// its placement `flags`) and commits it: 0, or -errno (-ENOSPC when the
+// storage took less than all; -EEXIST when kNoReplace found the name
+// taken). On failure the target is as it was.
+int writeWholeOutput(const std::string& path, const void* data, size_t size, int flags);
 
 }  // namespace wv

@@ -1,11 +1,14 @@
 #define WV_LOG_TAG "EncoderThread"
 #include "render/RenderJob.h"
 
+#include <wavoryx/Wavoryx.h>
+
 #include <algorithm>
 
 #include "base/Clock.h"
 #include "base/Log.h"
 #include "items/ListChapters.h"
+#include "platform/OutputFile.h"
 #include "render/EncoderThread.h"
 
 namespace wv {
@@ -21,6 +24,10 @@ RenderJob::~RenderJob() {
 }
 
 JobStep RenderJob::failed(int status) {
+    if (status == FileWriter::WRITE_NAME_TAKEN) {
+        WV_LOGW("the output's name was taken while it was made: not overwritten");
+        return JobStep::end(EVT_RENDER_FAILED, -17);
+    }
     if (status == FileWriter::WRITE_STORAGE_FULL) {
         WV_LOGW("Cancel file encode due to low space");
         return JobStep::end(EVT_RENDER_STOPPED, -1);
@@ -102,8 +109,13 @@ JobStep RenderJob::start(WVThreadCmd& cmd) {
     const uint32_t rate = static_cast<uint32_t>(mFormat.rate);
     const uint32_t channels = static_cast<uint32_t>(mFormat.channels);
     const std::string& path = mFormat.path;
-    mEncoder.reset(
-        AudioEncoder::createAudioEncoder(static_cast<EncodeFormat>(mFormat.type), path.c_str()));
+    const int mode = mSettings.outputMode;
+    const int placement =
+        ((mode & (WV_OUTPUT_WHOLE | WV_OUTPUT_HOLD)) != 0 ? OutputFile::kCompleteOnly : 0) |
+        ((mode & WV_OUTPUT_NO_REPLACE) != 0 ? OutputFile::kCompleteOnly | OutputFile::kNoReplace
+                                            : 0);
+    mEncoder.reset(AudioEncoder::createAudioEncoder(static_cast<EncodeFormat>(mFormat.type),
+                                                    path.c_str(), placement));
     if (!mEncoder) {
         WV_LOGE("createAudioEncoder error!");
         return JobStep::end(EVT_RENDER_FAILED, -1);
@@ -129,7 +141,9 @@ JobStep RenderJob::start(WVThreadCmd& cmd) {
     }
 
     mWaveform.reset(new WaveformState(rate, channels));
-    openWaveformFile(mWaveform.get(), (path + ".wave").c_str());
+    if ((mode & WV_OUTPUT_NO_WAVEFORM) == 0) {
+        openWaveformFile(mWaveform.get(), (path + ".wave").c_str());
+    }
     mReader = passReader();
     return JobStep::next(0);
 }
@@ -158,7 +172,11 @@ JobStep RenderJob::finish() {
     if (finishedStatus == 0 && finishWaveformFile(mWaveform.get()) != 0) {
         finishedStatus = FileWriter::WRITE_ERROR;
     }
-    if (finishedStatus == 0) finishedStatus = mEncoder->finishOutput();
+    if (finishedStatus == 0 && (mSettings.outputMode & WV_OUTPUT_HOLD) != 0) {
+        mItem->holdOutput(mEncoder->releaseOutput());
+    } else if (finishedStatus == 0) {
+        finishedStatus = mEncoder->finishOutput();
+    }
     if (finishedStatus != 0) return failed(finishedStatus);
     finished();
     return JobStep::end(EVT_RENDER_DONE, -1);

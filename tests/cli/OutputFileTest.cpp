@@ -3,10 +3,7 @@
 #include <gtest/gtest.h>
 
 #include <fcntl.h>
-#include <signal.h>
-#include <sys/file.h>
 #include <sys/stat.h>
-#include <sys/wait.h>
 #include <unistd.h>
 
 #include <dirent.h>
@@ -178,28 +175,26 @@ TEST(CommitOutputTest, DevicesAndFifosGetTheBytesAndKeepTheirNode) {
     EXPECT_TRUE(S_ISFIFO(st.st_mode));
 }
 
-TEST(CommitOutputTest, AcrossFileSystemsACopyBesideIsRenamedAndAFullDiskChangesNothing) {
+// Outputs the command makes in memory (pictures, data files) go through the
+// engine's placement: on another file system than the working folder too.
+TEST(WriteOutputTest, OnAnotherFileSystemTheOutputReplacesOnlyWhenWholeAndAFullDiskChangesNothing) {
     wvtest::SmallFilesystem fs(64 * 1024);
     if (!fs.mounted()) GTEST_SKIP() << fs.skipReason();
-    TempDir work;
     writeText(fs.file("kept.wav"), "the user's bytes");
     ::chmod(fs.file("kept.wav").c_str(), 0600);
-    writeText(work.file("done.wav"), "finished");
     std::string why;
-    ASSERT_TRUE(commitOutput(work.file("done.wav"), examined(fs.file("kept.wav")), true, why)) << why;
+    ASSERT_TRUE(writeOutput("finished", examined(fs.file("kept.wav")), why)) << why;
     EXPECT_EQ(readText(fs.file("kept.wav")), "finished");
     EXPECT_EQ(statOf(fs.file("kept.wav")).st_mode & 0777, mode_t(0600));
     EXPECT_EQ(namesIn(fs.path()), std::vector<std::string>{"kept.wav"});
 
-    // Larger than the whole file system: the copy fails part way.
+    // Larger than the whole file system: the write fails part way.
     writeText(fs.file("kept.wav"), "the user's bytes");
     const std::string big(256 * 1024, 'x');
-    writeText(work.file("big.wav"), big);
-    EXPECT_FALSE(commitOutput(work.file("big.wav"), examined(fs.file("kept.wav")), true, why));
+    EXPECT_FALSE(writeOutput(big, examined(fs.file("kept.wav")), why));
     EXPECT_EQ(why, "storage full");
     EXPECT_EQ(readText(fs.file("kept.wav")), "the user's bytes");
     EXPECT_EQ(namesIn(fs.path()), std::vector<std::string>{"kept.wav"});
-    EXPECT_TRUE(wvtest::fileExists(work.file("big.wav")));
 }
 
 TEST(CommitOutputTest, AFileThatAppearsAtAFreeNameIsKeptUnlessTheLastWriterWins) {
@@ -207,109 +202,30 @@ TEST(CommitOutputTest, AFileThatAppearsAtAFreeNameIsKeptUnlessTheLastWriterWins)
     TempDir work;
     TempDir out;
     std::vector<std::string> folders{out.path()};
-    if (fs.mounted()) folders.push_back(fs.path());  // the copy beside, too
+    if (fs.mounted()) folders.push_back(fs.path());  // written there by the engine, too
     for (const std::string& folder : folders) {
+        const bool beside = folder == out.path();  // a finished file on the same file system
         const std::string target = folder + "/same.mp3";
         const OutputTarget examinedFree = examined(target);
         writeText(target, "precious");
         writeText(work.file("done.mp3"), "render");
         std::string why;
-        EXPECT_FALSE(commitOutput(work.file("done.mp3"), examinedFree, true, why)) << folder;
+        EXPECT_FALSE(beside ? commitOutput(work.file("done.mp3"), examinedFree, true, why)
+                            : writeOutput("render", examinedFree, why))
+            << folder;
         EXPECT_NE(why.find("appeared"), std::string::npos) << why;
         EXPECT_EQ(readText(target), "precious") << folder;
         EXPECT_EQ(namesIn(folder), std::vector<std::string>{"same.mp3"});
         // -y: the last writer wins.
         OutputTarget agreed = examinedFree;
         agreed.lastWriterWins = true;
-        ASSERT_TRUE(commitOutput(work.file("done.mp3"), agreed, true, why)) << why;
+        ASSERT_TRUE(beside ? commitOutput(work.file("done.mp3"), agreed, true, why)
+                           : writeOutput("render", agreed, why))
+            << why;
         EXPECT_EQ(readText(target), "render") << folder;
         EXPECT_EQ(namesIn(folder), std::vector<std::string>{"same.mp3"});
         ::unlink(target.c_str());
     }
-}
-
-// The PID of a child holding an flock on `path` until it is killed.
-pid_t holdLock(const std::string& path) {
-    int ready[2];
-    EXPECT_EQ(::pipe(ready), 0);
-    const pid_t child = ::fork();
-    if (child == 0) {
-        const int fd = ::open(path.c_str(), O_RDONLY);
-        const char ok = fd >= 0 && ::flock(fd, LOCK_EX) == 0 ? 'y' : 'n';
-        (void)!::write(ready[1], &ok, 1);
-        for (;;) ::pause();
-    }
-    char ok = 0;
-    EXPECT_EQ(::read(ready[0], &ok, 1), 1);
-    EXPECT_EQ(ok, 'y');
-    ::close(ready[0]);
-    ::close(ready[1]);
-    return child;
-}
-
-void endChild(pid_t child) {
-    ::kill(child, SIGKILL);
-    int status = 0;
-    ::waitpid(child, &status, 0);
-}
-
-TEST(CommitOutputTest, CopiesOfKilledRunsAreRemovedAndLiveOnesKept) {
-    TempDir dir;
-    const std::string dead = dir.file("song.wavoryx-k1ll3d.mp3");
-    const std::string bare = dir.file("take.wavoryx-abc123");
-    const std::string live = dir.file("song.wavoryx-l1v3ab.mp3");
-    for (const std::string& path : {dead, bare, live}) writeText(path, "a copy");
-    const pid_t holder = holdLock(live);
-    // Not copies of this command's: other tags, other letters, a link, a
-    // second link to a file.
-    for (const char* name : {"song.recording-abcdef.mp3", "song.wavoryx-ABCDEF.mp3", "song.wavoryx-abc.mp3",
-                             "wavoryx-abcdef.mp3", "song.mp3"}) {
-        writeText(dir.file(name), "the user's");
-    }
-    ASSERT_EQ(::symlink("song.mp3", dir.file("link.wavoryx-abcdef.mp3").c_str()), 0);
-    ASSERT_EQ(::link(dir.file("song.mp3").c_str(), dir.file("hard.wavoryx-abcdef.mp3").c_str()), 0);
-    EXPECT_EQ(removeStaleCopies(dir.path()), 2);
-    EXPECT_EQ(namesIn(dir.path()),
-              (std::vector<std::string>{"hard.wavoryx-abcdef.mp3", "link.wavoryx-abcdef.mp3", "song.mp3",
-                                        "song.recording-abcdef.mp3", "song.wavoryx-ABCDEF.mp3", "song.wavoryx-abc.mp3",
-                                        "song.wavoryx-l1v3ab.mp3", "wavoryx-abcdef.mp3"}));
-    endChild(holder);
-    EXPECT_EQ(removeStaleCopies(dir.path()), 1);
-    EXPECT_FALSE(wvtest::fileExists(live));
-}
-
-TEST(CommitOutputTest, ARunKilledWhileCopyingAcrossFileSystemsLeavesNoCopy) {
-    wvtest::SmallFilesystem fs(300 * 1024 * 1024);
-    if (!fs.mounted()) GTEST_SKIP() << fs.skipReason();
-    TempDir work;
-    // Large, and sparse so that it costs no disk: the copy takes a while.
-    const std::string done = work.file("done.wav");
-    const int fd = ::open(done.c_str(), O_WRONLY | O_CREAT | O_EXCL, 0600);
-    ASSERT_GE(fd, 0);
-    ASSERT_EQ(::ftruncate(fd, 256 * 1024 * 1024), 0);
-    ::close(fd);
-    const OutputTarget target = examined(fs.file("out.wav"));
-    const pid_t child = ::fork();
-    if (child == 0) {
-        std::string why;
-        ::_exit(commitOutput(done, target, false, why) ? 0 : 1);
-    }
-    // Killed as soon as it writes a file on the other file system.
-    const std::string fds = "/proc/" + std::to_string(child) + "/fd/";
-    bool copying = false;
-    while (!copying) {
-        for (const std::string& name : namesIn(fds)) {
-            char link[4096];
-            const ssize_t n = ::readlink((fds + name).c_str(), link, sizeof link - 1);
-            if (n > 0 && std::string(link, size_t(n)).rfind(fs.path() + "/", 0) == 0) copying = true;
-        }
-        int status = 0;
-        if (!copying && ::waitpid(child, &status, WNOHANG) == child) break;
-    }
-    ASSERT_TRUE(copying) << "the copy ended before it was seen";
-    endChild(child);
-    EXPECT_FALSE(wvtest::fileExists(fs.file("out.wav")));
-    EXPECT_EQ(namesIn(fs.path()), std::vector<std::string>{});
 }
 
 TEST(CommitOutputTest, AMissingFinishedFileLeavesTheTargetAsItWas) {

@@ -240,3 +240,58 @@ TEST(OutputTarget, PartFilesOfDeadRunsGoWithTheNextReplacementLiveOnesStay) {
     ASSERT_EQ(first.commit(), 0);
     EXPECT_EQ(contents(path), "first");
 }
+
+// Whole: a missing target has no name at all until commit, and then the
+// document mode; a failure leaves the folder as it was.
+TEST(OutputTarget, WholeShowsNothingAtTheNameUntilCommit) {
+    wvtest::TempDir dir;
+    const std::string path = dir.file("out.wav");
+    Umask umask(027);
+    {
+        OutputFile out;
+        ASSERT_EQ(out.open(path, OutputFile::kCompleteOnly), 0);
+        EXPECT_TRUE(out.replacing());
+        put(out, "half");
+        EXPECT_EQ(namesIn(dir).count("out.wav"), 0u);
+    }
+    EXPECT_TRUE(namesIn(dir).empty());
+    OutputFile out;
+    ASSERT_EQ(out.open(path, OutputFile::kCompleteOnly), 0);
+    put(out, "whole");
+    // Someone writes the name meanwhile: the finished output replaces it.
+    wvtest::writeFile(path, "x", 1);
+    ASSERT_EQ(out.commit(), 0);
+    EXPECT_EQ(contents(path), "whole");
+    EXPECT_EQ(modeOf(path), mode_t(0640));
+    EXPECT_EQ(namesIn(dir), std::set<std::string>{"out.wav"});
+}
+
+// No replace: the finished output takes only a free name; one taken
+// meanwhile, or there from the start, keeps its bytes and the output goes.
+TEST(OutputTarget, NoReplaceTakesOnlyAFreeName) {
+    wvtest::TempDir dir;
+    const int flags = OutputFile::kCompleteOnly | OutputFile::kNoReplace;
+    const std::string path = dir.file("out.wav");
+    {
+        OutputFile out;
+        ASSERT_EQ(out.open(path, flags), 0);
+        put(out, "mine");
+        ASSERT_EQ(out.commit(), 0);
+        EXPECT_EQ(contents(path), "mine");
+    }
+    {
+        OutputFile out;
+        ASSERT_EQ(out.open(path, flags), 0);
+        put(out, "second");
+        EXPECT_EQ(out.commit(), -EEXIST);
+        EXPECT_EQ(contents(path), "mine");
+    }
+    const std::string later = dir.file("later.wav");
+    OutputFile out;
+    ASSERT_EQ(out.open(later, flags), 0);
+    put(out, "late");
+    wvtest::writeFile(later, "theirs", 6);
+    EXPECT_EQ(out.commit(), -EEXIST);
+    EXPECT_EQ(contents(later), "theirs");
+    EXPECT_EQ(namesIn(dir), (std::set<std::string>{"out.wav", "later.wav"}));
+}

@@ -95,6 +95,8 @@ TEST_F(BadArguments, EveryOperationGivesItsDocumentedResult) {
         rows.push_back({"addClipMs source" + n, [=] { return api.addClipMs(list, id, 0, 10); }, -1});
         rows.push_back({"setOutputPara" + n, [=] { return api.setOutputPara(id, "x.wav", ENCODE_WAV); }, -1});
         rows.push_back({"setEncodePara" + n, [=] { return api.setEncodePara(id, 8000, 64, 1, 0); }, -1});
+        rows.push_back({"setOutputMode" + n, [=] { return api.setOutputMode(id, WV_OUTPUT_WHOLE); }, -1});
+        rows.push_back({"placeOutput" + n, [=] { return api.placeOutput(id, 1); }, -1});
         // 0 names the recordings to come, always there.
         rows.push_back({"setEncodeOptions" + n, [=] { return api.setEncodeOptions(id, 5, 0, 1); }, id == 0 ? 0 : -1});
         rows.push_back({"process" + n, [=] { return api.process(id); }, -1});
@@ -118,6 +120,8 @@ TEST_F(BadArguments, EveryOperationGivesItsDocumentedResult) {
         rows.push_back({"addClipMs" + n, [=] { return api.addClipMs(other, file, 0, 10); }, -2});
         rows.push_back({"setOutputPara" + n, [=] { return api.setOutputPara(other, "", ENCODE_MP3); }, -2});
         rows.push_back({"setEncodePara" + n, [=] { return api.setEncodePara(other, 0, 0, 0, 1); }, -2});
+        rows.push_back({"setOutputMode" + n, [=] { return api.setOutputMode(other, 0); }, -2});
+        rows.push_back({"placeOutput" + n, [=] { return api.placeOutput(other, 0); }, -2});
         rows.push_back({"setEncodeOptions" + n, [=] { return api.setEncodeOptions(other, 0, 9, 0); }, -2});
         rows.push_back({"process" + n, [=] { return api.process(other); }, -2});
     }
@@ -139,6 +143,8 @@ TEST_F(BadArguments, EveryOperationGivesItsDocumentedResult) {
     rows.push_back({"addClip of huge frames", [&] { return api.addClip(list, file, UINT_MAX - 1, UINT_MAX); }, 2});
     rows.push_back({"addClipMs of huge times", [&] { return api.addClipMs(list, file, 0, UINT_MAX); }, 3});
     rows.push_back({"setEncodePara negative", [&] { return api.setEncodePara(list, -1, INT_MIN, -1, 0); }, 0});
+    rows.push_back({"setOutputMode flags", [&] { return api.setOutputMode(list, -1); }, -4});
+    rows.push_back({"placeOutput nothing held", [&] { return api.placeOutput(list, 1); }, -3});
     rows.push_back({"setEncodeOptions quality", [&] { return api.setEncodeOptions(list, INT_MIN, 0, 0); }, -4});
     rows.push_back({"setEncodeOptions vbr", [&] { return api.setEncodeOptions(list, 0, INT_MAX, 0); }, -4});
     rows.push_back({"setEncodeOptions joint", [&] { return api.setEncodeOptions(list, 0, 0, -1); }, -4});
