@@ -4,6 +4,7 @@
 
 #include <algorithm>
 #include <cctype>
+#include <cstdint>
 
 namespace wvstudio {
 
@@ -46,7 +47,46 @@ HttpRequest plainRequest(const httplib::Request& req) {
     return out;
 }
 
-void applyReply(HttpReply& reply, httplib::Response& res) {
+// A request's one byte range: "bytes=F-L", "bytes=F-" or "bytes=-N".
+struct ByteRange {
+    bool given = false;
+    bool suffix = false;  // the last `last` bytes
+    uint64_t first = 0;
+    uint64_t last = UINT64_MAX;
+};
+
+bool digits(const std::string& text, uint64_t& out) {
+    if (text.empty() || text.size() > 18) return false;
+    out = 0;
+    for (char c : text) {
+        if (c < '0' || c > '9') return false;
+        out = out * 10 + uint64_t(c - '0');
+    }
+    return true;
+}
+
+// Several ranges, or a form not understood, give the whole body (allowed).
+ByteRange byteRange(const std::string& header) {
+    ByteRange range;
+    static const std::string kUnit = "bytes=";
+    if (header.compare(0, kUnit.size(), kUnit) != 0 || header.find(',') != std::string::npos) return range;
+    const std::string spec = header.substr(kUnit.size());
+    const size_t dash = spec.find('-');
+    if (dash == std::string::npos) return range;
+    const std::string from = spec.substr(0, dash);
+    const std::string to = spec.substr(dash + 1);
+    if (from.empty()) {
+        range.suffix = digits(to, range.last);
+        range.given = range.suffix;
+        return range;
+    }
+    if (!digits(from, range.first)) return range;
+    if (!to.empty() && (!digits(to, range.last) || range.last < range.first)) return range;
+    range.given = true;
+    return range;
+}
+
+void applyReply(HttpReply& reply, const ByteRange& range, httplib::Response& res) {
     for (const auto& h : reply.headers) res.set_header(h.first.c_str(), h.second);
     if (reply.stream) {
         auto stream = std::move(reply.stream);
@@ -72,16 +112,37 @@ void applyReply(HttpReply& reply, httplib::Response& res) {
     if (reply.provider) {
         auto provider = std::move(reply.provider);
         auto closed = std::move(reply.closed);
-        // The library answers Range requests from a sized provider itself
-        // (206, Content-Range) when the status is left to it.
-        if (reply.status != 200) res.status = reply.status;
+        uint64_t first = 0;
+        uint64_t size = reply.length;
+        if (range.given && reply.status == 200) {
+            // One range, clamped to the body, as RFC 9110 asks; one that
+            // starts past the end cannot be served.
+            if (range.suffix) {
+                first = reply.length - std::min(reply.length, range.last);
+            } else {
+                first = range.first;
+            }
+            const uint64_t last = range.suffix ? reply.length - 1 : std::min(range.last, reply.length - 1);
+            if (reply.length == 0 || first >= reply.length || (range.suffix && range.last == 0)) {
+                res.status = 416;
+                res.set_header("Content-Range", "bytes */" + std::to_string(reply.length));
+                res.set_content("", "text/plain");
+                return;
+            }
+            size = last - first + 1;
+            res.status = 206;
+            res.set_header("Content-Range", "bytes " + std::to_string(first) + "-" + std::to_string(last) + "/" +
+                                                std::to_string(reply.length));
+        } else {
+            res.status = reply.status;
+        }
         res.set_content_provider(
-            static_cast<size_t>(reply.length), reply.type.c_str(),
-            [provider](size_t offset, size_t length, httplib::DataSink& sink) {
-                const HttpWrite write = [&sink](const char* data, size_t size) {
-                    return sink.is_writable() && sink.write(data, size);
+            static_cast<size_t>(size), reply.type.c_str(),
+            [provider, first](size_t offset, size_t length, httplib::DataSink& sink) {
+                const HttpWrite write = [&sink](const char* data, size_t n) {
+                    return sink.is_writable() && sink.write(data, n);
                 };
-                return provider(offset, length, write);
+                return provider(first + offset, length, write);
             },
             [closed](bool) {
                 if (closed) closed();
@@ -104,7 +165,11 @@ HttpServer::HttpServer(Handler handler, size_t maxBody) : mImpl(new Impl) {
     const httplib::Server::Handler serve = [impl](const httplib::Request& req, httplib::Response& res) {
         HttpReply reply;
         impl->handler(plainRequest(req), reply);
-        applyReply(reply, res);
+        // Ranges are answered here, the library's own handling of them
+        // being turned off: it trusts the last byte asked for.
+        const ByteRange range = byteRange(req.get_header_value("Range"));
+        const_cast<httplib::Request&>(req).ranges.clear();
+        applyReply(reply, range, res);
     };
     mImpl->server.Get(".*", serve);
     mImpl->server.Post(".*", serve);

@@ -6,6 +6,7 @@
 
 #include <cerrno>
 #include <cstdlib>
+#include <memory>
 
 #include <wavoryx/Wavoryx.h>
 
@@ -115,8 +116,14 @@ void Studio::serveStatic(const HttpRequest& request, HttpReply& reply) {
         if (step.empty() || step[0] == '.') return fail(reply, 404, "no such page file");
         at = end;
     }
+    // Nothing outside the page's folder, whatever links in it say.
+    std::unique_ptr<char, decltype(&std::free)> root(::realpath(mSetup.webDir.c_str(), nullptr), &std::free);
+    std::unique_ptr<char, decltype(&std::free)> file(::realpath((mSetup.webDir + name).c_str(), nullptr), &std::free);
+    const std::string inside = root ? std::string(root.get()) + "/" : std::string();
+    if (!root || !file || std::string(file.get()).compare(0, inside.size(), inside) != 0) {
+        return fail(reply, 404, "no such page file");
+    }
     const std::string path = mSetup.webDir + name;
-    // No link is followed out of the page's folder, nor in it.
     const int fd = ::open(path.c_str(), O_RDONLY | O_CLOEXEC | O_NOFOLLOW);
     if (fd < 0) return fail(reply, 404, "no such page file");
     struct stat st;
