@@ -143,20 +143,22 @@ Lists::~Lists() {
 }
 
 bool Lists::countFrames(List& list, const ListPlan& plan, std::string& why) {
-    // Exact from the plan when every clip is at the output rate and no
-    // join overlaps: the list is its clips one after the other.
+    // Exact from the plan when no join overlaps: the clips one after the
+    // other, each converted clip round(N x out / in) frames long (halves
+    // up), as the high-quality converter makes it (Wavoryx.h).
     bool plain = plan.crossfadeMs == 0;
     uint64_t total = 0;
     for (const ListPlan::Clip& c : plan.clips) {
         int rate = 0;
         int channels = 0;
-        if (!mSources.format(c.source, rate, channels) || rate != list.rate || !mSources.loaded(c.source)) {
+        if (!plain || !mSources.format(c.source, rate, channels) || !mSources.loaded(c.source)) {
             plain = false;
             break;
         }
         const int frames = mEngine.getPcmFrameLength(c.source);
         const uint32_t end = std::min<uint32_t>(c.end, uint32_t(std::max(frames, 0)));
-        total += end > c.start ? end - c.start : 0;
+        const uint64_t span = end > c.start ? end - c.start : 0;
+        total += (span * uint64_t(list.rate) * 2 + uint64_t(rate)) / (2 * uint64_t(rate));
     }
     if (plain) {
         list.frames = total;

@@ -212,6 +212,9 @@ private:
     // readPcm's readers between reads; released before the items go.
     wv::ReadPositions mReadPositions;
     void releaseReads(wv::ReadPositions::Entries entries);
+    // readPcm's reader of `item` standing at startFrame; null with *result.
+    std::unique_ptr<wv::ReadPositions::Entry> readerAt(wv::SPcmInfo* item, uint32_t startFrame,
+                                                       int32_t* result);
     // Before the context, which holds on to it.
     std::unique_ptr<wv::ClientCallbackThread> mCallbackThread;
     wv::JobContext mContext;

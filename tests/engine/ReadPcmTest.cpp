@@ -99,6 +99,13 @@ TEST_F(ReadPcm, AListReadsAsItsWavRenderWithEffectsAndRateConversion) {
     }
     EXPECT_EQ(x, render);
     EXPECT_EQ(y, render);
+    // Seeks into converted clips, forwards and backwards, from a fresh
+    // engine place or a kept one, give the render's bytes from there.
+    for (uint32_t from : {70000u, 30001u, 65000u, 1u, 90000u}) {
+        const std::vector<int16_t> tail = readAll(list, from, 3000, 2);
+        ASSERT_LE(size_t(from) * 2, render.size());
+        EXPECT_EQ(tail, std::vector<int16_t>(render.begin() + long(from) * 2, render.end())) << from;
+    }
 }
 
 TEST_F(ReadPcm, ASeekIntoAListOfOneRateGivesTheRendersBytesFromThere) {
