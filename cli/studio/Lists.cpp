@@ -151,11 +151,16 @@ bool Lists::countFrames(List& list, const ListPlan& plan, std::string& why) {
     for (const ListPlan::Clip& c : plan.clips) {
         int rate = 0;
         int channels = 0;
-        if (!plain || !mSources.format(c.source, rate, channels) || !mSources.loaded(c.source)) {
+        if (!plain || !mSources.format(c.source, rate, channels)) {
             plain = false;
             break;
         }
+        // A clip within what a load still running has decoded is exact too.
         const int frames = mEngine.getPcmFrameLength(c.source);
+        if (!mSources.loaded(c.source) && c.end > uint32_t(std::max(frames, 0))) {
+            plain = false;
+            break;
+        }
         const uint32_t end = std::min<uint32_t>(c.end, uint32_t(std::max(frames, 0)));
         const uint64_t span = end > c.start ? end - c.start : 0;
         total += (span * uint64_t(list.rate) * 2 + uint64_t(rate)) / (2 * uint64_t(rate));
