@@ -138,8 +138,8 @@ int buildList(Wavoryx& engine, const ListPlan& plan, std::string& why) {
     return list;
 }
 
-Lists::~Lists() {
-    for (const auto& list : mLists) mEngine.removePcm(list->id);
+Lists::List::~List() {
+    if (id > 0) engine.removePcm(id);
 }
 
 bool Lists::countFrames(List& list, const ListPlan& plan, std::string& why) {
@@ -198,7 +198,7 @@ void Lists::make(const JsonValue& body, HttpReply& reply) {
     if (!readPlan(body, mSources, plan, why)) return fail(reply, 400, why);
     // The format edit's render takes: the largest rate (at least 8000 Hz)
     // and channel count of the clips' sources, known once their loads began.
-    auto list = std::make_shared<List>();
+    auto list = std::make_shared<List>(mEngine);
     list->rate = 8000;
     list->channels = 1;
     for (const ListPlan::Clip& c : plan.clips) {
@@ -213,18 +213,12 @@ void Lists::make(const JsonValue& body, HttpReply& reply) {
     }
     list->id = buildList(mEngine, plan, why);
     if (list->id == 0) return fail(reply, 500, why);
-    if (!countFrames(*list, plan, why)) {
-        mEngine.removePcm(list->id);
-        return fail(reply, 500, why);
-    }
+    if (!countFrames(*list, plan, why)) return fail(reply, 500, why);
     {
         std::lock_guard<std::mutex> guard(mLock);
         list->name = "L" + std::to_string(mNext++);
         mLists.push_back(list);
-        while (mLists.size() > kKeptLists) {
-            mEngine.removePcm(mLists.front()->id);
-            mLists.pop_front();
-        }
+        while (mLists.size() > kKeptLists) mLists.pop_front();
     }
     reply.body = "{\"list\":" + quote(list->name) + ",\"frames\":" + std::to_string(list->frames) +
                  ",\"sample_rate\":" + std::to_string(list->rate) + ",\"channels\":" + std::to_string(list->channels) +
