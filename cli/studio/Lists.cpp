@@ -143,9 +143,15 @@ Lists::List::~List() {
 }
 
 bool Lists::countFrames(List& list, const ListPlan& plan, std::string& why) {
-    // Exact from the plan when no join overlaps: the clips one after the
-    // other, each converted clip round(N x out / in) frames long (halves
-    // up), as the high-quality converter makes it (Wavoryx.h).
+    uint32_t told = 0;
+    if (mEngine.getPcmOutputFrames(list.id, &told) == 0) {
+        list.frames = told;
+        return true;
+    }
+    // While a source loads: exact from the plan when no join overlaps and
+    // every clip lies in what is decoded: the clips one after the other,
+    // each converted clip round(N x out / in) frames long (halves up), as
+    // the high-quality converter makes it (Wavoryx.h).
     bool plain = plan.crossfadeMs == 0;
     uint64_t total = 0;
     for (const ListPlan::Clip& c : plan.clips) {

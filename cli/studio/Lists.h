@@ -67,8 +67,8 @@ private:
         uint64_t frames = 0;
     };
     std::shared_ptr<List> find(const std::string& name);
-    // The frames the list hands out: from the plan when that is exact, else
-    // counted by reading it once.
+    // The frames the list hands out: as the engine tells them, or from the
+    // plan when that is exact, else counted by reading the list once.
     bool countFrames(List& list, const ListPlan& plan, std::string& why);
 
     Wavoryx& mEngine;

@@ -466,6 +466,16 @@ public:
      * Writes nothing; runs on the calling thread; any thread, any number
      * at once. */
     int32_t readPcm(int id, uint32_t startFrame, int16_t* out, uint32_t frames);
+    /* How many frames readPcm hands out for the item in all (the frame
+     * count of its WAV render), into *frames, without reading them: a
+     * loaded file's frames; a list's length after its crossfades and rate
+     * conversions, once every source has finished loading. Returns 0;
+     * WV_ERR_DURATION_UNKNOWN (-3) while a source still loads, or for a
+     * list without effects whose linear converter (setResampleQuality 0)
+     * converts a clip (its lengths are known only by reading);
+     * WV_ERR_NO_ITEM; WV_ERR_WRONG_ITEM as for readPcm;
+     * WV_ERR_OUT_OF_RANGE for a NULL `frames`. Any thread. */
+    int32_t getPcmOutputFrames(int id, uint32_t* frames);
 
     /* A new empty clip list; returns its id. */
     int32_t newClipList();

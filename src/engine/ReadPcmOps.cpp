@@ -4,10 +4,13 @@
 #include <algorithm>
 #include <memory>
 #include <new>
+#include <vector>
 
 #include "engine/ReadPositions.h"
 #include "engine/WavoryxPriv.h"
+#include "items/ClipEffects.h"
 #include "items/PcmClipList.h"
+#include "items/RenderSettings.h"
 #include "platform/resample/AudioResampler.h"
 
 using namespace wv;
@@ -207,4 +210,43 @@ int32_t WavoryxPriv::readPcm(pcm_id_t id, uint32_t startFrame, int16_t* out, uin
         releaseReads(mReadPositions.keep(std::move(entry)));
     }
     return result;
+}
+
+int32_t WavoryxPriv::getPcmOutputFrames(pcm_id_t id, uint32_t* frames) {
+    ItemHold hold(this, id);
+    SPcmInfo* item = holdItem(hold, id, Report::kGetPcmOutputFrames);
+    if (item == nullptr) return WV_ERR_NO_ITEM;
+    if (frames == nullptr) return WV_ERR_OUT_OF_RANGE;
+    if (item->scan || item->status.load() == RECORDING) return WV_ERR_WRONG_ITEM;
+    if (item->status.load() != CLIP_LIST) {
+        if (item->status.load() != PCM_READY) return WV_ERR_DURATION_UNKNOWN;
+        *frames = item->frames.load();
+        return WV_OK;
+    }
+    if (!item->clipList) return WV_ERR_WRONG_ITEM;
+    PcmClipList& list = *item->clipList;
+    int32_t result = 0;
+    std::unique_ptr<PcmInfoReader> reader = outputReader(item, 0, &result);
+    if (!reader) return result == WV_ERR_NOT_READY ? WV_ERR_DURATION_UNKNOWN : result;
+    for (const PcmClip& clip : list.clips()) {
+        if (clip.source->status.load() != PCM_READY && clip.source->status.load() != CLIP_LIST) {
+            return WV_ERR_DURATION_UNKNOWN;
+        }
+    }
+    const int32_t rate = reader->outSampleRate();
+    uint64_t total = 0;
+    if (list.hasEffects()) {
+        // Placed as the mix places them: converted lengths, overlaps.
+        std::vector<ClipPlacement> places;
+        if (list.place(&places, false, rate) != 0) return WV_ERR_DURATION_UNKNOWN;
+        if (!places.empty()) total = places.back().listStart + places.back().length;
+    } else {
+        const RenderSettings settings = item->renderSettings();
+        const bool exact = AudioResampler::makesExactLength(
+            AudioResampler::resolve(static_cast<AudioResampler::src_quality>(settings.resampleQuality)));
+        if (!exact && convertsRates(item, rate)) return WV_ERR_DURATION_UNKNOWN;
+        if (!list.convertedLength(rate, &total)) return WV_ERR_DURATION_UNKNOWN;
+    }
+    *frames = static_cast<uint32_t>(std::min<uint64_t>(total, UINT32_MAX));
+    return WV_OK;
 }

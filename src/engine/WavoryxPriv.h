@@ -101,6 +101,7 @@ public:
                                    uint32_t count, int16_t* minMax);
     // A list's or an item's output as its render reads it (ReadPcmOps.cpp).
     int32_t readPcm(wv::pcm_id_t id, uint32_t startFrame, int16_t* out, uint32_t frames);
+    int32_t getPcmOutputFrames(wv::pcm_id_t id, uint32_t* frames);
 
     // Playback (PlayOps.cpp; the player is in src/play).
     int32_t playStart(wv::pcm_id_t id);

@@ -110,6 +110,7 @@ LIB.wv_read_pcm.argtypes = [ctypes.c_void_p, ctypes.c_int32, ctypes.c_uint32, ct
                             ctypes.c_uint32]
 LIB.wv_get_waveform_peaks_frames.argtypes = [ctypes.c_void_p, ctypes.c_int32, ctypes.c_uint32, ctypes.c_uint32,
                                              ctypes.c_uint, ctypes.POINTER(ctypes.c_int16)]
+LIB.wv_get_pcm_output_frames.argtypes = [ctypes.c_void_p, ctypes.c_int32, ctypes.POINTER(ctypes.c_uint32)]
 ENCODE_WAV = 0
 
 
@@ -133,6 +134,9 @@ def test_a_list_read_and_drawn_without_rendering_equals_its_wav_render(engine, t
     assert LIB.wv_process(engine, lst) == 0
     assert wait(engine, lst).code == RENDER_DONE
     assert read == target.read_bytes()[44:]
+    frames = ctypes.c_uint32()
+    assert LIB.wv_get_pcm_output_frames(engine, lst, ctypes.byref(frames)) == 0
+    assert frames.value * 4 == len(read)
     peaks = (ctypes.c_int16 * 4)()
     assert LIB.wv_get_waveform_peaks_frames(engine, source, 0, 88200, 2, peaks) == 2
     assert list(peaks) == [-1000, 1000, -1000, 1000]
