@@ -34,6 +34,7 @@ void addPlayCommand(CLI::App& app, CommandLine& line);
 void addRecordCommand(CLI::App& app, CommandLine& line);
 // silence and split (SilenceCommand.cpp).
 void addSilenceCommand(CLI::App& app, CommandLine& line);
+void addStudioCommand(CLI::App& app, CommandLine& line);
 
 }  // namespace wvcli
 

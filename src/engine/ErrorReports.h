@@ -61,6 +61,9 @@ enum class Report : int {
     kClearListTags,
     kSetListDenoise,
     kSetListTempo,
+    kGetWaveformPeaksFrames,
+    kReadPcm,
+    kGetPcmOutputFrames,
     kCount
 };
 
@@ -156,6 +159,10 @@ inline constexpr ReportSite kReportSites[] = {
      "int32_t WavoryxPriv::clearListTags(uint32_t)"},
     {Report::kSetListDenoise, 0, 0, 0, "int32_t WavoryxPriv::setListDenoise(uint32_t, int32_t)"},
     {Report::kSetListTempo, 0, 0, 0, "int32_t WavoryxPriv::setListTempo(uint32_t, int32_t)"},
+    {Report::kGetWaveformPeaksFrames, 0, 0, 0,
+     "int32_t WavoryxPriv::getWaveformPeaksFrames(pcm_id_t, uint32_t, uint32_t, uint32_t, int16_t*)"},
+    {Report::kReadPcm, 0, 0, 0, "int32_t WavoryxPriv::readPcm(pcm_id_t, uint32_t, int16_t*, uint32_t)"},
+    {Report::kGetPcmOutputFrames, 0, 0, 0, "int32_t WavoryxPriv::getPcmOutputFrames(pcm_id_t, uint32_t*)"},
 };
 
 constexpr bool reportSitesInOrder() {
