@@ -27,7 +27,7 @@ export class Player {
     if (this.playing) this.pause();
     this.list = null;
     clearTimeout(this.timer);
-    if (!this.app.edit.empty) this.timer = setTimeout(() => this.prepare().catch(() => {}), 150);
+    if (!this.app.edit.empty) this.timer = setTimeout(() => this.prepare().catch(() => {}), 50);
   }
 
   // The list of the current edit on the server (posted once per version).

@@ -83,6 +83,7 @@ export async function launchBrowser({ width = 1280, height = 720 } = {}) {
     context,
     page,
     problems,
+    profile,
     async close() {
       await context.close();
       fs.rmSync(profile, { recursive: true, force: true });
