@@ -29,6 +29,7 @@ class Studio {
     this.cursor = 0;
     this.playhead = null;
     this.clipboard = [];
+    this.dragTarget = null;
     this.player = new Player(this, $('audio'));
     this.exporter = new ExportPanel(this);
     this.recorder = new Recorder(this);
@@ -357,6 +358,9 @@ class Studio {
       if (drag.kind === 'select') {
         this.cursor = clampT(this.view.timeAtX(p.x));
         this.changed(false);
+      } else if (Math.abs(p.x - drag.x) > 3) {
+        this.dragTarget = { from: drag.from, to: this.edit.clipAt(clampT(this.view.timeAtX(p.x))) };
+        this.view.draw();
       }
     });
     canvas.addEventListener('pointerup', (e) => {
@@ -371,6 +375,8 @@ class Studio {
       }
       canvas.style.cursor = '';
       drag = null;
+      this.dragTarget = null;
+      this.view.draw();
     });
     canvas.addEventListener('wheel', (e) => {
       e.preventDefault();

@@ -224,7 +224,35 @@ export class WaveformView {
       ctx.fillText(label, Math.max(job.x0, x) + 6 * dpr, this.axisHeight + this.headHeight / 2);
       ctx.restore();
     }
+    this.paintJoins(ctx, top, H - top);
     this.paintMarks(ctx, W, H, this.v0, this.spp, this.axisHeight);
+  }
+
+  // Crossfades (the later clip starts that much earlier in the sound) and
+  // where a dragged clip would go.
+  paintJoins(ctx, top, height) {
+    const edit = this.app.edit;
+    const { starts, total } = edit.layout();
+    const x = (t) => (t - this.v0) / this.spp;
+    const xf = edit.effectiveCrossfade();
+    ctx.strokeStyle = COLORS.fade;
+    ctx.lineWidth = Math.max(1, this.dpr);
+    ctx.beginPath();
+    for (let i = 1; xf > 0 && i < starts.length; i++) {
+      const a = x(starts[i] - xf);
+      const b = x(starts[i]);
+      ctx.moveTo(a, top);
+      ctx.lineTo(b, top + height);
+      ctx.moveTo(a, top + height);
+      ctx.lineTo(b, top);
+    }
+    ctx.stroke();
+    const drag = this.app.dragTarget;
+    if (drag) {
+      const at = drag.to > drag.from ? (drag.to + 1 < starts.length ? starts[drag.to + 1] : total) : starts[drag.to];
+      ctx.fillStyle = COLORS.selEdge;
+      ctx.fillRect(x(at) - 2 * this.dpr, this.axisHeight, 4 * this.dpr, this.headHeight + height);
+    }
   }
 
   clipLabel(clip) {

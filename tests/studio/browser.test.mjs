@@ -137,10 +137,23 @@ test('the other edit keys: copy, paste, delete, split, move, gain, fade, zoom, h
   await page.keyboard.press('Alt+ArrowLeft');
   e = await edit();
   assert.deepEqual(e.clips.slice(0, 2), [[RATE, 2 * RATE, 0, 0, 0], [0, RATE, 0, 0, 0]], 'Alt+ArrowLeft moves the clip');
+  // Dragging a clip by its title bar (the strip under the time axis) to
+  // the end of the edit, then back by Ctrl+Z.
+  const box = await page.getByLabel('Waveform').boundingBox();
+  const title = box.y + 31;
+  const xOf = (t) => page.evaluate((s) => window.studio.view.xOfTime(s), t);
+  await page.mouse.move(box.x + await xOf(0.5), title);
+  await page.mouse.down();
+  await page.mouse.move(box.x + await xOf(e.duration - 0.5), title, { steps: 6 });
+  await page.mouse.up();
+  const dragged = await edit();
+  assert.deepEqual(dragged.clips.at(-1), [RATE, 2 * RATE, 0, 0, 0], 'the dragged clip is the last one');
+  await page.keyboard.press('Control+z');
+  await page.keyboard.press('Home');
   await page.keyboard.press('g');
   await page.keyboard.press('g');
   e = await edit();
-  assert.equal(e.clips[0][2], 2, 'G raises the gain of the clip at the cursor, which moved with it');
+  assert.equal(e.clips[0][2], 2, 'G raises the gain of the clip at the cursor');
   await selectTyped(1, 1.25);
   await page.keyboard.press('f');
   assert.equal((await edit()).clips[1][3], 0.25, 'F fades the clip in over the selection');
@@ -148,7 +161,7 @@ test('the other edit keys: copy, paste, delete, split, move, gain, fade, zoom, h
   await selectTyped(4, 5);
   await page.keyboard.press('Delete');
   assert.equal((await edit()).duration, before.duration - 1);
-  for (let i = 0; i < 6; i++) await page.keyboard.press('Control+z');
+  for (let i = 0; i < 6; i++) await page.keyboard.press('Control+z'); // delete, fade, gain twice, move, split
   assert.deepEqual(await edit(), before);
 
   const span = () => page.evaluate(() => window.studio.view.spp * window.studio.view.width);
