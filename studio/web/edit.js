@@ -43,6 +43,14 @@ export class Edit {
     return 0;
   }
 
+  // A new edit: nothing to undo before it.
+  reset(state) {
+    this.state = state;
+    this.undoStack = [];
+    this.redoStack = [];
+    this.version++;
+  }
+
   apply(next) {
     this.undoStack.push(this.state);
     this.redoStack = [];

@@ -112,7 +112,7 @@ class Studio {
   insertSource(s) {
     const clip = newClip(s.source, Math.max(1, s.frames));
     if (this.edit.empty) {
-      this.edit.apply({ clips: [clip], crossfade: this.edit.crossfade });
+      this.edit.reset({ clips: [clip], crossfade: this.edit.crossfade });
       this.anchor = this.cursor = 0;
       this.view.fitAll();
     } else {
@@ -125,6 +125,8 @@ class Studio {
     this.changed();
   }
 
+  // The waveform grows as the source loads; a length that was only
+  // expected becomes exact (whole-file clips follow it).
   onLoad(e) {
     const s = this.sources.get(e.source);
     if (!s) return;
@@ -133,14 +135,16 @@ class Studio {
     s.frames = e.frames;
     s.done = e.done;
     s.generation++;
+    if (e.frames !== oldFrames && e.frames > 0) {
+      this.edit.sourceLength(e.source, Math.max(1, oldFrames), e.frames);
+    }
     if (e.done) {
-      this.edit.sourceLength(e.source, oldFrames, e.frames);
       this.status(`${s.name}: loaded`);
       this.changed(false);
     } else {
       const pct = s.frames ? Math.floor((100 * s.loaded) / s.frames) : 0;
       this.status(`${s.name}: loading ${pct} %`);
-      this.view.draw();
+      if (e.frames !== oldFrames) this.changed(false); else this.view.draw();
     }
   }
 
@@ -304,7 +308,9 @@ class Studio {
     if (ctrl && (k === 'v' || k === 'V')) { handled(); this.paste(); return; }
     if (ctrl && k === 'a') { handled(); this.select(0, this.edit.duration()); return; }
     if (ctrl) return;
-    if (k === ' ' && target.tagName !== 'BUTTON') { handled(); this.player.toggle(); return; }
+    // Space plays and pauses wherever the focus is (Enter still presses a
+    // focused button), so that a clicked button is not pressed again.
+    if (k === ' ') { handled(); this.player.toggle(); return; }
     if (k === 'Delete' || k === 'Backspace') { handled(); this.remove(); return; }
     if (k === 's' || k === 'S') { handled(); this.split(); return; }
     if (k === 'f' || k === 'F') { handled(); this.fade(e.shiftKey); return; }
