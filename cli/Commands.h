@@ -32,6 +32,7 @@ void addEditCommand(CLI::App& app, CommandLine& line);
 void addWaveformCommand(CLI::App& app, CommandLine& line);
 void addPlayCommand(CLI::App& app, CommandLine& line);
 void addRecordCommand(CLI::App& app, CommandLine& line);
+void addStudioCommand(CLI::App& app, CommandLine& line);
 
 }  // namespace wvcli
 

@@ -97,6 +97,7 @@ int main(int argc, char** argv) {
     wvcli::addWaveformCommand(app, line);
     wvcli::addPlayCommand(app, line);
     wvcli::addRecordCommand(app, line);
+    wvcli::addStudioCommand(app, line);
 
     // Run by the build: the manual and completions, from the options above.
     if (argc == 3 && std::string(argv[1]) == "--write-docs") {

@@ -430,6 +430,39 @@ public:
      * WV_ERR_NO_MEMORY. */
     int32_t getWaveformPeaks(int id, unsigned int startMs, unsigned int endMs, unsigned int count,
                              int16_t* minMax);
+    /* The same peaks over frames [startFrame, endFrame) of the item,
+     * counted as getWaveformPeaks counts them (a list: its clips' frames
+     * one after the other, each in its source's own rate, unconverted).
+     * endFrame is cut at the item's length (the expected length of an item
+     * still loading), so PcmInfoReader-style "to the end" is UINT32_MAX.
+     * getWaveformPeaks is this call on the frames its milliseconds name:
+     * the bins are the same. Bins, threads and cost as there. Returns
+     * count; WV_ERR_NO_ITEM; WV_ERR_WRONG_ITEM for a scan;
+     * WV_ERR_OUT_OF_RANGE for an empty range (a start at or past the end),
+     * count 0 or a NULL minMax; WV_ERR_NO_MEMORY. */
+    int32_t getWaveformPeaksFrames(int id, uint32_t startFrame, uint32_t endFrame,
+                                   unsigned int count, int16_t* minMax);
+    /* Reads the output of item `id` from its output frame startFrame on:
+     * up to `frames` frames of 16-bit interleaved PCM into `out` (frames x
+     * channels values), exactly the frames a WAV render of the item
+     * (process() with ENCODE_WAV) writes at those places: for a clip list
+     * its effects, fades, crossfades, gains and rate conversion included,
+     * at the rate and channels that render would use (setEncodePara's,
+     * else those its clips suggest; see getPcmSampleRate). For a loaded
+     * file, its own frames. Loudness normalisation is not applied. Reads
+     * that continue where the previous one of the same item ended (from
+     * any thread) go on with the same converter, so reading an item from
+     * frame 0 to its end in any pieces gives a render's data byte for
+     * byte; a read from elsewhere starts the rate converters afresh (at
+     * equal rates that changes nothing). Returns the frames read: 0 at the
+     * end of the item, WV_ERR_NOT_READY (-5) when a source still loads and
+     * none of the frames asked for is decoded yet (ask again),
+     * WV_ERR_NO_ITEM, WV_ERR_WRONG_ITEM for a scan, a recording or a list
+     * whose source failed to load (or whose format is not known yet: -5),
+     * WV_ERR_OUT_OF_RANGE for a NULL `out` or 0 frames, WV_ERR_NO_MEMORY.
+     * Writes nothing; runs on the calling thread; any thread, any number
+     * at once. */
+    int32_t readPcm(int id, uint32_t startFrame, int16_t* out, uint32_t frames);
 
     /* A new empty clip list; returns its id. */
     int32_t newClipList();

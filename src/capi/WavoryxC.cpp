@@ -243,6 +243,15 @@ int32_t wv_get_waveform_peaks(wv_engine* e, int32_t id, unsigned int start_ms, u
     return e->engine.getWaveformPeaks(id, start_ms, end_ms, count, min_max);
 }
 
+int32_t wv_get_waveform_peaks_frames(wv_engine* e, int32_t id, uint32_t start_frame,
+                                     uint32_t end_frame, unsigned int count, int16_t* min_max) {
+    return e->engine.getWaveformPeaksFrames(id, start_frame, end_frame, count, min_max);
+}
+
+int32_t wv_read_pcm(wv_engine* e, int32_t id, uint32_t start_frame, int16_t* out, uint32_t frames) {
+    return e->engine.readPcm(id, start_frame, out, frames);
+}
+
 int32_t wv_new_clip_list(wv_engine* e) { return e->engine.newClipList(); }
 
 int32_t wv_add_clip(wv_engine* e, int32_t list_id, int32_t pcm_id, unsigned int start_frame,

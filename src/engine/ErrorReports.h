@@ -47,6 +47,8 @@ enum class Report : int {
     kGetSourceFrames,
     kGetScanPeaks,
     kGetScanLoudness,
+    kGetWaveformPeaksFrames,
+    kReadPcm,
     kCount
 };
 
@@ -118,6 +120,9 @@ inline constexpr ReportSite kReportSites[] = {
      "int32_t WavoryxPriv::getScanPeaks(uint32_t, uint32_t, int16_t*, uint32_t)"},
     {Report::kGetScanLoudness, 0, 0, 0,
      "int32_t WavoryxPriv::getScanLoudness(uint32_t, int32_t*, int32_t*, int32_t*)"},
+    {Report::kGetWaveformPeaksFrames, 0, 0, 0,
+     "int32_t WavoryxPriv::getWaveformPeaksFrames(pcm_id_t, uint32_t, uint32_t, uint32_t, int16_t*)"},
+    {Report::kReadPcm, 0, 0, 0, "int32_t WavoryxPriv::readPcm(pcm_id_t, uint32_t, int16_t*, uint32_t)"},
 };
 
 constexpr bool reportSitesInOrder() {

@@ -168,24 +168,58 @@ void scanPeaks(SPcmInfo* item, uint32_t start, uint32_t frames, PeakBinner& binn
     }
     binner.skipTo(after);
 }
-}  // namespace
 
-int32_t WavoryxPriv::getWaveformPeaks(pcm_id_t id, duration_t startMs, duration_t endMs,
-                                      uint32_t count, int16_t* minMax) {
-    ItemHold hold(this, id);
-    SPcmInfo* item = holdItem(hold, id, Report::kGetWaveformPeaks);
-    if (item == nullptr) return WV_ERR_NO_ITEM;
-    if (item->scan) return WV_ERR_WRONG_ITEM;  // a scan keeps no audio to draw
-    // Clips added in ms count in frames once their sources have a length;
-    // a list not rendered yet has not had them converted.
-    if (item->status.load() == CLIP_LIST && item->clipList) item->clipList->isPcmReady();
-    const uint32_t startFrame = frameAtMs(item, startMs);
-    const uint32_t endFrame = endFrameAtMs(item, endMs);
+// The frames an item counts from its start: a list's clips one after the
+// other, unconverted, as the peaks walk them.
+uint32_t countedTotal(SPcmInfo* item) {
+    if (item->status.load() != CLIP_LIST) return countedFrames(item, 0, PcmInfoReader::kToEnd);
+    if (!item->clipList) return 0;
+    PcmClipList clips;
+    uint32_t available = 0;
+    item->clipList->getListBetweenFrame(clips, available, 0, PcmInfoReader::kToEnd, true);
+    uint64_t total = 0;
+    for (const PcmClip& clip : clips.clips()) total += countedFrames(clip.source, clip.start, clip.end);
+    return static_cast<uint32_t>(std::min<uint64_t>(total, UINT32_MAX));
+}
+
+int32_t peaksOfFrames(SPcmInfo* item, uint32_t startFrame, uint32_t endFrame, uint32_t count,
+                      int16_t* minMax) {
     if (startFrame >= endFrame || count == 0 || minMax == nullptr) return WV_ERR_OUT_OF_RANGE;
-
     std::unique_ptr<char[]> block(new (std::nothrow) char[kPeakReadBytes]);
     if (!block) return WV_ERR_NO_MEMORY;
     PeakBinner binner(minMax, count, endFrame - startFrame);
     scanPeaks(item, startFrame, endFrame - startFrame, binner, block.get());
     return static_cast<int32_t>(count);
+}
+
+// The item to draw, held; null with the result to return.
+SPcmInfo* drawnItem(WavoryxPriv* engine, const WavoryxPriv::ItemHold& hold, pcm_id_t id, Report report, int32_t* result) {
+    SPcmInfo* item = engine->holdItem(hold, id, report);
+    *result = WV_ERR_NO_ITEM;
+    if (item == nullptr) return nullptr;
+    *result = WV_ERR_WRONG_ITEM;
+    if (item->scan) return nullptr;  // a scan keeps no audio to draw
+    // Clips added in ms count in frames once their sources have a length;
+    // a list not rendered yet has not had them converted.
+    if (item->status.load() == CLIP_LIST && item->clipList) item->clipList->isPcmReady();
+    return item;
+}
+}  // namespace
+
+int32_t WavoryxPriv::getWaveformPeaks(pcm_id_t id, duration_t startMs, duration_t endMs,
+                                      uint32_t count, int16_t* minMax) {
+    ItemHold hold(this, id);
+    int32_t result = 0;
+    SPcmInfo* item = drawnItem(this, hold, id, Report::kGetWaveformPeaks, &result);
+    if (item == nullptr) return result;
+    return peaksOfFrames(item, frameAtMs(item, startMs), endFrameAtMs(item, endMs), count, minMax);
+}
+
+int32_t WavoryxPriv::getWaveformPeaksFrames(pcm_id_t id, uint32_t startFrame, uint32_t endFrame,
+                                            uint32_t count, int16_t* minMax) {
+    ItemHold hold(this, id);
+    int32_t result = 0;
+    SPcmInfo* item = drawnItem(this, hold, id, Report::kGetWaveformPeaksFrames, &result);
+    if (item == nullptr) return result;
+    return peaksOfFrames(item, startFrame, std::min(endFrame, countedTotal(item)), count, minMax);
 }

@@ -28,6 +28,7 @@ WavoryxPriv::WavoryxPriv()
 }
 
 WavoryxPriv::~WavoryxPriv() {
+    releaseReads(mReadPositions.drop(0));
     mDecoder->exit();
     mContext.setDataWaiter(nullptr);
     mEncoder->exit();
@@ -93,6 +94,8 @@ int32_t WavoryxPriv::dump() {
 }
 
 int32_t WavoryxPriv::removePcm(pcm_id_t id) {
+    // A reader kept for readPcm would hold the item's file open and alive.
+    releaseReads(mReadPositions.drop(id));
     return static_cast<int32_t>(mInfoList.release(id, REF_CLIENT, false));
 }
 

@@ -18,6 +18,7 @@
 #include <wavoryx/Wavoryx.h>
 
 #include "engine/ErrorReports.h"
+#include "engine/ReadPositions.h"
 #include "items/InfoList.h"
 #include "items/JobContext.h"
 #include "items/PcmTypes.h"
@@ -96,6 +97,10 @@ public:
                                uint32_t count, void* buffer);
     int32_t getWaveformPeaks(wv::pcm_id_t id, wv::duration_t startMs, wv::duration_t endMs,
                              uint32_t count, int16_t* minMax);
+    int32_t getWaveformPeaksFrames(wv::pcm_id_t id, uint32_t startFrame, uint32_t endFrame,
+                                   uint32_t count, int16_t* minMax);
+    // A list's or an item's output as its render reads it (ReadPcmOps.cpp).
+    int32_t readPcm(wv::pcm_id_t id, uint32_t startFrame, int16_t* out, uint32_t frames);
 
     // Playback (PlayOps.cpp; the player is in src/play).
     int32_t playStart(wv::pcm_id_t id);
@@ -204,6 +209,9 @@ private:
     int32_t mRecordJointStereo = 0;
     std::mutex mClipLock;
     wv::InfoList mInfoList;
+    // readPcm's readers between reads; released before the items go.
+    wv::ReadPositions mReadPositions;
+    void releaseReads(wv::ReadPositions::Entries entries);
     // Before the context, which holds on to it.
     std::unique_ptr<wv::ClientCallbackThread> mCallbackThread;
     wv::JobContext mContext;

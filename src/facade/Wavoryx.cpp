@@ -105,6 +105,14 @@ int32_t Wavoryx::getWaveformPeaks(int id, unsigned int startMs, unsigned int end
                                   unsigned int count, int16_t* minMax) {
     return mPriv->getWaveformPeaks(static_cast<uint32_t>(id), startMs, endMs, count, minMax);
 }
+int32_t Wavoryx::getWaveformPeaksFrames(int id, uint32_t startFrame, uint32_t endFrame,
+                                        unsigned int count, int16_t* minMax) {
+    return mPriv->getWaveformPeaksFrames(static_cast<uint32_t>(id), startFrame, endFrame, count,
+                                         minMax);
+}
+int32_t Wavoryx::readPcm(int id, uint32_t startFrame, int16_t* out, uint32_t frames) {
+    return mPriv->readPcm(static_cast<uint32_t>(id), startFrame, out, frames);
+}
 
 int32_t Wavoryx::newClipList() { return mPriv->newClipList(); }
 int32_t Wavoryx::addClip(int listId, int pcmId, unsigned int startFrame, unsigned int endFrame) {
