@@ -39,7 +39,7 @@ class Studio {
 
   rateOf(id) {
     const s = this.sources.get(id);
-    return s ? s.sample_rate : 44100;
+    return s && s.sample_rate > 0 ? s.sample_rate : 44100;
   }
 
   selection() {
@@ -51,7 +51,7 @@ class Studio {
   // ---- files and sources ----
   async start() {
     this.bind();
-    listen({
+    this.events = listen({
       load: (e) => this.onLoad(e),
       progress: (e) => this.exporter.onProgress(e),
       done: (e) => this.exporter.onDone(e),
@@ -59,6 +59,12 @@ class Studio {
       cancelled: (e) => this.exporter.onCancelled(e),
       level: (e) => this.recorder.onLevel(e),
       loudness: (e) => this.info.onLoudness(e),
+    });
+    // Events sent before the stream was open are lost: what a source did
+    // meanwhile is asked for once it is open (and after a reconnection).
+    this.eventsOpen = new Promise((resolve) => this.events.addEventListener('open', resolve, { once: true }));
+    this.events.addEventListener('open', () => {
+      for (const s of this.sources.values()) if (!s.done) this.refreshSource(s.source).catch(() => {});
     });
     const answer = await this.refreshFiles();
     if (answer.open) await this.openFile(answer.open);
@@ -101,12 +107,31 @@ class Studio {
     if (i >= 0 && buttons[i]) buttons[i].classList.add('opened');
   }
 
-  // The first file makes the edit; later ones go in at the cursor.
+  // The first file makes the edit; later ones go in at the cursor. Its
+  // rate is known once the server read the file's header.
   async openFile(fileId) {
     if (this.edit.empty) stats.openAsked = performance.now();
-    const s = this.addSource(await postJson('/api/open', { file: fileId }));
+    let s = this.addSource(await postJson('/api/open', { file: fileId }));
+    for (let waited = 0; !(s.sample_rate > 0) && !s.error && waited < 30000; waited += 20) {
+      await new Promise((resolve) => setTimeout(resolve, 20));
+      s = await this.refreshSource(s.source);
+    }
+    if (s.error) throw new Error(`${s.name}: ${s.error}`);
     this.insertSource(s);
     this.info.show(s.source);
+    await this.eventsOpen;
+    await this.refreshSource(s.source);
+  }
+
+  async refreshSource(id) {
+    const answer = await getJson(`/api/source?id=${id}`);
+    const s = this.sources.get(id);
+    if (s && !(s.sample_rate > 0) && answer.sample_rate > 0) {
+      s.sample_rate = answer.sample_rate;
+      s.channels = answer.channels;
+    }
+    this.onLoad(answer);
+    return this.sources.get(id);
   }
 
   insertSource(s) {
@@ -131,10 +156,11 @@ class Studio {
     const s = this.sources.get(e.source);
     if (!s) return;
     const oldFrames = s.frames;
+    if (s.done && !e.done) return; // an older answer than one already had
+    if (e.loaded !== s.loaded || e.done !== s.done) s.generation++;
     s.loaded = e.loaded;
     s.frames = e.frames;
     s.done = e.done;
-    s.generation++;
     if (e.frames !== oldFrames && e.frames > 0) {
       this.edit.sourceLength(e.source, Math.max(1, oldFrames), e.frames);
     }

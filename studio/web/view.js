@@ -37,6 +37,7 @@ export class WaveformView {
     this.pendingSince = null;
     this.pendingReason = '';
     this.scheduled = false;
+    this.fitted = true;
   }
 
   get dpr() { return window.devicePixelRatio || 1; }
@@ -80,6 +81,8 @@ export class WaveformView {
     spp = Math.min(max, Math.max(min, spp));
     const span = spp * this.width;
     v0 = Math.max(0, Math.min(v0, Math.max(0, total - span)));
+    // A view of the whole edit stays so while the edit's length changes.
+    this.fitted = spp >= max;
     if (v0 === this.v0 && spp === this.spp) return;
     this.v0 = v0;
     this.spp = spp;
@@ -168,7 +171,10 @@ export class WaveformView {
     this.resize();
     const seq = ++this.seq;
     const { total } = this.limits();
-    if (this.spp * this.width > total * 1.0001 && total > 0.001) this.spp = total / this.width;
+    if ((this.fitted || this.spp * this.width > total * 1.0001) && total > 0.001) {
+      this.spp = total / this.width;
+      this.v0 = 0;
+    }
     const jobs = this.jobs(this.v0, this.spp, this.width);
     const complete = this.gather(jobs, seq, 'main');
     // While a new resolution is on its way the old picture stays, unless
