@@ -1,7 +1,8 @@
 // Plays the edit as it stands: the server reads the clip list through the
 // engine as a WAV stream (Range requests for seeking), the <audio> element
-// plays it, and the playhead follows its currentTime. The list is posted
-// shortly after each edit, so that Play rarely waits for it.
+// plays it, and the playhead follows its currentTime. Shortly after each
+// edit or move of the cursor the list is posted and the element loaded and
+// set to where Play will start, so that Play only has to start it.
 import { postJson } from './api.js';
 
 export class Player {
@@ -26,8 +27,42 @@ export class Player {
   editChanged() {
     if (this.playing) this.pause();
     this.list = null;
+    this.cueSoon(50);
+  }
+
+  cursorMoved() {
+    if (!this.playing) this.cueSoon(120);
+  }
+
+  cueSoon(ms) {
     clearTimeout(this.timer);
-    if (!this.app.edit.empty) this.timer = setTimeout(() => this.prepare().catch(() => {}), 50);
+    if (!this.app.edit.empty) this.timer = setTimeout(() => this.cue().catch(() => {}), ms);
+  }
+
+  // Where Play starts: the selection's start, else the cursor (from the
+  // beginning once the cursor is at the end), in the played sound's time.
+  startPosition() {
+    const app = this.app;
+    const { a, b } = app.selection();
+    let from = b > a ? a : app.cursor;
+    if (from >= app.edit.duration() - 1e-6) from = 0;
+    return app.edit.toOutput(from);
+  }
+
+  // The element holds the current list at the start position.
+  async cue() {
+    if (this.playing || this.app.edit.empty) return false;
+    const url = await this.prepare();
+    const audio = this.audio;
+    if (this.playing) return false;
+    if (audio.getAttribute('src') !== url) audio.src = url;
+    if (audio.readyState < 1) {
+      await new Promise((resolve) => audio.addEventListener('loadedmetadata', resolve, { once: true }));
+    }
+    if (this.playing || audio.getAttribute('src') !== url) return false;
+    const start = this.startPosition();
+    if (Math.abs(audio.currentTime - start) > 1e-4) audio.currentTime = start;
+    return true;
   }
 
   // The list of the current edit on the server (posted once per version).
@@ -47,28 +82,28 @@ export class Player {
 
   async play() {
     const app = this.app;
-    if (app.edit.empty || this.playing) return;
+    if (app.edit.empty || this.playing || this.starting) return;
+    this.starting = true;
+    try {
+      await this.start();
+    } finally {
+      this.starting = false;
+    }
+  }
+
+  async start() {
+    const app = this.app;
     app.stats.playClicked = performance.now();
     app.stats.playStartMs = null;
-    let url;
+    const audio = this.audio;
+    clearTimeout(this.timer);
     try {
-      url = await this.prepare();
+      await this.cue();
     } catch (err) {
       app.status(`cannot play: ${err.message}`);
       return;
     }
-    const audio = this.audio;
-    if (audio.getAttribute('src') !== url) {
-      audio.src = url;
-    }
-    const { a, b } = app.selection();
-    let from = b > a ? a : app.cursor;
-    if (from >= app.edit.duration() - 1e-6) from = 0;
-    this.startOutput = app.edit.toOutput(from);
-    if (audio.readyState < 1) {
-      await new Promise((resolve) => audio.addEventListener('loadedmetadata', resolve, { once: true }));
-    }
-    audio.currentTime = this.startOutput;
+    this.startOutput = this.startPosition();
     this.playing = true;
     this.buttons();
     try {

@@ -190,7 +190,7 @@ class Studio {
     $('paste').disabled = !this.clipboard.length;
     for (const id of ['cut', 'copy', 'delete']) $(id).disabled = !(b > a);
     this.clipPanel.update();
-    if (edited) this.player.editChanged();
+    if (edited) this.player.editChanged(); else this.player.cursorMoved();
     this.view.draw();
   }
 
