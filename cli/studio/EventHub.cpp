@@ -7,7 +7,7 @@ namespace wvstudio {
 namespace {
 // More than any page falls behind by; a stalled one loses the oldest.
 constexpr size_t kQueueLimit = 1024;
-constexpr auto kKeepAlive = std::chrono::seconds(10);
+constexpr auto kKeepAlive = std::chrono::seconds(5);
 }  // namespace
 
 void EventHub::publish(const std::string& event, const std::string& data) {

@@ -1,6 +1,6 @@
 // Server-sent events to every open page (one stream per tab). Each stream
 // has its own bounded queue; a stream whose connection dropped is noticed at
-// its next write (a keep-alive comment at least every 10 s) and leaves the
+// its next write (a keep-alive comment at least every 5 s) and leaves the
 // hub, so a closed tab holds nothing.
 #ifndef WAVORYX_CLI_STUDIO_EVENTHUB_H
 #define WAVORYX_CLI_STUDIO_EVENTHUB_H

@@ -18,6 +18,10 @@ std::string HttpRequest::param(const std::string& name) const {
     return it == params.end() ? std::string() : it->second;
 }
 
+namespace {
+constexpr size_t kThreads = 48;
+}  // namespace
+
 struct HttpServer::Impl {
     httplib::Server server;
     Handler handler;
@@ -158,6 +162,9 @@ void applyReply(HttpReply& reply, const ByteRange& range, httplib::Response& res
 HttpServer::HttpServer(Handler handler, size_t maxBody) : mImpl(new Impl) {
     mImpl->handler = std::move(handler);
     mImpl->server.set_payload_max_length(maxBody);
+    // Each event stream and each kept-alive connection holds a thread: the
+    // library's default of eight would let a few tabs stall the rest.
+    mImpl->server.new_task_queue = [] { return new httplib::ThreadPool(kThreads); };
     mImpl->server.set_keep_alive_max_count(100);
     Impl* impl = mImpl.get();
     // Routes, not the pre-routing hook: a body is read only for routed

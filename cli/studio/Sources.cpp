@@ -38,6 +38,12 @@ bool Sources::known(int id) const {
     return mStates.count(id) != 0;
 }
 
+std::string Sources::fileOf(int id) const {
+    std::lock_guard<std::mutex> guard(mLock);
+    auto it = mStates.find(id);
+    return it == mStates.end() ? std::string() : it->second.file;
+}
+
 bool Sources::format(int id, int& rate, int& channels) const {
     std::lock_guard<std::mutex> guard(mLock);
     auto it = mStates.find(id);
@@ -115,7 +121,7 @@ bool Sources::take(int code, int id, int value, std::string& loadEvent) {
             state.done = true;
             state.error = "storage full";
             break;
-        default: return true;
+        default: return false;  // another job's event about the item
     }
     state.told = now;
     loadEvent = loadEventLocked(id, state);

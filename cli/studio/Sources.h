@@ -29,6 +29,8 @@ public:
     // The source object of the API; false for an unknown id.
     bool describe(int id, std::string& json);
     bool known(int id) const;
+    // The id of the file the source was opened from; "" for none.
+    std::string fileOf(int id) const;
     // Rate and channels once known (false before the load began).
     bool format(int id, int& rate, int& channels) const;
     // Whether the load ended well.

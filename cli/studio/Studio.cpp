@@ -39,7 +39,10 @@ Studio::Studio(wvcli::Session& session, FileRegistry& files, const StudioSetup& 
       mSetup(setup),
       mAccess(token, port),
       mSources(session.engine()),
-      mLists(session.engine(), mSources) {}
+      mLists(session.engine(), mSources),
+      mExports(session.engine(), mSources, mEvents, session.workDir(), setup.outDir),
+      mTakes(session.engine(), mSources, files, mEvents, session.workDir()),
+      mFacts(session.engine(), mSources, mEvents) {}
 
 void Studio::handle(const HttpRequest& request, HttpReply& reply) {
     std::string why;
@@ -75,6 +78,13 @@ void Studio::route(const HttpRequest& request, HttpReply& reply) {
     if (get && path == "/api/events") return mEvents.subscribe(reply);
     if (post && path == "/api/open") return openApi(request, reply);
     if (post && path == "/api/list") return listApi(request, reply);
+    if (post && path == "/api/export") return exportApi(request, reply);
+    if (post && path == "/api/export/cancel") return cancelApi(request, reply);
+    if (get && path == "/api/download") return mExports.download(request.param("name"), reply);
+    if (get && path == "/api/info") return infoApi(request, reply);
+    if (post && path == "/api/loudness") return loudnessApi(request, reply);
+    if (post && path == "/api/record/start") return recordStartApi(reply);
+    if (post && path == "/api/record/stop") return recordStopApi(request, reply);
     static const std::string kListPrefix = "/api/list/";
     if (get && path.compare(0, kListPrefix.size(), kListPrefix) == 0) {
         return listWav(path.substr(kListPrefix.size()), reply);
@@ -150,10 +160,15 @@ void Studio::onEvent(const wvcli::EngineEvent& event) {
         if (!data.empty()) mEvents.publish("load", data);
         return;
     }
+    if (mExports.take(event.code, event.id, event.value)) return;
+    if (mFacts.take(event.code, event.id, event.value)) return;
+    mTakes.take(event.code, event.id, event.value);
 }
 
 void Studio::shutdown() {
     mEvents.close();
+    mTakes.stopAll();
+    mExports.cancelAll();
     mSources.cancelAll();
 }
 

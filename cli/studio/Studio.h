@@ -10,10 +10,13 @@
 #include "Session.h"
 #include "studio/Access.h"
 #include "studio/EventHub.h"
+#include "studio/Exports.h"
 #include "studio/FileRegistry.h"
 #include "studio/HttpServer.h"
 #include "studio/Lists.h"
+#include "studio/SourceFacts.h"
 #include "studio/Sources.h"
+#include "studio/Takes.h"
 
 namespace wvstudio {
 
@@ -47,6 +50,13 @@ private:
     // StudioLists.cpp
     void listApi(const HttpRequest& request, HttpReply& reply);
     void listWav(const std::string& name, HttpReply& reply);
+    // StudioJobs.cpp
+    void exportApi(const HttpRequest& request, HttpReply& reply);
+    void cancelApi(const HttpRequest& request, HttpReply& reply);
+    void infoApi(const HttpRequest& request, HttpReply& reply);
+    void loudnessApi(const HttpRequest& request, HttpReply& reply);
+    void recordStartApi(HttpReply& reply);
+    void recordStopApi(const HttpRequest& request, HttpReply& reply);
 
     wvcli::Session& mSession;
     FileRegistry& mFiles;
@@ -55,8 +65,13 @@ private:
     EventHub mEvents;
     Sources mSources;
     Lists mLists;
+    Exports mExports;
+    Takes mTakes;
+    SourceFacts mFacts;
 };
 
+// The request's body as a JSON object; false after a 400 reply.
+bool bodyJson(const HttpRequest& request, HttpReply& reply, JsonValue& body);
 // A JSON error reply.
 void fail(HttpReply& reply, int status, const std::string& why);
 // A whole number from a query parameter or JSON value; false when it is

@@ -19,6 +19,7 @@ std::string folderName(const std::string& path) {
     const size_t slash = trimmed.find_last_of('/');
     return slash == std::string::npos ? trimmed : trimmed.substr(slash + 1);
 }
+}  // namespace
 
 bool bodyJson(const HttpRequest& request, HttpReply& reply, JsonValue& body) {
     if (!parseJson(request.body, body) || body.kind != JsonValue::kObject) {
@@ -27,7 +28,6 @@ bool bodyJson(const HttpRequest& request, HttpReply& reply, JsonValue& body) {
     }
     return true;
 }
-}  // namespace
 
 void Studio::filesApi(HttpReply& reply) {
     std::string json = "{\"files\":[";
