@@ -11,6 +11,9 @@ export class ExportPanel {
     this.app = app;
     this.job = null;
     this.folder = '';
+    // A short job can end before its POST is answered: its last event is
+    // kept until the answer names the job.
+    this.early = new Map();
     $('export').addEventListener('click', () => {
       const panel = $('export-panel');
       panel.hidden = !panel.hidden;
@@ -49,25 +52,32 @@ export class ExportPanel {
     const body = this.request(overwrite);
     $('export-result').textContent = '';
     let answer;
+    this.started = performance.now();
+    this.early.clear();
+    this.posting = true;
     try {
       answer = await postJson('/api/export', body);
     } catch (err) {
       if (err instanceof ApiError && err.status === 409) {
         const where = this.folder ? ` in ${this.folder}` : '';
-        if (window.confirm(`${body.name} already exists${where}. Replace it?`)) return this.save(true);
+        if (window.confirm(`${body.name} already exists${where}. Replace it?`)) return await this.save(true);
         this.result('Not saved.');
         return undefined;
       }
       throw err;
+    } finally {
+      this.posting = false;
     }
     this.job = answer.job;
     this.name = body.name;
-    this.started = performance.now();
     $('export-progress').hidden = false;
     $('export-progress').value = 0;
     $('cancel-export').hidden = false;
     $('save').disabled = true;
     this.app.status(`exporting ${body.name}…`);
+    const ended = this.early.get(this.job);
+    this.early.clear();
+    if (ended) ended();
     return undefined;
   }
 
@@ -101,12 +111,18 @@ export class ExportPanel {
     this.app.status('export failed');
   }
 
+  // True when the event is for the job on its way (kept for later).
+  later(e, handler) {
+    if (this.job === null && this.posting) this.early.set(e.job, () => handler.call(this, e));
+    return e.job !== this.job;
+  }
+
   onProgress(e) {
     if (e.job === this.job) $('export-progress').value = e.percent;
   }
 
   onDone(e) {
-    if (e.job !== this.job) return;
+    if (this.later(e, this.onDone)) return;
     const seconds = ((performance.now() - this.started) / 1000).toFixed(1);
     this.app.stats.exportMs = performance.now() - this.started;
     this.finish();
@@ -115,11 +131,11 @@ export class ExportPanel {
   }
 
   onFailed(e) {
-    if (e.job === this.job) this.fail(e.error);
+    if (!this.later(e, this.onFailed)) this.fail(e.error);
   }
 
   onCancelled(e) {
-    if (e.job !== this.job) return;
+    if (this.later(e, this.onCancelled)) return;
     this.finish();
     this.result('Cancelled; nothing was written.');
     this.app.status('export cancelled');
