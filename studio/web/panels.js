@@ -172,8 +172,7 @@ export class Recorder {
     const source = this.app.addSource(await postJson('/api/record/stop', { take }));
     await this.app.refreshFiles();
     this.app.markFile(source.file);
-    this.app.insertSource(source);
-    this.app.info.show(source.source);
+    await this.app.place(source);
   }
 
   onLevel(e) {

@@ -107,11 +107,14 @@ class Studio {
     if (i >= 0 && buttons[i]) buttons[i].classList.add('opened');
   }
 
-  // The first file makes the edit; later ones go in at the cursor. Its
-  // rate is known once the server read the file's header.
+  // The first file makes the edit; later ones go in at the cursor.
   async openFile(fileId) {
     if (this.edit.empty) stats.openAsked = performance.now();
-    let s = this.addSource(await postJson('/api/open', { file: fileId }));
+    await this.place(this.addSource(await postJson('/api/open', { file: fileId })));
+  }
+
+  // A source goes into the edit once the server has read its rate.
+  async place(s) {
     for (let waited = 0; !(s.sample_rate > 0) && !s.error && waited < 30000; waited += 20) {
       await new Promise((resolve) => setTimeout(resolve, 20));
       s = await this.refreshSource(s.source);

@@ -43,7 +43,8 @@ before(async () => {
   outDir = path.join(dir, 'out');
   fs.mkdirSync(outDir);
   makeSong(path.join(dir, 'song.wav'));
-  studio = await startStudio(['--out', outDir, 'song.wav'], { cwd: dir });
+  // Recording takes a tone (the engine's test input) instead of a device.
+  studio = await startStudio(['--out', outDir, 'song.wav'], { cwd: dir, env: { WAVORYX_AUDIO_IN: 'tone:440' } });
   browser = await launchBrowser();
   page = browser.page;
   await page.goto(studio.url);
@@ -241,5 +242,25 @@ test('export equals wavoryx edit of the same ranges; an existing name is replace
   sameSamples(path.join(outDir, 'cut.mp3'), path.join(dir, 'ref.mp3'));
 
   assert.deepEqual(fs.readdirSync(outDir).sort(), ['cut.mp3', 'cut.wav'], 'nothing else is left in --out');
+  assert.deepEqual(browser.problems, []);
+});
+
+test('record: the level shows live, the take is listed and goes into the edit at the cursor', async () => {
+  const before = await edit();
+  await page.getByLabel('Waveform').focus();
+  await page.keyboard.press('End');
+  await button('Record').click();
+  const meter = page.getByRole('meter', { name: 'Input level' });
+  await page.waitForFunction(() => Number(document.getElementById('level').getAttribute('aria-valuenow')) > -20);
+  assert.ok(await meter.isVisible());
+  await page.waitForTimeout(500);
+  await button('Stop').click();
+  await button('take-1.wav').waitFor();
+  await page.waitForFunction((n) => window.studio.edit.clips.length === n + 1, before.clips.length);
+  const e = await edit();
+  assert.deepEqual(e.clips.slice(0, -1), before.clips);
+  const take = e.clips.at(-1);
+  assert.ok(take[0] === 0 && take[1] > 0.4 * RATE, `the take's clip ${take}`);
+  assert.equal(await meter.isVisible(), false);
   assert.deepEqual(browser.problems, []);
 });
