@@ -138,25 +138,38 @@ int buildList(Wavoryx& engine, const ListPlan& plan, std::string& why) {
     return list;
 }
 
-Lists::~Lists() {
-    for (const auto& list : mLists) mEngine.removePcm(list->id);
+Lists::List::~List() {
+    if (id > 0) engine.removePcm(id);
 }
 
 bool Lists::countFrames(List& list, const ListPlan& plan, std::string& why) {
-    // Exact from the plan when every clip is at the output rate and no
-    // join overlaps: the list is its clips one after the other.
+    uint32_t told = 0;
+    if (mEngine.getPcmOutputFrames(list.id, &told) == 0) {
+        list.frames = told;
+        return true;
+    }
+    // While a source loads: exact from the plan when no join overlaps and
+    // every clip lies in what is decoded: the clips one after the other,
+    // each converted clip round(N x out / in) frames long (halves up), as
+    // the high-quality converter makes it (Wavoryx.h).
     bool plain = plan.crossfadeMs == 0;
     uint64_t total = 0;
     for (const ListPlan::Clip& c : plan.clips) {
         int rate = 0;
         int channels = 0;
-        if (!mSources.format(c.source, rate, channels) || rate != list.rate || !mSources.loaded(c.source)) {
+        if (!plain || !mSources.format(c.source, rate, channels)) {
             plain = false;
             break;
         }
+        // A clip within what a load still running has decoded is exact too.
         const int frames = mEngine.getPcmFrameLength(c.source);
+        if (!mSources.loaded(c.source) && c.end > uint32_t(std::max(frames, 0))) {
+            plain = false;
+            break;
+        }
         const uint32_t end = std::min<uint32_t>(c.end, uint32_t(std::max(frames, 0)));
-        total += end > c.start ? end - c.start : 0;
+        const uint64_t span = end > c.start ? end - c.start : 0;
+        total += (span * uint64_t(list.rate) * 2 + uint64_t(rate)) / (2 * uint64_t(rate));
     }
     if (plain) {
         list.frames = total;
@@ -191,7 +204,7 @@ void Lists::make(const JsonValue& body, HttpReply& reply) {
     if (!readPlan(body, mSources, plan, why)) return fail(reply, 400, why);
     // The format edit's render takes: the largest rate (at least 8000 Hz)
     // and channel count of the clips' sources, known once their loads began.
-    auto list = std::make_shared<List>();
+    auto list = std::make_shared<List>(mEngine);
     list->rate = 8000;
     list->channels = 1;
     for (const ListPlan::Clip& c : plan.clips) {
@@ -206,18 +219,12 @@ void Lists::make(const JsonValue& body, HttpReply& reply) {
     }
     list->id = buildList(mEngine, plan, why);
     if (list->id == 0) return fail(reply, 500, why);
-    if (!countFrames(*list, plan, why)) {
-        mEngine.removePcm(list->id);
-        return fail(reply, 500, why);
-    }
+    if (!countFrames(*list, plan, why)) return fail(reply, 500, why);
     {
         std::lock_guard<std::mutex> guard(mLock);
         list->name = "L" + std::to_string(mNext++);
         mLists.push_back(list);
-        while (mLists.size() > kKeptLists) {
-            mEngine.removePcm(mLists.front()->id);
-            mLists.pop_front();
-        }
+        while (mLists.size() > kKeptLists) mLists.pop_front();
     }
     reply.body = "{\"list\":" + quote(list->name) + ",\"frames\":" + std::to_string(list->frames) +
                  ",\"sample_rate\":" + std::to_string(list->rate) + ",\"channels\":" + std::to_string(list->channels) +

@@ -46,7 +46,6 @@ int buildList(Wavoryx& engine, const ListPlan& plan, std::string& why);
 class Lists {
 public:
     Lists(Wavoryx& engine, Sources& sources) : mEngine(engine), mSources(sources) {}
-    ~Lists();
 
     // POST /api/list: the reply's status and JSON.
     void make(const JsonValue& body, HttpReply& reply);
@@ -54,7 +53,13 @@ public:
     void stream(const std::string& file, HttpReply& reply);
 
 private:
+    // The engine's list goes with the last reply that reads it.
     struct List {
+        explicit List(Wavoryx& e) : engine(e) {}
+        ~List();
+        List(const List&) = delete;
+        List& operator=(const List&) = delete;
+        Wavoryx& engine;
         std::string name;  // "L3"
         int id = 0;
         int rate = 0;
@@ -62,8 +67,8 @@ private:
         uint64_t frames = 0;
     };
     std::shared_ptr<List> find(const std::string& name);
-    // The frames the list hands out: from the plan when that is exact, else
-    // counted by reading it once.
+    // The frames the list hands out: as the engine tells them, or from the
+    // plan when that is exact, else counted by reading the list once.
     bool countFrames(List& list, const ListPlan& plan, std::string& why);
 
     Wavoryx& mEngine;

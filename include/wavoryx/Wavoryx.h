@@ -449,12 +449,15 @@ public:
      * its effects, fades, crossfades, gains and rate conversion included,
      * at the rate and channels that render would use (setEncodePara's,
      * else those its clips suggest; see getPcmSampleRate). For a loaded
-     * file, its own frames. Loudness normalisation is not applied. Reads
-     * that continue where the previous one of the same item ended (from
-     * any thread) go on with the same converter, so reading an item from
-     * frame 0 to its end in any pieces gives a render's data byte for
-     * byte; a read from elsewhere starts the rate converters afresh (at
-     * equal rates that changes nothing). Returns the frames read: 0 at the
+     * file, its own frames. Loudness normalisation is not applied. From
+     * any frame, in pieces of any size, the frames are the render's, byte
+     * for byte. A read that continues where an earlier one of the item
+     * ended (from any thread; the engine keeps a few such places) goes on
+     * from there. Elsewhere in a list of one rate it starts at once; in a
+     * list that converts a clip's rate (whose converter would start afresh
+     * in the middle of the clip) it reads on from the nearest kept place
+     * before the frame, or from the list's start, up to it: such a seek
+     * costs the reading of the frames it passes. Returns the frames read: 0 at the
      * end of the item, WV_ERR_NOT_READY (-5) when a source still loads and
      * none of the frames asked for is decoded yet (ask again),
      * WV_ERR_NO_ITEM, WV_ERR_WRONG_ITEM for a scan, a recording or a list
@@ -463,6 +466,16 @@ public:
      * Writes nothing; runs on the calling thread; any thread, any number
      * at once. */
     int32_t readPcm(int id, uint32_t startFrame, int16_t* out, uint32_t frames);
+    /* How many frames readPcm hands out for the item in all (the frame
+     * count of its WAV render), into *frames, without reading them: a
+     * loaded file's frames; a list's length after its crossfades and rate
+     * conversions, once every source has finished loading. Returns 0;
+     * WV_ERR_DURATION_UNKNOWN (-3) while a source still loads, or for a
+     * list without effects whose linear converter (setResampleQuality 0)
+     * converts a clip (its lengths are known only by reading);
+     * WV_ERR_NO_ITEM; WV_ERR_WRONG_ITEM as for readPcm;
+     * WV_ERR_OUT_OF_RANGE for a NULL `frames`. Any thread. */
+    int32_t getPcmOutputFrames(int id, uint32_t* frames);
 
     /* A new empty clip list; returns its id. */
     int32_t newClipList();

@@ -126,12 +126,13 @@ WAVORYX_API int32_t wv_get_waveform_samples(wv_engine* engine, int32_t id, unsig
 WAVORYX_API int32_t wv_get_waveform_peaks(wv_engine* engine, int32_t id, unsigned int start_ms,
                                           unsigned int end_ms, unsigned int count,
                                           int16_t* min_max);
-/* As getWaveformPeaksFrames and readPcm. */
+/* As getWaveformPeaksFrames, readPcm and getPcmOutputFrames. */
 WAVORYX_API int32_t wv_get_waveform_peaks_frames(wv_engine* engine, int32_t id, uint32_t start_frame,
                                                  uint32_t end_frame, unsigned int count,
                                                  int16_t* min_max);
 WAVORYX_API int32_t wv_read_pcm(wv_engine* engine, int32_t id, uint32_t start_frame, int16_t* out,
                                 uint32_t frames);
+WAVORYX_API int32_t wv_get_pcm_output_frames(wv_engine* engine, int32_t id, uint32_t* frames);
 
 /* Clip lists: as newClipList, addClip, addClipMs, setClipGain, setClipFade,
  * setListCrossfade, setListGain. */

@@ -252,6 +252,10 @@ int32_t wv_read_pcm(wv_engine* e, int32_t id, uint32_t start_frame, int16_t* out
     return e->engine.readPcm(id, start_frame, out, frames);
 }
 
+int32_t wv_get_pcm_output_frames(wv_engine* e, int32_t id, uint32_t* frames) {
+    return e->engine.getPcmOutputFrames(id, frames);
+}
+
 int32_t wv_new_clip_list(wv_engine* e) { return e->engine.newClipList(); }
 
 int32_t wv_add_clip(wv_engine* e, int32_t list_id, int32_t pcm_id, unsigned int start_frame,

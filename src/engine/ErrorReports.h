@@ -49,6 +49,7 @@ enum class Report : int {
     kGetScanLoudness,
     kGetWaveformPeaksFrames,
     kReadPcm,
+    kGetPcmOutputFrames,
     kCount
 };
 
@@ -123,6 +124,7 @@ inline constexpr ReportSite kReportSites[] = {
     {Report::kGetWaveformPeaksFrames, 0, 0, 0,
      "int32_t WavoryxPriv::getWaveformPeaksFrames(pcm_id_t, uint32_t, uint32_t, uint32_t, int16_t*)"},
     {Report::kReadPcm, 0, 0, 0, "int32_t WavoryxPriv::readPcm(pcm_id_t, uint32_t, int16_t*, uint32_t)"},
+    {Report::kGetPcmOutputFrames, 0, 0, 0, "int32_t WavoryxPriv::getPcmOutputFrames(pcm_id_t, uint32_t*)"},
 };
 
 constexpr bool reportSitesInOrder() {

@@ -30,6 +30,9 @@ public:
 
     // Takes out the reader of `id` that stands at `next`; null when none.
     std::unique_ptr<Entry> take(pcm_id_t id, uint32_t next);
+    // Takes out the reader of `id` that stands nearest before `frame` (or
+    // at it); null when none.
+    std::unique_ptr<Entry> takeBefore(pcm_id_t id, uint32_t frame);
     // Keeps `entry`; returns those it pushed out (the oldest).
     Entries keep(std::unique_ptr<Entry> entry);
     // Takes out every reader of `id` (0: every reader).

@@ -101,6 +101,7 @@ public:
                                    uint32_t count, int16_t* minMax);
     // A list's or an item's output as its render reads it (ReadPcmOps.cpp).
     int32_t readPcm(wv::pcm_id_t id, uint32_t startFrame, int16_t* out, uint32_t frames);
+    int32_t getPcmOutputFrames(wv::pcm_id_t id, uint32_t* frames);
 
     // Playback (PlayOps.cpp; the player is in src/play).
     int32_t playStart(wv::pcm_id_t id);
@@ -212,6 +213,9 @@ private:
     // readPcm's readers between reads; released before the items go.
     wv::ReadPositions mReadPositions;
     void releaseReads(wv::ReadPositions::Entries entries);
+    // readPcm's reader of `item` standing at startFrame; null with *result.
+    std::unique_ptr<wv::ReadPositions::Entry> readerAt(wv::SPcmInfo* item, uint32_t startFrame,
+                                                       int32_t* result);
     // Before the context, which holds on to it.
     std::unique_ptr<wv::ClientCallbackThread> mCallbackThread;
     wv::JobContext mContext;

@@ -113,6 +113,9 @@ int32_t Wavoryx::getWaveformPeaksFrames(int id, uint32_t startFrame, uint32_t en
 int32_t Wavoryx::readPcm(int id, uint32_t startFrame, int16_t* out, uint32_t frames) {
     return mPriv->readPcm(static_cast<uint32_t>(id), startFrame, out, frames);
 }
+int32_t Wavoryx::getPcmOutputFrames(int id, uint32_t* frames) {
+    return mPriv->getPcmOutputFrames(static_cast<uint32_t>(id), frames);
+}
 
 int32_t Wavoryx::newClipList() { return mPriv->newClipList(); }
 int32_t Wavoryx::addClip(int listId, int pcmId, unsigned int startFrame, unsigned int endFrame) {

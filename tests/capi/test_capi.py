@@ -104,3 +104,40 @@ def test_cancelled_render_ends_with_its_event_and_leaves_nothing(engine, tmp_pat
     assert wait(engine, lst).code == RENDER_CANCELLED
     assert target.read_bytes() == b"precious"
     assert sorted(os.listdir(tmp_path)) == ["long.wav", "out.mp3", "work"]
+
+
+LIB.wv_read_pcm.argtypes = [ctypes.c_void_p, ctypes.c_int32, ctypes.c_uint32, ctypes.POINTER(ctypes.c_int16),
+                            ctypes.c_uint32]
+LIB.wv_get_waveform_peaks_frames.argtypes = [ctypes.c_void_p, ctypes.c_int32, ctypes.c_uint32, ctypes.c_uint32,
+                                             ctypes.c_uint, ctypes.POINTER(ctypes.c_int16)]
+LIB.wv_get_pcm_output_frames.argtypes = [ctypes.c_void_p, ctypes.c_int32, ctypes.POINTER(ctypes.c_uint32)]
+ENCODE_WAV = 0
+
+
+def test_a_list_read_and_drawn_without_rendering_equals_its_wav_render(engine, tmp_path):
+    write_wav(tmp_path / "a.wav", 2)
+    source = LIB.wv_load_file(engine, str(tmp_path / "a.wav").encode())
+    assert wait(engine, source).code == LOAD_DONE
+    lst = LIB.wv_new_clip_list(engine)
+    assert LIB.wv_add_clip_ms(engine, lst, source, 100, 600) == 1
+    assert LIB.wv_add_clip_ms(engine, lst, source, 1000, 1500) == 2
+    block = (ctypes.c_int16 * (2 * 5000))()
+    read = b""
+    while True:
+        got = LIB.wv_read_pcm(engine, lst, len(read) // 4, block, 5000)
+        assert got >= 0
+        if got == 0:
+            break
+        read += bytes(block)[:got * 4]
+    target = tmp_path / "out.wav"
+    assert LIB.wv_set_output_para(engine, lst, str(target).encode(), ENCODE_WAV) == 0
+    assert LIB.wv_process(engine, lst) == 0
+    assert wait(engine, lst).code == RENDER_DONE
+    assert read == target.read_bytes()[44:]
+    frames = ctypes.c_uint32()
+    assert LIB.wv_get_pcm_output_frames(engine, lst, ctypes.byref(frames)) == 0
+    assert frames.value * 4 == len(read)
+    peaks = (ctypes.c_int16 * 4)()
+    assert LIB.wv_get_waveform_peaks_frames(engine, source, 0, 88200, 2, peaks) == 2
+    assert list(peaks) == [-1000, 1000, -1000, 1000]
+    assert LIB.wv_read_pcm(engine, 999, 0, block, 10) == -1

@@ -84,8 +84,11 @@ TEST_F(ReadPcm, AListReadsAsItsWavRenderWithEffectsAndRateConversion) {
     // needed, and reading must not change what the render makes.
     const std::vector<int16_t> inPieces = readAll(list, 0, 777, 2);
     const std::vector<int16_t> whole = readAll(list, 0, 1 << 20, 2);
+    uint32_t predicted = 0;
+    ASSERT_EQ(engine.getPcmOutputFrames(list, &predicted), WV_OK);
     const std::vector<int16_t> render = rendered(list);
     ASSERT_FALSE(render.empty());
+    EXPECT_EQ(size_t(predicted) * 2, render.size());
     EXPECT_EQ(inPieces, render);
     EXPECT_EQ(whole, render);
     // Two readers of the same list taking turns each get the render.
@@ -99,6 +102,13 @@ TEST_F(ReadPcm, AListReadsAsItsWavRenderWithEffectsAndRateConversion) {
     }
     EXPECT_EQ(x, render);
     EXPECT_EQ(y, render);
+    // Seeks into converted clips, forwards and backwards, from a fresh
+    // engine place or a kept one, give the render's bytes from there.
+    for (uint32_t from : {70000u, 30001u, 65000u, 1u, 90000u}) {
+        const std::vector<int16_t> tail = readAll(list, from, 3000, 2);
+        ASSERT_LE(size_t(from) * 2, render.size());
+        EXPECT_EQ(tail, std::vector<int16_t>(render.begin() + long(from) * 2, render.end())) << from;
+    }
 }
 
 TEST_F(ReadPcm, ASeekIntoAListOfOneRateGivesTheRendersBytesFromThere) {
@@ -108,7 +118,15 @@ TEST_F(ReadPcm, ASeekIntoAListOfOneRateGivesTheRendersBytesFromThere) {
     ASSERT_GT(engine.addClip(list, source, 1000, 30000), 0);
     ASSERT_GT(engine.addClip(list, source, 20000, 44100), 0);
     ASSERT_EQ(engine.setClipFade(list, 2, 200, 0, WV_FADE_LINEAR), 0);
+    uint32_t predicted = 0;
+    ASSERT_EQ(engine.getPcmOutputFrames(list, &predicted), WV_OK);
     const std::vector<int16_t> render = rendered(list);
+    EXPECT_EQ(size_t(predicted) * 2, render.size());
+    uint32_t own = 0;
+    ASSERT_EQ(engine.getPcmOutputFrames(source, &own), WV_OK);
+    EXPECT_EQ(own, 44100u);
+    EXPECT_EQ(engine.getPcmOutputFrames(source, nullptr), WV_ERR_OUT_OF_RANGE);
+    EXPECT_EQ(engine.getPcmOutputFrames(999, &own), WV_ERR_NO_ITEM);
     for (uint32_t from : {0u, 1u, 28999u, 29000u, 40000u}) {
         const std::vector<int16_t> tail = readAll(list, from, 4096, 2);
         EXPECT_EQ(tail, std::vector<int16_t>(render.begin() + long(from) * 2, render.end())) << from;
