@@ -77,6 +77,17 @@ test('the one file given is listed and open, drawn over the whole edit', async (
   assert.ok(drawn > 0.3, `only ${drawn} of the waveform's middle row is drawn`);
 });
 
+test('the side panel shows the file facts and, once measured, the loudness info --loudness gives', async () => {
+  const facts = page.getByRole('region', { name: 'File facts' });
+  await facts.getByText('44100 Hz').waitFor();
+  await button('Measure loudness').click();
+  await facts.getByText('LUFS').waitFor({ timeout: 60000 });
+  const [ref] = JSON.parse(run(wavoryx, ['info', '--loudness', '--json', 'song.wav'], { cwd: dir }).toString());
+  const text = await facts.textContent();
+  assert.ok(text.includes(`${ref.integratedLufs.toFixed(1)} LUFS`), `${text} against ${ref.integratedLufs}`);
+  assert.ok(text.includes(`${ref.truePeakDbtp.toFixed(1)} dBTP`), `${text} against ${ref.truePeakDbtp}`);
+});
+
 test('selection by mouse drag, by keys and by typing', async () => {
   const canvas = page.getByLabel('Waveform');
   const box = await canvas.boundingBox();
