@@ -289,6 +289,10 @@ int32_t wv_set_resample_quality(wv_engine* e, int32_t list_id, int quality) {
     return e->engine.setResampleQuality(list_id, quality);
 }
 
+int32_t wv_set_encode_threads(wv_engine* e, int32_t list_id, int threads) {
+    return e->engine.setEncodeThreads(list_id, threads);
+}
+
 int32_t wv_set_list_loudness(wv_engine* e, int32_t list_id, int lufs_tenths, int true_peak_tenths) {
     return e->engine.setListLoudness(list_id, lufs_tenths, true_peak_tenths);
 }

@@ -98,6 +98,19 @@ int32_t WavoryxPriv::setResampleQuality(uint32_t listId, int32_t quality) {
     return 0;
 }
 
+int32_t WavoryxPriv::setEncodeThreads(uint32_t listId, int32_t threads) {
+    if (threads < 0 || threads > kMaxEncodeThreads) {
+        WV_LOGE("setEncodeThreads: %d threads out of range", threads);
+        return -4;
+    }
+    int32_t result;
+    ItemHold hold(this, listId);
+    SPcmInfo* list = holdItemWithStatus(hold, listId, CLIP_LIST, Report::kSetEncodeThreads, &result);
+    if (list == nullptr) return result;
+    list->changeRenderSettings([threads](RenderSettings& s) { s.encodeThreads = threads; });
+    return 0;
+}
+
 int32_t WavoryxPriv::setListLoudness(uint32_t listId, int32_t lufsTenths, int32_t truePeakTenths) {
     const bool off = lufsTenths == 0;
     if (!off && (lufsTenths < kMinLoudnessTenths || lufsTenths > kMaxLoudnessTenths ||

@@ -87,6 +87,7 @@ public:
                           int32_t channelCount, int32_t forceStereo);
     int32_t setEncodeOptions(uint32_t id, int32_t quality, int32_t vbr, int32_t jointStereo);
     int32_t setResampleQuality(uint32_t listId, int32_t quality);
+    int32_t setEncodeThreads(uint32_t listId, int32_t threads);
     int32_t setListLoudness(uint32_t listId, int32_t lufsTenths, int32_t truePeakTenths);
     int32_t getListLoudnessResult(uint32_t listId, int32_t* reachedTenths);
     int32_t process(uint32_t listId);

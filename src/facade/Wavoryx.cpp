@@ -145,6 +145,9 @@ int32_t Wavoryx::setEncodeOptions(int id, int quality, int vbr, int jointStereo)
 int32_t Wavoryx::setResampleQuality(int listId, int quality) {
     return mPriv->setResampleQuality(static_cast<uint32_t>(listId), quality);
 }
+int32_t Wavoryx::setEncodeThreads(int listId, int threads) {
+    return mPriv->setEncodeThreads(static_cast<uint32_t>(listId), threads);
+}
 int32_t Wavoryx::setListLoudness(int listId, int lufsTenths, int truePeakTenths) {
     return mPriv->setListLoudness(static_cast<uint32_t>(listId), lufsTenths, truePeakTenths);
 }

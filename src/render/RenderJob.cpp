@@ -2,9 +2,11 @@
 #include "render/RenderJob.h"
 
 #include <algorithm>
+#include <thread>
 
 #include "base/Clock.h"
 #include "base/Log.h"
+#include "base/Properties.h"
 #include "render/EncoderThread.h"
 
 namespace wv {
@@ -32,6 +34,17 @@ JobStep RenderJob::missingSource() const {
     WV_LOGE("list %d holds an item whose load failed: it cannot be rendered",
             static_cast<int>(mItem->id));
     return JobStep::end(EVT_RENDER_FAILED, -1);
+}
+
+int RenderJob::encodeThreads(int32_t asked, uint32_t frames, int32_t rate) {
+    if (asked > 0) return std::min<int32_t>(asked, kMaxEncodeThreads);
+    const int32_t byProperty =
+        property_get_int("af.encoder.threads", 0, 0, kMaxEncodeThreads);
+    if (byProperty > 0) return byProperty;
+    // Below a few seconds a second thread has nothing to share.
+    constexpr uint32_t kShortestShared = 10;  // seconds
+    if (frames < kShortestShared * static_cast<uint32_t>(rate)) return 1;
+    return static_cast<int>(std::max(1u, std::thread::hardware_concurrency()));
 }
 
 void RenderJob::settleOutput() {
@@ -63,6 +76,8 @@ void RenderJob::settleOutput() {
     format.options.quality = mSettings.quality;
     format.options.vbr = mSettings.vbr;
     format.options.jointStereo = mSettings.jointStereo;
+    format.options.threads = encodeThreads(mSettings.encodeThreads, mItem->totalFrames.load(),
+                                           format.rate);
     mItem->outputRate.store(0);
     mItem->outputChannels.store(0);
     mItem->outputBitRate.store(0);

@@ -78,6 +78,9 @@ protected:
     float mLastProgress = 0.0f;  // the progress last reported
 
 private:
+    // The encoder threads of a render of `frames` frames at `rate` Hz when
+    // the client asked for `asked` (0: the process default).
+    static int encodeThreads(int32_t asked, uint32_t frames, int32_t rate);
     // Fills in what the client left unset (format, encoding, bit rate,
     // output path) and resets the list's progress counters.
     void settleOutput();
