@@ -534,9 +534,12 @@ public:
      * about 10 s on that many threads, joined so that the file decodes to
      * exactly the list's frames, at the same place, gapless (the audio of
      * each join within LAME's own run-to-run differences, not the bytes of
-     * a one-thread encode); a render of one segment or less, an MP3 whose
-     * rate LAME converts, or a WAV, FLAC, Opus, AAC or Vorbis output is
-     * encoded on one thread as before. Returns 0; -4 for a value out of
+     * a one-thread encode); a render of one segment or less, or an MP3
+     * whose rate LAME converts, is encoded on one thread as before. FLAC,
+     * Opus, AAC and Vorbis are encoded on one thread of their own while
+     * the render's thread reads, mixes and applies effects to the list:
+     * the same bytes as with 1 (Ogg stream serial numbers aside, which
+     * differ between any two renders). Returns 0; -4 for a value out of
      * range; -1 for an unknown id, -2 for an item that is not a list. */
     int32_t setEncodeThreads(int listId, int threads);
     /* Loudness normalisation of the list's renders from the next process()

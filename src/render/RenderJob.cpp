@@ -15,6 +15,7 @@ RenderJob::RenderJob(EncoderThread& worker, const RenderSettings& settings)
     : mWorker(worker), mSettings(settings) {}
 
 RenderJob::~RenderJob() {
+    mPipe.reset();
     mReader.reset();
     mEncoder.reset();
     mWaveform.reset();
@@ -129,6 +130,10 @@ JobStep RenderJob::start(WVThreadCmd& cmd) {
         mSetWritingPath = true;
     }
 
+    const auto format = static_cast<EncodeFormat>(mFormat.type);
+    if (mFormat.options.threads > 1 && format != EncodeFormat::Wav && format != EncodeFormat::Mp3) {
+        mPipe.reset(new EncodePipe(*mEncoder));
+    }
     mWaveform.reset(new WaveformState(rate, channels));
     openWaveformFile(mWaveform.get(), (path + ".wave").c_str());
     mReader = passReader();
@@ -149,12 +154,20 @@ int RenderJob::writeBlock(const int16_t* pcm, uint32_t frames) {
     if (mWaveform->writeFailed) {
         return mWaveform->storageFull ? FileWriter::WRITE_STORAGE_FULL : FileWriter::WRITE_ERROR;
     }
+    if (mPipe) return mPipe->send(pcm, static_cast<int>(bytes));
     return mEncoder->encoding(pcm, static_cast<int>(bytes));
 }
+
+int RenderJob::writerStatus() { return mPipe ? mPipe->status() : mEncoder->checkStatus(); }
 
 JobStep RenderJob::finish() {
     // Every write first, then the files are put in place: a failure up to
     // there leaves both targets as they were.
+    if (mPipe) {
+        const int piped = mPipe->drain();
+        mPipe.reset();
+        if (piped != FileWriter::WRITE_OK) return failed(piped);
+    }
     int finishedStatus = mEncoder->flushEncoding();
     if (finishedStatus == 0 && finishWaveformFile(mWaveform.get()) != 0) {
         finishedStatus = FileWriter::WRITE_ERROR;
@@ -169,8 +182,8 @@ JobStep RenderJob::step(WVThreadCmd& cmd) {
     mWorker.itemOf(cmd);
     const pcm_id_t id = mItem->id;
     // A remainder held back after a short write gets its one retry here.
-    const int writerStatus = mEncoder->checkStatus();
-    if (writerStatus != FileWriter::WRITE_OK) return failed(writerStatus);
+    const int status = writerStatus();
+    if (status != FileWriter::WRITE_OK) return failed(status);
     const TimeVal begin = timeOfDay();
     int32_t elapsed = 0;
 

@@ -10,6 +10,7 @@
 #include "AudioFiles.h"
 #include "RenderFixture.h"
 #include "SmallFilesystem.h"
+#include "codec/AudioEncoder.h"
 
 namespace {
 
@@ -56,45 +57,70 @@ TEST_F(EncodeThreads, AnMp3OfManySegmentsHoldsExactlyTheListsFrames) {
     EXPECT_EQ(decoded.size(), size_t(listFrames) * 2);
 }
 
+TEST_F(EncodeThreads, FlacAndAacOnAThreadOfTheirOwnWriteTheBytesOfOne) {
+    const uint32_t frames = 12 * 44100 + 77;
+    wv::SPcmInfo* a = addPcmItem(patternSamples(frames, 2, 5), 44100, 2);
+    for (encode_type type : {ENCODE_FLAC, ENCODE_AAC}) {
+        std::vector<std::vector<char>> files;
+        for (int threads : {1, 2}) {
+            const std::string out = dir.file("t" + std::to_string(threads) + wv::formatSuffix(wv::EncodeFormat(type)));
+            const uint32_t list = newList({{a, 100, frames}});
+            ASSERT_EQ(engine->setOutputPara(list, out.c_str(), type), 0);
+            ASSERT_EQ(engine->setEncodeThreads(list, threads), 0);
+            ASSERT_EQ(render(list).code, wv::EVT_RENDER_DONE);
+            files.push_back(wvtest::readFile(out));
+        }
+        EXPECT_TRUE(files[0] == files[1]) << "type " << type;
+    }
+}
+
 TEST_F(EncodeThreads, ACancelMidWayLeavesNoFileAndTheExistingOneWhole) {
-    const uint32_t frames = 40 * 44100;
-    wv::SPcmInfo* source = addPcmItem(patternSamples(frames, 2, 9), 44100, 2, wv::DECODING);
-    source->totalFrames = frames + 44100;  // more to come, as far as the render knows
-    const std::string out = plantOutput(dir.path(), "kept.mp3");
-    const std::string absent = dir.file("absent.mp3");
-    std::vector<uint32_t> lists;
-    for (const std::string& path : {out, absent}) {
-        const uint32_t list = newList({{source, 0, frames + 44100}});
-        ASSERT_EQ(engine->setOutputPara(list, path.c_str(), ENCODE_MP3), 0);
-        ASSERT_EQ(engine->setEncodeThreads(list, 2), 0);
-        ASSERT_EQ(engine->process(list), 0);
-        lists.push_back(list);
+    for (encode_type type : {ENCODE_MP3, ENCODE_FLAC, ENCODE_OPUS}) {
+        const uint32_t frames = 40 * 44100;
+        wv::SPcmInfo* source = addPcmItem(patternSamples(frames, 2, 9), 44100, 2, wv::DECODING);
+        source->totalFrames = frames + 44100;  // more to come, as far as the render knows
+        const std::string suffix = wv::formatSuffix(wv::EncodeFormat(type));
+        const std::string out = plantOutput(dir.path(), "kept" + suffix);
+        const std::string absent = dir.file("absent" + suffix);
+        std::vector<uint32_t> lists;
+        for (const std::string& path : {out, absent}) {
+            const uint32_t list = newList({{source, 0, frames + 44100}});
+            ASSERT_EQ(engine->setOutputPara(list, path.c_str(), type), 0);
+            ASSERT_EQ(engine->setEncodeThreads(list, 2), 0);
+            ASSERT_EQ(engine->process(list), 0);
+            lists.push_back(list);
+        }
+        for (uint32_t list : lists) {
+            // Counted at the file's rate: Opus files are 48 kHz.
+            const uint64_t rate = type == ENCODE_OPUS ? 48000 : 44100;
+            const int32_t counted = int32_t((uint64_t(frames) * rate + 22050) / 44100);
+            EXPECT_TRUE(waitUntil([&] { return engine->getPcmFrameLength(list) == counted; }));
+            ASSERT_EQ(engine->cancelProcess(list), 0);
+            EXPECT_EQ(waitForEnding(list).code, wv::EVT_RENDER_CANCELLED);
+        }
+        expectUntouched(out);
+        const std::set<std::string> names = namesIn(dir.path());
+        EXPECT_EQ(names.count("absent" + suffix), 0u);
+        EXPECT_EQ(names.count("absent" + suffix + ".wave"), 0u);
+        for (const std::string& name : names) EXPECT_EQ(name.find(".part"), std::string::npos) << name;
     }
-    for (uint32_t list : lists) {
-        EXPECT_TRUE(waitUntil([&] { return engine->getPcmFrameLength(list) == int32_t(frames); }));
-        ASSERT_EQ(engine->cancelProcess(list), 0);
-        EXPECT_EQ(waitForEnding(list).code, wv::EVT_RENDER_CANCELLED);
-    }
-    expectUntouched(out);
-    const std::set<std::string> names = namesIn(dir.path());
-    EXPECT_EQ(names.count("absent.mp3"), 0u);
-    EXPECT_EQ(names.count("absent.mp3.wave"), 0u);
-    for (const std::string& name : names) EXPECT_EQ(name.find(".part"), std::string::npos) << name;
 }
 
 TEST_F(EncodeThreads, StorageFullMidWayStopsAndKeepsTheExistingFile) {
     wvtest::SmallFilesystem fs(256 * 1024);
     if (!fs.mounted()) GTEST_SKIP() << fs.skipReason();
-    const uint32_t frames = 30 * 44100;  // about 1.2 MB at 320 kbit/s
+    const uint32_t frames = 30 * 44100;  // about 1.2 MB at 320 kbit/s, more as FLAC
     wv::SPcmInfo* item = addPcmItem(patternSamples(frames, 2, 3), 44100, 2);
-    const std::string out = plantOutput(fs.path(), "full.mp3");
-    const std::set<std::string> before = namesIn(fs.path());
-    const uint32_t list = newList({{item, 0, frames}});
-    ASSERT_EQ(engine->setOutputPara(list, out.c_str(), ENCODE_MP3), 0);
-    ASSERT_EQ(engine->setEncodeThreads(list, 2), 0);
-    EXPECT_EQ(render(list).code, wv::EVT_RENDER_STOPPED);
-    expectUntouched(out);
-    EXPECT_EQ(namesIn(fs.path()), before);
+    for (encode_type type : {ENCODE_MP3, ENCODE_FLAC, ENCODE_AAC}) {
+        const std::string out = plantOutput(fs.path(), std::string("full") + wv::formatSuffix(wv::EncodeFormat(type)));
+        const std::set<std::string> before = namesIn(fs.path());
+        const uint32_t list = newList({{item, 0, frames}});
+        ASSERT_EQ(engine->setOutputPara(list, out.c_str(), type), 0);
+        ASSERT_EQ(engine->setEncodeThreads(list, 2), 0);
+        EXPECT_EQ(render(list).code, wv::EVT_RENDER_STOPPED) << "type " << type;
+        expectUntouched(out);
+        EXPECT_EQ(namesIn(fs.path()), before);
+    }
 }
 
 }  // namespace
