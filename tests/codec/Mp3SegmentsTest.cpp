@@ -120,7 +120,7 @@ TEST_F(Mp3Segmented, DecodersGetEveryFrameAtLagZeroAtEveryRateModeAndLength) {
                          std::to_string(c.vbr) + ", " + std::to_string(frames) + " frames");
             const std::string path = mDir.file("out.mp3");
             const auto pcm = programme(frames, c.rate, c.channels);
-            const Encoded encoded = encodeFile(path, c.rate, c.channels, c.kbps, pcm, threads(3, c.vbr));
+            const Encoded encoded = encodeFile(path, c.rate, c.channels, c.kbps, pcm, threads(3, c.vbr, c.vbr > 0 ? 1 : 0));
             ASSERT_TRUE(encoded.ok);
             EXPECT_EQ(encoded.threaded, frames > sole);
 
@@ -176,6 +176,13 @@ TEST_F(Mp3Segmented, OneSegmentAndOneThreadWriteTheBytesOfOneEncoder) {
     const std::string one = mDir.file("one.mp3"), many = mDir.file("many.mp3");
     ASSERT_TRUE(encodeFile(one, rate, channels, 320, pcm, threads(1)).ok);
     ASSERT_TRUE(encodeFile(many, rate, channels, 320, pcm, threads(4)).ok);
+    EXPECT_TRUE(fileBytes(one) == fileBytes(many));
+    // VBR in dual channel stays with one encoder at any length.
+    const auto longer = programme(2 * sole, rate, channels);
+    ASSERT_TRUE(encodeFile(one, rate, channels, 320, longer, threads(1, 2, 0)).ok);
+    const Encoded dual = encodeFile(many, rate, channels, 320, longer, threads(4, 2, 0));
+    ASSERT_TRUE(dual.ok);
+    EXPECT_FALSE(dual.threaded);
     EXPECT_TRUE(fileBytes(one) == fileBytes(many));
 }
 
