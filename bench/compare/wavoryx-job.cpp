@@ -244,7 +244,8 @@ bool encodeJob(Wavoryx& engine, const std::string& format, const char* file, con
     engine.setOutputPara(list, out, type);
     if (type == ENCODE_MP3) {
         engine.setEncodePara(list, 0, 320, 0, 0);
-        engine.setEncodeOptions(list, 5, vbr, 0);
+        // VBR in joint stereo, as lame -V does by default.
+        engine.setEncodeOptions(list, 5, vbr, vbr > 0 ? 1 : 0);
     }
     return renderAndWait(engine, list);
 }
