@@ -68,10 +68,9 @@ int Mp3Encoder::initEncoder(uint32_t sampleRate, uint32_t channels, uint32_t bit
     mAverageRate = !fits;
     mLame = startLame(mAverageRate, infoFrame);
     if (mLame == nullptr) return INIT_FAILED;
-    // VBR in dual channel comes out 7 % larger and slower in segments
-    // (measured; joint stereo and mono stay within 0.1 %): one encoder.
-    const bool vbrDual = mOptions.vbr > 0 && mMode == MODE_DUAL_CHANNEL;
-    mThreaded = mOptions.threads > 1 && infoFrame && format == FORMAT_PCM_16 && !vbrDual &&
+    // VBR in segments cost up to 80 % more CPU and 7 % more bytes on some
+    // signals (measured; see docs/BENCHMARKS.md): one encoder.
+    mThreaded = mOptions.threads > 1 && infoFrame && format == FORMAT_PCM_16 && mOptions.vbr == 0 &&
                 lame_get_out_samplerate(mLame) == static_cast<int>(mSampleRate);
 
     const size_t tagBytes = lame_get_id3v2_tag(mLame, nullptr, 0);

@@ -66,7 +66,7 @@ public:
     int lastBytes() const { return mLastBytes; }
     // Whether encoding() shares the work among threads (see Mp3Segments):
     // options asked for more than one, the output can seek (for the info
-    // frame), LAME keeps the input's rate, and it is no VBR in dual channel. False again after a flush
+    // frame), LAME keeps the input's rate, and the bit rate is constant. False again after a flush
     // of no more than one segment, which one encoder did alone.
     bool threaded() const { return mThreaded; }
 

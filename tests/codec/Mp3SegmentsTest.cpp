@@ -1,8 +1,8 @@
 // An MP3 encoded on several threads: ffmpeg and mpg123 decode exactly the
 // frames that went in, at lag 0, whatever the rate, channels, mode and
 // length (around one segment too); the audio at every join is as close to
-// the input as a one-thread encode's; a stream of one segment is the
-// one-thread stream byte for byte.
+// the input as a one-thread encode's; a stream of one segment, and a VBR
+// stream, is the one-thread stream byte for byte.
 #include "codec/Mp3Encoder.h"
 
 #include <gtest/gtest.h>
@@ -106,9 +106,9 @@ TEST_F(Mp3Segmented, DecodersGetEveryFrameAtLagZeroAtEveryRateModeAndLength) {
         uint32_t rate, channels, kbps;
         int vbr;
     };
-    const Case cases[] = {{44100, 2, 320, 0}, {48000, 2, 192, 2}, {44100, 1, 128, 0},
-                          {32000, 2, 160, 0}, {22050, 1, 64, 4},  {16000, 2, 48, 0},
-                          {8000, 1, 32, 0}};
+    const Case cases[] = {{44100, 2, 320, 0}, {48000, 2, 192, 0}, {44100, 1, 128, 0},
+                          {32000, 2, 160, 0}, {22050, 1, 64, 0},  {16000, 2, 48, 0},
+                          {8000, 1, 32, 0}, {44100, 2, 320, 2}};
     for (const Case& c : cases) {
         const uint32_t frameSamples = c.rate >= 32000 ? 1152 : 576;
         const auto sole = static_cast<uint32_t>(Mp3Segments::soleSegmentSamples(c.rate, frameSamples));
@@ -122,7 +122,8 @@ TEST_F(Mp3Segmented, DecodersGetEveryFrameAtLagZeroAtEveryRateModeAndLength) {
             const auto pcm = programme(frames, c.rate, c.channels);
             const Encoded encoded = encodeFile(path, c.rate, c.channels, c.kbps, pcm, threads(3, c.vbr, c.vbr > 0 ? 1 : 0));
             ASSERT_TRUE(encoded.ok);
-            EXPECT_EQ(encoded.threaded, frames > sole);
+            // VBR stays with one encoder.
+            EXPECT_EQ(encoded.threaded, frames > sole && c.vbr == 0);
 
             const wvtest::Mp3Frames walked = wvtest::walkMp3Frames(fileBytes(path));
             EXPECT_GT(walked.frames, 0) << "bytes that are no frames";
@@ -140,12 +141,12 @@ TEST_F(Mp3Segmented, DecodersGetEveryFrameAtLagZeroAtEveryRateModeAndLength) {
     }
 }
 
-TEST_F(Mp3Segmented, EveryJoinIsAsCloseToTheInputAsOneEncoderAndVbrNoLarger) {
+TEST_F(Mp3Segmented, EveryJoinIsAsCloseToTheInputAsOneEncoderAndNoLarger) {
     const uint32_t rate = 44100, channels = 2, frameSamples = 1152;
     const uint32_t segment = Mp3Segments::segmentFrames(rate, frameSamples) * frameSamples;
     const uint32_t frames = 4 * segment + 5000;
     const auto pcm = programme(frames, rate, channels);
-    for (const int vbr : {0, 2}) {
+    for (const int vbr : {0}) {
         SCOPED_TRACE("vbr " + std::to_string(vbr));
         const std::string one = mDir.file("one.mp3"), many = mDir.file("many.mp3");
         ASSERT_TRUE(encodeFile(one, rate, channels, 320, pcm, threads(1, vbr, 1)).ok);
@@ -177,7 +178,7 @@ TEST_F(Mp3Segmented, OneSegmentAndOneThreadWriteTheBytesOfOneEncoder) {
     ASSERT_TRUE(encodeFile(one, rate, channels, 320, pcm, threads(1)).ok);
     ASSERT_TRUE(encodeFile(many, rate, channels, 320, pcm, threads(4)).ok);
     EXPECT_TRUE(fileBytes(one) == fileBytes(many));
-    // VBR in dual channel stays with one encoder at any length.
+    // VBR stays with one encoder at any length.
     const auto longer = programme(2 * sole, rate, channels);
     ASSERT_TRUE(encodeFile(one, rate, channels, 320, longer, threads(1, 2, 0)).ok);
     const Encoded dual = encodeFile(many, rate, channels, 320, longer, threads(4, 2, 0));
