@@ -52,6 +52,8 @@ struct EditOptions {
     // The list's converter for sources at other rates: 0 linear, 1 high,
     // 2 very high (the values of setResampleQuality).
     int resample = 1;
+    // Encoder threads (setEncodeThreads); 0: one per core.
+    int threads = 0;
     EncodingChoice encoding;
     std::vector<SourceRange> ranges;  // parsed from `sources`
     // Effects as written; each is parsed (by checkEditOptions) only when given.
@@ -452,6 +454,7 @@ int cutAndRender(Session& session, SourceLoads& loads, const EditOptions& option
     engine.setEncodePara(out, options.rate, options.encoding.bitrate, options.channels, 0);
     applyEncodingOptions(engine, out, options.encoding);
     engine.setResampleQuality(out, options.resample);
+    engine.setEncodeThreads(out, options.threads);
     const int rendered =
         renderList(session, out, rendering, options.output, &loads, options.normalize, outputMode != 0);
     // A file holding less than it states: its ranges are cut anew.
@@ -713,6 +716,9 @@ void addEditCommand(CLI::App& app, CommandLine& line) {
         ->transform(indexOf({"linear", "high", "best"}))
         ->type_name("NAME");
     edit->add_option("--channels", options->channels, "1 or 2 (default: the sources')")->check(wholeNumberIn(1, 2));
+    edit->add_option("--threads", options->threads,
+                     "Encoder threads, 1 to 64 (default: one per core); 1 writes what a single encoder writes")
+        ->check(wholeNumberIn(1, 64));
     addEncodingOptions(edit, options->encoding);
     addEffectOptions(edit, *options);
     addSilenceCutOptions(edit, options->silence);

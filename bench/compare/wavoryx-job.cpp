@@ -114,7 +114,7 @@ int usage() {
     std::fprintf(stderr,
                  "usage: wavoryx-job [--work DIR] load FILE | info FILE | edit-mp3 FILE OUT | edit-wav FILE OUT |\n"
                  "       edit mp3|wav FILE OUT FROM-TO... |\n"
-                 "       encode flac|opus|m4a|ogg FILE OUT |\n"
+                 "       encode mp3|mp3v2|flac|opus|m4a|ogg FILE OUT |\n"
                  "                   convert SRC OUT | waveform FILE\n");
     return 2;
 }
@@ -222,7 +222,11 @@ bool convertJob(Wavoryx& engine, const char* file, const char* out) {
 // channels and the format's default bit rate.
 bool encodeJob(Wavoryx& engine, const std::string& format, const char* file, const char* out) {
     encode_type type;
-    if (format == "flac") {
+    int vbr = 0;
+    if (format == "mp3" || format == "mp3v2") {
+        type = ENCODE_MP3;
+        vbr = format == "mp3v2" ? 2 : 0;
+    } else if (format == "flac") {
         type = ENCODE_FLAC;
     } else if (format == "opus") {
         type = ENCODE_OPUS;
@@ -238,6 +242,11 @@ bool encodeJob(Wavoryx& engine, const std::string& format, const char* file, con
     const int list = engine.newClipList();
     if (engine.addClip(list, source, 0, 0xFFFFFFFFu) <= 0) return false;
     engine.setOutputPara(list, out, type);
+    if (type == ENCODE_MP3) {
+        engine.setEncodePara(list, 0, 320, 0, 0);
+        // VBR in joint stereo, as lame -V does by default.
+        engine.setEncodeOptions(list, 5, vbr, vbr > 0 ? 1 : 0);
+    }
     return renderAndWait(engine, list);
 }
 

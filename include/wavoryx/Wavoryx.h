@@ -681,6 +681,24 @@ public:
      * 4 x the output rate. Returns 0; -4 for a value out of range; -1 for
      * an unknown id, -2 for an item that is not a list. */
     int32_t setResampleQuality(int listId, int quality);
+    /* Threads that encode a list's renders, read when a render starts; 0
+     * to 64. 1: one encoder on the render's own thread, the output byte for
+     * byte as earlier versions made it. 0 (default): the process default,
+     * the property "af.encoder.threads" (0 to 64), whose own default 0
+     * means one thread per core for renders of at least 10 s, one for
+     * shorter ones. With more than one, an MP3 is encoded in segments of
+     * about 10 s on that many threads, joined so that the file decodes to
+     * exactly the list's frames, at the same place, gapless (the audio of
+     * each join within LAME's own run-to-run differences, not the bytes of
+     * a one-thread encode); a render of one segment or less, an MP3
+     * whose rate LAME converts, or a VBR MP3 (larger and slower in
+     * segments), is encoded on one thread as before. FLAC,
+     * Opus, AAC and Vorbis are encoded on one thread of their own while
+     * the render's thread reads, mixes and applies effects to the list:
+     * the same bytes as with 1 (Ogg stream serial numbers aside, which
+     * differ between any two renders). Returns 0; -4 for a value out of
+     * range; -1 for an unknown id, -2 for an item that is not a list. */
+    int32_t setEncodeThreads(int listId, int threads);
     /* Loudness normalisation of the list's renders from the next process()
      * on. lufsTenths: the integrated loudness (ITU-R BS.1770 / EBU R128)
      * the output is brought to, in tenths of LUFS, -700 to -50 (-160 for

@@ -155,6 +155,7 @@ WAVORYX_API int32_t wv_set_list_tempo(wv_engine* engine, int32_t list_id, int te
 
 /* Rendering: as setOutputPara (type: an ENCODE_ value, any other renders
  * as WAV), setOutputMode, placeOutput, setEncodePara, setEncodeOptions, setResampleQuality,
+ * as WAV), setEncodePara, setEncodeOptions, setResampleQuality, setEncodeThreads,
  * setListLoudness, getListLoudnessResult, getOutputBitRate, process,
  * cancelProcess, measureLoudness, scanSilence, scanFileSilence,
  * getSilences, getSilenceScanFrames. */
@@ -170,6 +171,7 @@ WAVORYX_API int32_t wv_set_encode_para(wv_engine* engine, int32_t list_id, int s
 WAVORYX_API int32_t wv_set_encode_options(wv_engine* engine, int32_t id, int quality, int vbr,
                                           int joint_stereo);
 WAVORYX_API int32_t wv_set_resample_quality(wv_engine* engine, int32_t list_id, int quality);
+WAVORYX_API int32_t wv_set_encode_threads(wv_engine* engine, int32_t list_id, int threads);
 WAVORYX_API int32_t wv_set_list_loudness(wv_engine* engine, int32_t list_id, int lufs_tenths,
                                          int true_peak_tenths);
 WAVORYX_API int32_t wv_get_list_loudness_result(wv_engine* engine, int32_t list_id,

@@ -355,6 +355,10 @@ int32_t wv_set_list_cover(wv_engine* e, int32_t list_id, const char* path) {
 
 int32_t wv_clear_list_tags(wv_engine* e, int32_t list_id) { return e->engine.clearListTags(list_id); }
 
+int32_t wv_set_encode_threads(wv_engine* e, int32_t list_id, int threads) {
+    return e->engine.setEncodeThreads(list_id, threads);
+}
+
 int32_t wv_set_list_loudness(wv_engine* e, int32_t list_id, int lufs_tenths, int true_peak_tenths) {
     return e->engine.setListLoudness(list_id, lufs_tenths, true_peak_tenths);
 }

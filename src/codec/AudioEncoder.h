@@ -43,7 +43,13 @@ struct EncodeOptions {
     // MP3, two channels: 0 dual channel, 1 joint stereo, 2 plain stereo
     // (left and right coded apart in every frame, one programme).
     int jointStereo = 0;
+    // Threads the encoder may use, 1 to kMaxEncodeThreads; 1 gives the
+    // bytes of an encoder without threads.
+    int threads = 1;
 };
+
+// The most encoder threads a render may ask for.
+constexpr int kMaxEncodeThreads = 64;
 
 class AudioEncoder : public FileWriter {
 public:

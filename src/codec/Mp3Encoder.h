@@ -19,12 +19,16 @@
 #pragma once
 
 #include <cstdint>
+#include <memory>
+#include <vector>
 
 #include "codec/AudioEncoder.h"
 
 struct lame_global_struct;
 
 namespace wv {
+
+class Mp3Segments;
 
 class Mp3Encoder : public AudioEncoder {
 public:
@@ -63,6 +67,11 @@ public:
     int mode() const { return mMode; }
     // Bytes of the last LAME result (tag, encoded block or flush).
     int lastBytes() const { return mLastBytes; }
+    // Whether encoding() shares the work among threads (see Mp3Segments):
+    // options asked for more than one, the output can seek (for the info
+    // frame), LAME keeps the input's rate, and the bit rate is constant. False again after a flush
+    // of no more than one segment, which one encoder did alone.
+    bool threaded() const { return mThreaded; }
 
 private:
     // The largest MPEG audio frame (320 kbit/s at 32 kHz, padded).
@@ -74,9 +83,15 @@ private:
     int writeInfoFrame();
     // A started LAME for the settings in the members, at an average rate
     // bounded to the asked one when `averageRate`; null when LAME refuses.
-    lame_global_struct* startLame(bool averageRate, bool infoFrame) const;
+    lame_global_struct* startLame(bool averageRate, bool infoFrame, bool reservoir = true) const;
     // Whether LAME's info frame fits in a frame of `lame`'s bit rate.
     bool infoFrameFits(lame_global_struct* lame) const;
+    // encoding() on this thread's LAME.
+    int encodeHere(const int16_t* pcm, int bytes);
+    // encoding() of a threaded encoder: input is held until it makes more
+    // than one segment, then handed to the segments.
+    int encodeShared(const int16_t* pcm, int bytes);
+    int flushShared();
 
     // Writes the tag again with the chapters' ends at the length encoded.
     int rewriteTag();
@@ -85,6 +100,10 @@ private:
     size_t mTagBytes = 0;         // of our ID3v2.4 tag at the file's start
     uint64_t mEncodedFrames = 0;  // input frames passed to LAME
     lame_global_struct* mLame = nullptr;
+    bool mAverageRate = false;  // the start LAME got (see startLame)
+    bool mThreaded = false;
+    std::vector<int16_t> mHeldInput;  // a threaded encoder's input before it has two segments
+    std::unique_ptr<Mp3Segments> mSegments;
     int64_t mInfoFrameOffset = 0;  // just after the ID3v2 tag
     uint32_t mSampleRate = 0;
     uint32_t mChannels = 0;

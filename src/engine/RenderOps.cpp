@@ -104,6 +104,9 @@ int32_t WavoryxPriv::setOutputMode(uint32_t listId, int32_t flags) {
         WV_OUTPUT_WHOLE | WV_OUTPUT_NO_REPLACE | WV_OUTPUT_NO_WAVEFORM | WV_OUTPUT_HOLD;
     if ((flags & ~kKnown) != 0) {
         WV_LOGE("setOutputMode: flags %d out of range", flags);
+int32_t WavoryxPriv::setEncodeThreads(uint32_t listId, int32_t threads) {
+    if (threads < 0 || threads > kMaxEncodeThreads) {
+        WV_LOGE("setEncodeThreads: %d threads out of range", threads);
         return -4;
     }
     int32_t result;
@@ -125,6 +128,12 @@ int32_t WavoryxPriv::placeOutput(uint32_t listId, int32_t keep) {
     const int committed = output->commit();
     if (committed == 0) return 0;
     return committed == -EEXIST ? -17 : -11;
+}
+
+    SPcmInfo* list = holdItemWithStatus(hold, listId, CLIP_LIST, Report::kSetEncodeThreads, &result);
+    if (list == nullptr) return result;
+    list->changeRenderSettings([threads](RenderSettings& s) { s.encodeThreads = threads; });
+    return 0;
 }
 
 int32_t WavoryxPriv::setListLoudness(uint32_t listId, int32_t lufsTenths, int32_t truePeakTenths) {

@@ -97,6 +97,7 @@ public:
     int32_t setResampleQuality(uint32_t listId, int32_t quality);
     int32_t setOutputMode(uint32_t listId, int32_t flags);
     int32_t placeOutput(uint32_t listId, int32_t keep);
+    int32_t setEncodeThreads(uint32_t listId, int32_t threads);
     int32_t setListLoudness(uint32_t listId, int32_t lufsTenths, int32_t truePeakTenths);
     int32_t setListTag(uint32_t listId, const char* name, const char* value);
     int32_t addListChapter(uint32_t listId, uint32_t startMs, const char* title);

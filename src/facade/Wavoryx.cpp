@@ -217,6 +217,9 @@ int32_t Wavoryx::clearListTags(int listId) {
     return mPriv->clearListTags(static_cast<uint32_t>(listId));
 }
 
+int32_t Wavoryx::setEncodeThreads(int listId, int threads) {
+    return mPriv->setEncodeThreads(static_cast<uint32_t>(listId), threads);
+}
 int32_t Wavoryx::setListLoudness(int listId, int lufsTenths, int truePeakTenths) {
     return mPriv->setListLoudness(static_cast<uint32_t>(listId), lufsTenths, truePeakTenths);
 }

@@ -35,6 +35,9 @@ struct RenderSettings {
     // SRC_DEFAULT leaves it to the process default, which the render
     // resolves once when it starts.
     int32_t resampleQuality = 0;
+    // Encoder threads asked for (setEncodeThreads): 0 leaves it to the
+    // process default, which the render resolves when it starts.
+    int32_t encodeThreads = 0;
     // Loudness normalisation (setListLoudness): the integrated loudness
     // aimed at, tenths of LUFS (0: off), and the true peak not to exceed,
     // tenths of dBTP.

@@ -105,8 +105,8 @@ JobStep NormalisedRenderJob::step(WVThreadCmd& cmd) {
     const pcm_id_t id = mItem->id;
     if (plan.pass == NormalisePlan::kEncode) {
         // A remainder held back after a short write gets its one retry here.
-        const int writerStatus = mEncoder->checkStatus();
-        if (writerStatus != FileWriter::WRITE_OK) return failed(writerStatus);
+        const int status = writerStatus();
+        if (status != FileWriter::WRITE_OK) return failed(status);
     }
     const TimeVal begin = timeOfDay();
     // The list's float stage: clip and list effects applied, not yet

@@ -4,11 +4,13 @@
 #include <wavoryx/Wavoryx.h>
 
 #include <algorithm>
+#include <thread>
 
 #include "base/Clock.h"
 #include "base/Log.h"
 #include "items/ListChapters.h"
 #include "platform/OutputFile.h"
+#include "base/Properties.h"
 #include "render/EncoderThread.h"
 
 namespace wv {
@@ -17,6 +19,7 @@ RenderJob::RenderJob(EncoderThread& worker, const RenderSettings& settings)
     : mWorker(worker), mSettings(settings) {}
 
 RenderJob::~RenderJob() {
+    mPipe.reset();
     mReader.reset();
     mEncoder.reset();
     mWaveform.reset();
@@ -40,6 +43,17 @@ JobStep RenderJob::missingSource() const {
     WV_LOGE("list %d holds an item whose load failed: it cannot be rendered",
             static_cast<int>(mItem->id));
     return JobStep::end(EVT_RENDER_FAILED, -1);
+}
+
+int RenderJob::encodeThreads(int32_t asked, uint32_t frames, int32_t rate) {
+    if (asked > 0) return std::min<int32_t>(asked, kMaxEncodeThreads);
+    const int32_t byProperty =
+        property_get_int("af.encoder.threads", 0, 0, kMaxEncodeThreads);
+    if (byProperty > 0) return byProperty;
+    // Below a few seconds a second thread has nothing to share.
+    constexpr uint32_t kShortestShared = 10;  // seconds
+    if (frames < kShortestShared * static_cast<uint32_t>(rate)) return 1;
+    return static_cast<int>(std::max(1u, std::thread::hardware_concurrency()));
 }
 
 void RenderJob::settleOutput() {
@@ -71,6 +85,8 @@ void RenderJob::settleOutput() {
     format.options.quality = mSettings.quality;
     format.options.vbr = mSettings.vbr;
     format.options.jointStereo = mSettings.jointStereo;
+    format.options.threads = encodeThreads(mSettings.encodeThreads, mItem->totalFrames.load(),
+                                           format.rate);
     mItem->outputRate.store(0);
     mItem->outputChannels.store(0);
     mItem->outputBitRate.store(0);
@@ -140,6 +156,10 @@ JobStep RenderJob::start(WVThreadCmd& cmd) {
         mSetWritingPath = true;
     }
 
+    const auto format = static_cast<EncodeFormat>(mFormat.type);
+    if (mFormat.options.threads > 1 && format != EncodeFormat::Wav && format != EncodeFormat::Mp3) {
+        mPipe.reset(new EncodePipe(*mEncoder));
+    }
     mWaveform.reset(new WaveformState(rate, channels));
     if ((mode & WV_OUTPUT_NO_WAVEFORM) == 0) {
         openWaveformFile(mWaveform.get(), (path + ".wave").c_str());
@@ -162,12 +182,20 @@ int RenderJob::writeBlock(const int16_t* pcm, uint32_t frames) {
     if (mWaveform->writeFailed) {
         return mWaveform->storageFull ? FileWriter::WRITE_STORAGE_FULL : FileWriter::WRITE_ERROR;
     }
+    if (mPipe) return mPipe->send(pcm, static_cast<int>(bytes));
     return mEncoder->encoding(pcm, static_cast<int>(bytes));
 }
+
+int RenderJob::writerStatus() { return mPipe ? mPipe->status() : mEncoder->checkStatus(); }
 
 JobStep RenderJob::finish() {
     // Every write first, then the files are put in place: a failure up to
     // there leaves both targets as they were.
+    if (mPipe) {
+        const int piped = mPipe->drain();
+        mPipe.reset();
+        if (piped != FileWriter::WRITE_OK) return failed(piped);
+    }
     int finishedStatus = mEncoder->flushEncoding();
     if (finishedStatus == 0 && finishWaveformFile(mWaveform.get()) != 0) {
         finishedStatus = FileWriter::WRITE_ERROR;
@@ -186,8 +214,8 @@ JobStep RenderJob::step(WVThreadCmd& cmd) {
     mWorker.itemOf(cmd);
     const pcm_id_t id = mItem->id;
     // A remainder held back after a short write gets its one retry here.
-    const int writerStatus = mEncoder->checkStatus();
-    if (writerStatus != FileWriter::WRITE_OK) return failed(writerStatus);
+    const int status = writerStatus();
+    if (status != FileWriter::WRITE_OK) return failed(status);
     const TimeVal begin = timeOfDay();
     int32_t elapsed = 0;
 

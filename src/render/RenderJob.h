@@ -20,6 +20,7 @@
 #include "items/RenderSettings.h"
 #include "items/SPcmInfo.h"
 #include "platform/resample/AudioResampler.h"
+#include "render/EncodePipe.h"
 #include "threads/ChunkedJobThread.h"
 
 namespace wv {
@@ -63,6 +64,9 @@ protected:
     // Feeds `frames` output frames to the point generator and the encoder
     // and counts them in the item's frames: a FileWriter status.
     int writeBlock(const int16_t* pcm, uint32_t frames);
+    // The writer's status before new data: a held remainder's retry, or
+    // with a pipe the failure its thread met.
+    int writerStatus();
     // Puts the output in place: 22, or the failed write's ending.
     JobStep finish();
     // Called once the output is in place, before the client hears of it.
@@ -74,10 +78,16 @@ protected:
     OutputFormat mFormat;
     std::unique_ptr<PcmInfoReader> mReader;
     std::unique_ptr<AudioEncoder> mEncoder;
+    // With more than one thread, formats whose encoder has no threads of
+    // its own encode on the pipe's (see EncodePipe).
+    std::unique_ptr<EncodePipe> mPipe;
     std::unique_ptr<WaveformState> mWaveform;
     float mLastProgress = 0.0f;  // the progress last reported
 
 private:
+    // The encoder threads of a render of `frames` frames at `rate` Hz when
+    // the client asked for `asked` (0: the process default).
+    static int encodeThreads(int32_t asked, uint32_t frames, int32_t rate);
     // Fills in what the client left unset (format, encoding, bit rate,
     // output path) and resets the list's progress counters.
     void settleOutput();

@@ -1,0 +1,274 @@
+#define WV_LOG_TAG "Mp3Segments"
+#include "codec/Mp3Segments.h"
+
+#include <lame/lame.h>
+
+#include <algorithm>
+#include <atomic>
+
+#include "base/Log.h"
+
+namespace wv {
+
+struct Mp3Segments::Segment {
+    size_t index = 0;
+    std::vector<int16_t> input;
+    uint64_t firstFrame = 0;  // grid frame of its first audio frame
+    bool infoFrame = false;
+    bool last = false;
+    bool reservoir = true;
+    // Results.
+    bool done = false;
+    bool ok = false;
+    std::vector<uint8_t> output;
+    std::vector<Mp3Frame> frames;  // the info frame, if any, first
+    std::vector<uint8_t> tag;      // LAME's info frame for this segment
+    size_t audioFrom() const { return infoFrame ? 1 : 0; }
+    // Index in `frames` of grid frame `grid`, or frames.size() when it has none.
+    size_t at(uint64_t grid) const {
+        if (grid < firstFrame) return frames.size();
+        return std::min(frames.size(), static_cast<size_t>(grid - firstFrame) + audioFrom());
+    }
+};
+
+uint32_t Mp3Segments::segmentFrames(uint32_t rate, uint32_t frameSamples) {
+    constexpr uint32_t kSeconds = 10;
+    return std::max<uint32_t>(4 * (kPrimingFrames + kJoinWindow + kLookahead),
+                              kSeconds * rate / frameSamples);
+}
+
+uint64_t Mp3Segments::soleSegmentSamples(uint32_t rate, uint32_t frameSamples) {
+    return static_cast<uint64_t>(segmentFrames(rate, frameSamples) + kJoinWindow + kLookahead) *
+           frameSamples;
+}
+
+Mp3Segments::Mp3Segments(StartLame start, int threads, uint32_t rate, uint32_t channels,
+                         uint32_t frameSamples)
+    : mStart(std::move(start)),
+      mChannels(channels),
+      mFrameSamples(frameSamples),
+      mSegmentFrames(segmentFrames(rate, frameSamples)),
+      mMostInFlight(static_cast<size_t>(2 * std::max(1, threads))) {
+    mTotals.frameSamples = frameSamples;
+    for (int i = 0; i < std::max(1, threads); ++i) mWorkers.emplace_back([this] { workerLoop(); });
+}
+
+Mp3Segments::~Mp3Segments() {
+    {
+        std::lock_guard<std::mutex> guard(mLock);
+        mStop = true;
+    }
+    mWork.notify_all();
+    for (std::thread& worker : mWorkers) worker.join();
+}
+
+uint64_t Mp3Segments::segmentStart(size_t index) const {
+    if (index == 0) return 0;
+    return (static_cast<uint64_t>(index) * mSegmentFrames - kPrimingFrames) * mFrameSamples;
+}
+
+uint64_t Mp3Segments::segmentEnd(size_t index) const {
+    return (static_cast<uint64_t>(index + 1) * mSegmentFrames + kJoinWindow + kLookahead) *
+           mFrameSamples;
+}
+
+bool Mp3Segments::push(const int16_t* pcm, size_t frames, std::vector<uint8_t>* ready) {
+    mInput.insert(mInput.end(), pcm, pcm + frames * mChannels);
+    mInputFrames += frames;
+    // A segment goes once the input reaches past its end: the next then
+    // has its join window, whatever comes after.
+    while (mInputFrames > segmentEnd(mDispatched)) {
+        dispatch(false);
+        while (mDispatched - mSpliced > mMostInFlight) {
+            if (!spliceReady(true, ready)) return false;
+        }
+    }
+    return spliceReady(false, ready);
+}
+
+bool Mp3Segments::finish(std::vector<uint8_t>* ready) {
+    dispatch(true);
+    while (mSpliced < mDispatched) {
+        if (!spliceReady(true, ready)) return false;
+    }
+    if (mHeld) emitFrames(*mHeld, mHeldFrom, mHeld->frames.size(), ready);
+    mHeld.reset();
+    mTotals.samples = mInputFrames;
+    for (size_t i = 0; i < 100; ++i) {
+        const size_t frame = i * mFrameOffsets.size() / 100;
+        mTotals.percentOffsets.push_back(frame < mFrameOffsets.size() ? mFrameOffsets[frame] : 0);
+    }
+    if (!mInfoFrame.empty() && !restateInfoFrame(mInfoFrame.data(), mInfoFrame.size(), mTotals)) {
+        WV_LOGW("the info frame could not be restated; left out");
+        mInfoFrame.clear();
+    }
+    return true;
+}
+
+std::vector<uint8_t> Mp3Segments::infoFrame() const { return mInfoFrame; }
+
+void Mp3Segments::dispatch(bool last) {
+    std::unique_ptr<Segment> segment(new Segment);
+    segment->index = mDispatched;
+    segment->infoFrame = mDispatched == 0;
+    segment->last = last;
+    const uint64_t start = segmentStart(mDispatched);
+    const uint64_t end = last ? mInputFrames : segmentEnd(mDispatched);
+    segment->firstFrame = start / mFrameSamples;
+    segment->input.assign(mInput.begin() + static_cast<ptrdiff_t>((start - mInputBase) * mChannels),
+                          mInput.begin() + static_cast<ptrdiff_t>((end - mInputBase) * mChannels));
+    ++mDispatched;
+    // The next segment's encoder starts before this one's end.
+    const uint64_t keep = last ? mInputFrames : segmentStart(mDispatched);
+    mInput.erase(mInput.begin(),
+                 mInput.begin() + static_cast<ptrdiff_t>((keep - mInputBase) * mChannels));
+    mInputBase = keep;
+    std::lock_guard<std::mutex> guard(mLock);
+    mQueue.push_back(segment.get());
+    mSegments[segment->index] = std::move(segment);
+    mWork.notify_one();
+}
+
+void Mp3Segments::workerLoop() {
+    std::unique_lock<std::mutex> lock(mLock);
+    for (;;) {
+        mWork.wait(lock, [this] { return mStop || !mQueue.empty(); });
+        if (mStop) return;
+        Segment* segment = mQueue.front();
+        mQueue.pop_front();
+        lock.unlock();
+        const bool ok = encodeSegment(*segment);
+        lock.lock();
+        segment->ok = ok;
+        segment->done = true;
+        mDone.notify_all();
+    }
+}
+
+bool Mp3Segments::encodeSegment(Segment& segment) {
+    lame_global_struct* lame = mStart(segment.infoFrame, segment.reservoir);
+    if (lame == nullptr) return false;
+    constexpr size_t kBlock = 16384;
+    std::vector<unsigned char> buffer(kBlock + kBlock / 4 + 7200);
+    segment.output.clear();
+    segment.tag.clear();
+    const size_t frames = segment.input.size() / mChannels;
+    bool ok = true;
+    for (size_t at = 0; ok && at < frames; at += kBlock) {
+        {
+            std::lock_guard<std::mutex> guard(mLock);
+            if (mStop) ok = false;
+        }
+        if (!ok) break;
+        const int count = static_cast<int>(std::min(kBlock, frames - at));
+        short* pcm = segment.input.data() + at * mChannels;
+        const int bytes =
+            mChannels == 2
+                ? lame_encode_buffer_interleaved(lame, pcm, count, buffer.data(),
+                                                 static_cast<int>(buffer.size()))
+                : lame_encode_buffer(lame, pcm, nullptr, count, buffer.data(),
+                                     static_cast<int>(buffer.size()));
+        if (bytes < 0) ok = false;
+        if (ok) segment.output.insert(segment.output.end(), buffer.data(), buffer.data() + bytes);
+    }
+    if (ok) {
+        const int bytes = lame_encode_flush(lame, buffer.data(), static_cast<int>(buffer.size()));
+        if (bytes < 0) ok = false;
+        if (ok) segment.output.insert(segment.output.end(), buffer.data(), buffer.data() + bytes);
+    }
+    if (ok && segment.infoFrame) {
+        unsigned char tag[2881];
+        const size_t bytes = lame_get_lametag_frame(lame, tag, sizeof tag);
+        if (bytes <= sizeof tag) segment.tag.assign(tag, tag + bytes);
+    }
+    lame_close(lame);
+    if (ok && !scanMp3Frames(segment.output.data(), segment.output.size(), &segment.frames)) {
+        WV_LOGE("segment %zu: LAME's output is not a run of frames", segment.index);
+        ok = false;
+    }
+    if (ok && segment.infoFrame && segment.tag.empty()) segment.infoFrame = false;
+    return ok;
+}
+
+bool Mp3Segments::spliceReady(bool wait, std::vector<uint8_t>* ready) {
+    while (mSpliced < mDispatched) {
+        std::unique_ptr<Segment> segment;
+        {
+            std::unique_lock<std::mutex> lock(mLock);
+            auto found = mSegments.find(mSpliced);
+            if (!found->second->done) {
+                if (!wait) return true;
+                mDone.wait(lock, [&] { return found->second->done; });
+            }
+            segment = std::move(found->second);
+            mSegments.erase(found);
+        }
+        ++mSpliced;
+        wait = false;
+        if (!segment->ok) return false;
+        if (!join(std::move(segment), ready)) return false;
+    }
+    return true;
+}
+
+bool Mp3Segments::join(std::unique_ptr<Segment> next, std::vector<uint8_t>* ready) {
+    if (!mHeld) {
+        if (next->infoFrame) {
+            const Mp3Frame& info = next->frames[0];
+            mInfoFrame = next->tag;
+            mInfoFrame.resize(info.bytes, 0);
+            ready->insert(ready->end(), next->output.begin(),
+                          next->output.begin() + static_cast<ptrdiff_t>(info.bytes));
+        }
+        mHeldFrom = next->audioFrom();
+        mHeld = std::move(next);
+        return true;
+    }
+    const uint64_t first = static_cast<uint64_t>(next->index) * mSegmentFrames;
+    uint64_t chosen = 0;
+    auto pick = [&](bool any) {
+        for (uint64_t grid = first; grid < first + kJoinWindow; ++grid) {
+            const size_t last = mHeld->at(grid - 1);
+            const size_t nextAt = next->at(grid);
+            if (last >= mHeld->frames.size() || nextAt >= next->frames.size() || nextAt == 0) continue;
+            if (any || joinFits(mHeld->frames[last], next->frames[nextAt])) {
+                chosen = grid;
+                return true;
+            }
+        }
+        return false;
+    };
+    if (!pick(false)) {
+        // Rare: then no frame of the window reaches back at all.
+        WV_LOGI("segment %zu: no join in the window fits; encoded again without a reservoir",
+                next->index);
+        next->reservoir = false;
+        if (!encodeSegment(*next)) return false;
+        if (!pick(false) && !pick(true)) return false;
+    }
+    std::vector<int16_t>().swap(next->input);
+    const size_t last = mHeld->at(chosen - 1);
+    const size_t nextAt = next->at(chosen);
+    spliceJoin(&mHeld->output, mHeld->frames, last, next->output, next->frames, nextAt);
+    emitFrames(*mHeld, mHeldFrom, last + 1, ready);
+    mHeld = std::move(next);
+    mHeldFrom = nextAt;
+    return true;
+}
+
+void Mp3Segments::emitFrames(const Segment& segment, size_t from, size_t to,
+                             std::vector<uint8_t>* ready) {
+    if (from >= to) return;
+    const size_t begin = segment.frames[from].offset;
+    const size_t end = segment.frames[to - 1].offset + segment.frames[to - 1].bytes;
+    for (size_t i = from; i < to; ++i) {
+        mFrameOffsets.push_back(mTotals.audioBytes + segment.frames[i].offset - begin);
+    }
+    const uint8_t* bytes = segment.output.data();
+    ready->insert(ready->end(), bytes + begin, bytes + end);
+    mTotals.musicCrc = mp3Crc16(mTotals.musicCrc, bytes + begin, end - begin);
+    mTotals.audioBytes += end - begin;
+    mTotals.frames += static_cast<uint32_t>(to - from);
+}
+
+}  // namespace wv
