@@ -104,9 +104,6 @@ int32_t WavoryxPriv::setOutputMode(uint32_t listId, int32_t flags) {
         WV_OUTPUT_WHOLE | WV_OUTPUT_NO_REPLACE | WV_OUTPUT_NO_WAVEFORM | WV_OUTPUT_HOLD;
     if ((flags & ~kKnown) != 0) {
         WV_LOGE("setOutputMode: flags %d out of range", flags);
-int32_t WavoryxPriv::setEncodeThreads(uint32_t listId, int32_t threads) {
-    if (threads < 0 || threads > kMaxEncodeThreads) {
-        WV_LOGE("setEncodeThreads: %d threads out of range", threads);
         return -4;
     }
     int32_t result;
@@ -130,6 +127,13 @@ int32_t WavoryxPriv::placeOutput(uint32_t listId, int32_t keep) {
     return committed == -EEXIST ? -17 : -11;
 }
 
+int32_t WavoryxPriv::setEncodeThreads(uint32_t listId, int32_t threads) {
+    if (threads < 0 || threads > kMaxEncodeThreads) {
+        WV_LOGE("setEncodeThreads: %d threads out of range", threads);
+        return -4;
+    }
+    int32_t result;
+    ItemHold hold(this, listId);
     SPcmInfo* list = holdItemWithStatus(hold, listId, CLIP_LIST, Report::kSetEncodeThreads, &result);
     if (list == nullptr) return result;
     list->changeRenderSettings([threads](RenderSettings& s) { s.encodeThreads = threads; });
