@@ -2,6 +2,7 @@
 
 #include <algorithm>
 #include <cctype>
+#include <vector>
 
 #include <wavoryx/Wavoryx.h>
 
@@ -60,6 +61,26 @@ int SourceFacts::measure(int source) {
     }
     if (mEngine.measureLoudness(source) != 0) return 409;
     state.running = true;
+    return 200;
+}
+
+int SourceFacts::silences(int source, int tenthsDb, unsigned minMs, std::string& json) {
+    if (!mSources.known(source)) return 404;
+    std::lock_guard<std::mutex> guard(mScanLock);
+    // A source still loading is scanned as its load goes on; this waits for
+    // both. A scan's item (no audio) is refused.
+    if (mEngine.scanSilence(source, tenthsDb, minMs) != 0) return 409;
+    mEngine.waitForJob(source, WV_JOB_RENDER, -1, nullptr);
+    const int32_t count = mEngine.getSilences(source, nullptr, 0);
+    if (count < 0) return 409;
+    std::vector<uint32_t> pairs(size_t(count) * 2);
+    if (count > 0 && mEngine.getSilences(source, pairs.data(), uint32_t(count)) != count) return 409;
+    json = "{\"silences\":[";
+    for (size_t i = 0; i < size_t(count); ++i) {
+        json += (i == 0 ? "{\"start\":" : ",{\"start\":") + std::to_string(pairs[2 * i]) +
+                ",\"end\":" + std::to_string(pairs[2 * i + 1]) + "}";
+    }
+    json += "]}";
     return 200;
 }
 

@@ -83,6 +83,7 @@ void Studio::route(const HttpRequest& request, HttpReply& reply) {
     if (get && path == "/api/download") return mExports.download(request.param("name"), reply);
     if (get && path == "/api/info") return infoApi(request, reply);
     if (post && path == "/api/loudness") return loudnessApi(request, reply);
+    if (post && path == "/api/silences") return silencesApi(request, reply);
     if (post && path == "/api/record/start") return recordStartApi(reply);
     if (post && path == "/api/record/stop") return recordStopApi(request, reply);
     static const std::string kListPrefix = "/api/list/";

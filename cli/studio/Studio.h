@@ -55,6 +55,7 @@ private:
     void cancelApi(const HttpRequest& request, HttpReply& reply);
     void infoApi(const HttpRequest& request, HttpReply& reply);
     void loudnessApi(const HttpRequest& request, HttpReply& reply);
+    void silencesApi(const HttpRequest& request, HttpReply& reply);
     void recordStartApi(HttpReply& reply);
     void recordStopApi(const HttpRequest& request, HttpReply& reply);
 
