@@ -1,6 +1,6 @@
 // The side panels: export (with live progress, cancel and download),
-// recording (with the input's level), file facts and loudness, and the
-// clip under the cursor.
+// recording (with the input's level), file facts, loudness and silences,
+// and the clip under the cursor.
 import { getJson, postJson, ApiError } from './api.js';
 import { formatTime } from './view.js';
 
@@ -196,12 +196,33 @@ export class InfoPanel {
       $('info-loudness').replaceChildren(row('', 'measuring…'));
       postJson('/api/loudness', { source: this.source }).catch((err) => this.app.status(err.message));
     });
+    $('find-silences').addEventListener('click', () => this.findSilences().catch((err) => {
+      $('silence-count').textContent = '';
+      this.app.status(err.message);
+    }).finally(() => { $('find-silences').disabled = false; }));
+  }
+
+  // The server's defaults (-50 dBFS, 1 s), as `wavoryx silence` has them.
+  async findSilences() {
+    const source = this.source;
+    if (source === null) return;
+    $('find-silences').disabled = true;
+    $('silence-count').textContent = 'finding…';
+    const answer = await postJson('/api/silences', { source });
+    this.app.setSilences(source, answer.silences);
+    if (source === this.source) this.showSilences();
+  }
+
+  showSilences() {
+    const found = this.app.silences.get(this.source);
+    $('silence-count').textContent = found ? `${found.length} silence${found.length === 1 ? '' : 's'}` : '';
   }
 
   async show(source) {
     this.source = source;
     const s = this.app.sources.get(source);
     $('info-name').textContent = s ? s.name : '';
+    this.showSilences();
     let info;
     try {
       info = await getJson(`/api/info?source=${source}`);

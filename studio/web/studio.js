@@ -14,6 +14,9 @@ const $ = (id) => document.getElementById(id);
 const stats = {
   openAsked: null, firstWaveformMs: null, redraws: [], lastRedrawMs: null, drawn: 0,
   peakRequests: 0, playClicked: null, playStartMs: null,
+  // The last silences found ({source, intervals} in source frames) and the
+  // edit-time [start, end] seconds last shaded.
+  silences: null, silenceRegions: [],
 };
 window.studioStats = stats;
 
@@ -21,6 +24,7 @@ class Studio {
   constructor() {
     this.stats = stats;
     this.sources = new Map();
+    this.silences = new Map(); // source -> [{start, end}] frames
     this.files = [];
     this.edit = new Edit((id) => this.rateOf(id));
     this.peaks = new PeakCache(this.sources, stats);
@@ -40,6 +44,27 @@ class Studio {
   rateOf(id) {
     const s = this.sources.get(id);
     return s && s.sample_rate > 0 ? s.sample_rate : 44100;
+  }
+
+  setSilences(source, intervals) {
+    this.silences.set(source, intervals);
+    stats.silences = { source, intervals };
+    this.view.draw();
+  }
+
+  // The silences inside the kept part of each clip, in edit seconds.
+  silenceRegions() {
+    const { starts } = this.edit.layout();
+    const out = [];
+    this.edit.clips.forEach((clip, i) => {
+      const rate = this.rateOf(clip.source);
+      for (const s of this.silences.get(clip.source) || []) {
+        const a = Math.max(s.start, clip.start);
+        const b = Math.min(s.end, clip.end);
+        if (b > a) out.push([starts[i] + (a - clip.start) / rate, starts[i] + (b - clip.start) / rate]);
+      }
+    });
+    return out;
   }
 
   selection() {

@@ -9,6 +9,7 @@ const COLORS = {
   wave: '#4fb3ff', waveDim: '#2b5c82', loading: '#242a31', axis: '#8793a1', grid: '#2a3038',
   sel: 'rgba(255, 214, 102, 0.22)', selEdge: '#ffd666', cursor: '#f4f6f8', play: '#ff5c5c',
   fade: '#ffd666', join: '#0d0f12', view: 'rgba(79, 179, 255, 0.18)', viewEdge: '#4fb3ff',
+  silence: 'rgba(186, 140, 255, 0.28)',
 };
 const STEPS = [1e-4, 2e-4, 5e-4, 1e-3, 2e-3, 5e-3, 0.01, 0.02, 0.05, 0.1, 0.2, 0.5, 1, 2, 5, 10, 15, 30,
   60, 120, 300, 600, 900, 1800, 3600, 7200];
@@ -230,8 +231,20 @@ export class WaveformView {
       ctx.fillText(label, Math.max(job.x0, x) + 6 * dpr, this.axisHeight + this.headHeight / 2);
       ctx.restore();
     }
+    const regions = this.app.silenceRegions();
+    this.app.stats.silenceRegions = regions;
+    this.paintSilences(ctx, regions, W, top, H - top, this.v0, this.spp);
     this.paintJoins(ctx, top, H - top);
     this.paintMarks(ctx, W, H, this.v0, this.spp, this.axisHeight);
+  }
+
+  paintSilences(ctx, regions, W, top, height, v0, spp) {
+    ctx.fillStyle = COLORS.silence;
+    for (const [a, b] of regions) {
+      const xa = Math.max(0, (a - v0) / spp);
+      const xb = Math.min(W, (b - v0) / spp);
+      if (xb > xa) ctx.fillRect(xa, top, Math.max(1, xb - xa), height);
+    }
   }
 
   // Crossfades (the later clip starts that much earlier in the sound) and
@@ -434,6 +447,7 @@ export class WaveformView {
       ctx.fillStyle = COLORS.join;
       ctx.fillRect(job.x0, 0, 1, H);
     }
+    this.paintSilences(ctx, this.app.silenceRegions(), W, 0, H, 0, spp);
     this.paintMarks(ctx, W, H, 0, spp, 0);
     const vx0 = this.v0 / spp;
     const vx1 = (this.v0 + this.spp * this.width) / spp;

@@ -275,3 +275,58 @@ test('record: the level shows live, the take is listed and goes into the edit at
   assert.equal(await meter.isVisible(), false);
   assert.deepEqual(browser.problems, []);
 });
+
+// A studio of its own on a file with known gaps (its own browser too: the
+// token cookie is per host, not per port).
+test('Find silences shades the silences wavoryx silence finds, inside the kept clips only', async () => {
+  const gapsDir = tempDir();
+  const parts = [];
+  [2, 1.5, 0.5, 1.2].forEach((gap, i) => {
+    parts.push(path.join(gapsDir, `p${i}.wav`));
+    run('sox', ['-n', '-r', String(RATE), '-c', '2', parts[i], 'synth', '1', 'sine', String(440 + 110 * i),
+      'pad', '0', String(gap)]);
+  });
+  run('sox', [...parts, path.join(gapsDir, 'gaps.wav')]);
+  const own = await startStudio(['gaps.wav'], { cwd: gapsDir });
+  const other = await launchBrowser();
+  try {
+    const p = other.page;
+    await p.goto(own.url);
+    await waitLoaded(p);
+    await p.getByRole('button', { name: 'Find silences', exact: true }).click();
+    await p.getByText('3 silences', { exact: true }).waitFor({ timeout: 60000 });
+    const ref = JSON.parse(run(wavoryx, ['silence', '--json', 'gaps.wav'], { cwd: gapsDir }).toString());
+    const state = await p.evaluate(() => window.studioStats.silences);
+    const served = await p.evaluate(async (source) => (await (await fetch('/api/silences', {
+      method: 'POST', headers: { 'Content-Type': 'application/json' }, body: JSON.stringify({ source }),
+    })).json()).silences, state.source);
+    assert.deepEqual(state.intervals, served);
+    assert.deepEqual(state.intervals.map((s) => [+(s.start / RATE).toFixed(3), +(s.end / RATE).toFixed(3)]),
+      ref.map((r) => [r.start, r.end]));
+    await p.waitForFunction(() => window.studioStats.silenceRegions.length === 3);
+    const whole = await p.evaluate(() => window.studioStats.silenceRegions);
+    assert.deepEqual(whole, state.intervals.map((s) => [s.start / RATE, s.end / RATE]));
+
+    // Cutting from 0 to the middle of the first silence keeps its second
+    // half, now at the edit's start; the rest move 1.5 s earlier.
+    await p.getByLabel('Selection start').fill('0');
+    await p.getByLabel('Selection end').fill('1.5');
+    await p.getByLabel('Waveform').focus();
+    await p.getByRole('button', { name: 'Cut', exact: true }).click();
+    await p.waitForFunction(() => window.studioStats.silenceRegions[0][0] === 0);
+    const cut = await p.evaluate(() => window.studioStats.silenceRegions);
+    const near = (a, b) => Math.abs(a - b) < 1e-9;
+    assert.equal(cut.length, 3);
+    cut.forEach(([a, b], i) => {
+      const s = state.intervals[i];
+      assert.ok(near(a, Math.max(0, s.start / RATE - 1.5)) && near(b, s.end / RATE - 1.5), `${cut} against ${whole}`);
+    });
+    await p.screenshot({ path: path.join(process.env.STUDIO_ARTIFACTS || gapsDir, 'studio-silences.png') });
+    assert.deepEqual(other.problems, []);
+  } finally {
+    await other.close();
+    const { code } = await own.stop();
+    assert.equal(code, 130, `wavoryx studio ended with ${code}: ${own.stderr()}`);
+    fs.rmSync(gapsDir, { recursive: true, force: true });
+  }
+});
