@@ -141,17 +141,6 @@ void checkEditOptions(EditOptions& options) {
     checkTagOptions(options.tags);
 }
 
-// A time, as the rest of the command writes them.
-CLI::Validator timeCheck() {
-    return CLI::Validator(
-        [](std::string& input) -> std::string {
-            uint32_t ms = 0;
-            std::string why;
-            return parseTimeMs(input, ms, why) ? std::string() : why;
-        },
-        "");
-}
-
 // A decimal number within [lowest, highest] once rounded to `perUnit`ths.
 CLI::Validator decimalIn(int lowest, int highest, int perUnit, const std::string& unit) {
     const std::string accepted = "use " + std::to_string(lowest) + " to " + std::to_string(highest) + " " + unit;
@@ -632,12 +621,12 @@ void addEffectOptions(CLI::App* edit, EditOptions& options) {
                      std::string("Fade the start of the output in from silence over TIME (the first range's "
                                  "fade-in; its own fade-in= wins); times as ") +
                          kTimeForms)
-        ->check(timeCheck())
+        ->check(timeText())
         ->type_name("TIME");
     edit->add_option("--fade-out", options.fadeOutText,
                      "Fade the end of the output out to silence over TIME (the last range's fade-out; its own "
                      "fade-out= wins)")
-        ->check(timeCheck())
+        ->check(timeText())
         ->type_name("TIME");
     edit->add_option("--fade-shape", options.fadeShape,
                      "Curve of every fade: equal-power (default; a quarter sine, heard as smoother than a straight "
@@ -647,7 +636,7 @@ void addEffectOptions(CLI::App* edit, EditOptions& options) {
     edit->add_option("--crossfade", options.crossfadeText,
                      "Overlap every join by TIME, equal power (the output gets shorter by TIME per join; at most "
                      "half of the shorter clip)")
-        ->check(timeCheck())
+        ->check(timeText())
         ->type_name("TIME");
     edit->add_option("--gain", options.gainText,
                      "Gain of the whole output in dB, -96 to 24, decimals allowed (-3.5); per range: "

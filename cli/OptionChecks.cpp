@@ -4,6 +4,8 @@
 #include <cerrno>
 #include <cstdlib>
 
+#include "TimeSpec.h"
+
 namespace wvcli {
 namespace {
 
@@ -70,6 +72,16 @@ CLI::Validator oneOf(std::vector<std::string> names) {
             return std::string();
         },
         "{" + joined(names, ",") + "}");
+}
+
+CLI::Validator timeText() {
+    return CLI::Validator(
+        [](std::string& input) -> std::string {
+            uint32_t ms = 0;
+            std::string why;
+            return parseTimeMs(input, ms, why) ? std::string() : why;
+        },
+        "");
 }
 
 CLI::Validator indexOf(std::vector<std::string> names) {

@@ -26,6 +26,9 @@ std::string describeRanges(const std::vector<WholeRange>& ranges);
 CLI::Validator wholeNumberIn(std::vector<WholeRange> ranges);
 inline CLI::Validator wholeNumberIn(long lowest, long highest) { return wholeNumberIn({{lowest, highest}}); }
 
+// A time as the command writes them everywhere (TimeSpec.h).
+CLI::Validator timeText();
+
 // One of `names`, compared without regard to case and passed on as
 // written in `names`.
 CLI::Validator oneOf(std::vector<std::string> names);

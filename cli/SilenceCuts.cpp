@@ -7,21 +7,12 @@
 #include <wavoryx/Wavoryx.h>
 
 #include "Jobs.h"
+#include "OptionChecks.h"
 #include "Session.h"
 #include "TimeSpec.h"
 
 namespace wvcli {
 namespace {
-
-CLI::Validator timeText() {
-    return CLI::Validator(
-        [](std::string& input) -> std::string {
-            uint32_t ms = 0;
-            std::string why;
-            return parseTimeMs(input, ms, why) ? std::string() : why;
-        },
-        "");
-}
 
 std::optional<uint32_t> timeOf(const std::string& text) {
     if (text.empty()) return std::nullopt;

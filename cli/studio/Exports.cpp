@@ -9,6 +9,7 @@
 
 #include <wavoryx/Wavoryx.h>
 
+#include "EditTags.h"
 #include "Encoding.h"
 #include "studio/EventHub.h"
 #include "studio/Json.h"
@@ -90,6 +91,11 @@ void Exports::start(const JsonValue& body, HttpReply& reply) {
     mEngine.setOutputPara(list, job.rendering.c_str(), choice.type);
     mEngine.setEncodePara(list, 0, choice.bitrate, 0, 0);
     wvcli::applyEncodingOptions(mEngine, list, choice);
+    // The first source's tags and the sources' chapters come along, as edit
+    // carries them, so that the two write the same file.
+    if (!plan.clips.empty() && !wvcli::applyTagOptions(mEngine, list, plan.clips.front().source, {})) {
+        return fail(reply, 500, "the engine refused the tags");
+    }
     if (lufsTenths != 0) mEngine.setListLoudness(list, lufsTenths, kTruePeakTenths);
     const std::string jobName = job.name;
     {

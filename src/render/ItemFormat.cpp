@@ -1,4 +1,8 @@
+#define WV_LOG_TAG "EncoderThread"
 #include "render/ItemFormat.h"
+
+#include "base/Log.h"
+#include "render/EncoderThread.h"
 
 namespace wv {
 
@@ -32,6 +36,24 @@ bool readyToRead(SPcmInfo* item) {
     const int32_t status = item->status.load();
     return status == CLIP_LIST ? item->clipList->isPcmReady() != 0
                                : status == DECODING || status == PCM_READY;
+}
+
+bool readableNow(SPcmInfo* item, const char* done, const char* job, uint32_t* rate,
+                 uint32_t* channels, JobStep* step) {
+    const int id = static_cast<int>(item->id);
+    if (sourceFailed(item)) {
+        WV_LOGE("item %d has a source whose load failed: it cannot be %s", id, done);
+        *step = JobStep::end(EVT_RENDER_FAILED, -1);
+        return false;
+    }
+    if (readyToRead(item) && measuredFormat(item, rate, channels)) return true;
+    if (item->status.load() == RECORDING) {
+        *step = JobStep::end(EVT_RENDER_FAILED, -1);
+    } else {
+        WV_LOGD("item %d has no format yet: %s waits", id, job);
+        *step = JobStep::wait(EncoderThread::kRetryDelayMs);
+    }
+    return false;
 }
 
 }  // namespace wv

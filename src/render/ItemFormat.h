@@ -5,6 +5,7 @@
 #include <cstdint>
 
 #include "items/SPcmInfo.h"
+#include "threads/ChunkedJobThread.h"
 
 namespace wv {
 
@@ -23,5 +24,13 @@ bool sourceFailed(SPcmInfo* item);
 // The item has data to read, or will have: a list whose sources are ready, a
 // file decoding or decoded.
 bool readyToRead(SPcmInfo* item);
+
+// Whether a reading job can begin on the item now, with its format in
+// *rate and *channels. When not, *step is what the job does instead: end
+// (a failed source, an item still recording) or wait for the format. The
+// log says what cannot be `done` to the item ("measured", "scanned") and
+// which `job` waits.
+bool readableNow(SPcmInfo* item, const char* done, const char* job, uint32_t* rate,
+                 uint32_t* channels, JobStep* step);
 
 }  // namespace wv

@@ -96,19 +96,11 @@ LoudnessJob::~LoudnessJob() = default;
 
 JobStep LoudnessJob::start(WVThreadCmd& cmd) {
     SPcmInfo* item = mWorker.itemOf(cmd);
-    const pcm_id_t id = item->id;
-    if (sourceFailed(item)) {
-        WV_LOGE("item %d has a source whose load failed: it cannot be measured",
-                static_cast<int>(id));
-        return JobStep::end(EVT_RENDER_FAILED, -1);
-    }
     uint32_t rate = 0;
     uint32_t channels = 0;
-    if (!readyToRead(item) || !measuredFormat(item, &rate, &channels)) {
-        if (item->status.load() == RECORDING) return JobStep::end(EVT_RENDER_FAILED, -1);
-        WV_LOGD("item %d has no format yet: the measurement waits", static_cast<int>(id));
-        return JobStep::wait(EncoderThread::kRetryDelayMs);
-    }
+    JobStep instead = JobStep::next(0);
+    if (!readableNow(item, "measured", "the measurement", &rate, &channels, &instead))
+        return instead;
     if (std::unique_ptr<ChannelDecoder> source = multichannelSource(item)) {
         rate = source->rate();
         const uint32_t sourceChannels = source->channels();

@@ -19,19 +19,11 @@ SilenceJob::~SilenceJob() = default;
 
 JobStep SilenceJob::start(WVThreadCmd& cmd) {
     SPcmInfo* item = mWorker.itemOf(cmd);
-    const pcm_id_t id = item->id;
-    if (sourceFailed(item)) {
-        WV_LOGE("item %d has a source whose load failed: it cannot be scanned",
-                static_cast<int>(id));
-        return JobStep::end(EVT_RENDER_FAILED, -1);
-    }
     uint32_t rate = 0;
     uint32_t channels = 0;
-    if (!readyToRead(item) || !measuredFormat(item, &rate, &channels)) {
-        if (item->status.load() == RECORDING) return JobStep::end(EVT_RENDER_FAILED, -1);
-        WV_LOGD("item %d has no format yet: the silence scan waits", static_cast<int>(id));
-        return JobStep::wait(EncoderThread::kRetryDelayMs);
-    }
+    JobStep instead = JobStep::next(0);
+    if (!readableNow(item, "scanned", "the silence scan", &rate, &channels, &instead))
+        return instead;
     mReader.reset(new PcmInfoReader(item));
     mReader->setOutputFormat(static_cast<int32_t>(rate), static_cast<int32_t>(channels));
     // The shortest silence in frames, as ffmpeg's silencedetect rounds it.
