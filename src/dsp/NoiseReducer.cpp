@@ -39,6 +39,10 @@ NoiseReducer::NoiseReducer(int32_t rate, int32_t channels, int32_t amountDb)
                   static_cast<int>(kNoiseFloorDb));
 
     mGraph = avfilter_graph_alloc();
+    // On the caller's thread only: the render already runs on a worker of
+    // its own, and slice threads of the filter would add threads per list
+    // (and synchronise through atomics the race checker cannot see).
+    if (mGraph != nullptr) mGraph->nb_threads = 1;
     mFrame = av_frame_alloc();
     AVFilterContext* source = nullptr;
     AVFilterContext* denoise = nullptr;
