@@ -54,7 +54,7 @@ Setup& setup() {
 
 void renderWith(benchmark::State& state, int denoiseDb, int tempoPercent) {
     Wavoryx engine;
-    const std::string work = setup().dir + "/work/";
+    const std::string work = setup().dir + "/engine-files/";
     std::filesystem::create_directories(work);
     engine.setWorkingDir(work.c_str());
     engine.startThreadLoop(0);
