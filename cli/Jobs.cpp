@@ -11,8 +11,8 @@
 #include <chrono>
 #include <cstdio>
 #include <cstring>
-#include <string>
 #include <memory>
+#include <string>
 
 #include <wavoryx/Wavoryx.h>
 
@@ -397,6 +397,46 @@ int loadSources(Session& session, const std::vector<std::string>& paths, std::ve
     return status;
 }
 
+EngineEvent followRenderJob(Session& session, int id, SourceLoads* loads,
+                            const std::function<bool(const EngineEvent&)>& isJobs,
+                            const std::function<void(int)>& progress, bool* cancelling) {
+    Wavoryx& engine = session.engine();
+    EngineEvent end;
+    for (;;) {
+        if (!*cancelling && interruptSignal() != 0) {
+            *cancelling = true;
+            engine.cancelProcess(id);
+            if (loads != nullptr) loads->cancelRunning();
+            // Once the engine confirms, the events up to its ending one are
+            // queued, and are taken below.
+            if (engine.waitForJob(id, WV_JOB_RENDER, kCancelWaitMs, nullptr) < 0) break;
+        }
+        EngineEvent event;
+        if (!session.waitEvent(event, kPollMs)) continue;
+        if (!isJobs(event)) {
+            if (loads != nullptr) loads->take(event);
+            continue;
+        }
+        if (event.code == WV_EVENT_RENDER_PROGRESS) {
+            progress(event.value);
+        } else if ((event.ends & WV_JOB_RENDER) != 0) {
+            end = event;
+            break;
+        }
+    }
+    return end;
+}
+
+bool loadFailureFollows(Session& session, const EngineEvent& end, SourceLoads* loads) {
+    if (end.code != WV_EVENT_RENDER_FAILED || end.value != -1 || loads == nullptr) return false;
+    const auto until = std::chrono::steady_clock::now() + std::chrono::seconds(2);
+    EngineEvent event;
+    while (!loads->failed() && std::chrono::steady_clock::now() < until) {
+        if (session.waitEvent(event, kPollMs)) loads->take(event);
+    }
+    return loads->failed();
+}
+
 int renderList(Session& session, int listId, const std::string& workPath, const std::string& shownPath,
                SourceLoads* loads, bool measuresFirst, bool inPlace) {
     Wavoryx& engine = session.engine();
@@ -412,40 +452,23 @@ int renderList(Session& session, int listId, const std::string& workPath, const 
         return 1;
     }
     bool cancelling = false;
-    EngineEvent end;
-    for (;;) {
-        if (!cancelling && interruptSignal() != 0) {
-            cancelling = true;
-            engine.cancelProcess(listId);
-            if (loads != nullptr) loads->cancelRunning();
-            // Once the engine confirms, the events up to its ending one are
-            // queued, and are taken below.
-            if (engine.waitForJob(listId, WV_JOB_RENDER, kCancelWaitMs, nullptr) < 0) break;
-        }
-        EngineEvent event;
-        if (!session.waitEvent(event, kPollMs)) continue;
-        if (event.id != listId) {
-            if (loads != nullptr) loads->take(event);
-            continue;
-        }
-        if (event.code == WV_EVENT_RENDER_PROGRESS) {
-            if (measuring && event.value >= kMeasuredPercent) {
+    const EngineEvent end = followRenderJob(
+        session, listId, loads, [&](const EngineEvent& event) { return event.id == listId; },
+        [&](int percent) {
+            if (measuring && percent >= kMeasuredPercent) {
                 bar->finish(true);
                 measuring = false;
                 bar = std::make_unique<Progress>("writing " + baseName(shownPath), session.options().quiet);
                 if (loads != nullptr) loads->setProgress(bar.get(), false);
             }
             if (!measuresFirst) {
-                bar->update(event.value);
+                bar->update(percent);
             } else {
-                bar->update(measuring ? event.value * 100 / kMeasuredPercent
-                                      : (event.value - kMeasuredPercent) * 100 / (100 - kMeasuredPercent));
+                bar->update(measuring ? percent * 100 / kMeasuredPercent
+                                      : (percent - kMeasuredPercent) * 100 / (100 - kMeasuredPercent));
             }
-        } else if ((event.ends & WV_JOB_RENDER) != 0) {
-            end = event;
-            break;
-        }
-    }
+        },
+        &cancelling);
     if (loads != nullptr) loads->setProgress(nullptr, false);
     std::string stopped;
     if (end.code == WV_EVENT_RENDER_STOPPED && !cancelling) {
@@ -466,22 +489,13 @@ int renderList(Session& session, int listId, const std::string& workPath, const 
     bar->finish(end.code == WV_EVENT_RENDER_DONE && (loads == nullptr || !loads->shortOfNeeds()));
     // A source that failed to load ends the render; its own line says why.
     // The render may tell first: the load's event follows at once.
-    if (end.code == WV_EVENT_RENDER_FAILED && end.value == -1 && loads != nullptr) {
-        const auto until = std::chrono::steady_clock::now() + std::chrono::seconds(2);
-        EngineEvent event;
-        while (!loads->failed() && std::chrono::steady_clock::now() < until) {
-            if (session.waitEvent(event, kPollMs)) loads->take(event);
-        }
-        if (loads->failed()) return 1;
-    }
+    if (loadFailureFollows(session, end, loads)) return 1;
     switch (end.code) {
         case WV_EVENT_RENDER_DONE: return 0;
         case WV_EVENT_RENDER_FAILED:
             reportError(shownPath, end.value == -1 ? "cannot write (the file cannot be created)" : "write error");
             break;
-        case WV_EVENT_RENDER_STOPPED:
-            reportError(shownPath, stopped);
-            break;
+        case WV_EVENT_RENDER_STOPPED: reportError(shownPath, stopped); break;
         default: reportError(shownPath, "rendering was cancelled"); break;
     }
     return 1;

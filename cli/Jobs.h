@@ -34,13 +34,13 @@ struct LoadedSource {
     bool ended = false;  // loaded, failed or cancelled
     int sampleRate = 0;  // known from `begun` on
     int channels = 0;
-    uint32_t frames = 0;    // once ok: exact
-    uint32_t expected = 0;  // from `begun` on: the length the container states, in frames
+    uint32_t frames = 0;         // once ok: exact
+    uint32_t expected = 0;       // from `begun` on: the length the container states, in frames
     bool lengthStated = false;   // from `begun` on: whether the container states a length at all
     bool expectedExact = false;  // ... and whether `expected` is exact, counted by the container
-    uint32_t needed = 0;    // frames a list cut before the load ended counts on
-    uint32_t stated = 0;    // from `begun` on: the whole file's stated length, in frames
-    bool ranged = false;    // a load of [fromMs, toMs) of the file only (loadFileRange)
+    uint32_t needed = 0;         // frames a list cut before the load ended counts on
+    uint32_t stated = 0;         // from `begun` on: the whole file's stated length, in frames
+    bool ranged = false;         // a load of [fromMs, toMs) of the file only (loadFileRange)
     uint32_t fromMs = 0;
     uint32_t toMs = 0;
 
@@ -155,6 +155,19 @@ std::string folderProblemText(int error);
 
 // The entry of `path` in `sources`, or nullptr.
 const LoadedSource* findSource(const std::vector<LoadedSource>& sources, const std::string& path);
+
+// Follows a job of the engine's render worker on item `id` (a render, a
+// measurement, a scan) to its ending event, which it returns: `isJobs`
+// tells the job's events from others (handed to `loads`, when given);
+// `progress` gets each progress percentage. On Ctrl-C cancels the job and
+// the running loads and sets *cancelling; the returned event is then the
+// job's end if the engine confirmed within 10 s, else empty.
+EngineEvent followRenderJob(Session& session, int id, SourceLoads* loads,
+                            const std::function<bool(const EngineEvent&)>& isJobs,
+                            const std::function<void(int)>& progress, bool* cancelling);
+// Whether a job that ended with `end` ended because one of `loads` failed:
+// its failure is waited for (up to 2 s, its line printed) and true then.
+bool loadFailureFollows(Session& session, const EngineEvent& end, SourceLoads* loads);
 
 // Renders clip list `listId`, whose output was set to `workPath` (in the
 // working folder, or the user's file: see `inPlace`); failures are reported against `shownPath`, the file the

@@ -2,8 +2,8 @@
 
 #include <cmath>
 
-#include <CLI/CLI.hpp>
 #include <wavoryx/Wavoryx.h>
+#include <CLI/CLI.hpp>
 
 #include "Interrupt.h"
 #include "Jobs.h"
@@ -14,9 +14,6 @@
 namespace wvcli {
 namespace {
 
-constexpr int kPollMs = 100;
-constexpr int kCancelWaitMs = 10000;
-
 std::string baseName(const std::string& path) { return path.substr(path.find_last_of('/') + 1); }
 
 }  // namespace
@@ -24,8 +21,7 @@ std::string baseName(const std::string& path) { return path.substr(path.find_las
 int SilenceChoice::tenthsDb() const { return int(std::lround(thresholdDb * 10.0)); }
 unsigned SilenceChoice::minMs() const { return unsigned(std::lround(minSeconds * 1000.0)); }
 
-void addSilenceOptions(CLI::App* command, SilenceChoice& choice, const std::string& threshold,
-                       const std::string& min) {
+void addSilenceOptions(CLI::App* command, SilenceChoice& choice, const std::string& threshold, const std::string& min) {
     command
         ->add_option(threshold, choice.thresholdDb,
                      "Silence is where every channel stays below DB dBFS, -120 to 0 (default -50)")
@@ -51,41 +47,19 @@ int findSilences(Session& session, int id, const SilenceChoice& choice, SourceLo
         return 1;
     }
     bool cancelling = false;
-    EngineEvent end;
-    for (;;) {
-        if (!cancelling && interruptSignal() != 0) {
-            cancelling = true;
-            engine.cancelProcess(id);
-            if (loads != nullptr) loads->cancelRunning();
-            if (engine.waitForJob(id, WV_JOB_RENDER, kCancelWaitMs, nullptr) < 0) break;
-        }
-        EngineEvent event;
-        if (!session.waitEvent(event, kPollMs)) continue;
-        // The scan's events and a load's may share the item: told apart by code.
-        const bool scans = event.id == id && (event.code == WV_EVENT_RENDER_PROGRESS || (event.ends & WV_JOB_RENDER) != 0);
-        if (!scans) {
-            if (loads != nullptr) loads->take(event);
-            continue;
-        }
-        if (event.code == WV_EVENT_RENDER_PROGRESS) {
-            bar.update(event.value);
-            continue;
-        }
-        end = event;
-        break;
-    }
+    // The scan's events and a load's may share the item: told apart by code.
+    const EngineEvent end = followRenderJob(
+        session, id, loads,
+        [id](const EngineEvent& event) {
+            return event.id == id && (event.code == WV_EVENT_RENDER_PROGRESS || (event.ends & WV_JOB_RENDER) != 0);
+        },
+        [&bar](int percent) { bar.update(percent); }, &cancelling);
     if (loads != nullptr) loads->setProgress(nullptr, false);
     bar.finish(end.code == WV_EVENT_SILENCES && !cancelling);
     if (cancelling) return interruptExitStatus();
     if (end.code != WV_EVENT_SILENCES) {
         // A load that failed says why in its own line.
-        if (end.code == WV_EVENT_RENDER_FAILED && end.value == -1 && loads != nullptr) {
-            EngineEvent event;
-            for (int i = 0; i < 20 && !loads->failed(); ++i) {
-                if (session.waitEvent(event, kPollMs)) loads->take(event);
-            }
-            if (loads->failed()) return 1;
-        }
+        if (loadFailureFollows(session, end, loads)) return 1;
         reportError(shownPath, end.code == WV_EVENT_RENDER_FAILED ? "cannot be read" : "the silence scan stopped");
         return 1;
     }
