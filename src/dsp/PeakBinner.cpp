@@ -2,6 +2,8 @@
 
 #include <algorithm>
 
+#include "base/Vectorise.h"
+
 namespace wv {
 
 namespace {
@@ -11,7 +13,7 @@ struct Extremes {
 };
 // Plain 16-bit minimum and maximum so that the compiler can use vector
 // instructions: an hour of stereo is 318 million samples.
-__attribute__((optimize("O3"))) Extremes extremesOf(const int16_t* samples, uint64_t n) {
+WV_VECTORISE Extremes extremesOf(const int16_t* samples, uint64_t n) {
     int16_t lowest = samples[0];
     int16_t highest = samples[0];
     for (uint64_t i = 1; i < n; ++i) {

@@ -10,6 +10,7 @@
 #include <wavoryx/dsp.h>
 
 #include "base/Log.h"
+#include "base/Vectorise.h"
 
 namespace wv {
 
@@ -20,7 +21,7 @@ uint32_t magnitude(int16_t sample) {
 // The largest magnitude of n samples (32768 for -32768). Kept to plain
 // 16-bit minimum and maximum so that the compiler can use vector
 // instructions: renders feed every sample through here.
-__attribute__((optimize("O3"))) uint32_t peakMagnitude(const int16_t* samples, uint32_t n) {
+WV_VECTORISE uint32_t peakMagnitude(const int16_t* samples, uint32_t n) {
     int16_t lowest = 0;
     int16_t highest = 0;
     for (uint32_t i = 0; i < n; ++i) {
