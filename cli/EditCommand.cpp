@@ -205,7 +205,9 @@ Cut buildClipList(Wavoryx& engine, int list, const EditOptions& options, SourceL
 }
 
 // Sets the effects asked for, and only those. A range's own fade of a side
-// wins over --fade-in (first clip) or --fade-out (last clip).
+// wins over --fade-in (first clip) or --fade-out (last clip). Silence cuts
+// may remove the list's start or end, so then --fade-in and --fade-out go
+// to the edges of what is kept (cutSilences), not to the clips here.
 bool applyEffects(Wavoryx& engine, int list, const EditOptions& options, const std::vector<int>& clips) {
     const auto refused = [](int32_t result, const std::string& what) {
         if (result == 0) return false;
@@ -220,8 +222,9 @@ bool applyEffects(Wavoryx& engine, int list, const EditOptions& options, const s
             refused(engine.setClipGain(list, clips[i], *range.gainMillibels), "the gain of " + range.path)) {
             return false;
         }
-        const bool first = i == 0;
-        const bool last = i + 1 == clips.size();
+        const bool edgesHere = !options.silence.wanted();
+        const bool first = i == 0 && edgesHere;
+        const bool last = i + 1 == clips.size() && edgesHere;
         const bool fades = range.fadeInMs || range.fadeOutMs || (first && options.fadeInMs) ||
                            (last && options.fadeOutMs) || (declick > 0 && clips.size() > 1);
         const uint32_t in = range.fadeInMs.value_or(first ? options.fadeInMs.value_or(0) : declick);
@@ -312,7 +315,8 @@ int cutAndRender(Session& session, SourceLoads& loads, const EditOptions& option
         // found in the output's frames; the list of its kept parts renders.
         engine.setEncodePara(list, options.rate, 0, options.channels, 0);
         engine.setResampleQuality(list, options.resample);
-        const int status = cutSilences(session, list, options.silence, options.fadeShape, &loads, options.output, &out);
+        const int status = cutSilences(session, list, options.silence, {options.fadeInMs, options.fadeOutMs},
+                                       options.fadeShape, &loads, options.output, &out);
         if (status != 0) return status;
         *listOut = out;
         if (options.normalize) engine.setListLoudness(out, options.lufsTenths, options.truePeakTenths);

@@ -102,7 +102,8 @@ std::vector<KeptPart> keptParts(const Silences& silences, uint32_t frames, int r
     return kept;
 }
 
-int cutSilences(Session& session, int list, const SilenceCutChoice& choice, int shape, SourceLoads* loads,
+int cutSilences(Session& session, int list, const SilenceCutChoice& choice, const EdgeFades& edges, int shape,
+                SourceLoads* loads,
                 const std::string& shownPath, int* cutList) {
     Wavoryx& engine = session.engine();
     Silences silences;
@@ -124,10 +125,14 @@ int cutSilences(Session& session, int list, const SilenceCutChoice& choice, int 
     // A fade stays within the silence kept next to its cut.
     uint32_t fadeMs = choice.fadeMs();
     if (choice.shortenMs) fadeMs = std::min(fadeMs, *choice.shortenMs / 2);
-    for (const KeptPart& part : kept) {
+    for (size_t i = 0; i < kept.size(); ++i) {
+        const KeptPart& part = kept[i];
+        uint32_t in = part.cutBefore ? fadeMs : 0;
+        uint32_t out = part.cutAfter ? fadeMs : 0;
+        if (i == 0 && edges.inMs) in = *edges.inMs;
+        if (i + 1 == kept.size() && edges.outMs) out = *edges.outMs;
         const int clip = engine.addClip(cut, list, part.from, part.to);
-        if (clip < 0 || engine.setClipFade(cut, clip, part.cutBefore ? fadeMs : 0, part.cutAfter ? fadeMs : 0,
-                                           shape) != 0) {
+        if (clip < 0 || engine.setClipFade(cut, clip, in, out, shape) != 0) {
             reportError(shownPath, "the engine refused a part of the cut");
             return 1;
         }

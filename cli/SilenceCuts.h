@@ -60,11 +60,19 @@ void settleSilenceCuts(SilenceCutChoice& choice);
 // What is kept of `frames` frames at `rate` with these silences.
 std::vector<KeptPart> keptParts(const Silences& silences, uint32_t frames, int rate, const SilenceCutChoice& choice);
 
+// The fades of the output's start and end (--fade-in, --fade-out).
+struct EdgeFades {
+    std::optional<uint32_t> inMs;
+    std::optional<uint32_t> outMs;
+};
+
 // Scans list `list` (its encode parameters set as the output's) and makes
-// *cutList, a list of its kept parts with their fades in `shape`. `loads`
-// as for findSilences. Returns 0, 1 (reported against shownPath) or the
-// interrupt status.
-int cutSilences(Session& session, int list, const SilenceCutChoice& choice, int shape, SourceLoads* loads,
+// *cutList, a list of its kept parts with their fades in `shape`: at a cut
+// the cut's short fade, at the output's first start and last end `edges`
+// when given. `loads` as for findSilences. Returns 0, 1 (reported against
+// shownPath) or the interrupt status.
+int cutSilences(Session& session, int list, const SilenceCutChoice& choice, const EdgeFades& edges, int shape,
+                SourceLoads* loads,
                 const std::string& shownPath, int* cutList);
 
 }  // namespace wvcli
