@@ -1,5 +1,5 @@
 // Mp3Frames: what the segment encoder needs to know of the layer III frames
-// LAME wrote, and the two edits it makes on them.
+// LAME wrote, and the edits it makes on them.
 //
 // A frame's audio data (its "main data") need not lie in the frame: it
 // starts main_data_begin bytes before the frame's own data area, in the
@@ -9,7 +9,9 @@
 // second's first frame may reach back into frames that are not kept, so
 // the bytes it reaches back to are copied into the unused end of the first
 // encode's last kept frames (spliceJoin), where its main_data_begin then
-// points. No side information changes, so no frame's audio does.
+// points. When that end is too small, a variable-rate stream's last kept
+// frame is made longer first (growFrame). No side information changes, so
+// no frame's audio does.
 #pragma once
 
 #include <cstddef>
