@@ -99,12 +99,15 @@ bool readHeader(const uint8_t* h, Header* header) {
     const int version = (h[1] >> 3) & 3;  // 3 MPEG-1, 2 MPEG-2, 0 MPEG-2.5
     const int rateIndex = (h[2] >> 2) & 3;
     header->kbpsIndex = h[2] >> 4;
-    if (version == 1 || rateIndex == 3 || header->kbpsIndex == 0 || header->kbpsIndex == 15) return false;
+    if (version == 1 || rateIndex == 3 || header->kbpsIndex == 0 || header->kbpsIndex == 15) {
+        return false;
+    }
     header->mpeg1 = version == 3;
     header->rate = kRatesMpeg1[rateIndex] >> (header->mpeg1 ? 0 : version == 2 ? 1 : 2);
     header->channels = (h[3] >> 6) == 3 ? 1 : 2;
     header->crcBytes = (h[1] & 1) == 0 ? 2 : 0;
-    header->sideBytes = header->mpeg1 ? (header->channels == 1 ? 17 : 32) : (header->channels == 1 ? 9 : 17);
+    const bool mono = header->channels == 1;
+    header->sideBytes = header->mpeg1 ? (mono ? 17 : 32) : (mono ? 9 : 17);
     return true;
 }
 
@@ -143,7 +146,8 @@ bool scanMp3Frames(const uint8_t* stream, size_t bytes, std::vector<Mp3Frame>* f
         frame.bytes = length;
         frame.areaAt = 4 + header.crcBytes + header.sideBytes;
         frame.areaStart = areaStart;
-        readSideInfo(h + 4 + header.crcBytes, header.sideBytes, header.mpeg1, header.channels, &frame);
+        readSideInfo(h + 4 + header.crcBytes, header.sideBytes, header.mpeg1, header.channels,
+                     &frame);
         frames->push_back(frame);
         areaStart += frame.areaBytes();
         at += length;

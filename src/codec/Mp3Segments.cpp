@@ -96,7 +96,8 @@ bool Mp3Segments::finish(std::vector<uint8_t>* ready) {
     mHeld.reset();
     mTotals.samples = mInputFrames;
     WV_LOGI("%zu joins: %zu encoded again without a reservoir, frames grown by %llu bytes",
-            mSpliced > 0 ? mSpliced - 1 : 0, mEncodedAgain, static_cast<unsigned long long>(mGrownBytes));
+            mSpliced > 0 ? mSpliced - 1 : 0, mEncodedAgain,
+            static_cast<unsigned long long>(mGrownBytes));
     for (size_t i = 0; i < 100; ++i) {
         const size_t frame = i * mFrameOffsets.size() / 100;
         mTotals.percentOffsets.push_back(frame < mFrameOffsets.size() ? mFrameOffsets[frame] : 0);
@@ -248,8 +249,8 @@ bool Mp3Segments::join(std::unique_ptr<Segment> next, std::vector<uint8_t>* read
             // before it may get a higher bit rate instead, the one that
             // costs the fewest bytes in the window.
             if (!mVariableRate || !shapesMeet(before, after)) continue;
-            const uint32_t bytes =
-                grownFrameBytes(mHeld->output.data(), before, after.dataBegin - roomAfterData(before));
+            const uint32_t more = after.dataBegin - roomAfterData(before);
+            const uint32_t bytes = grownFrameBytes(mHeld->output.data(), before, more);
             if (bytes != 0 && (least == 0 || bytes - before.bytes < least)) {
                 least = bytes - before.bytes;
                 chosen = grid;

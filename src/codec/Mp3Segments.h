@@ -11,9 +11,9 @@
 // the window shapes meet (Mp3Frames: joinFits, spliceJoin). In a
 // variable-rate stream, where that room is seldom left, the last frame
 // before the join may get a higher bit rate to make it (growFrame). When
-// no join fits the next segment is encoded again without a reservoir. Only the first
-// segment's encoder writes the info frame, restated at the end for the
-// whole stream.
+// no join fits the next segment is encoded again without a reservoir. Only
+// the first segment's encoder writes the info frame, restated at the end
+// for the whole stream.
 //
 // Used by Mp3Encoder from one thread; the workers it starts are its own and
 // are stopped (an encode in progress left after at most one block) when it

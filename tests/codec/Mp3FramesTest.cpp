@@ -45,8 +45,8 @@ std::vector<uint8_t> encodeVbr(int rate, int channels, bool crc) {
         for (int c = 0; c < channels; ++c) {
             state = state * 1664525u + 1013904223u;
             const double noise = (static_cast<int32_t>(state >> 16) - 32768) / 32768.0;
-            pcm[size_t(i) * channels + c] =
-                static_cast<int16_t>(7000 * std::sin(2 * M_PI * (300 + 200 * c) * t) * (0.6 + 0.4 * std::sin(7 * t)) + 800 * noise);
+            const double tone = std::sin(2 * M_PI * (300 + 200 * c) * t) * (0.6 + 0.4 * std::sin(7 * t));
+            pcm[size_t(i) * channels + c] = static_cast<int16_t>(7000 * tone + 800 * noise);
         }
     }
     std::vector<uint8_t> out(size_t(frames) * 5 / 4 + 7200);
@@ -127,7 +127,8 @@ TEST(Mp3Frames, AGrownFrameLeavesTheRoomAskedAndDecodesAsBefore) {
 
             // The stream up to the frame decodes to the same samples, the
             // frame check passing.
-            std::vector<uint8_t> cut(stream.begin(), stream.begin() + static_cast<ptrdiff_t>(before.offset + before.bytes));
+            const auto end = stream.begin() + static_cast<ptrdiff_t>(before.offset + before.bytes);
+            const std::vector<uint8_t> cut(stream.begin(), end);
             writeBytes(dir.file("cut.mp3"), cut);
             writeBytes(dir.file("grown.mp3"), grown);
             std::vector<int16_t> a, b;
