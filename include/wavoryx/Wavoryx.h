@@ -690,9 +690,9 @@ public:
      * about 10 s on that many threads, joined so that the file decodes to
      * exactly the list's frames, at the same place, gapless (the audio of
      * each join within LAME's own run-to-run differences, not the bytes of
-     * a one-thread encode); a render of one segment or less, an MP3
-     * whose rate LAME converts, or a VBR MP3 (larger and slower in
-     * segments), is encoded on one thread as before. FLAC,
+     * a one-thread encode; a VBR MP3 at most a few hundred bytes per join
+     * larger); a render of one segment or less, or an MP3 whose rate LAME
+     * converts, is encoded on one thread as before. FLAC,
      * Opus, AAC and Vorbis are encoded on one thread of their own while
      * the render's thread reads, mixes and applies effects to the list:
      * the same bytes as with 1 (Ogg stream serial numbers aside, which

@@ -69,9 +69,7 @@ int Mp3Encoder::initEncoder(uint32_t sampleRate, uint32_t channels, uint32_t bit
     mAverageRate = !fits;
     mLame = startLame(mAverageRate, infoFrame);
     if (mLame == nullptr) return INIT_FAILED;
-    // VBR in segments cost up to 80 % more CPU and 7 % more bytes on some
-    // signals (measured; see docs/BENCHMARKS.md): one encoder.
-    mThreaded = mOptions.threads > 1 && infoFrame && format == FORMAT_PCM_16 && mOptions.vbr == 0 &&
+    mThreaded = mOptions.threads > 1 && infoFrame && format == FORMAT_PCM_16 &&
                 lame_get_out_samplerate(mLame) == static_cast<int>(mSampleRate);
 
     mInfoFrameOffset = 0;
@@ -139,6 +137,10 @@ bool Mp3Encoder::infoFrameFits(lame_global_struct* lame) const {
     return frameBytes >= sideInfo + 156;
 }
 
+size_t Mp3Encoder::segmentsEncodedAgain() const {
+    return mSegments ? mSegments->encodedAgain() : 0;
+}
+
 uint32_t Mp3Encoder::outputSampleRate() const {
     return mLame != nullptr ? static_cast<uint32_t>(lame_get_out_samplerate(mLame)) : mInputRate;
 }
@@ -174,7 +176,7 @@ int Mp3Encoder::encodeShared(const int16_t* pcm, int bytes) {
                 lame_global_struct* lame = startLame(average, infoFrame, reservoir);
                 return lame;
             },
-            mOptions.threads, mSampleRate, mChannels, frameSamples));
+            mOptions.threads, mSampleRate, mChannels, frameSamples, mOptions.vbr > 0));
         std::vector<int16_t> held;
         held.swap(mHeldInput);
         if (!mSegments->push(held.data(), held.size() / mChannels, &ready)) return WRITE_ERROR;

@@ -69,9 +69,12 @@ public:
     int lastBytes() const { return mLastBytes; }
     // Whether encoding() shares the work among threads (see Mp3Segments):
     // options asked for more than one, the output can seek (for the info
-    // frame), LAME keeps the input's rate, and the bit rate is constant. False again after a flush
+    // frame), and LAME keeps the input's rate. False again after a flush
     // of no more than one segment, which one encoder did alone.
     bool threaded() const { return mThreaded; }
+    // Segments a threaded encode had to encode again without a reservoir
+    // because no join fitted (see Mp3Segments).
+    size_t segmentsEncodedAgain() const;
 
 private:
     // The largest MPEG audio frame (320 kbit/s at 32 kHz, padded).

@@ -79,6 +79,56 @@ void areaBytesBefore(const std::vector<Mp3Frame>& frames, size_t index, uint64_t
     }
 }
 
+// What a frame header says, as far as the frame's length goes.
+struct Header {
+    bool mpeg1 = false;
+    int rate = 0;
+    int kbpsIndex = 0;
+    int channels = 0;
+    uint32_t crcBytes = 0;
+    uint32_t sideBytes = 0;
+    uint32_t length(int index, int padding) const {
+        const int kbps = (mpeg1 ? kKbpsMpeg1 : kKbpsMpeg2)[index];
+        return static_cast<uint32_t>((mpeg1 ? 144000 : 72000) * kbps / rate + padding);
+    }
+};
+
+// False when `h` starts no layer III frame of a rate and bit rate in the tables.
+bool readHeader(const uint8_t* h, Header* header) {
+    if (h[0] != 0xFF || (h[1] & 0xE0) != 0xE0 || ((h[1] >> 1) & 3) != 1) return false;
+    const int version = (h[1] >> 3) & 3;  // 3 MPEG-1, 2 MPEG-2, 0 MPEG-2.5
+    const int rateIndex = (h[2] >> 2) & 3;
+    header->kbpsIndex = h[2] >> 4;
+    if (version == 1 || rateIndex == 3 || header->kbpsIndex == 0 || header->kbpsIndex == 15) {
+        return false;
+    }
+    header->mpeg1 = version == 3;
+    header->rate = kRatesMpeg1[rateIndex] >> (header->mpeg1 ? 0 : version == 2 ? 1 : 2);
+    header->channels = (h[3] >> 6) == 3 ? 1 : 2;
+    header->crcBytes = (h[1] & 1) == 0 ? 2 : 0;
+    const bool mono = header->channels == 1;
+    header->sideBytes = header->mpeg1 ? (mono ? 17 : 32) : (mono ? 9 : 17);
+    return true;
+}
+
+// The frame check of a protected frame: CRC-16 (polynomial 0x8005, not
+// reflected, from 0xFFFF) of the header's last two bytes and the side
+// information.
+uint16_t frameCrc(const uint8_t* h, uint32_t sideBytes) {
+    uint16_t crc = 0xFFFF;
+    auto add = [&crc](uint8_t byte) {
+        for (int bit = 7; bit >= 0; --bit) {
+            const bool top = ((crc >> 15) & 1u) != ((byte >> bit) & 1u);
+            crc = static_cast<uint16_t>(crc << 1);
+            if (top) crc ^= 0x8005;
+        }
+    };
+    add(h[2]);
+    add(h[3]);
+    for (uint32_t i = 0; i < sideBytes; ++i) add(h[6 + i]);
+    return crc;
+}
+
 }  // namespace
 
 bool scanMp3Frames(const uint8_t* stream, size_t bytes, std::vector<Mp3Frame>* frames) {
@@ -87,26 +137,17 @@ bool scanMp3Frames(const uint8_t* stream, size_t bytes, std::vector<Mp3Frame>* f
     uint64_t areaStart = 0;
     while (at + 4 <= bytes) {
         const uint8_t* h = stream + at;
-        if (h[0] != 0xFF || (h[1] & 0xE0) != 0xE0 || ((h[1] >> 1) & 3) != 1) return false;
-        const int version = (h[1] >> 3) & 3;  // 3 MPEG-1, 2 MPEG-2, 0 MPEG-2.5
-        const int rateIndex = (h[2] >> 2) & 3;
-        const int kbpsIndex = h[2] >> 4;
-        if (version == 1 || rateIndex == 3 || kbpsIndex == 0 || kbpsIndex == 15) return false;
-        const bool mpeg1 = version == 3;
-        const int rate = kRatesMpeg1[rateIndex] >> (mpeg1 ? 0 : version == 2 ? 1 : 2);
-        const int kbps = (mpeg1 ? kKbpsMpeg1 : kKbpsMpeg2)[kbpsIndex];
-        const uint32_t length =
-            static_cast<uint32_t>((mpeg1 ? 144000 : 72000) * kbps / rate + ((h[2] >> 1) & 1));
-        const int channels = (h[3] >> 6) == 3 ? 1 : 2;
-        const uint32_t crcBytes = (h[1] & 1) == 0 ? 2 : 0;
-        const uint32_t sideBytes = mpeg1 ? (channels == 1 ? 17 : 32) : (channels == 1 ? 9 : 17);
-        if (at + length > bytes || length < 4 + crcBytes + sideBytes) return false;
+        Header header;
+        if (!readHeader(h, &header)) return false;
+        const uint32_t length = header.length(header.kbpsIndex, (h[2] >> 1) & 1);
+        if (at + length > bytes || length < 4 + header.crcBytes + header.sideBytes) return false;
         Mp3Frame frame;
         frame.offset = at;
         frame.bytes = length;
-        frame.areaAt = 4 + crcBytes + sideBytes;
+        frame.areaAt = 4 + header.crcBytes + header.sideBytes;
         frame.areaStart = areaStart;
-        readSideInfo(h + 4 + crcBytes, sideBytes, mpeg1, channels, &frame);
+        readSideInfo(h + 4 + header.crcBytes, header.sideBytes, header.mpeg1, header.channels,
+                     &frame);
         frames->push_back(frame);
         areaStart += frame.areaBytes();
         at += length;
@@ -114,16 +155,63 @@ bool scanMp3Frames(const uint8_t* stream, size_t bytes, std::vector<Mp3Frame>* f
     return at == bytes;
 }
 
-bool joinFits(const Mp3Frame& last, const Mp3Frame& next) {
+uint32_t roomAfterData(const Mp3Frame& last) {
     const uint64_t areaEnd = last.areaStart + last.areaBytes();
     const uint64_t dataEnd = last.areaStart - last.dataBegin + (last.dataBits + 7) / 8;
-    if (dataEnd > areaEnd || areaEnd - dataEnd < next.dataBegin) return false;
+    return dataEnd > areaEnd ? 0 : static_cast<uint32_t>(areaEnd - dataEnd);
+}
+
+bool shapesMeet(const Mp3Frame& last, const Mp3Frame& next) {
     for (int ch = 0; ch < 2; ++ch) {
         const bool longEnds = last.lastBlock[ch] == 0 || last.lastBlock[ch] == 3;
         const bool longStarts = next.firstBlock[ch] == 0 || next.firstBlock[ch] == 1;
         if (longEnds != longStarts) return false;
     }
     return true;
+}
+
+bool joinFits(const Mp3Frame& last, const Mp3Frame& next) {
+    const uint64_t areaEnd = last.areaStart + last.areaBytes();
+    const uint64_t dataEnd = last.areaStart - last.dataBegin + (last.dataBits + 7) / 8;
+    if (dataEnd > areaEnd || areaEnd - dataEnd < next.dataBegin) return false;
+    return shapesMeet(last, next);
+}
+
+uint32_t grownFrameBytes(const uint8_t* stream, const Mp3Frame& frame, uint32_t more) {
+    Header header;
+    if (!readHeader(stream + frame.offset, &header)) return 0;
+    uint32_t best = 0;
+    for (int index = header.kbpsIndex; index < 15; ++index) {
+        for (int padding = 0; padding < 2; ++padding) {
+            const uint32_t length = header.length(index, padding);
+            if (length >= frame.bytes + more && (best == 0 || length < best)) best = length;
+        }
+    }
+    return best;
+}
+
+void growFrame(std::vector<uint8_t>* stream, std::vector<Mp3Frame>* frames, size_t index,
+               uint32_t bytes) {
+    Mp3Frame& frame = (*frames)[index];
+    uint8_t* h = stream->data() + frame.offset;
+    Header header;
+    readHeader(h, &header);
+    for (int kbps = header.kbpsIndex; kbps < 15; ++kbps) {
+        for (int padding = 0; padding < 2; ++padding) {
+            if (header.length(kbps, padding) != bytes) continue;
+            h[2] = static_cast<uint8_t>((kbps << 4) | (h[2] & 0x0D) | (padding << 1));
+            if (header.crcBytes != 0) {
+                const uint16_t crc = frameCrc(h, header.sideBytes);
+                h[4] = static_cast<uint8_t>(crc >> 8);
+                h[5] = static_cast<uint8_t>(crc & 0xFF);
+            }
+            stream->resize(frame.offset + frame.bytes);
+            stream->resize(frame.offset + bytes, 0);
+            frame.bytes = bytes;
+            frames->resize(index + 1);
+            return;
+        }
+    }
 }
 
 void spliceJoin(std::vector<uint8_t>* first, const std::vector<Mp3Frame>& firstFrames,

@@ -1,5 +1,5 @@
 // Mp3Frames: what the segment encoder needs to know of the layer III frames
-// LAME wrote, and the two edits it makes on them.
+// LAME wrote, and the edits it makes on them.
 //
 // A frame's audio data (its "main data") need not lie in the frame: it
 // starts main_data_begin bytes before the frame's own data area, in the
@@ -9,7 +9,9 @@
 // second's first frame may reach back into frames that are not kept, so
 // the bytes it reaches back to are copied into the unused end of the first
 // encode's last kept frames (spliceJoin), where its main_data_begin then
-// points. No side information changes, so no frame's audio does.
+// points. When that end is too small, a variable-rate stream's last kept
+// frame is made longer first (growFrame). No side information changes, so
+// no frame's audio does.
 #pragma once
 
 #include <cstddef>
@@ -38,12 +40,33 @@ struct Mp3Frame {
 // end).
 bool scanMp3Frames(const uint8_t* stream, size_t bytes, std::vector<Mp3Frame>* frames);
 
+// Bytes frame `last` leaves unused at the end of its data area, after its
+// main data.
+uint32_t roomAfterData(const Mp3Frame& last);
+
+// Whether the window shapes of frame `last` of a first encode and frame
+// `next` of a second meet (a long block ends where a long or start block
+// begins, a short or start block where a short or stop block begins), so
+// the decoder's overlap cancels as in one encode.
+bool shapesMeet(const Mp3Frame& last, const Mp3Frame& next);
+
 // Whether frame `next` of a second encode may follow frame `last` of a
-// first: what `next` reaches back to fits in the room `last`'s encode
-// leaves unused at its end, and the window shapes meet (a long block ends
-// where a long or start block begins, a short or start block where a short
-// or stop block begins), so the decoder's overlap cancels as in one encode.
+// first as they are: what `next` reaches back to fits in the room `last`
+// leaves (roomAfterData), and their shapes meet.
 bool joinFits(const Mp3Frame& last, const Mp3Frame& next);
+
+// A variable-rate stream may change the bit rate from frame to frame: the
+// length of `frame` (of `stream`) at the smallest bit rate and padding
+// that make it at least `more` bytes longer; 0 when none does.
+uint32_t grownFrameBytes(const uint8_t* stream, const Mp3Frame& frame, uint32_t more);
+
+// Gives frame `index` of `stream` the length `bytes` from grownFrameBytes:
+// its header gets that bit rate and padding (and its CRC again, when it has
+// one), its data area zero bytes at the end; its main data stays where it
+// was, so no frame's audio changes. The frames after it are dropped (their
+// main data would no longer be where they point).
+void growFrame(std::vector<uint8_t>* stream, std::vector<Mp3Frame>* frames, size_t index,
+               uint32_t bytes);
 
 // Copies the main_data_begin bytes frame `nextIndex` of `second` reaches
 // back to into the end of the data areas of `first`'s frames up to

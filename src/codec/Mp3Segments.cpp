@@ -43,8 +43,9 @@ uint64_t Mp3Segments::soleSegmentSamples(uint32_t rate, uint32_t frameSamples) {
 }
 
 Mp3Segments::Mp3Segments(StartLame start, int threads, uint32_t rate, uint32_t channels,
-                         uint32_t frameSamples)
+                         uint32_t frameSamples, bool variableRate)
     : mStart(std::move(start)),
+      mVariableRate(variableRate),
       mChannels(channels),
       mFrameSamples(frameSamples),
       mSegmentFrames(segmentFrames(rate, frameSamples)),
@@ -94,6 +95,9 @@ bool Mp3Segments::finish(std::vector<uint8_t>* ready) {
     if (mHeld) emitFrames(*mHeld, mHeldFrom, mHeld->frames.size(), ready);
     mHeld.reset();
     mTotals.samples = mInputFrames;
+    WV_LOGI("%zu joins: %zu encoded again without a reservoir, frames grown by %llu bytes",
+            mSpliced > 0 ? mSpliced - 1 : 0, mEncodedAgain,
+            static_cast<unsigned long long>(mGrownBytes));
     for (size_t i = 0; i < 100; ++i) {
         const size_t frame = i * mFrameOffsets.size() / 100;
         mTotals.percentOffsets.push_back(frame < mFrameOffsets.size() ? mFrameOffsets[frame] : 0);
@@ -226,22 +230,40 @@ bool Mp3Segments::join(std::unique_ptr<Segment> next, std::vector<uint8_t>* read
     }
     const uint64_t first = static_cast<uint64_t>(next->index) * mSegmentFrames;
     uint64_t chosen = 0;
+    uint32_t grown = 0;  // the new length of the last frame before the join; 0: as it is
     auto pick = [&](bool any) {
+        uint32_t least = 0;
         for (uint64_t grid = first; grid < first + kJoinWindow; ++grid) {
             const size_t last = mHeld->at(grid - 1);
             const size_t nextAt = next->at(grid);
             if (last >= mHeld->frames.size() || nextAt >= next->frames.size() || nextAt == 0) continue;
-            if (any || joinFits(mHeld->frames[last], next->frames[nextAt])) {
+            const Mp3Frame& before = mHeld->frames[last];
+            const Mp3Frame& after = next->frames[nextAt];
+            if (any || joinFits(before, after)) {
                 chosen = grid;
+                grown = 0;
                 return true;
             }
+            // A variable rate picks the smallest frame that holds its data,
+            // so the room a join needs is seldom there: the last frame
+            // before it may get a higher bit rate instead, the one that
+            // costs the fewest bytes in the window.
+            if (!mVariableRate || !shapesMeet(before, after)) continue;
+            const uint32_t more = after.dataBegin - roomAfterData(before);
+            const uint32_t bytes = grownFrameBytes(mHeld->output.data(), before, more);
+            if (bytes != 0 && (least == 0 || bytes - before.bytes < least)) {
+                least = bytes - before.bytes;
+                chosen = grid;
+                grown = bytes;
+            }
         }
-        return false;
+        return least != 0;
     };
     if (!pick(false)) {
         // Rare: then no frame of the window reaches back at all.
         WV_LOGI("segment %zu: no join in the window fits; encoded again without a reservoir",
                 next->index);
+        ++mEncodedAgain;
         next->reservoir = false;
         if (!encodeSegment(*next)) return false;
         if (!pick(false) && !pick(true)) return false;
@@ -249,6 +271,10 @@ bool Mp3Segments::join(std::unique_ptr<Segment> next, std::vector<uint8_t>* read
     std::vector<int16_t>().swap(next->input);
     const size_t last = mHeld->at(chosen - 1);
     const size_t nextAt = next->at(chosen);
+    if (grown != 0) {
+        mGrownBytes += grown - mHeld->frames[last].bytes;
+        growFrame(&mHeld->output, &mHeld->frames, last, grown);
+    }
     spliceJoin(&mHeld->output, mHeld->frames, last, next->output, next->frames, nextAt);
     emitFrames(*mHeld, mHeldFrom, last + 1, ready);
     mHeld = std::move(next);

@@ -8,10 +8,12 @@
 // kLookahead frames past the segment's end; the frames outside are
 // dropped. The join with the next segment is the first frame of the window
 // where the next encoder's reservoir fits in the room this one leaves and
-// the window shapes meet (Mp3Frames: joinFits, spliceJoin); when none does
-// the next segment is encoded again without a reservoir. Only the first
-// segment's encoder writes the info frame, restated at the end for the
-// whole stream.
+// the window shapes meet (Mp3Frames: joinFits, spliceJoin). In a
+// variable-rate stream, where that room is seldom left, the last frame
+// before the join may get a higher bit rate to make it (growFrame). When
+// no join fits the next segment is encoded again without a reservoir. Only
+// the first segment's encoder writes the info frame, restated at the end
+// for the whole stream.
 //
 // Used by Mp3Encoder from one thread; the workers it starts are its own and
 // are stopped (an encode in progress left after at most one block) when it
@@ -51,8 +53,10 @@ public:
     // encoder alone.
     static uint64_t soleSegmentSamples(uint32_t rate, uint32_t frameSamples);
 
+    // `variableRate`: the frames' bit rates may differ (VBR); a constant
+    // rate keeps every frame's header as LAME wrote it.
     Mp3Segments(StartLame start, int threads, uint32_t rate, uint32_t channels,
-                uint32_t frameSamples);
+                uint32_t frameSamples, bool variableRate = false);
     ~Mp3Segments();
     Mp3Segments(const Mp3Segments&) = delete;
     Mp3Segments& operator=(const Mp3Segments&) = delete;
@@ -65,6 +69,10 @@ public:
     // After finish(): the info frame stating the whole stream, to put in
     // the place of the first bytes handed out; empty when there is none.
     std::vector<uint8_t> infoFrame() const;
+    // Joins so far whose next segment had to be encoded again without a
+    // reservoir, and the bytes frames before joins grew by.
+    size_t encodedAgain() const { return mEncodedAgain; }
+    uint64_t grownBytes() const { return mGrownBytes; }
 
 private:
     struct Segment;
@@ -81,6 +89,7 @@ private:
     void emitFrames(const Segment& segment, size_t from, size_t to, std::vector<uint8_t>* ready);
 
     const StartLame mStart;
+    const bool mVariableRate;
     const uint32_t mChannels;
     const uint32_t mFrameSamples;
     const uint32_t mSegmentFrames;
@@ -95,6 +104,8 @@ private:
 
     std::unique_ptr<Segment> mHeld;  // the last segment joined; its frames from mHeldFrom on wait
     size_t mHeldFrom = 0;
+    size_t mEncodedAgain = 0;
+    uint64_t mGrownBytes = 0;
     std::vector<uint8_t> mInfoFrame;
     Mp3Totals mTotals;
     std::vector<uint64_t> mFrameOffsets;  // of every audio frame handed out

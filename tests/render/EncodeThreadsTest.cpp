@@ -1,6 +1,7 @@
 // Renders on several encoder threads: the setting's checks, a list's MP3 of
-// many segments decodes to exactly the list's frames, and a cancel or a
-// full storage mid-way leaves nothing behind and an existing file as it was.
+// many segments (constant-rate or VBR) decodes to exactly the list's frames,
+// and a cancel or a full storage mid-way leaves nothing behind and an
+// existing file as it was.
 #include <gtest/gtest.h>
 
 #include <set>
@@ -45,16 +46,19 @@ TEST_F(EncodeThreads, AnMp3OfManySegmentsHoldsExactlyTheListsFrames) {
     if (!wvtest::haveFfmpeg()) GTEST_SKIP() << "ffmpeg/ffprobe not installed";
     const uint32_t frames = 35 * 44100 + 123;
     wv::SPcmInfo* a = addPcmItem(patternSamples(frames, 2, 4), 44100, 2);
-    const uint32_t list = newList({{a, 1000, frames / 2}, {a, frames / 2 + 5000, frames}});
     const uint32_t listFrames = frames / 2 - 1000 + frames - (frames / 2 + 5000);
-    const std::string out = dir.file("many.mp3");
-    ASSERT_EQ(engine->setOutputPara(list, out.c_str(), ENCODE_MP3), 0);
-    ASSERT_EQ(engine->setEncodeThreads(list, 3), 0);
-    ASSERT_EQ(render(list).code, wv::EVT_RENDER_DONE);
-    EXPECT_EQ(engine->getPcmFrameLength(list), int32_t(listFrames));
-    std::vector<int16_t> decoded;
-    ASSERT_TRUE(wvtest::decodeToPcm16(out, dir.path(), &decoded));
-    EXPECT_EQ(decoded.size(), size_t(listFrames) * 2);
+    for (int vbr : {0, 3}) {
+        const uint32_t list = newList({{a, 1000, frames / 2}, {a, frames / 2 + 5000, frames}});
+        const std::string out = dir.file("many" + std::to_string(vbr) + ".mp3");
+        ASSERT_EQ(engine->setOutputPara(list, out.c_str(), ENCODE_MP3), 0);
+        ASSERT_EQ(engine->setEncodeThreads(list, 3), 0);
+        ASSERT_EQ(engine->setEncodeOptions(list, 5, vbr, 1), 0);
+        ASSERT_EQ(render(list).code, wv::EVT_RENDER_DONE) << "vbr " << vbr;
+        EXPECT_EQ(engine->getPcmFrameLength(list), int32_t(listFrames)) << "vbr " << vbr;
+        std::vector<int16_t> decoded;
+        ASSERT_TRUE(wvtest::decodeToPcm16(out, dir.path(), &decoded));
+        EXPECT_EQ(decoded.size(), size_t(listFrames) * 2) << "vbr " << vbr;
+    }
 }
 
 TEST_F(EncodeThreads, FlacAndAacOnAThreadOfTheirOwnWriteTheBytesOfOne) {
@@ -75,7 +79,9 @@ TEST_F(EncodeThreads, FlacAndAacOnAThreadOfTheirOwnWriteTheBytesOfOne) {
 }
 
 TEST_F(EncodeThreads, ACancelMidWayLeavesNoFileAndTheExistingOneWhole) {
-    for (encode_type type : {ENCODE_MP3, ENCODE_FLAC, ENCODE_OPUS}) {
+    const std::pair<encode_type, int> kinds[] = {{ENCODE_MP3, 0}, {ENCODE_MP3, 2}, {ENCODE_FLAC, 0}, {ENCODE_OPUS, 0}};
+    for (const auto& [type, vbr] : kinds) {
+        SCOPED_TRACE("type " + std::to_string(type) + " vbr " + std::to_string(vbr));
         const uint32_t frames = 40 * 44100;
         wv::SPcmInfo* source = addPcmItem(patternSamples(frames, 2, 9), 44100, 2, wv::DECODING);
         source->totalFrames = frames + 44100;  // more to come, as far as the render knows
@@ -87,6 +93,7 @@ TEST_F(EncodeThreads, ACancelMidWayLeavesNoFileAndTheExistingOneWhole) {
             const uint32_t list = newList({{source, 0, frames + 44100}});
             ASSERT_EQ(engine->setOutputPara(list, path.c_str(), type), 0);
             ASSERT_EQ(engine->setEncodeThreads(list, 2), 0);
+            ASSERT_EQ(engine->setEncodeOptions(list, 5, vbr, vbr > 0 ? 1 : 0), 0);
             ASSERT_EQ(engine->process(list), 0);
             lists.push_back(list);
         }
@@ -111,13 +118,15 @@ TEST_F(EncodeThreads, StorageFullMidWayStopsAndKeepsTheExistingFile) {
     if (!fs.mounted()) GTEST_SKIP() << fs.skipReason();
     const uint32_t frames = 30 * 44100;  // about 1.2 MB at 320 kbit/s, more as FLAC
     wv::SPcmInfo* item = addPcmItem(patternSamples(frames, 2, 3), 44100, 2);
-    for (encode_type type : {ENCODE_MP3, ENCODE_FLAC, ENCODE_AAC}) {
+    const std::pair<encode_type, int> kinds[] = {{ENCODE_MP3, 0}, {ENCODE_MP3, 1}, {ENCODE_FLAC, 0}, {ENCODE_AAC, 0}};
+    for (const auto& [type, vbr] : kinds) {
         const std::string out = plantOutput(fs.path(), std::string("full") + wv::formatSuffix(wv::EncodeFormat(type)));
         const std::set<std::string> before = namesIn(fs.path());
         const uint32_t list = newList({{item, 0, frames}});
         ASSERT_EQ(engine->setOutputPara(list, out.c_str(), type), 0);
         ASSERT_EQ(engine->setEncodeThreads(list, 2), 0);
-        EXPECT_EQ(render(list).code, wv::EVT_RENDER_STOPPED) << "type " << type;
+        ASSERT_EQ(engine->setEncodeOptions(list, 5, vbr, vbr > 0 ? 1 : 0), 0);
+        EXPECT_EQ(render(list).code, wv::EVT_RENDER_STOPPED) << "type " << type << " vbr " << vbr;
         expectUntouched(out);
         EXPECT_EQ(namesIn(fs.path()), before);
     }
