@@ -418,6 +418,35 @@ TEST_F(NormalisedRenderTest, ListsMeasuredInOnePieceRenderTheBytesOfOneThreadOnA
         ASSERT_GT(bytes[0].size(), 44u);
         EXPECT_TRUE(bytes[1] == bytes[0]);
     }
+
+    // A source still loading when the render starts: measured in one piece
+    // as its data comes.
+    std::vector<char> loaded[2];
+    for (int threads : {1, 2}) {
+        SCOPED_TRACE("a source still loading");
+        wv::SPcmInfo* loading = addPcmItem(music, 44100, 2, wv::DECODING);
+        loading->frames = 44100 * 3;
+        const uint32_t list = newList({{loading, 0, uint32_t(music.size() / 2)}});
+        const std::string out = dir.file("loading-" + std::to_string(threads) + ".wav");
+        ASSERT_EQ(engine->setOutputPara(list, out.c_str(), ENCODE_WAV), 0);
+        ASSERT_EQ(engine->setEncodeThreads(list, threads), 0);
+        ASSERT_EQ(engine->setListLoudness(list, -160, -10), 0);
+        ASSERT_EQ(engine->process(list), 0);
+        ASSERT_TRUE(waitUntil([&] {
+            for (const Event& e : eventsOf(list)) {
+                if (e.code == int(wv::EVT_RENDER_PROGRESS)) return true;
+            }
+            return false;
+        }));
+        loading->frames = uint32_t(music.size() / 2);
+        loading->status = wv::PCM_READY;
+        engine->jobContext()->dataArrived();
+        ASSERT_EQ(waitForEnding(list).code, int(wv::EVT_RENDER_DONE));
+        ASSERT_TRUE(waitUntil([&] { return encoderReleased(list); }));
+        loaded[threads - 1] = wvtest::readFile(out);
+    }
+    EXPECT_EQ(loaded[0].size(), music.size() * 2 + 44);
+    EXPECT_TRUE(loaded[1] == loaded[0]);
 }
 
 TEST_F(NormalisedRenderTest, CancelInTheMeasuringPartsStopsEveryWorker) {
