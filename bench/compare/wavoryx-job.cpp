@@ -26,6 +26,9 @@
 //                                               all of FILE to OUT as flac,
 //                                               opus, m4a or ogg at the
 //                                               format's default bit rate
+//   wavoryx-job [--work DIR] normalise wav|mp3 FILE OUT
+//                                               the same, normalised to
+//                                               -16 LUFS, -1 dBTP
 //
 // DIR is the engine's working directory (its PCM files land there and are
 // left for the caller to delete, outside the timing); without it a scratch
@@ -114,7 +117,7 @@ int usage() {
     std::fprintf(stderr,
                  "usage: wavoryx-job [--work DIR] load FILE | info FILE | edit-mp3 FILE OUT | edit-wav FILE OUT |\n"
                  "       edit mp3|wav FILE OUT FROM-TO... |\n"
-                 "       encode mp3|mp3v2|flac|opus|m4a|ogg FILE OUT |\n"
+                 "       encode mp3|mp3v2|flac|opus|m4a|ogg FILE OUT | normalise wav|mp3 FILE OUT |\n"
                  "                   convert SRC OUT | waveform FILE\n");
     return 2;
 }
@@ -219,8 +222,9 @@ bool convertJob(Wavoryx& engine, const char* file, const char* out) {
 }
 
 // All of `file` encoded to `out` in `format`, at the source's rate and
-// channels and the format's default bit rate.
-bool encodeJob(Wavoryx& engine, const std::string& format, const char* file, const char* out) {
+// channels and the format's default bit rate; normalised to `lufsTenths`
+// under a -1 dBTP ceiling unless 0.
+bool encodeJob(Wavoryx& engine, const std::string& format, const char* file, const char* out, int lufsTenths = 0) {
     encode_type type;
     int vbr = 0;
     if (format == "mp3" || format == "mp3v2") {
@@ -234,6 +238,8 @@ bool encodeJob(Wavoryx& engine, const std::string& format, const char* file, con
         type = ENCODE_AAC;
     } else if (format == "ogg") {
         type = ENCODE_VORBIS;
+    } else if (format == "wav") {
+        type = ENCODE_WAV;
     } else {
         return false;
     }
@@ -247,6 +253,7 @@ bool encodeJob(Wavoryx& engine, const std::string& format, const char* file, con
         // VBR in joint stereo, as lame -V does by default.
         engine.setEncodeOptions(list, 5, vbr, vbr > 0 ? 1 : 0);
     }
+    if (lufsTenths != 0) engine.setListLoudness(list, lufsTenths, -10);
     return renderAndWait(engine, list);
 }
 
@@ -280,13 +287,14 @@ bool runJob(Wavoryx& engine, const std::string& job, char** args, int count) {
     if (job == "convert" && count == 2) return convertJob(engine, args[0], args[1]);
     if (job == "waveform" && count == 1) return waveformJob(engine, args[0]);
     if (job == "encode" && count == 3) return encodeJob(engine, args[0], args[1], args[2]);
+    if (job == "normalise" && count == 3) return encodeJob(engine, args[0], args[1], args[2], -160);
     return false;
 }
 
 bool knownJob(const std::string& job, int count) {
     return ((job == "load" || job == "waveform" || job == "info") && count == 1) || (job == "edit" && count >= 4) ||
            ((job == "edit-mp3" || job == "edit-wav" || job == "convert") && count == 2) ||
-           (job == "encode" && count == 3);
+           ((job == "encode" || job == "normalise") && count == 3);
 }
 
 }  // namespace

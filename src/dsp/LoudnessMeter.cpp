@@ -4,6 +4,7 @@
 #include <ebur128.h>
 
 #include <cmath>
+#include <vector>
 
 #include "base/Log.h"
 
@@ -78,6 +79,22 @@ bool LoudnessMeter::figures(LoudnessFigures* out) const {
     out->rangeLu = range;
     out->truePeakDbtp = peak > 0.0 ? 20.0 * std::log10(peak) : -HUGE_VAL;
     return true;
+}
+
+uint32_t LoudnessMeter::blockHop(uint32_t sampleRate) {
+    // The library's own rounding of its 100 ms step.
+    return (sampleRate + 5) / 10;
+}
+
+bool LoudnessMeter::integratedOf(const LoudnessMeter* const* meters, size_t count, double* lufs) {
+    std::vector<ebur128_state*> states;
+    states.reserve(count);
+    for (size_t k = 0; k < count; ++k) {
+        if (meters[k] == nullptr || meters[k]->mState == nullptr) return false;
+        states.push_back(meters[k]->mState->meter);
+    }
+    if (states.empty()) return false;
+    return ebur128_loudness_global_multiple(states.data(), states.size(), lufs) == EBUR128_SUCCESS;
 }
 
 int32_t LoudnessMeter::tenths(double value) {

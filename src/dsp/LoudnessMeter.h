@@ -62,6 +62,24 @@ public:
     // computed.
     bool integrated(double* lufs) const;
 
+    // Splitting a measurement: the frames from one 400 ms gating block's
+    // start to the next (100 ms at `sampleRate`, rounded as the library
+    // rounds). A programme cut at multiples of it into parts, each part but
+    // the first fed to its own meter together with the kPrimingHops hops
+    // before it, gives the meters the gating blocks one meter fed the whole
+    // would have: a part's first block is the one that ends a hop into it.
+    // They match to within the weighting filter settling from rest over the
+    // first milliseconds of that block (it starts without the audio before
+    // it), far under 0.01 LU on the whole.
+    static constexpr uint32_t kPrimingHops = 3;
+    static uint32_t blockHop(uint32_t sampleRate);
+    // The integrated loudness (LUFS, as integrated()) of the blocks of
+    // `count` meters taken together: the parts above, measured at one rate
+    // and channel count with the same weights and MeterScope. False when
+    // it could not be computed or a meter is not valid. Any thread, while
+    // no other thread feeds the meters.
+    static bool integratedOf(const LoudnessMeter* const* meters, size_t count, double* lufs);
+
     // A figure in tenths of its unit, rounded half away from zero (-23.14
     // gives -231); INT32_MIN for -infinity or NaN, saturated otherwise.
     static int32_t tenths(double value);

@@ -30,7 +30,10 @@
 // plain render's, so cancel, suspend and resume act in each of them; the
 // output is created when the render starts, as for a plain render, and
 // removed by any ending but 22. Progress: the first pass 0-25 %, the check
-// passes 25-50 % (a third each), the encoding 50-100 %.
+// passes 25-50 % (a third each), the encoding 50-100 %. With more than one
+// encoder thread the first pass may read parts of the list on workers of
+// its own (MeasureParts): its commands 2 read parts too, and wait for the
+// workers' last parts; suspend parks those commands, not the workers.
 //
 // A render waiting for a source runs again as soon as the decoder reports
 // data, a known format or the end of a load (JobContext::dataArrived), and

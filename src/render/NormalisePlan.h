@@ -4,6 +4,8 @@
 // Passes, each reading the whole list from its start with a reader of its
 // own:
 //   kMeasure  the list's integrated loudness (and sample peak) as read;
+//             with more than one thread in parts at once (MeasureParts),
+//             whose results stand in for the meter and samplePeak here;
 //   kCheck    only when the gain would push the sample peak within
 //             kCheckMarginDb of the ceiling: the gained and limited audio
 //             measured again, and the gain raised by what the limiter took

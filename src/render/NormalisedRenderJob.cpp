@@ -73,8 +73,12 @@ void nextCheck(NormalisePlan* plan, double lufs) {
 NormalisedRenderJob::NormalisedRenderJob(EncoderThread& worker, const RenderSettings& settings)
     : RenderJob(worker, settings) {}
 
-// The plan goes before the reader, the encoder and the point generator.
-NormalisedRenderJob::~NormalisedRenderJob() { mPlan.reset(); }
+// The parts' workers stop first; the plan goes before the reader, the
+// encoder and the point generator.
+NormalisedRenderJob::~NormalisedRenderJob() {
+    mParts.reset();
+    mPlan.reset();
+}
 
 JobStep NormalisedRenderJob::start(WVThreadCmd& cmd) {
     const JobStep started = RenderJob::start(cmd);
@@ -85,7 +89,46 @@ JobStep NormalisedRenderJob::start(WVThreadCmd& cmd) {
                                   mSettings.truePeakCeiling / 10.0, rate, channels,
                                   mFormat.resampleQuality, EncoderThread::kBlockBytes / 2));
     mPlan->meter.reset(new LoudnessMeter(rate, channels, MeterScope::kIntegrated));
+    const MeasureParts::Format format{mFormat.rate, mFormat.channels, mFormat.resampleQuality};
+    EncoderThread* worker = &mWorker;
+    mParts = MeasureParts::create(mItem, format, mFormat.options.threads,
+                                  static_cast<uint32_t>(mPlan->block.size() / channels),
+                                  [worker]() { worker->wakeWaiting(); });
     return started;
+}
+
+JobStep NormalisedRenderJob::measureInParts() {
+    NormalisePlan& plan = *mPlan;
+    const TimeVal begin = timeOfDay();
+    const MeasureParts::State state = mParts->step(plan.block.data());
+    const uint32_t total = mItem->totalFrames.load();
+    if (total > 0) {
+        const float within =
+            std::min(1.0f, static_cast<float>(mParts->framesMeasured()) / static_cast<float>(total));
+        mWorker.update(overallProgress(plan, within), &mLastProgress);
+    }
+    switch (state) {
+        case MeasureParts::kMore:
+            return JobStep::next(ChunkedJobThread::elapsedMs(begin, timeOfDay()));
+        case MeasureParts::kWaiting:
+            // The workers wake the render as each of their parts ends.
+            return JobStep::wait(EncoderThread::kRetryDelayMs);
+        case MeasureParts::kDone:
+            return endPass();
+        case MeasureParts::kWhole:
+            // Data still to come after all: the list measured in one piece
+            // from its start, as a render with one thread does.
+            WV_LOGI("list %d: measured in one piece", static_cast<int>(mItem->id));
+            mParts.reset();
+            plan.samplePeak = 0.0f;
+            plan.passFrames = 0;
+            plan.meter.reset(new LoudnessMeter(plan.rate, plan.channels, MeterScope::kIntegrated));
+            mReader = passReader();
+            return JobStep::next(ChunkedJobThread::elapsedMs(begin, timeOfDay()));
+        default:
+            WV_LOGE("list %d could not be measured", static_cast<int>(mItem->id));
+            return failed(FileWriter::WRITE_ERROR);
+    }
 }
 
 void NormalisedRenderJob::finished() { mItem->loudnessResult.store(mPlan->result.pack()); }
@@ -108,6 +151,7 @@ JobStep NormalisedRenderJob::step(WVThreadCmd& cmd) {
         const int status = writerStatus();
         if (status != FileWriter::WRITE_OK) return failed(status);
     }
+    if (mParts) return measureInParts();
     const TimeVal begin = timeOfDay();
     // The list's float stage: clip and list effects applied, not yet
     // quantised, so the gain and the limiter work on the whole resolution.
@@ -167,7 +211,13 @@ JobStep NormalisedRenderJob::endPass() {
     switch (plan.pass) {
         case NormalisePlan::kMeasure: {
             double lufs = 0.0;
-            if (!plan.meter->integrated(&lufs)) return failed(FileWriter::WRITE_ERROR);
+            if (mParts) {
+                if (!mParts->integrated(&lufs)) return failed(FileWriter::WRITE_ERROR);
+                plan.samplePeak = mParts->samplePeak();
+                mParts.reset();
+            } else if (!plan.meter->integrated(&lufs)) {
+                return failed(FileWriter::WRITE_ERROR);
+            }
             plan.measuredLufs = lufs;
             plan.gainDb = gainFor(plan.targetLufs, lufs);
             plan.plainGainDb = plan.gainDb;

@@ -3,7 +3,10 @@
 // decoded file, for speech- and music-like lists that need a lot of gain
 // and limiting or a cut; the output's length and timing; progress over the
 // passes; cancel and suspend in the measuring pass; silence; switching the
-// setting off again.
+// setting off again; the measuring pass in parts on several threads (the
+// target reached as on one, lists measured in one piece rendering the bytes
+// of one thread, a cancel stopping every worker).
+#include <dirent.h>
 #include <ebur128.h>
 
 #include <climits>
@@ -338,6 +341,143 @@ TEST_F(NormalisedRenderTest, RefusesValuesOutOfRangeAndItemsThatAreNotLists) {
     EXPECT_EQ(engine->setListLoudness(9999, -160, -10), -1);
     wv::SPcmInfo* item = addPcmItem(std::vector<int16_t>(100, 0), 8000, 1);
     EXPECT_EQ(engine->setListLoudness(item->id, -160, -10), -2);
+}
+
+}  // namespace
+}  // namespace rendertest
+
+namespace rendertest {
+namespace {
+
+// The threads of this process.
+int threadCount() {
+    int count = 0;
+    if (DIR* tasks = opendir("/proc/self/task")) {
+        while (const dirent* entry = readdir(tasks)) count += entry->d_name[0] != '.';
+        closedir(tasks);
+    }
+    return count;
+}
+
+TEST_F(NormalisedRenderTest, MeasuredInPartsOnSeveralThreadsTheRenderComesOutAsOnOne) {
+    // Music then speech, crossfaded, quiet enough that the limiter acts and
+    // the check passes run too.
+    const std::vector<int16_t> music = programme(Kind::kMusic, -34.0, 48000, 2, 24.0);
+    const std::vector<int16_t> speech = programme(Kind::kSpeech, -40.0, 48000, 2, 18.0);
+    wv::SPcmInfo* first = addWavItem(music, 48000, 2);
+    wv::SPcmInfo* second = addWavItem(speech, 48000, 2);
+    const uint32_t list = newList({{first, 0, uint32_t(music.size() / 2)}, {second, 0, uint32_t(speech.size() / 2)}});
+    ASSERT_EQ(engine->setListCrossfade(int(list), 1000, WV_FADE_EQUAL_POWER), 0);
+    ASSERT_EQ(engine->setListLoudness(list, -160, -10), 0);
+    std::vector<int16_t> outs[2];
+    int32_t reached[2] = {0, 0};
+    for (int threads : {1, 2}) {
+        SCOPED_TRACE(threads);
+        const std::string out = dir.file("threads" + std::to_string(threads) + ".wav");
+        ASSERT_EQ(engine->setOutputPara(list, out.c_str(), ENCODE_WAV), 0);
+        ASSERT_EQ(engine->setEncodeThreads(list, threads), 0);
+        ASSERT_EQ(render(list).code, int(wv::EVT_RENDER_DONE));
+        ASSERT_TRUE(waitUntil([&] { return encoderReleased(list); }));
+        EXPECT_EQ(engine->getListLoudnessResult(list, &reached[threads - 1]), WV_LOUDNESS_MET);
+        ASSERT_TRUE(wvtest::readWavSamples(out, &outs[threads - 1]));
+        Figures theirs;
+        if (wvtest::ffmpegAvailable()) {
+            ASSERT_TRUE(ffmpegFigures(out, dir.path(), &theirs));
+            EXPECT_NEAR(theirs.integrated, -16.0, 0.5);
+            EXPECT_LE(theirs.truePeak, -1.0);
+        }
+        recorder.clear();
+    }
+    EXPECT_EQ(reached[1], reached[0]);
+    // The gains found differ in their last digits at most: so do the samples.
+    ASSERT_EQ(outs[1].size(), outs[0].size());
+    int worst = 0;
+    for (size_t n = 0; n < outs[0].size(); ++n) worst = std::max(worst, std::abs(outs[1][n] - outs[0][n]));
+    EXPECT_LE(worst, 1);
+}
+
+TEST_F(NormalisedRenderTest, ListsMeasuredInOnePieceRenderTheBytesOfOneThreadOnAny) {
+    const std::vector<int16_t> music = programme(Kind::kMusic, -30.0, 44100, 2, 12.0);
+    wv::SPcmInfo* item = addWavItem(music, 44100, 2);
+    const uint32_t converted = newList({{item, 0, uint32_t(music.size() / 2)}});
+    ASSERT_EQ(engine->setEncodePara(int(converted), 48000, 0, 0, 0), 0);
+    const uint32_t shortList = newList({{item, 44100, 44100 * 2}});
+    for (uint32_t list : {converted, shortList}) {
+        SCOPED_TRACE(list == converted ? "44.1 kHz rendered at 48 kHz" : "shorter than two parts");
+        ASSERT_EQ(engine->setListLoudness(list, -160, -10), 0);
+        std::vector<char> bytes[2];
+        for (int threads : {1, 2}) {
+            const std::string out = dir.file("list" + std::to_string(list) + "-" + std::to_string(threads) + ".wav");
+            ASSERT_EQ(engine->setOutputPara(list, out.c_str(), ENCODE_WAV), 0);
+            ASSERT_EQ(engine->setEncodeThreads(list, threads), 0);
+            ASSERT_EQ(render(list).code, int(wv::EVT_RENDER_DONE));
+            ASSERT_TRUE(waitUntil([&] { return encoderReleased(list); }));
+            bytes[threads - 1] = wvtest::readFile(out);
+            recorder.clear();
+        }
+        ASSERT_GT(bytes[0].size(), 44u);
+        EXPECT_TRUE(bytes[1] == bytes[0]);
+    }
+
+    // A source still loading when the render starts: measured in one piece
+    // as its data comes.
+    std::vector<char> loaded[2];
+    for (int threads : {1, 2}) {
+        SCOPED_TRACE("a source still loading");
+        wv::SPcmInfo* loading = addPcmItem(music, 44100, 2, wv::DECODING);
+        loading->frames = 44100 * 3;
+        const uint32_t list = newList({{loading, 0, uint32_t(music.size() / 2)}});
+        const std::string out = dir.file("loading-" + std::to_string(threads) + ".wav");
+        ASSERT_EQ(engine->setOutputPara(list, out.c_str(), ENCODE_WAV), 0);
+        ASSERT_EQ(engine->setEncodeThreads(list, threads), 0);
+        ASSERT_EQ(engine->setListLoudness(list, -160, -10), 0);
+        ASSERT_EQ(engine->process(list), 0);
+        ASSERT_TRUE(waitUntil([&] {
+            for (const Event& e : eventsOf(list)) {
+                if (e.code == int(wv::EVT_RENDER_PROGRESS)) return true;
+            }
+            return false;
+        }));
+        loading->frames = uint32_t(music.size() / 2);
+        loading->status = wv::PCM_READY;
+        engine->jobContext()->dataArrived();
+        ASSERT_EQ(waitForEnding(list).code, int(wv::EVT_RENDER_DONE));
+        ASSERT_TRUE(waitUntil([&] { return encoderReleased(list); }));
+        loaded[threads - 1] = wvtest::readFile(out);
+    }
+    EXPECT_EQ(loaded[0].size(), music.size() * 2 + 44);
+    EXPECT_TRUE(loaded[1] == loaded[0]);
+}
+
+TEST_F(NormalisedRenderTest, CancelInTheMeasuringPartsStopsEveryWorker) {
+    // Long enough that the cancel finds the parts being read.
+    const std::vector<int16_t> source = patternSamples(48000 * 240, 2, 3);
+    wv::SPcmInfo* item = addWavItem(source, 48000, 2);
+    const uint32_t list = newList({{item, 0, uint32_t(source.size() / 2)}});
+    const std::string out = dir.file("cancelled.wav");
+    ASSERT_EQ(engine->setOutputPara(list, out.c_str(), ENCODE_WAV), 0);
+    ASSERT_EQ(engine->setListLoudness(list, -160, -10), 0);
+    ASSERT_EQ(engine->setEncodeThreads(list, 4), 0);
+    const std::set<std::string> before = wvtest::namesIn(dir.path());
+    const int threads = threadCount();
+    ASSERT_EQ(engine->process(list), 0);
+    ASSERT_TRUE(waitUntil([&] {
+        for (const Event& e : eventsOf(list)) {
+            if (e.code == int(wv::EVT_RENDER_PROGRESS)) return true;
+        }
+        return false;
+    }));
+    EXPECT_GT(threadCount(), threads) << "the workers run";
+    ASSERT_EQ(engine->cancelProcess(list), 0);
+    EXPECT_EQ(waitForEnding(list).code, int(wv::EVT_RENDER_CANCELLED));
+    EXPECT_TRUE(waitUntil([&] { return encoderReleased(list); }));
+    EXPECT_EQ(threadCount(), threads) << "no worker outlives its render";
+    EXPECT_EQ(wvtest::namesIn(dir.path()), before) << "no output, no .wave, no .part file";
+    for (const Event& e : eventsOf(list)) {
+        if (e.code == int(wv::EVT_RENDER_PROGRESS)) {
+            EXPECT_LT(e.value, 25);
+        }
+    }
 }
 
 }  // namespace
