@@ -75,6 +75,9 @@ private:
     // *halted (when given) tells that this stopped the read.
     int32_t readPlain(char* buffer, uint32_t frames, uint64_t gotBefore, uint64_t fetchLimit,
                       bool* halted);
+    // The list frame after the plain walk's clip: where the next one
+    // starts.
+    uint32_t clipEnd() const;
     // readFloat, then the dithered rounding to 16 bits.
     int32_t readWithEffects(char* buffer, uint32_t frames);
     // A clip being mixed: where its reader stands, so a read that goes on
@@ -115,6 +118,8 @@ private:
     uint32_t mEndFrame = 0xFFFFFFFF;
     int32_t mEndState = PcmSource::MORE;
     std::unique_ptr<PcmSource> mClipReader;  // the clip read without effects
+    uint32_t mClipStart = 0;                 // the list frame its whole range starts at
+    bool mClipConverts = false;              // its source's rate is not the list's
 
     // The mix, set up at its first read.
     bool mMixing = false;

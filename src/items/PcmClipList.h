@@ -67,9 +67,14 @@ public:
     // With `maxClips`, appends at most that many clips and stops there
     // (frameCount then counts those only): a reader that walks a list clip
     // by clip needs the next one, and copying the rest each time makes a
-    // long list quadratic.
+    // long list quadratic. A crossfaded or stretched list appends nothing
+    // and counts the frames its reader hands out at `rate` (the list's own,
+    // SPcmInfo::ownRate; 0: each clip at its source's rate). With a rate,
+    // a clip of another rate counts the frames its converter makes, and
+    // *firstStart (when given) is the list frame its whole range starts at.
     uint32_t getListBetweenFrame(PcmClipList& out, uint32_t& frameCount, uint32_t startFrame,
-                                 uint32_t endFrame, bool useTotal, size_t maxClips = SIZE_MAX);
+                                 uint32_t endFrame, bool useTotal, size_t maxClips = SIZE_MAX,
+                                 int32_t rate = 0, uint32_t* firstStart = nullptr);
 
     // Effects. The clip setters return false for a clip id not in the list;
     // values are stored as given (the engine checks their ranges).
@@ -89,11 +94,11 @@ public:
     // Where each clip sits (see availableFrames for useTotal), in order, up
     // to and including the first clip whose source may still grow (whose
     // crossfade out is then unknown, so none). Returns 1 when it stopped at
-    // such a clip. With outRate > 0 a file clip of another rate is placed
-    // as the converter makes it: round(frames x outRate / rate) frames,
-    // and every length in ms counts at outRate (ClipPlacement::sourceRate
-    // tells the clip's own rate); so is a whole list clip whose clips are
-    // files (convertedLength), which its reader gives in output frames.
+    // such a clip. With outRate > 0 a clip of another rate is placed as
+    // the converter makes it: round(frames x outRate / rate) frames, and
+    // every length in ms counts at outRate (ClipPlacement::sourceRate tells
+    // the clip's own rate). A list source counts in its own frames at its
+    // own rate (SPcmInfo::ownRate) and is converted from there like a file.
     // *settled (when given) is the list frame before which the mix can no
     // longer change however long the growing clip turns out to be: its
     // fades, its crossfades and where the next clip starts depend on that
@@ -112,8 +117,9 @@ public:
     uint32_t frame2duration() const;
     // The length of the list converted clip by clip to outRate Hz the way
     // the high-quality resampler does: the sum of round(span x outRate /
-    // rate) over the clips. False (and *frames untouched) when a clip's
-    // source is a list or has no rate yet.
+    // rate) over the clips, a list source's span being its own frames.
+    // False (and *frames untouched) when the list crossfades or a clip's
+    // source has no rate yet.
     bool convertedLength(int32_t outRate, uint64_t* frames) const;
 
 private:

@@ -38,6 +38,18 @@ uint32_t SPcmInfo::frameSize() const {
     return channels == 0 ? 4 : 2 * static_cast<uint32_t>(channels);
 }
 
+int32_t SPcmInfo::ownRate() const {
+    if (status.load() != CLIP_LIST || !clipList) return sampleRate.load();
+    const int32_t chosen = renderSettings().sampleRate;
+    return chosen >= 1 ? chosen : clipList->getSamplerate();
+}
+
+int32_t SPcmInfo::ownChannels() const {
+    if (status.load() != CLIP_LIST || !clipList) return channelCount.load();
+    const int32_t chosen = renderSettings().channels;
+    return chosen >= 1 ? chosen : clipList->getChannelCount();
+}
+
 uint32_t SPcmInfo::span(uint32_t s, uint32_t e) const {
     // An empty or inverted range (clips are not checked when added) has no
     // frames rather than a wrapped-around count.
@@ -122,8 +134,8 @@ int32_t SPcmInfo::availableFrames(uint32_t& frameCount, uint32_t s, uint32_t e,
         case CLIP_LIST: {
             if (!clipList) return 0;
             PcmClipList scratch;
-            return static_cast<int32_t>(
-                clipList->getListBetweenFrame(scratch, frameCount, s, e, useTotal));
+            return static_cast<int32_t>(clipList->getListBetweenFrame(
+                scratch, frameCount, s, e, useTotal, SIZE_MAX, ownRate()));
         }
         default:
             return 0;

@@ -139,6 +139,13 @@ struct SPcmInfo {
     // one is set, else path.
     std::string currentPath() const;
 
+    // The rate and channels of the frames the item hands out as its own: a
+    // list's are those its render makes (setEncodePara's, else what its
+    // clips suggest), which is what its frames count in where it is a clip
+    // of another list; any other item's are its data's.
+    int32_t ownRate() const;
+    int32_t ownChannels() const;
+
     // Frames of [s, e) inside the item's length (see duration2frame).
     uint32_t span(uint32_t s, uint32_t e) const;
 
