@@ -2,6 +2,7 @@
 
 #include <algorithm>
 
+#include "base/FrameTime.h"
 #include "items/SPcmInfo.h"
 
 namespace wv {
@@ -61,6 +62,16 @@ uint32_t PcmClipList::isPcmReady() {
         if (status == ENCODED_FILE) return 0;
         if (status == CLIP_LIST) {
             if (clip.source->clipList->isPcmReady() == 0) return 0;
+            if (clip.inMs) {
+                // A list's own frames, at its own rate, against its length
+                // as its reader will hand it out.
+                const int64_t rate = clip.source->ownRate();
+                uint32_t length = 0;
+                clip.source->availableFrames(length, 0, 0xFFFFFFFF, true);
+                clip.start = static_cast<uint32_t>(std::min<int64_t>(frameAtMs(clip.start, rate), length));
+                clip.end = static_cast<uint32_t>(endFrameAtMs(clip.end, rate, length));
+                clip.inMs = false;
+            }
             continue;
         }
         if (clip.inMs) {

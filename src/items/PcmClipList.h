@@ -2,16 +2,22 @@
 // ranges of other items, in the order they were added. A list never copies
 // audio; readers follow the clips to their sources.
 //
-// Frame numbering of a list: frame 0 is the first available frame of the
-// first clip; each clip contributes the frames of its range that are
-// available now, and the next clip follows directly.
+// A frame of a list is a frame of what the list's reader hands out at the
+// list's own rate (SPcmInfo::ownRate): frame 0 is the first available
+// frame of the first clip; each clip contributes the frames of its range
+// that are available now, a clip of another rate as many as its converter
+// makes (round(frames x rate / its rate)), and the next clip follows
+// directly. A list used as a clip counts the same way, recursively: its
+// ranges are in its own frames, as if its render were the clip's source.
+// getListBetweenFrame with that rate (SPcmInfo::availableFrames) is the
+// count the walks of lengths and ranges, and a clip's ms over a list, ask.
 //
 // Effects (see ClipEffects.h) ride with the clips. A crossfade of the list
 // changes its frame numbering: each join of consecutive clips overlaps by
 // the crossfade's frames (at the rate of the clip before the join), clamped
 // to half of the shorter of the two clips so that no frame ever mixes more
-// than two clips; the list is shorter by the overlaps, and every walk below
-// (frame counts, durations) says so.
+// than two clips; the list is shorter by the overlaps, and so is every
+// count. A tempo stretches every count to the list's stretched length.
 //
 // Threads: the client adds clips while workers walk and rewrite them, so
 // every operation takes the list's own lock. Walks recurse into lists used

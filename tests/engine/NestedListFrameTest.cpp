@@ -21,6 +21,7 @@ struct Clip {
     int source;  // an item id, or kInner for the inner list being tested
     uint32_t start;
     uint32_t end;
+    bool inMs = false;  // start and end in ms (addClipMs)
 };
 constexpr int kInner = -1;
 constexpr uint32_t kAll = 0xFFFFFFFF;
@@ -63,7 +64,9 @@ protected:
         EXPECT_GT(id, 0);
         for (const Clip& clip : clips) {
             const int source = clip.source == kInner ? inner : clip.source;
-            EXPECT_GT(engine.addClip(id, source, clip.start, clip.end), 0);
+            EXPECT_GT(clip.inMs ? engine.addClipMs(id, source, clip.start, clip.end)
+                                : engine.addClip(id, source, clip.start, clip.end),
+                      0);
         }
         if (effects.crossfadeMs != 0) {
             EXPECT_EQ(engine.setListCrossfade(id, effects.crossfadeMs, WV_FADE_EQUAL_POWER), 0);
@@ -162,6 +165,8 @@ TEST_F(NestedListFrame, PartsOfANestedListCountInItsOwnFrames) {
     expectLikeTheBounce(inner, {{kInner, 12000, 20000}});
     expectLikeTheBounce(inner, {{kInner, 20000, 24000}, {kInner, 1000, 5000}});
     expectLikeTheBounce(inner, {{kInner, 16000, kAll}});
+    // In ms: the list's own time.
+    expectLikeTheBounce(inner, {{kInner, 700, 1300, true}, {kInner, 1200, kAll, true}});
 }
 
 TEST_F(NestedListFrame, AnInnerTempoCountsItsStretchedFrames) {
