@@ -1,7 +1,7 @@
-// A clip list read as a clip of another list at a rate other than its own:
-// the list is read at its own rate and channels (what its own render
-// makes), then converted as a decoded file of that rate would be
-// (RateConverter -> ChannelMapper). So a nested list's frames, and the
+// A clip list read as a clip of another list in a rate or channel count
+// other than its own: the list is read at its own rate and channels (what
+// its own render makes), then converted and mapped as a decoded file of
+// that format would be (RateConverter -> ChannelMapper). So a nested list's frames, and the
 // ranges of clips over it, count in the list's own frames whatever rate
 // the outer list is read at, and the outer list hears what it would hear
 // from the list's render loaded back.

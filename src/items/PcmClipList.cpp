@@ -68,7 +68,8 @@ uint32_t PcmClipList::isPcmReady() {
                 const int64_t rate = clip.source->ownRate();
                 uint32_t length = 0;
                 clip.source->availableFrames(length, 0, 0xFFFFFFFF, true);
-                clip.start = static_cast<uint32_t>(std::min<int64_t>(frameAtMs(clip.start, rate), length));
+                const int64_t start = frameAtMs(clip.start, rate);
+                clip.start = static_cast<uint32_t>(std::min<int64_t>(start, length));
                 clip.end = static_cast<uint32_t>(endFrameAtMs(clip.end, rate, length));
                 clip.inMs = false;
             }

@@ -32,11 +32,13 @@ PcmInfoReader::~PcmInfoReader() = default;
 
 std::unique_ptr<PcmSource> PcmInfoReader::openClip(SPcmInfo* source, const PcmFormat& format) {
     if (source->status.load() == CLIP_LIST) {
-        // A nested list counts in its own frames: read at its own rate,
-        // then converted as a file of that rate would be.
+        // A nested list counts in its own frames: read at its own rate and
+        // channels (its mix, and its dither, are its render's), then
+        // converted and mapped as a file of that format would be.
         const int32_t rate = source->ownRate();
         const int32_t channels = source->ownChannels();
-        if (format.rate > 0 && rate > 0 && channels > 0 && rate != format.rate) {
+        if (format.rate > 0 && format.channels > 0 && rate > 0 && channels > 0 &&
+            (rate != format.rate || channels != format.channels)) {
             std::unique_ptr<PcmInfoReader> own(new PcmInfoReader(source));
             own->setOutputFormat(rate, channels);
             own->setResampleQuality(format.quality);

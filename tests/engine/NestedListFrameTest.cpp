@@ -114,7 +114,10 @@ protected:
         std::vector<int16_t> gotSamples;
         std::vector<int16_t> wantSamples;
         int gotRate = 0;
-        ASSERT_TRUE(wvtest::readWavSamples(got, &gotSamples, &gotRate));
+        int channels = 0;
+        ASSERT_TRUE(wvtest::readWavSamples(got, &gotSamples, &gotRate, &channels));
+        ASSERT_GT(channels, 0);
+        const auto frames = static_cast<int32_t>(gotSamples.size() / size_t(channels));
         ASSERT_TRUE(wvtest::readWavSamples(want, &wantSamples));
         ASSERT_EQ(gotSamples.size(), wantSamples.size());
         if (!restarts) {
@@ -122,13 +125,13 @@ protected:
         } else {
             // A converter started inside a clip of another rate settles
             // within its first frames; after them one step of slack.
-            for (size_t i = kSettleFrames; i < gotSamples.size(); ++i) {
+            for (size_t i = kSettleFrames * size_t(channels); i < gotSamples.size(); ++i) {
                 ASSERT_LE(std::abs(gotSamples[i] - wantSamples[i]), 1) << "sample " << i;
             }
         }
-        EXPECT_EQ(engine.getPcmFrameLength(nested), static_cast<int32_t>(gotSamples.size()));
+        EXPECT_EQ(engine.getPcmFrameLength(nested), frames);
         const int loadedBack = loadWav(got);
-        EXPECT_EQ(engine.getPcmFrameLength(loadedBack), static_cast<int32_t>(gotSamples.size()));
+        EXPECT_EQ(engine.getPcmFrameLength(loadedBack), frames);
         EXPECT_EQ(engine.getPcmDuration(nested), engine.getPcmDuration(loadedBack));
         ASSERT_GT(gotRate, 0);
     }
@@ -183,6 +186,15 @@ TEST_F(NestedListFrame, NestedListsAtOtherRates) {
     expectLikeTheBounce(inner, {{a, 0, 8000}, {kInner, 2000, 9000}}, {}, 16000);
     const auto plain = [this] { return list({{c, 0, kAll}, {d, 0, kAll}}); };
     expectLikeTheBounce(plain, {{a, 0, 8000}, {kInner, 1000, 10000}}, {0, 100, -200}, 16000);
+}
+
+TEST_F(NestedListFrame, AMonoListInAStereoListIsMappedAfterItsOwnMix) {
+    const std::string path = dir.file("e.wav");
+    ASSERT_TRUE(wvtest::writeToneWav(path, 16000, 2, 0.5, 770.0));
+    const int stereo = loadWav(path);
+    const auto inner = [this] { return list({{a, 0, kAll}, {b, 0, kAll}}, {300, 100, -100}); };
+    expectLikeTheBounce(inner, {{stereo, 0, kAll}, {kInner, 0, kAll}});
+    expectLikeTheBounce(inner, {{stereo, 0, kAll}, {kInner, 4000, 20000}}, {100, 100, 0});
 }
 
 TEST_F(NestedListFrame, AnInnerListOfMixedRatesCountsItsConvertedFrames) {
