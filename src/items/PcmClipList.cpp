@@ -2,7 +2,6 @@
 
 #include <algorithm>
 
-#include "base/FrameTime.h"
 #include "items/SPcmInfo.h"
 
 namespace wv {
@@ -62,18 +61,6 @@ uint32_t PcmClipList::isPcmReady() {
         if (status == ENCODED_FILE) return 0;
         if (status == CLIP_LIST) {
             if (clip.source->clipList->isPcmReady() == 0) return 0;
-            if (clip.inMs) {
-                // A list's own frames, at its own rate, against its length
-                // as its reader will hand it out.
-                const int64_t rate = clip.source->ownRate();
-                uint32_t length = 0;
-                clip.source->availableFrames(length, 0, 0xFFFFFFFF, true);
-                const int64_t start = frameAtMs(clip.start, rate);
-                clip.start = static_cast<uint32_t>(std::min<int64_t>(start, length));
-                clip.end = static_cast<uint32_t>(endFrameAtMs(clip.end, rate, length));
-                clip.inMs = false;
-            }
-            continue;
         }
         if (clip.inMs) {
             // Converted once, against the expected length while the source
@@ -205,39 +192,6 @@ bool PcmClipList::reaches(const SPcmInfo* item) const {
         if (clip.source->clipList && clip.source->clipList->reaches(item)) return true;
     }
     return false;
-}
-
-uint32_t PcmClipList::duration2frame(uint32_t& durationMs) const {
-    std::lock_guard<std::mutex> guard(mLock);
-    const int32_t percent = mListEffects.tempoPercent;
-    if (percent == 100) return duration2frameLocked(durationMs);
-    // Time in the stretched list is time in the clips scaled by the tempo.
-    const uint64_t speed = static_cast<uint32_t>(percent);
-    uint32_t clipMs = static_cast<uint32_t>(uint64_t(durationMs) * speed / 100);
-    const uint32_t frames = duration2frameLocked(clipMs);
-    durationMs = static_cast<uint32_t>(uint64_t(clipMs) * 100 / speed);
-    return static_cast<uint32_t>(std::min<uint64_t>(tempoLength(frames, percent), 0xFFFFFFFFu));
-}
-
-uint32_t PcmClipList::duration2frameLocked(uint32_t& durationMs) const {
-    if (crossfading()) {
-        // Counted at the first clip's rate over the shortened list.
-        std::vector<ClipPlacement> places;
-        placeLocked(&places, true);
-        const uint64_t rate = static_cast<uint32_t>(mClips.front().source->ownRate());
-        if (places.empty() || rate == 0) return 0;
-        const uint64_t length = places.back().listStart + places.back().length;
-        const uint64_t frames = std::min<uint64_t>(uint64_t(durationMs) * rate / 1000, length);
-        const uint64_t usedMs = frames * 1000 / rate;
-        durationMs = usedMs >= durationMs ? 0 : durationMs - static_cast<uint32_t>(usedMs);
-        return static_cast<uint32_t>(frames);
-    }
-    uint32_t total = 0;
-    for (const PcmClip& clip : mClips) {
-        total += clip.source->duration2frame(durationMs, clip.start, clip.end);
-        if (durationMs == 0) break;
-    }
-    return total;
 }
 
 bool PcmClipList::convertedLength(int32_t outRate, uint64_t* frames) const {

@@ -118,8 +118,8 @@ public:
     uint32_t lastClipId() const;
     // Whether `item` is a source of this list or of a list inside it.
     bool reaches(const SPcmInfo* item) const;
-    // Frames-from-duration and duration-of-list walks of the owning item.
-    uint32_t duration2frame(uint32_t& durationMs) const;
+    // The duration of the list in ms, of the owning item (its frames from
+    // ms count at its own rate: SPcmInfo::duration2frame).
     uint32_t frame2duration() const;
     // The length of the list converted clip by clip to outRate Hz the way
     // the high-quality resampler does: the sum of round(span x outRate /
@@ -130,7 +130,6 @@ public:
 
 private:
     void appendCopy(const PcmClip& clip);
-    uint32_t duration2frameLocked(uint32_t& durationMs) const;
     // A duration in ms less the overlaps of crossfaded joins; lock held.
     uint32_t withoutOverlaps(uint32_t total) const;
     uint32_t placeLocked(std::vector<ClipPlacement>* out, bool useTotal, int32_t outRate = 0,

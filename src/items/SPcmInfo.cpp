@@ -78,8 +78,23 @@ uint32_t SPcmInfo::duration2frame(uint32_t& durationMs, uint32_t s, uint32_t e) 
             durationMs = 0;
             return frame;
         }
-        case CLIP_LIST:
-            return clipList ? clipList->duration2frame(durationMs) : 0;
+        case CLIP_LIST: {
+            if (!clipList) return 0;
+            // A list's own frames at its own rate (PcmClipList.h), from its
+            // start.
+            const uint64_t rate = static_cast<uint32_t>(ownRate());
+            if (rate == 0) return 0;
+            uint32_t length = 0;
+            availableFrames(length, 0, 0xFFFFFFFF, true);
+            const uint64_t wanted = uint64_t(durationMs) * rate / 1000;
+            if (wanted < length) {
+                durationMs = 0;
+                return static_cast<uint32_t>(wanted);
+            }
+            const uint64_t usedMs = uint64_t(length) * 1000 / rate;
+            durationMs = usedMs >= durationMs ? 0 : durationMs - static_cast<uint32_t>(usedMs);
+            return length;
+        }
         default:
             return 0;
     }
@@ -91,8 +106,12 @@ uint32_t SPcmInfo::endFrameAtMs(uint32_t ms) const {
         const int64_t rate = static_cast<uint32_t>(sampleRate.load());
         return static_cast<uint32_t>(wv::endFrameAtMs(ms, rate, span(0, 0xFFFFFFFF)));
     }
-    uint32_t remaining = ms;
-    return duration2frame(remaining, 0, 0xFFFFFFFF);
+    if (current == CLIP_LIST && clipList) {
+        uint32_t length = 0;
+        availableFrames(length, 0, 0xFFFFFFFF, true);
+        return static_cast<uint32_t>(wv::endFrameAtMs(ms, ownRate(), length));
+    }
+    return 0;
 }
 
 uint32_t SPcmInfo::frame2duration(uint32_t s, uint32_t e) const {
