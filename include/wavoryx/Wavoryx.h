@@ -542,7 +542,11 @@ public:
     /* A new empty clip list; returns its id. */
     int32_t newClipList();
     /* Appends the frames [startFrame, endFrame) of item pcmId to the list;
-     * the range is cut at the source's length. Returns the clip's number
+     * the range is cut at the source's length. A list as the source counts
+     * the frames its own render would hand out (at its setEncodePara rate
+     * and channels, else its clips': crossfades, tempo and converted clips
+     * included), and is heard as that render would be: read in its own
+     * format, then converted like a file of it. Returns the clip's number
      * (1, 2, ...), -1, -2, or -4 when the list would contain itself. */
     int32_t addClip(int listId, int pcmId, unsigned int startFrame, unsigned int endFrame);
     /* The same in milliseconds, converted when the source's rate is known;

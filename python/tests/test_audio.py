@@ -99,6 +99,21 @@ def test_a_mix_of_rates_and_channels_is_cut_in_its_own_seconds(media):
     assert wv.concat([mix, stereo], crossfade=0.2).frames == 18 * RATE - 0.2 * RATE
 
 
+def test_mixes_nest_as_their_own_renders(media, tmp_path):
+    # A crossfaded mix of rates, and a mix of mixes, used inside another
+    # mix: the engine nests them, and they sound as their exports do.
+    stereo, mono = wv.load(media / "tones.wav"), wv.load(media / "mono.wav")
+    inner = wv.concat([mono, stereo[:3.0]], crossfade=0.5)
+    deeper = wv.concat([inner, wv.concat([mono, stereo[1.0:2.0]])], crossfade=0.25)
+    for nested in (inner, deeper):
+        nested.export(tmp_path / "inner.wav")
+        bounce = wv.load(tmp_path / "inner.wav")
+        got = wv.concat([stereo[:1.0], nested, mono], crossfade=0.1)
+        want = wv.concat([stereo[:1.0], bounce, mono], crossfade=0.1)
+        assert got.frames == want.frames
+        assert np.array_equal(got.to_numpy(), want.to_numpy())
+
+
 def test_a_normalised_export_of_a_mix_of_rates_keeps_its_length(media, tmp_path):
     mix = wv.concat([wv.load(media / "mono.wav"), wv.load(media / "tones.wav")])
     mix.export(tmp_path / "n.wav", normalize=-20.0)

@@ -65,7 +65,7 @@ class Audio:
                 item = engine.create(C.lib.wv_new_clip_list, what="clip list")
                 self._finalizer = weakref.finalize(self, engine.release, item)
                 for audio, start, end in self._parts:
-                    engine.call(C.lib.wv_add_clip, item, audio._source_id(), start, end,
+                    engine.call(C.lib.wv_add_clip, item, audio._id(), start, end,
                                 what="clip")
                 if self._crossfade:
                     engine.call(C.lib.wv_set_list_crossfade, item, self._crossfade,
@@ -77,16 +77,6 @@ class Audio:
                     engine.call(C.lib.wv_set_list_gain, item, self._gain, what="gain")
                 self._item = item
             return self._item
-
-    def _source_id(self):
-        """The engine's item to use as a clip of another list. The engine
-        places a list of several rates by its converted length, except a
-        crossfaded one or one of lists: its render (a WAV in the private
-        folder) is used instead."""
-        if (self._loaded or len({audio.sample_rate for audio, _, _ in self._parts}) <= 1
-                or not (self._crossfade or any(not audio._loaded for audio, _, _ in self._parts))):
-            return self._id()
-        return self._leaf()._item
 
     def wait(self):
         """Blocks until every file this audio comes from is decoded (the
@@ -197,8 +187,9 @@ class Audio:
             audio, s0, e0 = self._parts[0]
             return Audio(self._engine, parts=[(audio, min(s0 + first, e0), min(s0 + last, e0))],
                          what=what)
-        # A mix is cut from its render: the engine counts a clip list's
-        # frames in its sources' own rates until it renders it.
+        # A mix is cut from its render: a cut inside a clip the engine
+        # converts would start its converter there, and the part would not
+        # be the frames of the whole.
         return Audio(self._engine, parts=[(self._leaf(), first, last)], what=what)
 
     def _effects(self):
@@ -254,7 +245,7 @@ class Audio:
         engine = self._engine
         target = engine.create(C.lib.wv_new_clip_list, what="loudness")
         try:
-            engine.call(C.lib.wv_add_clip, target, self._source_id(), 0, C.END, what="loudness")
+            engine.call(C.lib.wv_add_clip, target, self._id(), 0, C.END, what="loudness")
             engine.call(C.lib.wv_measure_loudness, target, what="loudness")
             engine.finish(target, C.lib.wv_cancel_process, what="loudness of %s" % self._what)
             values = engine.values(target)
@@ -277,7 +268,7 @@ class Audio:
         engine = self._engine
         target = engine.create(C.lib.wv_new_clip_list, what="silences")
         try:
-            engine.call(C.lib.wv_add_clip, target, self._source_id(), 0, C.END, what="silences")
+            engine.call(C.lib.wv_add_clip, target, self._id(), 0, C.END, what="silences")
             engine.call(C.lib.wv_scan_silence, target, round(threshold * 10), round(min_length * 1000),
                         what="silences")
             engine.finish(target, C.lib.wv_cancel_process, what="silences of %s" % self._what)
@@ -320,7 +311,7 @@ class Audio:
         engine = self._engine
         target = engine.create(C.lib.wv_new_clip_list, what="export")
         try:
-            source = self._source_id() if source is None else source
+            source = self._id() if source is None else source
             engine.call(C.lib.wv_add_clip, target, source, 0, C.END, what="export")
             engine.call(C.lib.wv_set_output_para, target, path.encode(), encode, what="export")
             if bitrate or sample_rate or channels:

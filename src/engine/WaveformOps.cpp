@@ -68,6 +68,13 @@ constexpr uint32_t kPeakReadBytes = 65536;
 // that a drawing made while loading has its final time axis.
 uint32_t countedFrames(SPcmInfo* item, uint32_t start, uint32_t end) {
     uint32_t length = 0;
+    if (item->status.load() == CLIP_LIST && item->clipList) {
+        // The peaks walk a list's clips in their own frames, unconverted,
+        // not in the list's frames.
+        PcmClipList scratch;
+        item->clipList->getListBetweenFrame(scratch, length, start, end, true);
+        return length;
+    }
     item->availableFrames(length, start, end, true);
     return length;
 }

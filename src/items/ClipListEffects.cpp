@@ -7,18 +7,6 @@
 
 namespace wv {
 
-namespace {
-
-// The rate a clip's frames run at: its source's, or for a list source not
-// rendered yet, the one its clips suggest.
-int32_t clipRate(const PcmClip& clip) {
-    const int32_t rate = clip.source->sampleRate.load();
-    if (rate > 0 || !clip.source->clipList) return rate;
-    return clip.source->clipList->getSamplerate();
-}
-
-}  // namespace
-
 bool PcmClipList::setClipGain(uint32_t clipId, int32_t millibels) {
     std::lock_guard<std::mutex> guard(mLock);
     for (PcmClip& clip : mClips) {
@@ -93,30 +81,16 @@ uint32_t PcmClipList::placeLocked(std::vector<ClipPlacement>* out, bool useTotal
         place.clipId = clip.clipId;
         growing = static_cast<uint32_t>(
             clip.source->availableFrames(place.length, clip.start, clip.end, useTotal));
-        place.sourceRate = clipRate(clip);
+        // A list source counts in its own frames, at its own rate, and is
+        // converted from there as a file of that rate is.
+        place.sourceRate = clip.source->ownRate();
         int32_t rate = place.sourceRate;
-        // A list source is read in its own frames: its reader places its
-        // clips itself.
-        if (outRate > 0 && rate > 0 && rate != outRate && !clip.source->clipList) {
+        if (outRate > 0 && rate > 0 && rate != outRate) {
             const uint64_t from = static_cast<uint32_t>(rate);
             const uint64_t to = static_cast<uint32_t>(outRate);
             place.length =
                 static_cast<uint32_t>((uint64_t(place.length) * to * 2 + from) / (2 * from));
             rate = outRate;
-        }
-        // A whole list source gives each of its clips converted on its own
-        // (its plain walk, at the output rate): it takes the place of
-        // their converted lengths, not of their frames at their own rates.
-        uint64_t converted = 0;
-        if (outRate > 0 && clip.source->clipList && growing == 0 && clip.start == 0 &&
-            clip.source->clipList->convertedLength(outRate, &converted) &&
-            converted != place.length) {
-            uint32_t whole = 0;
-            clip.source->availableFrames(whole, 0, 0xFFFFFFFF, useTotal);
-            if (clip.end >= whole) {
-                place.length = static_cast<uint32_t>(std::min<uint64_t>(converted, 0xFFFFFFFFu));
-                rate = outRate;
-            }
         }
         place.placedRate = rate;
         rates.push_back(rate);

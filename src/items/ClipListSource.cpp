@@ -60,8 +60,8 @@ int32_t ClipListSource::readPlain(char* buffer, uint32_t frames, uint64_t gotBef
         if (!mClipReader) {
             PcmClipList clips;
             uint32_t count = 0;
-            const uint32_t more =
-                mList->clipList->getListBetweenFrame(clips, count, mPosition, mEndFrame, false, 1);
+            const uint32_t more = mList->clipList->getListBetweenFrame(
+                clips, count, mPosition, mEndFrame, false, 1, mFormat.rate, &mClipStart);
             if (clips.size() == 0) {
                 mEndState = more ? PcmSource::WAIT : PcmSource::END;
                 return static_cast<int32_t>(got);
@@ -69,11 +69,14 @@ int32_t ClipListSource::readPlain(char* buffer, uint32_t frames, uint64_t gotBef
             const PcmClip first = clips.clips().front();
             mClipReader = mOpener(first.source, mFormat);
             mClipReader->setPosition(first.start, first.end);
+            mClipConverts = first.source->ownRate() != mFormat.rate;
         }
         const uint32_t before = mClipReader->position();
         const uint32_t asked = frames - got;
         const int32_t n = mClipReader->read(buffer + got * outFrameBytes, asked * outFrameBytes);
-        const uint32_t moved = mClipReader->position() - before;
+        uint32_t moved = mClipReader->position() - before;
+        // List frames are the frames handed out, not the source's.
+        if (mClipConverts) moved = n > 0 ? static_cast<uint32_t>(n) : 0;
         mPosition += moved;
         if (n > 0) got += static_cast<uint32_t>(n);
         const int32_t clipState = mClipReader->endState();
@@ -84,6 +87,9 @@ int32_t ClipListSource::readPlain(char* buffer, uint32_t frames, uint64_t gotBef
         }
         if (clipState == PcmSource::END) {
             mClipReader.reset();
+            // The next clip starts where this one's counted length ends,
+            // whatever the converter gave.
+            if (mClipConverts) mPosition = clipEnd();
             if (mPosition >= mEndFrame) mEndState = PcmSource::END;
         } else if (clipState == PcmSource::WAIT) {
             mEndState = PcmSource::WAIT;
@@ -91,7 +97,9 @@ int32_t ClipListSource::readPlain(char* buffer, uint32_t frames, uint64_t gotBef
         } else if (n <= 0 && moved == 0) {
             // A source whose file cannot be opened: its frames are skipped
             // rather than stalling the list.
-            const uint32_t left = mClipReader->framesLeft();
+            const uint32_t end = clipEnd();
+            const uint32_t left = !mClipConverts ? mClipReader->framesLeft()
+                                  : end > mPosition ? end - mPosition : 0;
             mClipReader.reset();
             if (left == 0) {
                 mEndState = PcmSource::WAIT;
@@ -101,6 +109,16 @@ int32_t ClipListSource::readPlain(char* buffer, uint32_t frames, uint64_t gotBef
         }
     }
     return static_cast<int32_t>(got);
+}
+
+uint32_t ClipListSource::clipEnd() const {
+    // The clip is the one at its own first frame; counted from there to the
+    // range's end, as far as its source has frames now.
+    PcmClipList clip;
+    uint32_t count = 0;
+    mList->clipList->getListBetweenFrame(clip, count, mClipStart, mEndFrame, false, 1,
+                                         mFormat.rate);
+    return mClipStart + count;
 }
 
 int32_t ClipListSource::readFloat(float* out, uint32_t frames) {

@@ -2,16 +2,21 @@
 // reader of its own source (made by the ClipOpener, so nested lists work
 // the same way).
 //
+// Positions count list frames: frames of what this source hands out (see
+// PcmClipList.h), a clip of another rate counting the frames its converter
+// makes, a nested list its own frames (read at its own rate and converted
+// from there: ConvertedList).
+//
 // Without effects the clips' 16-bit frames are handed out as they come,
-// bit for bit: a list frame is a frame of the clips' sources, and a clip of
-// another rate is converted on its own, so the list's length is the sum of
-// its clips' converted lengths.
+// bit for bit, each clip of another rate converted on its own, so the
+// list's length is the sum of its clips' converted lengths; the next clip
+// starts where the last one's counted length ends.
 //
 // With effects (ClipEffects.h) the clips are mixed in float: each scaled by
-// its envelope, overlapping clips summed, then the list gain; here a list
-// frame is an output frame: a clip of another rate takes the place its
-// converted length needs (PcmClipList::place with the output rate), cut or
-// padded to it. The 16-bit frames come from one rounding with TPDF dither
+// its envelope, overlapping clips summed, then the list gain; a clip of
+// another rate takes the place its converted length needs
+// (PcmClipList::place with the output rate), cut or padded to it. The
+// 16-bit frames come from one rounding with TPDF dither
 // (dsp/Dither.h); the noise of list frame p comes from a TpdfDither seeded
 // with ditherSeed(p) = TpdfDither::kDefaultSeed + p x 0x632BE5AB (mod 2^32),
 // one value per channel in channel order: the bytes of a frame depend only
@@ -23,7 +28,7 @@
 // everything is exact.
 //
 // Noise reduction and tempo run over the whole mix as one stream
-// (ClipListStages.cpp): with them a list frame is a frame of their output.
+// (ClipListStages.cpp): a list frame is then a frame of their output.
 //
 // Threads: one thread at a time, like the reader that owns it.
 #pragma once
@@ -75,6 +80,9 @@ private:
     // *halted (when given) tells that this stopped the read.
     int32_t readPlain(char* buffer, uint32_t frames, uint64_t gotBefore, uint64_t fetchLimit,
                       bool* halted);
+    // The list frame after the plain walk's clip: where the next one
+    // starts.
+    uint32_t clipEnd() const;
     // readFloat, then the dithered rounding to 16 bits.
     int32_t readWithEffects(char* buffer, uint32_t frames);
     // A clip being mixed: where its reader stands, so a read that goes on
@@ -115,6 +123,8 @@ private:
     uint32_t mEndFrame = 0xFFFFFFFF;
     int32_t mEndState = PcmSource::MORE;
     std::unique_ptr<PcmSource> mClipReader;  // the clip read without effects
+    uint32_t mClipStart = 0;                 // the list frame its whole range starts at
+    bool mClipConverts = false;              // its source's rate is not the list's
 
     // The mix, set up at its first read.
     bool mMixing = false;

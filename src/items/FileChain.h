@@ -18,7 +18,7 @@ class FileChain : public ChainHead {
 public:
     // `item` is not owned: the reader's user holds a reference on it.
     explicit FileChain(SPcmInfo* item)
-        : mItem(item), mFile(item), mConverter(item, &mFile), mMapper(&mConverter) {}
+        : mItem(item), mFile(item), mConverter(&mFile), mMapper(&mConverter) {}
 
     PcmFileSource* file() { return &mFile; }
 

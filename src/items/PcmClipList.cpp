@@ -6,6 +6,31 @@
 
 namespace wv {
 
+namespace {
+
+// Frames of a clip at its source's rate `from` counted at a list's `to`
+// (either 0: no conversion).
+struct Rescale {
+    int32_t to;
+    int32_t from;
+    bool converts() const { return to > 0 && from > 0 && to != from; }
+    // A list frame of the clip to the source frame at or before it.
+    uint32_t operator()(uint32_t listFrames) const {
+        if (!converts()) return listFrames;
+        return static_cast<uint32_t>(uint64_t(listFrames) * static_cast<uint32_t>(from) /
+                                     static_cast<uint32_t>(to));
+    }
+    // A length in source frames to the length the converter makes of it.
+    uint32_t converted(uint32_t sourceFrames) const {
+        if (!converts()) return sourceFrames;
+        const uint64_t f = static_cast<uint32_t>(from);
+        const uint64_t twice = uint64_t(sourceFrames) * static_cast<uint32_t>(to) * 2;
+        return static_cast<uint32_t>(std::min<uint64_t>((twice + f) / (2 * f), 0xFFFFFFFFu));
+    }
+};
+
+}  // namespace
+
 uint32_t PcmClipList::add(PcmClip& clip) {
     std::lock_guard<std::mutex> guard(mLock);
     clip.clipId = ++mLastClipId;
@@ -36,7 +61,6 @@ uint32_t PcmClipList::isPcmReady() {
         if (status == ENCODED_FILE) return 0;
         if (status == CLIP_LIST) {
             if (clip.source->clipList->isPcmReady() == 0) return 0;
-            continue;
         }
         if (clip.inMs) {
             // Converted once, against the expected length while the source
@@ -86,7 +110,9 @@ int32_t PcmClipList::getChannelCount() {
 }
 
 uint32_t PcmClipList::getListBetweenFrame(PcmClipList& out, uint32_t& frameCount, uint32_t s,
-                                          uint32_t e, bool useTotal, size_t maxClips) {
+                                          uint32_t e, bool useTotal, size_t maxClips,
+                                          int32_t rate, uint32_t* firstStart) {
+    const uint32_t from = s;
     frameCount = 0;
     if (s >= e) return 0;
     std::lock_guard<std::mutex> guard(mLock);
@@ -96,7 +122,7 @@ uint32_t PcmClipList::getListBetweenFrame(PcmClipList& out, uint32_t& frameCount
         // of a crossfaded list mixes from the placement, and callers here
         // want the count; so does the reader of a stretched list.
         std::vector<ClipPlacement> places;
-        const uint32_t growing = placeLocked(&places, useTotal);
+        const uint32_t growing = placeLocked(&places, useTotal, rate);
         const uint64_t placed = places.empty() ? 0 : places.back().listStart + places.back().length;
         const uint64_t total = tempoLength(placed, percent);
         if (s < total) frameCount = static_cast<uint32_t>(std::min<uint64_t>(e, total) - s);
@@ -107,12 +133,17 @@ uint32_t PcmClipList::getListBetweenFrame(PcmClipList& out, uint32_t& frameCount
         uint32_t length = 0;
         const int32_t growing =
             clip.source->availableFrames(length, clip.start, clip.end, useTotal);
+        // A clip of another rate counts the frames its converter makes;
+        // a cut inside it falls on the source frame at or before.
+        const Rescale toSource{rate, rate > 0 ? clip.source->ownRate() : 0};
+        length = toSource.converted(length);
+        if (firstStart != nullptr && !started && s < length) *firstStart = from - s;
         if (e < length) {
             // The range ends inside this clip.
             PcmClip cut = clip;
-            cut.end = clip.start + e;
+            cut.end = clip.start + toSource(e);
             if (!started) {
-                cut.start = clip.start + s;
+                cut.start = clip.start + toSource(s);
                 frameCount = e - s;
             } else {
                 frameCount += e;
@@ -125,7 +156,7 @@ uint32_t PcmClipList::getListBetweenFrame(PcmClipList& out, uint32_t& frameCount
             out.appendCopy(clip);
         } else if (s < length) {
             PcmClip cut = clip;
-            cut.start = clip.start + s;
+            cut.start = clip.start + toSource(s);
             frameCount = length - s;
             out.appendCopy(cut);
             started = true;
@@ -163,39 +194,6 @@ bool PcmClipList::reaches(const SPcmInfo* item) const {
     return false;
 }
 
-uint32_t PcmClipList::duration2frame(uint32_t& durationMs) const {
-    std::lock_guard<std::mutex> guard(mLock);
-    const int32_t percent = mListEffects.tempoPercent;
-    if (percent == 100) return duration2frameLocked(durationMs);
-    // Time in the stretched list is time in the clips scaled by the tempo.
-    const uint64_t speed = static_cast<uint32_t>(percent);
-    uint32_t clipMs = static_cast<uint32_t>(uint64_t(durationMs) * speed / 100);
-    const uint32_t frames = duration2frameLocked(clipMs);
-    durationMs = static_cast<uint32_t>(uint64_t(clipMs) * 100 / speed);
-    return static_cast<uint32_t>(std::min<uint64_t>(tempoLength(frames, percent), 0xFFFFFFFFu));
-}
-
-uint32_t PcmClipList::duration2frameLocked(uint32_t& durationMs) const {
-    if (crossfading()) {
-        // Counted at the first clip's rate over the shortened list.
-        std::vector<ClipPlacement> places;
-        placeLocked(&places, true);
-        const uint64_t rate = static_cast<uint32_t>(mClips.front().source->sampleRate.load());
-        if (places.empty() || rate == 0) return 0;
-        const uint64_t length = places.back().listStart + places.back().length;
-        const uint64_t frames = std::min<uint64_t>(uint64_t(durationMs) * rate / 1000, length);
-        const uint64_t usedMs = frames * 1000 / rate;
-        durationMs = usedMs >= durationMs ? 0 : durationMs - static_cast<uint32_t>(usedMs);
-        return static_cast<uint32_t>(frames);
-    }
-    uint32_t total = 0;
-    for (const PcmClip& clip : mClips) {
-        total += clip.source->duration2frame(durationMs, clip.start, clip.end);
-        if (durationMs == 0) break;
-    }
-    return total;
-}
-
 bool PcmClipList::convertedLength(int32_t outRate, uint64_t* frames) const {
     std::lock_guard<std::mutex> guard(mLock);
     // Overlaps are not rounded clip by clip like the converter's lengths.
@@ -203,12 +201,17 @@ bool PcmClipList::convertedLength(int32_t outRate, uint64_t* frames) const {
     uint64_t total = 0;
     for (const PcmClip& clip : mClips) {
         const int32_t status = clip.source->status.load();
-        const int32_t rate = clip.source->sampleRate.load();
-        if ((status != DECODING && status != RECORDING && status != PCM_READY) || rate < 1 ||
-            outRate < 1) {
+        const int32_t rate = clip.source->ownRate();
+        if ((status != DECODING && status != RECORDING && status != PCM_READY &&
+             status != CLIP_LIST) ||
+            rate < 1 || outRate < 1) {
             return false;
         }
-        const uint64_t span = clip.source->span(clip.start, clip.end);
+        // A list source: the frames its reader hands out at its own rate.
+        uint32_t listed = 0;
+        if (status == CLIP_LIST) clip.source->availableFrames(listed, clip.start, clip.end, true);
+        const uint64_t span =
+            status == CLIP_LIST ? listed : clip.source->span(clip.start, clip.end);
         total += rate == outRate
                      ? span
                      : (span * uint64_t(outRate) * 2 + uint64_t(rate)) / (2 * uint64_t(rate));
@@ -220,7 +223,17 @@ bool PcmClipList::convertedLength(int32_t outRate, uint64_t* frames) const {
 uint32_t PcmClipList::frame2duration() const {
     std::lock_guard<std::mutex> guard(mLock);
     uint32_t total = 0;
-    for (const PcmClip& clip : mClips) total += clip.source->frame2duration(clip.start, clip.end);
+    for (const PcmClip& clip : mClips) {
+        if (clip.source->status.load() != CLIP_LIST) {
+            total += clip.source->frame2duration(clip.start, clip.end);
+            continue;
+        }
+        // A list source: its own frames of the range, at its own rate.
+        const uint64_t rate = static_cast<uint32_t>(clip.source->ownRate());
+        uint32_t frames = 0;
+        clip.source->availableFrames(frames, clip.start, clip.end, true);
+        if (rate != 0) total += static_cast<uint32_t>(uint64_t(frames) * 1000 / rate);
+    }
     const int32_t percent = mListEffects.tempoPercent;
     if (crossfading()) total = withoutOverlaps(total);
     return static_cast<uint32_t>(tempoLength(total, percent));
@@ -232,7 +245,7 @@ uint32_t PcmClipList::withoutOverlaps(uint32_t total) const {
     placeLocked(&places, true);
     auto clip = mClips.begin();
     for (size_t i = 0; i + 1 < places.size(); ++i, ++clip) {
-        const uint64_t rate = static_cast<uint32_t>(clip->source->sampleRate.load());
+        const uint64_t rate = static_cast<uint32_t>(clip->source->ownRate());
         const uint32_t overlapMs =
             rate == 0 ? 0 : static_cast<uint32_t>(uint64_t(places[i].overlapOut) * 1000 / rate);
         total = overlapMs > total ? 0 : total - overlapMs;

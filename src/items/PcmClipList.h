@@ -2,16 +2,22 @@
 // ranges of other items, in the order they were added. A list never copies
 // audio; readers follow the clips to their sources.
 //
-// Frame numbering of a list: frame 0 is the first available frame of the
-// first clip; each clip contributes the frames of its range that are
-// available now, and the next clip follows directly.
+// A frame of a list is a frame of what the list's reader hands out at the
+// list's own rate (SPcmInfo::ownRate): frame 0 is the first available
+// frame of the first clip; each clip contributes the frames of its range
+// that are available now, a clip of another rate as many as its converter
+// makes (round(frames x rate / its rate)), and the next clip follows
+// directly. A list used as a clip counts the same way, recursively: its
+// ranges are in its own frames, as if its render were the clip's source.
+// getListBetweenFrame with that rate (SPcmInfo::availableFrames) is the
+// count the walks of lengths and ranges, and a clip's ms over a list, ask.
 //
 // Effects (see ClipEffects.h) ride with the clips. A crossfade of the list
 // changes its frame numbering: each join of consecutive clips overlaps by
 // the crossfade's frames (at the rate of the clip before the join), clamped
 // to half of the shorter of the two clips so that no frame ever mixes more
-// than two clips; the list is shorter by the overlaps, and every walk below
-// (frame counts, durations) says so.
+// than two clips; the list is shorter by the overlaps, and so is every
+// count. A tempo stretches every count to the list's stretched length.
 //
 // Threads: the client adds clips while workers walk and rewrite them, so
 // every operation takes the list's own lock. Walks recurse into lists used
@@ -67,9 +73,14 @@ public:
     // With `maxClips`, appends at most that many clips and stops there
     // (frameCount then counts those only): a reader that walks a list clip
     // by clip needs the next one, and copying the rest each time makes a
-    // long list quadratic.
+    // long list quadratic. A crossfaded or stretched list appends nothing
+    // and counts the frames its reader hands out at `rate` (the list's own,
+    // SPcmInfo::ownRate; 0: each clip at its source's rate). With a rate,
+    // a clip of another rate counts the frames its converter makes, and
+    // *firstStart (when given) is the list frame its whole range starts at.
     uint32_t getListBetweenFrame(PcmClipList& out, uint32_t& frameCount, uint32_t startFrame,
-                                 uint32_t endFrame, bool useTotal, size_t maxClips = SIZE_MAX);
+                                 uint32_t endFrame, bool useTotal, size_t maxClips = SIZE_MAX,
+                                 int32_t rate = 0, uint32_t* firstStart = nullptr);
 
     // Effects. The clip setters return false for a clip id not in the list;
     // values are stored as given (the engine checks their ranges).
@@ -89,11 +100,11 @@ public:
     // Where each clip sits (see availableFrames for useTotal), in order, up
     // to and including the first clip whose source may still grow (whose
     // crossfade out is then unknown, so none). Returns 1 when it stopped at
-    // such a clip. With outRate > 0 a file clip of another rate is placed
-    // as the converter makes it: round(frames x outRate / rate) frames,
-    // and every length in ms counts at outRate (ClipPlacement::sourceRate
-    // tells the clip's own rate); so is a whole list clip whose clips are
-    // files (convertedLength), which its reader gives in output frames.
+    // such a clip. With outRate > 0 a clip of another rate is placed as
+    // the converter makes it: round(frames x outRate / rate) frames, and
+    // every length in ms counts at outRate (ClipPlacement::sourceRate tells
+    // the clip's own rate). A list source counts in its own frames at its
+    // own rate (SPcmInfo::ownRate) and is converted from there like a file.
     // *settled (when given) is the list frame before which the mix can no
     // longer change however long the growing clip turns out to be: its
     // fades, its crossfades and where the next clip starts depend on that
@@ -107,18 +118,18 @@ public:
     uint32_t lastClipId() const;
     // Whether `item` is a source of this list or of a list inside it.
     bool reaches(const SPcmInfo* item) const;
-    // Frames-from-duration and duration-of-list walks of the owning item.
-    uint32_t duration2frame(uint32_t& durationMs) const;
+    // The duration of the list in ms, of the owning item (its frames from
+    // ms count at its own rate: SPcmInfo::duration2frame).
     uint32_t frame2duration() const;
     // The length of the list converted clip by clip to outRate Hz the way
     // the high-quality resampler does: the sum of round(span x outRate /
-    // rate) over the clips. False (and *frames untouched) when a clip's
-    // source is a list or has no rate yet.
+    // rate) over the clips, a list source's span being its own frames.
+    // False (and *frames untouched) when the list crossfades or a clip's
+    // source has no rate yet.
     bool convertedLength(int32_t outRate, uint64_t* frames) const;
 
 private:
     void appendCopy(const PcmClip& clip);
-    uint32_t duration2frameLocked(uint32_t& durationMs) const;
     // A duration in ms less the overlaps of crossfaded joins; lock held.
     uint32_t withoutOverlaps(uint32_t total) const;
     uint32_t placeLocked(std::vector<ClipPlacement>* out, bool useTotal, int32_t outRate = 0,

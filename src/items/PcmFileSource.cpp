@@ -60,6 +60,10 @@ void PcmFileSource::readAtPosition(char* into, uint64_t bytes) {
     if (done < bytes) std::memset(into + done, 0, bytes - done);
 }
 
+int32_t PcmFileSource::rate() const { return mInfo->sampleRate.load(); }
+
+int32_t PcmFileSource::channels() const { return mInfo->channelCount.load(); }
+
 uint32_t PcmFileSource::read(char* buffer, uint32_t frames) {
     uint32_t count = 0;
     const int32_t more = mInfo->availableFrames(count, mPosition, mEndFrame, false);

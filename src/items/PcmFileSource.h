@@ -17,13 +17,13 @@
 #include <cstdint>
 
 #include "items/PcmSource.h"
-#include "platform/resample/AudioBufferProvider.h"
+#include "items/RateConverter.h"
 
 namespace wv {
 
 struct SPcmInfo;
 
-class PcmFileSource : public AudioBufferProvider {
+class PcmFileSource : public ConverterInput {
 public:
     static constexpr uint32_t kProviderBytes = 5120;
     static constexpr uint32_t kWavHeaderBytes = 44;
@@ -42,8 +42,11 @@ public:
     void setEnd(uint32_t end) { mEndFrame = end; }
     uint32_t position() const { return mPosition; }
     uint32_t endFrame() const { return mEndFrame; }
+    // The item's own rate and channels.
+    int32_t rate() const override;
+    int32_t channels() const override;
     // Set by read() and by each lent buffer; the user clears it before a read.
-    int32_t endState() const { return mEndState; }
+    int32_t endState() const override { return mEndState; }
     void clearEndState() { mEndState = PcmSource::MORE; }
     // False only when this call tried to open the file and failed: later
     // reads of an unopenable file give silence.
@@ -51,7 +54,7 @@ public:
 
     // Up to `frames` frames from the position on, not past the range's end
     // nor the frames there are; returns the frames read.
-    uint32_t read(char* buffer, uint32_t frames);
+    uint32_t read(char* buffer, uint32_t frames) override;
     // The `frames` frames before the position, in order, moving the position
     // back over them; silence stands for frames before frame 0. Returns
     // `frames`, or -1 when the file cannot be opened. A position past the
@@ -61,7 +64,7 @@ public:
     uint32_t framesLeft() const;
 
     // Whether the converter holds a lent buffer not yet given back.
-    bool lending() const { return mLending; }
+    bool lending() const override { return mLending; }
     int32_t getNextBuffer(Buffer* buffer, int64_t pts = kInvalidPts) override;
     void releaseBuffer(Buffer* buffer) override;
 

@@ -5,6 +5,7 @@
 
 #include "base/Log.h"
 #include "items/ClipListSource.h"
+#include "items/ConvertedList.h"
 #include "items/FileChain.h"
 #include "items/Reverser.h"
 
@@ -30,6 +31,21 @@ PcmInfoReader::PcmInfoReader(SPcmInfo* info) : mInfo(info) {
 PcmInfoReader::~PcmInfoReader() = default;
 
 std::unique_ptr<PcmSource> PcmInfoReader::openClip(SPcmInfo* source, const PcmFormat& format) {
+    if (source->status.load() == CLIP_LIST) {
+        // A nested list counts in its own frames: read at its own rate and
+        // channels (its mix, and its dither, are its render's), then
+        // converted and mapped as a file of that format would be.
+        const int32_t rate = source->ownRate();
+        const int32_t channels = source->ownChannels();
+        if (format.rate > 0 && format.channels > 0 && rate > 0 && channels > 0 &&
+            (rate != format.rate || channels != format.channels)) {
+            std::unique_ptr<PcmInfoReader> own(new PcmInfoReader(source));
+            own->setOutputFormat(rate, channels);
+            own->setResampleQuality(format.quality);
+            return std::unique_ptr<PcmSource>(
+                new ConvertedList(std::move(own), rate, channels, format));
+        }
+    }
     std::unique_ptr<PcmInfoReader> reader(new PcmInfoReader(source));
     reader->setOutputFormat(format.rate, format.channels);
     reader->setResampleQuality(format.quality);

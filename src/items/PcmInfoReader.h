@@ -9,7 +9,8 @@
 //
 // Positions count the item's own frames (list frames for a clip list, see
 // ClipListSource.h). Nothing is allocated while reading, except one reader
-// per clip and one resampler per reader (and for a list with effects its
+// per clip and one resampler per reader (a nested list of another rate
+// also its converter's input block; for a list with effects its
 // float block, scratch, the mix's clip readers and what they read ahead).
 //
 // After every read the user checks endState(): 0 more follows, 1 the end of

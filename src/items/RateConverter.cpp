@@ -1,8 +1,6 @@
 #include "items/RateConverter.h"
 
-#include "items/PcmFileSource.h"
 #include "items/PcmSource.h"
-#include "items/SPcmInfo.h"
 
 namespace wv {
 
@@ -10,8 +8,8 @@ RateConverter::~RateConverter() = default;
 
 RateConverter::Plan RateConverter::plan() const {
     Plan plan;
-    plan.itemRate = mItem->sampleRate.load();
-    plan.itemChannels = mItem->channelCount.load();
+    plan.itemRate = mSource->rate();
+    plan.itemChannels = mSource->channels();
     plan.converting = plan.itemRate != mOutRate;
     return plan;
 }

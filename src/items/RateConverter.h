@@ -1,6 +1,7 @@
 // The second stage of an item's reader: the item's frames at the rate its
 // user asks for. At the item's own rate the frames pass through untouched;
-// otherwise they are pulled from the file source through the resampler of
+// otherwise they are pulled from the source (a decoded item's file, or a
+// nested clip list read at its own rate) through the resampler of
 // the quality set (the process default unless told), made at the first
 // converted read, and come out as stereo.
 //
@@ -16,17 +17,29 @@
 #include <cstdint>
 #include <memory>
 
+#include "platform/resample/AudioBufferProvider.h"
 #include "platform/resample/AudioResampler.h"
 
 namespace wv {
 
-class PcmFileSource;
-struct SPcmInfo;
+// What a converter pulls frames from: their rate and channels, read
+// straight when no conversion is needed, else lent buffer by buffer.
+class ConverterInput : public AudioBufferProvider {
+public:
+    virtual int32_t rate() const = 0;
+    virtual int32_t channels() const = 0;
+    // Up to `frames` frames in the input's own format; returns the frames
+    // read and sets endState().
+    virtual uint32_t read(char* buffer, uint32_t frames) = 0;
+    virtual int32_t endState() const = 0;
+    // Whether the converter holds a lent buffer not yet given back.
+    virtual bool lending() const = 0;
+};
 
 class RateConverter {
 public:
-    // Neither is owned; both outlive the converter.
-    RateConverter(SPcmInfo* item, PcmFileSource* source) : mItem(item), mSource(source) {}
+    // Not owned; outlives the converter.
+    explicit RateConverter(ConverterInput* source) : mSource(source) {}
     ~RateConverter();
     RateConverter(const RateConverter&) = delete;
     RateConverter& operator=(const RateConverter&) = delete;
@@ -48,8 +61,7 @@ public:
     uint32_t read(const Plan& plan, char* buffer, uint32_t frames, int32_t* state);
 
 private:
-    SPcmInfo* mItem;
-    PcmFileSource* mSource;
+    ConverterInput* mSource;
     int32_t mOutRate = 0;
     AudioResampler::src_quality mQuality = AudioResampler::SRC_DEFAULT;
     std::unique_ptr<AudioResampler> mResampler;

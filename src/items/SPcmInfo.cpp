@@ -38,6 +38,18 @@ uint32_t SPcmInfo::frameSize() const {
     return channels == 0 ? 4 : 2 * static_cast<uint32_t>(channels);
 }
 
+int32_t SPcmInfo::ownRate() const {
+    if (status.load() != CLIP_LIST || !clipList) return sampleRate.load();
+    const int32_t chosen = renderSettings().sampleRate;
+    return chosen >= 1 ? chosen : clipList->getSamplerate();
+}
+
+int32_t SPcmInfo::ownChannels() const {
+    if (status.load() != CLIP_LIST || !clipList) return channelCount.load();
+    const int32_t chosen = renderSettings().channels;
+    return chosen >= 1 ? chosen : clipList->getChannelCount();
+}
+
 uint32_t SPcmInfo::span(uint32_t s, uint32_t e) const {
     // An empty or inverted range (clips are not checked when added) has no
     // frames rather than a wrapped-around count.
@@ -66,8 +78,23 @@ uint32_t SPcmInfo::duration2frame(uint32_t& durationMs, uint32_t s, uint32_t e) 
             durationMs = 0;
             return frame;
         }
-        case CLIP_LIST:
-            return clipList ? clipList->duration2frame(durationMs) : 0;
+        case CLIP_LIST: {
+            if (!clipList) return 0;
+            // A list's own frames at its own rate (PcmClipList.h), from its
+            // start.
+            const uint64_t rate = static_cast<uint32_t>(ownRate());
+            if (rate == 0) return 0;
+            uint32_t length = 0;
+            availableFrames(length, 0, 0xFFFFFFFF, true);
+            const uint64_t wanted = uint64_t(durationMs) * rate / 1000;
+            if (wanted < length) {
+                durationMs = 0;
+                return static_cast<uint32_t>(wanted);
+            }
+            const uint64_t usedMs = uint64_t(length) * 1000 / rate;
+            durationMs = usedMs >= durationMs ? 0 : durationMs - static_cast<uint32_t>(usedMs);
+            return length;
+        }
         default:
             return 0;
     }
@@ -79,8 +106,12 @@ uint32_t SPcmInfo::endFrameAtMs(uint32_t ms) const {
         const int64_t rate = static_cast<uint32_t>(sampleRate.load());
         return static_cast<uint32_t>(wv::endFrameAtMs(ms, rate, span(0, 0xFFFFFFFF)));
     }
-    uint32_t remaining = ms;
-    return duration2frame(remaining, 0, 0xFFFFFFFF);
+    if (current == CLIP_LIST && clipList) {
+        uint32_t length = 0;
+        availableFrames(length, 0, 0xFFFFFFFF, true);
+        return static_cast<uint32_t>(wv::endFrameAtMs(ms, ownRate(), length));
+    }
+    return 0;
 }
 
 uint32_t SPcmInfo::frame2duration(uint32_t s, uint32_t e) const {
@@ -122,8 +153,8 @@ int32_t SPcmInfo::availableFrames(uint32_t& frameCount, uint32_t s, uint32_t e,
         case CLIP_LIST: {
             if (!clipList) return 0;
             PcmClipList scratch;
-            return static_cast<int32_t>(
-                clipList->getListBetweenFrame(scratch, frameCount, s, e, useTotal));
+            return static_cast<int32_t>(clipList->getListBetweenFrame(
+                scratch, frameCount, s, e, useTotal, SIZE_MAX, ownRate()));
         }
         default:
             return 0;

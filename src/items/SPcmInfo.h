@@ -111,13 +111,14 @@ struct SPcmInfo {
     // channel count is unknown.
     uint32_t frameSize() const;
     // The frame reached after consuming durationMs from frame s inside
-    // [s, e); durationMs keeps what could not be consumed. A clip list walks
-    // its clips (s and e unused); an unloaded file gives 0.
+    // [s, e); durationMs keeps what could not be consumed. A clip list
+    // counts its own frames at its own rate (ownRate), as its reader hands
+    // them out, from its start (s and e unused); an unloaded file gives 0.
     uint32_t duration2frame(uint32_t& durationMs, uint32_t s, uint32_t e) const;
     // The frame a range ending at `ms` ends at: ms x rate / 1000, except
     // that an end in the item's last, partial millisecond, or past it, is
-    // the item's last frame (its expected one while it grows). A clip list
-    // converts as duration2frame does.
+    // the item's last frame (its expected one while it grows); a clip
+    // list's in its own frames.
     uint32_t endFrameAtMs(uint32_t ms) const;
     // Length in ms of the frames [s, e) (of all clips for a list).
     uint32_t frame2duration(uint32_t s, uint32_t e) const;
@@ -138,6 +139,13 @@ struct SPcmInfo {
     // The file that holds the item's output as it is now: writingPath while
     // one is set, else path.
     std::string currentPath() const;
+
+    // The rate and channels of the frames the item hands out as its own: a
+    // list's are those its render makes (setEncodePara's, else what its
+    // clips suggest), which is what its frames count in where it is a clip
+    // of another list; any other item's are its data's.
+    int32_t ownRate() const;
+    int32_t ownChannels() const;
 
     // Frames of [s, e) inside the item's length (see duration2frame).
     uint32_t span(uint32_t s, uint32_t e) const;

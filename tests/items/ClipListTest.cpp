@@ -147,8 +147,10 @@ TEST_F(ClipListTest, SuggestedFormatAndNestedLists) {
     add(*outer.clipList, source(PCM_READY, 8000, 8000, 8000), 0, 4000);
     add(*outer.clipList, source(PCM_READY, 16000, 16000, 16000), 0, 0xFFFFFFFF);
     EXPECT_EQ(outer.frame2duration(0, 0), 1500u);
+    // Its frames are its own at its own rate (16 kHz, the clips' highest):
+    // the 8 kHz clip counts the frames its converter makes.
     uint32_t ms = 700;
-    EXPECT_EQ(outer.duration2frame(ms, 0, 0), 4000u + 3200u);
+    EXPECT_EQ(outer.duration2frame(ms, 0, 0), 8000u + 3200u);
     EXPECT_EQ(ms, 0u);
     uint32_t count = 0;
     EXPECT_EQ(outer.availableFrames(count, 3000, 5000, false), 0);
