@@ -213,13 +213,14 @@ int FfmpegEncoder::initEncoder(uint32_t sampleRate, uint32_t channels, uint32_t 
     mBitRate = bitRate;
     if (mFormat == EncodeFormat::Flac && mThreads > 1 && mOutputRate == mInputRate &&
         mCodec->sample_fmt == AV_SAMPLE_FMT_S16) {
-        mSegments.reset(new FlacSegments([this] { return newCodec(0, kNoQuality); }, mThreads, mOutputRate,
-                                         mInputChannels, static_cast<uint32_t>(mFrameSize)));
+        const bool globalHeader = (mCodec->flags & AV_CODEC_FLAG_GLOBAL_HEADER) != 0;
+        mSegments.reset(new FlacSegments([this, globalHeader] { return newCodec(0, kNoQuality, globalHeader); },
+                                         mThreads, mOutputRate, mInputChannels, static_cast<uint32_t>(mFrameSize)));
     }
     return 0;
 }
 
-AVCodecContext* FfmpegEncoder::newCodec(int64_t bitRate, int quality) const {
+AVCodecContext* FfmpegEncoder::newCodec(int64_t bitRate, int quality, bool globalHeader) const {
     const AVCodec* codec = avcodec_find_encoder_by_name(containerOf(mFormat).encoder);
     AVCodecContext* context = avcodec_alloc_context3(codec);
     if (context == nullptr) return nullptr;
@@ -232,9 +233,7 @@ AVCodecContext* FfmpegEncoder::newCodec(int64_t bitRate, int quality) const {
         context->flags |= AV_CODEC_FLAG_QSCALE;
         context->global_quality = quality * FF_QP2LAMBDA;
     }
-    if (mMuxer->oformat->flags & AVFMT_GLOBALHEADER) {
-        context->flags |= AV_CODEC_FLAG_GLOBAL_HEADER;
-    }
+    if (globalHeader) context->flags |= AV_CODEC_FLAG_GLOBAL_HEADER;
     const int result = avcodec_open2(context, codec, nullptr);
     if (result < 0) {
         WV_LOGW("%s refuses %u Hz, %u channels, %lld bit/s: %s", codec->name, mOutputRate,
@@ -258,7 +257,7 @@ int FfmpegEncoder::vorbisQualityFor(int64_t bitsPerChannel) {
 
 bool FfmpegEncoder::openCodec(int64_t bitRate, int quality) {
     avcodec_free_context(&mCodec);
-    mCodec = newCodec(bitRate, quality);
+    mCodec = newCodec(bitRate, quality, (mMuxer->oformat->flags & AVFMT_GLOBALHEADER) != 0);
     if (mCodec == nullptr) return false;
     const AVCodec* codec = mCodec->codec;
     const bool anySize = (codec->capabilities & AV_CODEC_CAP_VARIABLE_FRAME_SIZE) != 0;

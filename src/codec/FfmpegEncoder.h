@@ -115,7 +115,7 @@ private:
     // them.
     bool openCodec(int64_t bitRate, int quality = kNoQuality);
     // A codec opened as openCodec() opens mCodec, or null; for any thread.
-    AVCodecContext* newCodec(int64_t bitRate, int quality) const;
+    AVCodecContext* newCodec(int64_t bitRate, int quality, bool globalHeader) const;
     bool openConverter();
     bool openMuxer();
     // mTags into the muxer, before its header is written.

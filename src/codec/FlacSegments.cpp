@@ -278,7 +278,9 @@ bool FlacSegments::encodeSegment(Worker& worker, Segment& segment) {
         Frame out;
         out.samples = samples;
         const uint32_t bound = verbatimBound(samples, mChannels);
-        if (longer > 0 && static_cast<uint32_t>(packet->size + longer) + bound / 16 > bound) {
+        // The codec's estimate, which decided, is within half a bit a
+        // sample of the frame's size.
+        if (longer > 0 && static_cast<uint32_t>(packet->size + longer) + bound / 8 > bound) {
             return recode(worker, segment.input.data() + at * mChannels, static_cast<int>(samples), number, &out) &&
                    (segment.frames.push_back(std::move(out)), true);
         }

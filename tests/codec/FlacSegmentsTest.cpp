@@ -137,6 +137,7 @@ TEST_F(FlacThreaded, WritesTheOneThreadBytesAtEveryLengthAroundTheSegments) {
         const Grid grid = gridAt(rate, channels, mDir.path());
         ASSERT_GT(grid.block, 0u);
         const uint32_t lengths[] = {
+            0,                                   // headers only
             grid.block / 3,                      // shorter than one frame
             grid.segment / 2 + 17,               // shorter than one segment
             grid.segment,                        // exactly one
@@ -163,6 +164,19 @@ TEST_F(FlacThreaded, WritesTheOneThreadBytesAtEveryLengthAroundTheSegments) {
             std::remove(one.c_str());
         }
     }
+}
+
+TEST_F(FlacThreaded, FramesWhoseNumbersTakeThreeBytesAreCodedAsByOneEncoder) {
+    // Frame 2048 on, a number takes three bytes; the noise at the end
+    // brings frames to the verbatim bound there.
+    const Grid grid = gridAt(8000, 1, mDir.path());
+    ASSERT_GT(grid.block, 0u);
+    const uint32_t frames = 2100 * grid.block + 100;
+    const auto pcm = programme(frames, 8000, 1);
+    const std::string one = mDir.file("one.flac"), path = mDir.file("threads.flac");
+    ASSERT_TRUE(encodeFlac(one, 8000, 1, 1, pcm));
+    ASSERT_TRUE(encodeFlac(path, 8000, 1, 2, pcm));
+    EXPECT_TRUE(wvtest::readFile(path) == wvtest::readFile(one));
 }
 
 TEST_F(FlacThreaded, EveryRateDecodesToTheVerySamplesWithTheRightLengthAndMd5) {
