@@ -151,6 +151,7 @@ FlacSegments::FlacSegments(NewCodec newCodec, int threads, uint32_t rate, uint32
       mBlockFrames(blockFrames),
       mSegmentBlocks(segmentBlocks(rate, blockFrames)),
       mMostInFlight(static_cast<size_t>(2 * std::max(1, threads))) {
+    mInput.reserve(size_t{mSegmentBlocks + 2} * mBlockFrames * mChannels);
     mMd5 = av_md5_alloc();
     if (mMd5 != nullptr) av_md5_init(mMd5);
     for (int i = 0; i < std::max(1, threads); ++i) mWorkers.emplace_back([this] { workerLoop(); });
@@ -217,8 +218,17 @@ void FlacSegments::dispatch(bool last) {
     segment->index = mDispatched;
     segment->firstNumber = static_cast<uint32_t>(mDispatched * mSegmentBlocks);
     const size_t samples = last ? mInput.size() : size_t{mSegmentBlocks} * mBlockFrames * mChannels;
-    segment->input.assign(mInput.begin(), mInput.begin() + static_cast<ptrdiff_t>(samples));
-    mInput.erase(mInput.begin(), mInput.begin() + static_cast<ptrdiff_t>(samples));
+    // The segment takes the buffer; what follows it starts the next one.
+    std::vector<int16_t> next;
+    if (!mSpare.empty()) {
+        next = std::move(mSpare.back());
+        mSpare.pop_back();
+    }
+    next.assign(mInput.begin() + static_cast<ptrdiff_t>(samples), mInput.end());
+    mInput.resize(samples);
+    segment->input = std::move(mInput);
+    mInput = std::move(next);
+    mInput.reserve(size_t{mSegmentBlocks + 2} * mBlockFrames * mChannels);
     ++mDispatched;
     std::lock_guard<std::mutex> guard(mLock);
     mQueue.push_back(segment.get());
@@ -299,7 +309,7 @@ bool FlacSegments::encodeSegment(Worker& worker, Segment& segment) {
     }
     ok = ok && codeBlock(codec, worker.frame, worker.packet, nullptr, 0, 0, take);
     avcodec_free_context(&codec);
-    std::vector<int16_t>().swap(segment.input);
+    segment.input.clear();
     return ok;
 }
 
@@ -347,6 +357,7 @@ bool FlacSegments::collect(bool wait, std::vector<Frame>* ready) {
         ++mCollected;
         wait = false;
         if (!segment->ok) return false;
+        if (mSpare.size() < mMostInFlight) mSpare.push_back(std::move(segment->input));
         for (Frame& frame : segment->frames) {
             const auto bytes = static_cast<uint32_t>(frame.bytes.size());
             mSmallestFrame = std::min(mSmallestFrame, bytes);

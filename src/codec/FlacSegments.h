@@ -95,7 +95,10 @@ private:
     const uint32_t mBlockFrames;
     const uint32_t mSegmentBlocks;
 
-    std::vector<int16_t> mInput;  // not yet handed to a segment
+    std::vector<int16_t> mInput;  // not yet handed to a segment: the next one's
+    // Buffers of segments collected, for the next ones' input: new memory
+    // would be faulted in page by page again.
+    std::vector<std::vector<int16_t>> mSpare;
     uint64_t mInputFrames = 0;
     AVMD5* mMd5 = nullptr;
     uint8_t mMd5Sum[16] = {};
