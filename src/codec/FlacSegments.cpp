@@ -239,12 +239,17 @@ void FlacSegments::dispatch(bool last) {
 struct FlacSegments::Worker {
     AVFrame* frame = nullptr;
     AVPacket* packet = nullptr;
+    // The worker's encoder, kept from segment to segment (opening one
+    // clears megabytes), and the frames it has coded.
+    AVCodecContext* coder = nullptr;
+    uint32_t coded = 0;
     // By the bytes of their count's code: encoders moved on to a count of
     // that many bytes, and the frames each has coded.
     AVCodecContext* coders[8] = {};
     uint32_t counts[8] = {};
     ~Worker() {
-        for (AVCodecContext*& coder : coders) avcodec_free_context(&coder);
+        avcodec_free_context(&coder);
+        for (AVCodecContext*& each : coders) avcodec_free_context(&each);
         av_packet_free(&packet);
         av_frame_free(&frame);
     }
@@ -275,16 +280,24 @@ bool FlacSegments::stopped() {
 }
 
 bool FlacSegments::encodeSegment(Worker& worker, Segment& segment) {
-    AVCodecContext* codec = mNewCodec();
+    if (worker.coder == nullptr) {
+        worker.coder = mNewCodec();
+        worker.coded = 0;
+    }
+    AVCodecContext* const codec = worker.coder;
     bool ok = codec != nullptr;
     const size_t frames = segment.input.size() / mChannels;
-    uint32_t coded = 0;  // by this encoder
+    // The stream's frames before the segment's; the encoder has coded no
+    // more than those, so its numbers are never longer than the stream's.
+    const int64_t base = int64_t{segment.firstNumber} * mBlockFrames;
+    uint32_t taken = 0;
     const auto take = [&](AVPacket* packet) {
-        const uint32_t number = segment.firstNumber + coded;
-        const auto at = static_cast<size_t>(packet->pts);
+        const uint32_t number = segment.firstNumber + taken;
+        const auto at = static_cast<size_t>(packet->pts - base);
         const auto samples = static_cast<uint32_t>(packet->duration);
-        const int longer = numberBytes(number) - numberBytes(coded);
-        ++coded;
+        const int longer = numberBytes(number) - numberBytes(worker.coded);
+        ++worker.coded;
+        ++taken;
         Frame out;
         out.samples = samples;
         const uint32_t bound = verbatimBound(samples, mChannels);
@@ -305,10 +318,15 @@ bool FlacSegments::encodeSegment(Worker& worker, Segment& segment) {
         if (stopped()) ok = false;
         const int count = static_cast<int>(std::min<size_t>(mBlockFrames, frames - at));
         ok = ok && codeBlock(codec, worker.frame, worker.packet, segment.input.data() + at * mChannels, count,
-                             static_cast<int64_t>(at), take);
+                             base + static_cast<int64_t>(at), take);
     }
-    ok = ok && codeBlock(codec, worker.frame, worker.packet, nullptr, 0, 0, take);
-    avcodec_free_context(&codec);
+    // The codec hands out each frame as it takes it: it is drained only
+    // after a short block, the stream's last, after which it takes none.
+    const size_t blocks = (frames + mBlockFrames - 1) / mBlockFrames;
+    if (!ok || taken != blocks || frames % mBlockFrames != 0) {
+        ok = ok && codeBlock(codec, worker.frame, worker.packet, nullptr, 0, 0, take) && taken == blocks;
+        avcodec_free_context(&worker.coder);
+    }
     segment.input.clear();
     return ok;
 }

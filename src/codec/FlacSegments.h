@@ -10,12 +10,14 @@
 // the stream's totals (frame sizes, length, MD5 of the samples), which
 // restateStreamInfo() states once every frame is out.
 //
-// One thing of a frame's coding does depend on its number: the codec
-// falls back to a verbatim frame when its estimate, which counts the
-// number's bytes, exceeds a verbatim frame's bound. A frame whose number
-// is longer in the stream than in its segment's encoder, and whose size
-// comes near that bound, is coded again by an encoder whose own count has
-// as many bytes (moved there with frames of silence, once per worker).
+// Each worker keeps its encoder from segment to segment; the encoder's
+// count of frames is then never ahead of the stream's numbers. One thing
+// of a frame's coding does depend on its number: the codec falls back to
+// a verbatim frame when its estimate, which counts the number's bytes,
+// exceeds a verbatim frame's bound. A frame whose number is longer in the
+// stream than in its encoder, and whose size comes near that bound, is
+// coded again by an encoder whose own count has as many bytes (moved there
+// with frames of silence, once per worker).
 //
 // Segment s holds blocks s x segmentBlocks() on; every segment but the last
 // is whole, and the last holds at least one whole block before a short one,
