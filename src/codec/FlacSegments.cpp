@@ -34,6 +34,45 @@ void putNumber(uint32_t number, std::vector<uint8_t>* out) {
     }
 }
 
+// FLAC's CRC-16 of `length` bytes, as the frame stores it.
+uint16_t crc16(const uint8_t* bytes, size_t length) {
+    return av_bswap16(static_cast<uint16_t>(av_crc(av_crc_get_table(AV_CRC_16_ANSI), 0, bytes, length)));
+}
+
+// The CRC-16 state `crc` after `zeros` more zero bytes. The CRC is linear,
+// so a frame whose header changed needs only its headers' CRCs carried over
+// the body's length, not the body read again: step^n is kept as the powers
+// step^(2^i), each as the images of the state's 16 bits.
+uint16_t crc16AfterZeros(uint16_t crc, size_t zeros) {
+    struct Powers {
+        uint16_t of[48][16];
+        Powers() {
+            for (int bit = 0; bit < 16; ++bit) {
+                uint16_t state = static_cast<uint16_t>(1u << bit);
+                for (int i = 0; i < 8; ++i) {
+                    state = static_cast<uint16_t>((state & 0x8000) != 0 ? (state << 1) ^ 0x8005 : state << 1);
+                }
+                of[0][bit] = state;
+            }
+            for (int power = 1; power < 48; ++power) {
+                for (int bit = 0; bit < 16; ++bit) of[power][bit] = apply(of[power - 1], of[power - 1][bit]);
+            }
+        }
+        static uint16_t apply(const uint16_t* images, uint16_t state) {
+            uint16_t out = 0;
+            for (int bit = 0; bit < 16; ++bit) {
+                if ((state >> bit) & 1) out ^= images[bit];
+            }
+            return out;
+        }
+    };
+    static const Powers powers;
+    for (int power = 0; zeros != 0 && power < 48; ++power, zeros >>= 1) {
+        if ((zeros & 1) != 0) crc = Powers::apply(powers.of[power], crc);
+    }
+    return crc;
+}
+
 // Copies the FLAC frame `data` (fixed block size) into `out` with the frame
 // number `number`, and its header's CRC-8 and the frame's CRC-16 made anew.
 bool renumberFrame(const uint8_t* data, size_t size, uint32_t number, std::vector<uint8_t>* out) {
@@ -57,9 +96,12 @@ bool renumberFrame(const uint8_t* data, size_t size, uint32_t number, std::vecto
     putNumber(number, out);
     out->insert(out->end(), data + 4 + codeBytes, data + crc8At);
     out->push_back(static_cast<uint8_t>(av_crc(av_crc_get_table(AV_CRC_8_ATM), 0, out->data(), out->size())));
+    const size_t header = out->size();
     out->insert(out->end(), data + crc8At + 1, data + size - 2);
-    const uint16_t crc =
-        av_bswap16(static_cast<uint16_t>(av_crc(av_crc_get_table(AV_CRC_16_ANSI), 0, out->data(), out->size())));
+    // crc(header || body) = crc(header) carried over the body ^ crc(body).
+    const uint16_t stored = static_cast<uint16_t>((data[size - 2] << 8) | data[size - 1]);
+    const uint16_t crc = static_cast<uint16_t>(
+        stored ^ crc16AfterZeros(crc16(data, crc8At + 1) ^ crc16(out->data(), header), size - 2 - (crc8At + 1)));
     out->push_back(static_cast<uint8_t>(crc >> 8));
     out->push_back(static_cast<uint8_t>(crc));
     return true;
