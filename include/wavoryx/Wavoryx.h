@@ -696,7 +696,9 @@ public:
      * each join within LAME's own run-to-run differences, not the bytes of
      * a one-thread encode; a VBR MP3 at most a few hundred bytes per join
      * larger); a render of one segment or less, or an MP3 whose rate LAME
-     * converts, is encoded on one thread as before. FLAC,
+     * converts, is encoded on one thread as before. A FLAC is encoded
+     * in segments of whole blocks (about 10 s) on that many threads, its
+     * frames renumbered into one stream: the same bytes as with 1.
      * Opus, AAC and Vorbis are encoded on one thread of their own while
      * the render's thread reads, mixes and applies effects to the list:
      * the same bytes as with 1 (Ogg stream serial numbers aside, which

@@ -19,6 +19,7 @@ extern "C" {
 #include <string>
 
 #include "base/Log.h"
+#include "codec/FlacSegments.h"
 #include "codec/MuxerOutput.h"
 
 namespace wv {
@@ -126,7 +127,12 @@ FfmpegEncoder::FfmpegEncoder(EncodeFormat format) : mFormat(format) {}
 
 FfmpegEncoder::~FfmpegEncoder() { release(); }
 
+void FfmpegEncoder::setOptions(const EncodeOptions& options) {
+    mThreads = std::min(kMaxEncodeThreads, std::max(1, options.threads));
+}
+
 void FfmpegEncoder::release() {
+    mSegments.reset();
     if (mMuxer != nullptr) mMuxer->pb = nullptr;  // owned by mOutput
     avformat_free_context(mMuxer);
     mMuxer = nullptr;
@@ -205,7 +211,36 @@ int FfmpegEncoder::initEncoder(uint32_t sampleRate, uint32_t channels, uint32_t 
                 static_cast<long long>(bitRate));
     }
     mBitRate = bitRate;
+    if (mFormat == EncodeFormat::Flac && mThreads > 1 && mOutputRate == mInputRate &&
+        mCodec->sample_fmt == AV_SAMPLE_FMT_S16) {
+        const bool globalHeader = (mCodec->flags & AV_CODEC_FLAG_GLOBAL_HEADER) != 0;
+        mSegments.reset(new FlacSegments([this, globalHeader] { return newCodec(0, kNoQuality, globalHeader); },
+                                         mThreads, mOutputRate, mInputChannels, static_cast<uint32_t>(mFrameSize)));
+    }
     return 0;
+}
+
+AVCodecContext* FfmpegEncoder::newCodec(int64_t bitRate, int quality, bool globalHeader) const {
+    const AVCodec* codec = avcodec_find_encoder_by_name(containerOf(mFormat).encoder);
+    AVCodecContext* context = avcodec_alloc_context3(codec);
+    if (context == nullptr) return nullptr;
+    context->sample_rate = static_cast<int>(mOutputRate);
+    context->sample_fmt = sampleFormatFor(codec);
+    av_channel_layout_default(&context->ch_layout, static_cast<int>(mInputChannels));
+    context->time_base = AVRational{1, static_cast<int>(mOutputRate)};
+    context->bit_rate = bitRate;
+    if (quality != kNoQuality) {
+        context->flags |= AV_CODEC_FLAG_QSCALE;
+        context->global_quality = quality * FF_QP2LAMBDA;
+    }
+    if (globalHeader) context->flags |= AV_CODEC_FLAG_GLOBAL_HEADER;
+    const int result = avcodec_open2(context, codec, nullptr);
+    if (result < 0) {
+        WV_LOGW("%s refuses %u Hz, %u channels, %lld bit/s: %s", codec->name, mOutputRate,
+                mInputChannels, static_cast<long long>(bitRate), errorText(result).c_str());
+        avcodec_free_context(&context);
+    }
+    return context;
 }
 
 int FfmpegEncoder::vorbisQualityFor(int64_t bitsPerChannel) {
@@ -222,28 +257,9 @@ int FfmpegEncoder::vorbisQualityFor(int64_t bitsPerChannel) {
 
 bool FfmpegEncoder::openCodec(int64_t bitRate, int quality) {
     avcodec_free_context(&mCodec);
-    const AVCodec* codec = avcodec_find_encoder_by_name(containerOf(mFormat).encoder);
-    mCodec = avcodec_alloc_context3(codec);
+    mCodec = newCodec(bitRate, quality, (mMuxer->oformat->flags & AVFMT_GLOBALHEADER) != 0);
     if (mCodec == nullptr) return false;
-    mCodec->sample_rate = static_cast<int>(mOutputRate);
-    mCodec->sample_fmt = sampleFormatFor(codec);
-    av_channel_layout_default(&mCodec->ch_layout, static_cast<int>(mInputChannels));
-    mCodec->time_base = AVRational{1, static_cast<int>(mOutputRate)};
-    mCodec->bit_rate = bitRate;
-    if (quality != kNoQuality) {
-        mCodec->flags |= AV_CODEC_FLAG_QSCALE;
-        mCodec->global_quality = quality * FF_QP2LAMBDA;
-    }
-    if (mMuxer->oformat->flags & AVFMT_GLOBALHEADER) {
-        mCodec->flags |= AV_CODEC_FLAG_GLOBAL_HEADER;
-    }
-    const int result = avcodec_open2(mCodec, codec, nullptr);
-    if (result < 0) {
-        WV_LOGW("%s refuses %u Hz, %u channels, %lld bit/s: %s", codec->name, mOutputRate,
-                mInputChannels, static_cast<long long>(bitRate), errorText(result).c_str());
-        avcodec_free_context(&mCodec);
-        return false;
-    }
+    const AVCodec* codec = mCodec->codec;
     const bool anySize = (codec->capabilities & AV_CODEC_CAP_VARIABLE_FRAME_SIZE) != 0;
     mFrameSize = anySize || mCodec->frame_size <= 0 ? 4096 : mCodec->frame_size;
     return true;
@@ -375,6 +391,10 @@ int FfmpegEncoder::encoding(const int16_t* pcm, int bytes) {
     if (mCodec == nullptr || mTrailerWritten || bytes < 0) return WRITE_ERROR;
     const int frameBytes = static_cast<int>(mInputChannels) * 2;
     int frames = bytes / frameBytes;
+    if (mSegments) {
+        if (!pushSegments(pcm, frames)) return WRITE_ERROR;
+        frames = 0;
+    }
     while (frames > 0) {
         const int chunk = std::min(frames, static_cast<int>(MAX_FRAMES_PER_CONVERSION));
         if (!convert(pcm, chunk)) return WRITE_ERROR;
@@ -453,7 +473,47 @@ bool FfmpegEncoder::writePackets() {
     }
 }
 
+bool FfmpegEncoder::pushSegments(const int16_t* pcm, int frames) {
+    std::vector<FlacSegments::Frame> ready;
+    if (!mSegments->push(pcm, static_cast<size_t>(frames), &ready)) return false;
+    mInputFrames += static_cast<uint64_t>(frames);
+    for (const FlacSegments::Frame& frame : ready) {
+        if (!muxFrame(frame.bytes.data(), frame.bytes.size(), frame.samples)) return false;
+    }
+    return true;
+}
+
+bool FfmpegEncoder::finishSegments() {
+    std::vector<FlacSegments::Frame> ready;
+    if (!mSegments->finish(&ready)) return false;
+    for (const FlacSegments::Frame& frame : ready) {
+        if (!muxFrame(frame.bytes.data(), frame.bytes.size(), frame.samples)) return false;
+    }
+    // The information one encoder sends last, for the muxer to write over
+    // its header's.
+    std::vector<uint8_t> info(mCodec->extradata, mCodec->extradata + mCodec->extradata_size);
+    if (!mSegments->restateStreamInfo(&info)) return false;
+    uint8_t* side = av_packet_new_side_data(mPacket, AV_PKT_DATA_NEW_EXTRADATA, info.size());
+    if (side == nullptr) return false;
+    std::memcpy(side, info.data(), info.size());
+    return muxFrame(nullptr, 0, 0);
+}
+
+bool FfmpegEncoder::muxFrame(const uint8_t* data, size_t size, uint32_t samples) {
+    if (size > 0) {
+        if (av_new_packet(mPacket, static_cast<int>(size)) < 0) return false;
+        std::memcpy(mPacket->data, data, size);
+    }
+    mPacket->pts = mPacket->dts = static_cast<int64_t>(mSentFrames);
+    mPacket->duration = samples;
+    mSentFrames += samples;
+    av_packet_rescale_ts(mPacket, mCodec->time_base, mStream->time_base);
+    mPacket->stream_index = mStream->index;
+    return av_interleaved_write_frame(mMuxer, mPacket) >= 0;
+}
+
 bool FfmpegEncoder::encodeRest() {
+    if (mSegments) return finishSegments();
     // What the converter still holds: its filter's tail.
     if (mOutputRate != mInputRate) {
         for (;;) {

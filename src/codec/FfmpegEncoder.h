@@ -29,6 +29,9 @@
 // encoding() call ends in at most one write of new data and the storage-full
 // protocol holds as for the other encoders. An input with no frames gives a
 // file with the headers only.
+//
+// FLAC with more than one thread (setOptions) is coded by FlacSegments, in
+// segments on worker threads, into the bytes one encoder writes.
 #pragma once
 
 #include <cstdint>
@@ -47,6 +50,7 @@ struct SwrContext;
 
 namespace wv {
 
+class FlacSegments;
 class MuxerOutput;
 
 class FfmpegEncoder : public AudioEncoder {
@@ -66,6 +70,9 @@ public:
     // chapter track); a cover to the METADATA_BLOCK_PICTURE comment (FLAC,
     // Ogg).
     void setTags(const OutputTags& tags) override { mTags = tags; }
+    // Only the threads count: more than one codes FLAC on that many
+    // workers; the other formats have a codec of one thread.
+    void setOptions(const EncodeOptions& options) override;
 
     // INIT_FAILED for a channel count other than 1 or 2, a format other than
     // FORMAT_PCM_16, no bit rate for a lossy format, an encoder or muxer
@@ -93,6 +100,11 @@ public:
     // The bit rate (bit/s) the codec was opened with; 0 for FLAC, a Vorbis
     // file in quality mode, or before.
     int64_t bitRate() const { return mBitRate; }
+    // Frames the codec takes at once (FLAC's block size), once initEncoder()
+    // succeeded.
+    int codecFrameSize() const { return mFrameSize; }
+    // Whether encoding() shares the work among threads (FLAC only).
+    bool threaded() const { return mSegments != nullptr; }
 
 private:
     static constexpr int kNoQuality = -100;
@@ -102,6 +114,8 @@ private:
     // in the codec's own scale when one is given; false when it refuses
     // them.
     bool openCodec(int64_t bitRate, int quality = kNoQuality);
+    // A codec opened as openCodec() opens mCodec, or null; for any thread.
+    AVCodecContext* newCodec(int64_t bitRate, int quality, bool globalHeader) const;
     bool openConverter();
     bool openMuxer();
     // mTags into the muxer, before its header is written.
@@ -119,6 +133,12 @@ private:
     bool writePackets();
     // Ends the stream at exactly the frames the file must hold.
     bool encodeRest();
+    // FLAC on worker threads: passes `frames` input frames to mSegments
+    // and muxes the frames it has ready; at the end, the rest and the
+    // stream's information.
+    bool pushSegments(const int16_t* pcm, int frames);
+    bool finishSegments();
+    bool muxFrame(const uint8_t* data, size_t size, uint32_t samples);
 
     const EncodeFormat mFormat;
     OutputTags mTags;
@@ -130,6 +150,8 @@ private:
     AVFrame* mFrame = nullptr;
     AVPacket* mPacket = nullptr;
     std::unique_ptr<MuxerOutput> mOutput;
+    std::unique_ptr<FlacSegments> mSegments;
+    int mThreads = 1;
     std::vector<uint8_t> mConverted[2];  // one plane each, or one interleaved
     uint32_t mOutputRate = 0;
     int64_t mBitRate = 0;

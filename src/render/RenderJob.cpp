@@ -157,7 +157,9 @@ JobStep RenderJob::start(WVThreadCmd& cmd) {
     }
 
     const auto format = static_cast<EncodeFormat>(mFormat.type);
-    if (mFormat.options.threads > 1 && format != EncodeFormat::Wav && format != EncodeFormat::Mp3) {
+    // MP3 and FLAC share their encoding among threads of their own.
+    if (mFormat.options.threads > 1 && format != EncodeFormat::Wav && format != EncodeFormat::Mp3 &&
+        format != EncodeFormat::Flac) {
         mPipe.reset(new EncodePipe(*mEncoder));
     }
     mWaveform.reset(new WaveformState(rate, channels));

@@ -61,7 +61,7 @@ TEST_F(EncodeThreads, AnMp3OfManySegmentsHoldsExactlyTheListsFrames) {
     }
 }
 
-TEST_F(EncodeThreads, FlacAndAacOnAThreadOfTheirOwnWriteTheBytesOfOne) {
+TEST_F(EncodeThreads, FlacInSegmentsAndAacOnAThreadOfItsOwnWriteTheBytesOfOne) {
     const uint32_t frames = 12 * 44100 + 77;
     wv::SPcmInfo* a = addPcmItem(patternSamples(frames, 2, 5), 44100, 2);
     for (encode_type type : {ENCODE_FLAC, ENCODE_AAC}) {

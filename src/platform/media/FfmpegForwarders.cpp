@@ -16,11 +16,13 @@ extern "C" {
 #include <libavutil/audio_fifo.h>
 #include <libavutil/base64.h>
 #include <libavutil/channel_layout.h>
+#include <libavutil/crc.h>
 #include <libavutil/dict.h>
 #include <libavutil/error.h>
 #include <libavutil/frame.h>
 #include <libavutil/log.h>
 #include <libavutil/mathematics.h>
+#include <libavutil/md5.h>
 #include <libavutil/mem.h>
 #include <libavutil/samplefmt.h>
 #include <libswresample/swresample.h>
@@ -121,6 +123,9 @@ WV_FORWARD(void, av_channel_layout_default, (AVChannelLayout* layout, int channe
 WV_FORWARD(int, av_channel_layout_describe, (const AVChannelLayout* layout, char* buffer, size_t size),
            (layout, buffer, size))
 WV_FORWARD(void, av_channel_layout_uninit, (AVChannelLayout* layout), (layout))
+WV_FORWARD(uint32_t, av_crc, (const AVCRC* ctx, uint32_t crc, const uint8_t* buffer, size_t length),
+           (ctx, crc, buffer, length))
+WV_FORWARD(const AVCRC*, av_crc_get_table, (AVCRCId id), (id))
 WV_FORWARD(void, av_dict_free, (AVDictionary** dict), (dict))
 WV_FORWARD(AVDictionaryEntry*, av_dict_get,
            (const AVDictionary* dict, const char* key, const AVDictionaryEntry* prev, int flags),
@@ -134,6 +139,10 @@ WV_FORWARD(void, av_frame_unref, (AVFrame* frame), (frame))
 WV_FORWARD(void, av_free, (void* ptr), (ptr))
 WV_FORWARD(void, av_freep, (void* ptr), (ptr))
 WV_FORWARD(int, av_get_bytes_per_sample, (enum AVSampleFormat format), (format))
+WV_FORWARD(struct AVMD5*, av_md5_alloc, (void), ())
+WV_FORWARD(void, av_md5_final, (struct AVMD5* ctx, uint8_t* dst), (ctx, dst))
+WV_FORWARD(void, av_md5_init, (struct AVMD5* ctx), (ctx))
+WV_FORWARD(void, av_md5_update, (struct AVMD5* ctx, const uint8_t* src, size_t length), (ctx, src, length))
 WV_FORWARD(void*, av_malloc, (size_t size), (size))
 WV_FORWARD(void*, av_mallocz, (size_t size), (size))
 WV_FORWARD(void*, av_calloc, (size_t count, size_t size), (count, size))
@@ -150,6 +159,8 @@ WV_FORWARD(int, av_strerror, (int errnum, char* buffer, size_t size), (errnum, b
 WV_FORWARD(AVPacket*, av_packet_alloc, (void), ())
 WV_FORWARD(void, av_packet_free, (AVPacket** packet), (packet))
 WV_FORWARD(int, av_new_packet, (AVPacket* packet, int size), (packet, size))
+WV_FORWARD(uint8_t*, av_packet_new_side_data, (AVPacket* packet, enum AVPacketSideDataType type, size_t size),
+           (packet, type, size))
 WV_FORWARD(void, av_packet_move_ref, (AVPacket* dst, AVPacket* src), (dst, src))
 WV_FORWARD(int, av_packet_ref, (AVPacket* dst, const AVPacket* src), (dst, src))
 WV_FORWARD(void, av_packet_rescale_ts, (AVPacket* packet, AVRational from, AVRational to), (packet, from, to))
