@@ -153,7 +153,7 @@ TEST_F(FlacThreaded, WritesTheOneThreadBytesAtEveryLengthAroundTheSegments) {
             const std::string one = mDir.file("one.flac");
             ASSERT_TRUE(encodeFlac(one, rate, channels, 1, pcm));
             const std::vector<char> expected = wvtest::readFile(one);
-            for (const int threads : {2, 3}) {
+            for (const int threads : wvtest::kSanitized ? std::vector<int>{3} : std::vector<int>{2, 3}) {
                 const std::string path = mDir.file("threads.flac");
                 bool threaded = false;
                 ASSERT_TRUE(encodeFlac(path, rate, channels, threads, pcm, &threaded));

@@ -161,12 +161,12 @@ TEST_F(Mp3Segmented, DecodersGetEveryFrameAtLagZeroAtEveryRateModeAndLength) {
         uint32_t rate, channels, kbps;
         int vbr;
     };
-    const Case cases[] = {{44100, 2, 320, 0}, {48000, 2, 192, 0}, {44100, 1, 128, 0},
-                          {32000, 2, 160, 0}, {22050, 1, 64, 0},  {16000, 2, 48, 0},
-                          {8000, 1, 32, 0},   {44100, 2, 128, 2}, {48000, 1, 128, 4},
-                          {32000, 2, 128, 1}, {22050, 2, 64, 2},  {16000, 1, 64, 5},
-                          {11025, 2, 64, 3},  {8000, 1, 32, 6}};
-    for (const Case& c : cases) {
+    const std::vector<Case> cases = {{44100, 2, 320, 0}, {48000, 2, 192, 0}, {44100, 1, 128, 0},
+                                     {32000, 2, 160, 0}, {22050, 1, 64, 0},  {16000, 2, 48, 0},
+                                     {8000, 1, 32, 0},   {44100, 2, 128, 2}, {48000, 1, 128, 4},
+                                     {32000, 2, 128, 1}, {22050, 2, 64, 2},  {16000, 1, 64, 5},
+                                     {11025, 2, 64, 3},  {8000, 1, 32, 6}};
+    for (const Case& c : wvtest::sampled(cases, 3)) {
         const uint32_t frameSamples = c.rate >= 32000 ? 1152 : 576;
         const auto sole = static_cast<uint32_t>(Mp3Segments::soleSegmentSamples(c.rate, frameSamples));
         const uint32_t segment = Mp3Segments::segmentFrames(c.rate, frameSamples) * frameSamples;

@@ -1,8 +1,9 @@
 // Helpers shared by the test programs: private temporary directories, a
-// capture of the engine's log, and (from EventRecorder.h) a recorder of
-// client events.
+// capture of the engine's log, the sample of a matrix a sanitized build
+// runs, and (from EventRecorder.h) a recorder of client events.
 #pragma once
 
+#include <cstddef>
 #include <set>
 #include <string>
 #include <vector>
@@ -51,5 +52,26 @@ public:
     bool contains(const std::string& message, const char* tag = nullptr) const;
     void clear();
 };
+
+// Whether this build is instrumented by a sanitizer. There a matrix test
+// runs a sample of its cases (sampled()): the sanitizers look for races and
+// memory faults along code paths, which a few cases walk, while the plain
+// build checks every value, 3 to 10 times faster.
+#if defined(__SANITIZE_THREAD__) || defined(__SANITIZE_ADDRESS__)
+constexpr bool kSanitized = true;
+#else
+constexpr bool kSanitized = false;
+#endif
+
+// All of `cases`; in a sanitized build every `stride`-th one from the
+// first, and the last.
+template <typename T>
+std::vector<T> sampled(const std::vector<T>& cases, size_t stride) {
+    if (!kSanitized || stride <= 1) return cases;
+    std::vector<T> kept;
+    for (size_t i = 0; i < cases.size(); i += stride) kept.push_back(cases[i]);
+    if (!cases.empty() && (cases.size() - 1) % stride != 0) kept.push_back(cases.back());
+    return kept;
+}
 
 }  // namespace wvtest
