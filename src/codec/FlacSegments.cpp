@@ -175,10 +175,26 @@ struct FlacSegments::Segment {
     size_t index = 0;
     uint32_t firstNumber = 0;  // the stream's number of its first frame
     std::vector<int16_t> input;
-    // Results.
-    bool done = false;
-    bool ok = false;
-    std::vector<Frame> frames;
+    std::vector<Frame> frames;  // the result
+};
+
+struct FlacSegments::Worker {
+    AVFrame* frame = av_frame_alloc();
+    AVPacket* packet = av_packet_alloc();
+    // The worker's encoder, kept from segment to segment (opening one
+    // clears megabytes), and the frames it has coded.
+    AVCodecContext* coder = nullptr;
+    uint32_t coded = 0;
+    // By the bytes of their count's code: encoders moved on to a count of
+    // that many bytes, and the frames each has coded.
+    AVCodecContext* coders[8] = {};
+    uint32_t counts[8] = {};
+    ~Worker() {
+        avcodec_free_context(&coder);
+        for (AVCodecContext*& each : coders) avcodec_free_context(&each);
+        av_packet_free(&packet);
+        av_frame_free(&frame);
+    }
 };
 
 uint32_t FlacSegments::segmentBlocks(uint32_t rate, uint32_t blockFrames) {
@@ -192,22 +208,14 @@ FlacSegments::FlacSegments(NewCodec newCodec, int threads, uint32_t rate, uint32
       mChannels(channels),
       mBlockFrames(blockFrames),
       mSegmentBlocks(segmentBlocks(rate, blockFrames)),
-      mMostInFlight(static_cast<size_t>(2 * std::max(1, threads))) {
+      mPool(threads,
+            [this](Worker& worker, Segment& segment) { return encodeSegment(worker, segment); }) {
     mInput.reserve(size_t{mSegmentBlocks + 2} * mBlockFrames * mChannels);
     mMd5 = av_md5_alloc();
     if (mMd5 != nullptr) av_md5_init(mMd5);
-    for (int i = 0; i < std::max(1, threads); ++i) mWorkers.emplace_back([this] { workerLoop(); });
 }
 
-FlacSegments::~FlacSegments() {
-    {
-        std::lock_guard<std::mutex> guard(mLock);
-        mStop = true;
-    }
-    mWork.notify_all();
-    for (std::thread& worker : mWorkers) worker.join();
-    av_free(mMd5);
-}
+FlacSegments::~FlacSegments() { av_free(mMd5); }
 
 bool FlacSegments::push(const int16_t* pcm, size_t frames, std::vector<Frame>* ready) {
     if (mMd5 == nullptr || mFinished) return false;
@@ -222,20 +230,16 @@ bool FlacSegments::push(const int16_t* pcm, size_t frames, std::vector<Frame>* r
     const size_t segmentSamples = size_t{mSegmentBlocks} * mBlockFrames * mChannels;
     while (mInput.size() >= segmentSamples + size_t{mBlockFrames} * mChannels) {
         dispatch(false);
-        while (mDispatched - mCollected > mMostInFlight) {
-            if (!collect(true, ready)) return false;
-        }
+        if (!collect(WaitFor::kRoom, ready)) return false;
     }
-    return collect(false, ready);
+    return collect(WaitFor::kNothing, ready);
 }
 
 bool FlacSegments::finish(std::vector<Frame>* ready) {
     if (mMd5 == nullptr || mFinished) return false;
     mFinished = true;
     if (!mInput.empty()) dispatch(true);
-    while (mCollected < mDispatched) {
-        if (!collect(true, ready)) return false;
-    }
+    if (!collect(WaitFor::kAll, ready)) return false;
     av_md5_final(mMd5, mMd5Sum);
     return true;
 }
@@ -257,8 +261,8 @@ bool FlacSegments::restateStreamInfo(std::vector<uint8_t>* info) const {
 
 void FlacSegments::dispatch(bool last) {
     std::unique_ptr<Segment> segment(new Segment);
-    segment->index = mDispatched;
-    segment->firstNumber = static_cast<uint32_t>(mDispatched * mSegmentBlocks);
+    segment->index = mPool.dispatched();
+    segment->firstNumber = static_cast<uint32_t>(segment->index * mSegmentBlocks);
     const size_t samples = last ? mInput.size() : size_t{mSegmentBlocks} * mBlockFrames * mChannels;
     // The segment takes the buffer; what follows it starts the next one.
     std::vector<int16_t> next;
@@ -271,54 +275,7 @@ void FlacSegments::dispatch(bool last) {
     segment->input = std::move(mInput);
     mInput = std::move(next);
     mInput.reserve(size_t{mSegmentBlocks + 2} * mBlockFrames * mChannels);
-    ++mDispatched;
-    std::lock_guard<std::mutex> guard(mLock);
-    mQueue.push_back(segment.get());
-    mSegments[segment->index] = std::move(segment);
-    mWork.notify_one();
-}
-
-struct FlacSegments::Worker {
-    AVFrame* frame = nullptr;
-    AVPacket* packet = nullptr;
-    // The worker's encoder, kept from segment to segment (opening one
-    // clears megabytes), and the frames it has coded.
-    AVCodecContext* coder = nullptr;
-    uint32_t coded = 0;
-    // By the bytes of their count's code: encoders moved on to a count of
-    // that many bytes, and the frames each has coded.
-    AVCodecContext* coders[8] = {};
-    uint32_t counts[8] = {};
-    ~Worker() {
-        avcodec_free_context(&coder);
-        for (AVCodecContext*& each : coders) avcodec_free_context(&each);
-        av_packet_free(&packet);
-        av_frame_free(&frame);
-    }
-};
-
-void FlacSegments::workerLoop() {
-    Worker worker;
-    worker.frame = av_frame_alloc();
-    worker.packet = av_packet_alloc();
-    std::unique_lock<std::mutex> lock(mLock);
-    for (;;) {
-        mWork.wait(lock, [this] { return mStop || !mQueue.empty(); });
-        if (mStop) return;
-        Segment* segment = mQueue.front();
-        mQueue.pop_front();
-        lock.unlock();
-        const bool ok = worker.frame != nullptr && worker.packet != nullptr && encodeSegment(worker, *segment);
-        lock.lock();
-        segment->ok = ok;
-        segment->done = true;
-        mDone.notify_all();
-    }
-}
-
-bool FlacSegments::stopped() {
-    std::lock_guard<std::mutex> guard(mLock);
-    return mStop;
+    mPool.dispatch(std::move(segment));
 }
 
 bool FlacSegments::encodeSegment(Worker& worker, Segment& segment) {
@@ -327,7 +284,7 @@ bool FlacSegments::encodeSegment(Worker& worker, Segment& segment) {
         worker.coded = 0;
     }
     AVCodecContext* const codec = worker.coder;
-    bool ok = codec != nullptr;
+    bool ok = codec != nullptr && worker.frame != nullptr && worker.packet != nullptr;
     const size_t frames = segment.input.size() / mChannels;
     // The stream's frames before the segment's; the encoder has coded no
     // more than those, so its numbers are never longer than the stream's.
@@ -357,7 +314,7 @@ bool FlacSegments::encodeSegment(Worker& worker, Segment& segment) {
         return true;
     };
     for (size_t at = 0; ok && at < frames; at += mBlockFrames) {
-        if (stopped()) ok = false;
+        if (mPool.stopped()) ok = false;
         const int count = static_cast<int>(std::min<size_t>(mBlockFrames, frames - at));
         ok = ok && codeBlock(codec, worker.frame, worker.packet, segment.input.data() + at * mChannels, count,
                              base + static_cast<int64_t>(at), take);
@@ -386,7 +343,7 @@ bool FlacSegments::recode(Worker& worker, const int16_t* pcm, int count, uint32_
         const uint32_t first = bytes == 2 ? 0x80u : 1u << (5 * (bytes - 1) + 1);
         WV_LOGD("a frame near the verbatim bound: an encoder moved on to frame %u", first);
         for (coded = 0; coded < first; ++coded) {
-            if (coded % 256 == 0 && stopped()) return false;
+            if (coded % 256 == 0 && mPool.stopped()) return false;
             if (!codeBlock(coder, worker.frame, worker.packet, nullptr, static_cast<int>(mBlockFrames), coded, drop)) {
                 return false;
             }
@@ -401,31 +358,17 @@ bool FlacSegments::recode(Worker& worker, const int16_t* pcm, int count, uint32_
     return codeBlock(coder, worker.frame, worker.packet, pcm, count, coded, take) && renumbered;
 }
 
-bool FlacSegments::collect(bool wait, std::vector<Frame>* ready) {
-    while (mCollected < mDispatched) {
-        std::unique_ptr<Segment> segment;
-        {
-            std::unique_lock<std::mutex> lock(mLock);
-            auto found = mSegments.find(mCollected);
-            if (!found->second->done) {
-                if (!wait) return true;
-                mDone.wait(lock, [&] { return found->second->done; });
-            }
-            segment = std::move(found->second);
-            mSegments.erase(found);
-        }
-        ++mCollected;
-        wait = false;
-        if (!segment->ok) return false;
-        if (mSpare.size() < mMostInFlight) mSpare.push_back(std::move(segment->input));
+bool FlacSegments::collect(WaitFor wait, std::vector<Frame>* ready) {
+    return mPool.collect(wait, [&](std::unique_ptr<Segment> segment) {
+        if (mSpare.size() < mPool.mostInFlight()) mSpare.push_back(std::move(segment->input));
         for (Frame& frame : segment->frames) {
             const auto bytes = static_cast<uint32_t>(frame.bytes.size());
             mSmallestFrame = std::min(mSmallestFrame, bytes);
             mLargestFrame = std::max(mLargestFrame, bytes);
             ready->push_back(std::move(frame));
         }
-    }
-    return true;
+        return true;
+    });
 }
 
 }  // namespace wv

@@ -28,15 +28,11 @@
 // (an encode in progress left after at most one block) when it is deleted.
 #pragma once
 
-#include <condition_variable>
 #include <cstdint>
-#include <deque>
 #include <functional>
-#include <map>
-#include <memory>
-#include <mutex>
-#include <thread>
 #include <vector>
+
+#include "base/OrderedWorkers.h"
 
 struct AVCodecContext;
 struct AVMD5;
@@ -82,15 +78,12 @@ private:
     struct Worker;
 
     void dispatch(bool last);
-    void workerLoop();
-    bool stopped();
     bool encodeSegment(Worker& worker, Segment& segment);
     // Codes `count` frames at `pcm` again for frame `number`, with an
     // encoder whose count has as many bytes.
     bool recode(Worker& worker, const int16_t* pcm, int count, uint32_t number, Frame* out);
-    // Hands out every finished segment in order, or, when `wait`, waits for
-    // the next one first.
-    bool collect(bool wait, std::vector<Frame>* ready);
+    // Hands out every finished segment in order, waiting first as `wait` says.
+    bool collect(WaitFor wait, std::vector<Frame>* ready);
 
     const NewCodec mNewCodec;
     const uint32_t mChannels;
@@ -104,20 +97,11 @@ private:
     uint64_t mInputFrames = 0;
     AVMD5* mMd5 = nullptr;
     uint8_t mMd5Sum[16] = {};
-    size_t mDispatched = 0;
-    size_t mCollected = 0;
-    size_t mMostInFlight;
     uint32_t mSmallestFrame = 0xFFFFFFFF;
     uint32_t mLargestFrame = 0;
     bool mFinished = false;
 
-    std::mutex mLock;
-    std::condition_variable mWork;
-    std::condition_variable mDone;
-    std::deque<Segment*> mQueue;
-    std::map<size_t, std::unique_ptr<Segment>> mSegments;
-    bool mStop = false;
-    std::vector<std::thread> mWorkers;
+    OrderedWorkers<Segment, Worker> mPool;  // last: its workers stop before the rest goes
 };
 
 }  // namespace wv

@@ -18,8 +18,6 @@ struct Mp3Segments::Segment {
     bool last = false;
     bool reservoir = true;
     // Results.
-    bool done = false;
-    bool ok = false;
     std::vector<uint8_t> output;
     std::vector<Mp3Frame> frames;  // the info frame, if any, first
     std::vector<uint8_t> tag;      // LAME's info frame for this segment
@@ -49,19 +47,11 @@ Mp3Segments::Mp3Segments(StartLame start, int threads, uint32_t rate, uint32_t c
       mChannels(channels),
       mFrameSamples(frameSamples),
       mSegmentFrames(segmentFrames(rate, frameSamples)),
-      mMostInFlight(static_cast<size_t>(2 * std::max(1, threads))) {
+      mPool(threads, [this](NoWorkerState&, Segment& segment) { return encodeSegment(segment); }) {
     mTotals.frameSamples = frameSamples;
-    for (int i = 0; i < std::max(1, threads); ++i) mWorkers.emplace_back([this] { workerLoop(); });
 }
 
-Mp3Segments::~Mp3Segments() {
-    {
-        std::lock_guard<std::mutex> guard(mLock);
-        mStop = true;
-    }
-    mWork.notify_all();
-    for (std::thread& worker : mWorkers) worker.join();
-}
+Mp3Segments::~Mp3Segments() = default;
 
 uint64_t Mp3Segments::segmentStart(size_t index) const {
     if (index == 0) return 0;
@@ -78,25 +68,21 @@ bool Mp3Segments::push(const int16_t* pcm, size_t frames, std::vector<uint8_t>* 
     mInputFrames += frames;
     // A segment goes once the input reaches past its end: the next then
     // has its join window, whatever comes after.
-    while (mInputFrames > segmentEnd(mDispatched)) {
+    while (mInputFrames > segmentEnd(mPool.dispatched())) {
         dispatch(false);
-        while (mDispatched - mSpliced > mMostInFlight) {
-            if (!spliceReady(true, ready)) return false;
-        }
+        if (!spliceReady(WaitFor::kRoom, ready)) return false;
     }
-    return spliceReady(false, ready);
+    return spliceReady(WaitFor::kNothing, ready);
 }
 
 bool Mp3Segments::finish(std::vector<uint8_t>* ready) {
     dispatch(true);
-    while (mSpliced < mDispatched) {
-        if (!spliceReady(true, ready)) return false;
-    }
+    if (!spliceReady(WaitFor::kAll, ready)) return false;
     if (mHeld) emitFrames(*mHeld, mHeldFrom, mHeld->frames.size(), ready);
     mHeld.reset();
     mTotals.samples = mInputFrames;
     WV_LOGI("%zu joins: %zu encoded again without a reservoir, frames grown by %llu bytes",
-            mSpliced > 0 ? mSpliced - 1 : 0, mEncodedAgain,
+            mPool.collected() > 0 ? mPool.collected() - 1 : 0, mEncodedAgain,
             static_cast<unsigned long long>(mGrownBytes));
     for (size_t i = 0; i < 100; ++i) {
         const size_t frame = i * mFrameOffsets.size() / 100;
@@ -113,40 +99,20 @@ std::vector<uint8_t> Mp3Segments::infoFrame() const { return mInfoFrame; }
 
 void Mp3Segments::dispatch(bool last) {
     std::unique_ptr<Segment> segment(new Segment);
-    segment->index = mDispatched;
-    segment->infoFrame = mDispatched == 0;
+    segment->index = mPool.dispatched();
+    segment->infoFrame = segment->index == 0;
     segment->last = last;
-    const uint64_t start = segmentStart(mDispatched);
-    const uint64_t end = last ? mInputFrames : segmentEnd(mDispatched);
+    const uint64_t start = segmentStart(segment->index);
+    const uint64_t end = last ? mInputFrames : segmentEnd(segment->index);
     segment->firstFrame = start / mFrameSamples;
     segment->input.assign(mInput.begin() + static_cast<ptrdiff_t>((start - mInputBase) * mChannels),
                           mInput.begin() + static_cast<ptrdiff_t>((end - mInputBase) * mChannels));
-    ++mDispatched;
     // The next segment's encoder starts before this one's end.
-    const uint64_t keep = last ? mInputFrames : segmentStart(mDispatched);
+    const uint64_t keep = last ? mInputFrames : segmentStart(segment->index + 1);
     mInput.erase(mInput.begin(),
                  mInput.begin() + static_cast<ptrdiff_t>((keep - mInputBase) * mChannels));
     mInputBase = keep;
-    std::lock_guard<std::mutex> guard(mLock);
-    mQueue.push_back(segment.get());
-    mSegments[segment->index] = std::move(segment);
-    mWork.notify_one();
-}
-
-void Mp3Segments::workerLoop() {
-    std::unique_lock<std::mutex> lock(mLock);
-    for (;;) {
-        mWork.wait(lock, [this] { return mStop || !mQueue.empty(); });
-        if (mStop) return;
-        Segment* segment = mQueue.front();
-        mQueue.pop_front();
-        lock.unlock();
-        const bool ok = encodeSegment(*segment);
-        lock.lock();
-        segment->ok = ok;
-        segment->done = true;
-        mDone.notify_all();
-    }
+    mPool.dispatch(std::move(segment));
 }
 
 bool Mp3Segments::encodeSegment(Segment& segment) {
@@ -159,10 +125,7 @@ bool Mp3Segments::encodeSegment(Segment& segment) {
     const size_t frames = segment.input.size() / mChannels;
     bool ok = true;
     for (size_t at = 0; ok && at < frames; at += kBlock) {
-        {
-            std::lock_guard<std::mutex> guard(mLock);
-            if (mStop) ok = false;
-        }
+        ok = !mPool.stopped();
         if (!ok) break;
         const int count = static_cast<int>(std::min(kBlock, frames - at));
         short* pcm = segment.input.data() + at * mChannels;
@@ -194,25 +157,10 @@ bool Mp3Segments::encodeSegment(Segment& segment) {
     return ok;
 }
 
-bool Mp3Segments::spliceReady(bool wait, std::vector<uint8_t>* ready) {
-    while (mSpliced < mDispatched) {
-        std::unique_ptr<Segment> segment;
-        {
-            std::unique_lock<std::mutex> lock(mLock);
-            auto found = mSegments.find(mSpliced);
-            if (!found->second->done) {
-                if (!wait) return true;
-                mDone.wait(lock, [&] { return found->second->done; });
-            }
-            segment = std::move(found->second);
-            mSegments.erase(found);
-        }
-        ++mSpliced;
-        wait = false;
-        if (!segment->ok) return false;
-        if (!join(std::move(segment), ready)) return false;
-    }
-    return true;
+bool Mp3Segments::spliceReady(WaitFor wait, std::vector<uint8_t>* ready) {
+    return mPool.collect(wait, [&](std::unique_ptr<Segment> segment) {
+        return join(std::move(segment), ready);
+    });
 }
 
 bool Mp3Segments::join(std::unique_ptr<Segment> next, std::vector<uint8_t>* ready) {

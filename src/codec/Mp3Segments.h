@@ -20,16 +20,12 @@
 // is deleted.
 #pragma once
 
-#include <condition_variable>
 #include <cstdint>
-#include <deque>
 #include <functional>
-#include <map>
 #include <memory>
-#include <mutex>
-#include <thread>
 #include <vector>
 
+#include "base/OrderedWorkers.h"
 #include "codec/Mp3Frames.h"
 
 struct lame_global_struct;
@@ -80,11 +76,9 @@ private:
     uint64_t segmentStart(size_t index) const;  // input frame its encoder starts at
     uint64_t segmentEnd(size_t index) const;    // input frame its encoder stops at, but the last
     void dispatch(bool last);
-    void workerLoop();
     bool encodeSegment(Segment& segment);
-    // Joins every finished segment in order, or, when `wait`, waits for
-    // the next one first.
-    bool spliceReady(bool wait, std::vector<uint8_t>* ready);
+    // Joins every finished segment in order, waiting first as `wait` says.
+    bool spliceReady(WaitFor wait, std::vector<uint8_t>* ready);
     bool join(std::unique_ptr<Segment> next, std::vector<uint8_t>* ready);
     void emitFrames(const Segment& segment, size_t from, size_t to, std::vector<uint8_t>* ready);
 
@@ -98,9 +92,6 @@ private:
     std::vector<int16_t> mInput;
     uint64_t mInputBase = 0;
     uint64_t mInputFrames = 0;
-    size_t mDispatched = 0;
-    size_t mSpliced = 0;
-    size_t mMostInFlight;
 
     std::unique_ptr<Segment> mHeld;  // the last segment joined; its frames from mHeldFrom on wait
     size_t mHeldFrom = 0;
@@ -110,13 +101,7 @@ private:
     Mp3Totals mTotals;
     std::vector<uint64_t> mFrameOffsets;  // of every audio frame handed out
 
-    std::mutex mLock;
-    std::condition_variable mWork;
-    std::condition_variable mDone;
-    std::deque<Segment*> mQueue;
-    std::map<size_t, std::unique_ptr<Segment>> mSegments;
-    bool mStop = false;
-    std::vector<std::thread> mWorkers;
+    OrderedWorkers<Segment> mPool;  // last: its workers stop before the rest goes
 };
 
 }  // namespace wv
