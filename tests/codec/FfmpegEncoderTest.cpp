@@ -13,6 +13,7 @@
 #include <vector>
 
 #include "AudioFiles.h"
+#include "EncoderFeed.h"
 #include "SmallFilesystem.h"
 #include "TestSupport.h"
 
@@ -35,29 +36,11 @@ const Format kFormats[] = {{EncodeFormat::Flac, "flac", "flac", 0},
                            {EncodeFormat::Aac, "m4a", "aac", 192},
                            {EncodeFormat::Vorbis, "ogg", "vorbis", 192}};
 
-// Feeds `pcm` in blocks of `blockFrames` frames, following the writer's
-// protocol; the first failed status, or 0.
-int feed(AudioEncoder* encoder, const std::vector<int16_t>& pcm, uint32_t channels, size_t blockFrames,
-         size_t* fedFrames = nullptr) {
-    const size_t frames = pcm.size() / channels;
-    size_t at = fedFrames != nullptr ? *fedFrames : 0;
-    while (at < frames) {
-        int status = encoder->checkStatus();
-        if (status != 0) return status;
-        const size_t n = std::min(blockFrames, frames - at);
-        status = encoder->encoding(pcm.data() + at * channels, static_cast<int>(n * channels * 2));
-        at += n;
-        if (fedFrames != nullptr) *fedFrames = at;
-        if (status != 0) return status;
-    }
-    return 0;
-}
-
 std::unique_ptr<AudioEncoder> encodeFile(const Format& f, const std::string& path, uint32_t rate, uint32_t channels,
                                          const std::vector<int16_t>& pcm, size_t blockFrames) {
     std::unique_ptr<AudioEncoder> encoder(AudioEncoder::createAudioEncoder(f.format, path.c_str()));
     if (!encoder || encoder->initEncoder(rate, channels, f.kbps, AudioEncoder::FORMAT_PCM_16) != 0) return nullptr;
-    if (feed(encoder.get(), pcm, channels, blockFrames) != 0) return nullptr;
+    if (wvtest::feed(encoder.get(), pcm, channels, blockFrames) != 0) return nullptr;
     if (encoder->finishEncoding() != 0) return nullptr;
     return encoder;
 }
@@ -277,7 +260,7 @@ TEST(FfmpegEncoder, DeletedBeforeFinishingLeavesNoFileAndTheTargetAsItWas) {
             std::unique_ptr<AudioEncoder> encoder(AudioEncoder::createAudioEncoder(f.format, path.c_str()));
             ASSERT_NE(encoder, nullptr);
             ASSERT_EQ(encoder->initEncoder(44100, 2, f.kbps, 1), 0);
-            ASSERT_EQ(feed(encoder.get(), pcm, 2, 5000), 0);
+            ASSERT_EQ(wvtest::feed(encoder.get(), pcm, 2, 5000), 0);
         }
         EXPECT_FALSE(wvtest::fileExists(fresh));
         EXPECT_EQ(wvtest::readFile(existing), std::vector<char>({'o', 'l', 'd'}));
@@ -293,14 +276,7 @@ protected:
         if (!wvtest::haveFfmpeg()) GTEST_SKIP() << "ffmpeg/ffprobe not installed";
     }
     // Leaves exactly `bytes` (a multiple of the page size) free.
-    void leaveFree(long long bytes) {
-        const std::string filler = mFs.file("filler");
-        ::remove(filler.c_str());
-        const long long total = mFs.fill("filler");
-        ASSERT_GT(total, bytes);
-        ASSERT_EQ(::truncate(filler.c_str(), total - bytes), 0);
-        ASSERT_EQ(mFs.freeBytes(), bytes);
-    }
+    void leaveFree(long long bytes) { ASSERT_TRUE(mFs.leaveFree(bytes)) << bytes << " bytes free asked"; }
     // A little more than the format's leading bytes (FLAC's include 8 KiB of
     // padding for tags), far less than its second of audio.
     static long long roomAfterHeader(const Format& f) { return f.format == EncodeFormat::Flac ? 16384 : 4096; }
@@ -317,7 +293,7 @@ TEST_F(FfmpegOnSmallStorage, FullStorageFailsTheOutputAndLeavesNoFile) {
         std::unique_ptr<AudioEncoder> encoder(AudioEncoder::createAudioEncoder(f.format, path.c_str()));
         ASSERT_NE(encoder, nullptr);
         ASSERT_EQ(encoder->initEncoder(44100, 2, f.kbps, 1), 0);
-        int status = feed(encoder.get(), pcm, 2, 4096);
+        int status = wvtest::feed(encoder.get(), pcm, 2, 4096);
         if (status == 0) status = encoder->finishEncoding();
         EXPECT_EQ(status, FileWriter::WRITE_STORAGE_FULL);
         EXPECT_EQ(encoder->checkStatus(), FileWriter::WRITE_STORAGE_FULL);
@@ -336,10 +312,10 @@ TEST_F(FfmpegOnSmallStorage, ARetryAfterSpaceCameBackCompletesTheFile) {
         ASSERT_NE(encoder, nullptr);
         ASSERT_EQ(encoder->initEncoder(44100, 2, f.kbps, 1), 0);
         size_t fed = 0;
-        if (feed(encoder.get(), pcm, 2, 4096, &fed) == FileWriter::WRITE_STORAGE_FULL) {
+        if (wvtest::feed(encoder.get(), pcm, 2, 4096, &fed) == FileWriter::WRITE_STORAGE_FULL) {
             ::remove(mFs.file("filler").c_str());
             // The held remainder goes first, then the rest of the input.
-            ASSERT_EQ(feed(encoder.get(), pcm, 2, 4096, &fed), 0);
+            ASSERT_EQ(wvtest::feed(encoder.get(), pcm, 2, 4096, &fed), 0);
             ASSERT_EQ(encoder->finishEncoding(), 0);
         } else {
             // Ogg gathers a second of pages: they meet the full storage at the end.

@@ -201,14 +201,7 @@ protected:
         if (!mFs.mounted()) GTEST_SKIP() << mFs.skipReason();
     }
     // Leaves exactly `bytes` (a multiple of the page size) free.
-    void leaveFree(long long bytes) {
-        const std::string filler = mFs.file("filler");
-        ::remove(filler.c_str());
-        const long long total = mFs.fill("filler");
-        ASSERT_GT(total, bytes);
-        ASSERT_EQ(::truncate(filler.c_str(), total - bytes), 0);
-        ASSERT_EQ(mFs.freeBytes(), bytes);
-    }
+    void leaveFree(long long bytes) { ASSERT_TRUE(mFs.leaveFree(bytes)) << bytes << " bytes free asked"; }
     wvtest::SmallFilesystem mFs{256 * 1024};
 };
 

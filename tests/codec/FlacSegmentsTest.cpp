@@ -16,6 +16,7 @@
 #include <vector>
 
 #include "AudioFiles.h"
+#include "EncoderFeed.h"
 #include "SmallFilesystem.h"
 #include "TestSupport.h"
 #include "codec/FlacSegments.h"
@@ -55,24 +56,6 @@ std::vector<int16_t> programme(uint32_t frames, uint32_t rate, uint32_t channels
     return pcm;
 }
 
-// Feeds `pcm` in blocks of `blockFrames`, following the writer's protocol:
-// the first failed status, or 0.
-int feed(AudioEncoder* encoder, const std::vector<int16_t>& pcm, uint32_t channels, size_t blockFrames,
-         size_t* fedFrames = nullptr) {
-    const size_t frames = pcm.size() / channels;
-    size_t at = fedFrames != nullptr ? *fedFrames : 0;
-    while (at < frames) {
-        int status = encoder->checkStatus();
-        if (status != 0) return status;
-        const size_t n = std::min(blockFrames, frames - at);
-        status = encoder->encoding(pcm.data() + at * channels, static_cast<int>(n * channels * 2));
-        at += n;
-        if (fedFrames != nullptr) *fedFrames = at;
-        if (status != 0) return status;
-    }
-    return 0;
-}
-
 std::unique_ptr<FfmpegEncoder> startFlac(const std::string& path, uint32_t rate, uint32_t channels, int threads,
                                          const wv::OutputTags* tags = nullptr) {
     std::unique_ptr<AudioEncoder> encoder(AudioEncoder::createAudioEncoder(EncodeFormat::Flac, path.c_str()));
@@ -92,7 +75,7 @@ bool encodeFlac(const std::string& path, uint32_t rate, uint32_t channels, int t
     if (!encoder) return false;
     if (threaded != nullptr) *threaded = encoder->threaded();
     // Blocks that never meet the codec's: every segment edge falls inside one.
-    return feed(encoder.get(), pcm, channels, 7001) == 0 && encoder->finishEncoding() == 0;
+    return wvtest::feed(encoder.get(), pcm, channels, 7001) == 0 && encoder->finishEncoding() == 0;
 }
 
 // The codec's block and a segment, in input frames.
@@ -234,7 +217,7 @@ TEST_F(FlacThreaded, DeletedMidWayLeavesNoFileAndTheTargetAsItWas) {
         ASSERT_NE(encoder, nullptr);
         ASSERT_TRUE(encoder->threaded());
         // Segments are in flight on the workers when the encoder goes.
-        ASSERT_EQ(feed(encoder.get(), pcm, 2, 4096), 0);
+        ASSERT_EQ(wvtest::feed(encoder.get(), pcm, 2, 4096), 0);
     }
     EXPECT_FALSE(wvtest::fileExists(fresh));
     EXPECT_EQ(wvtest::readFile(existing), std::vector<char>({'o', 'l', 'd'}));
@@ -249,14 +232,7 @@ protected:
         if (!wvtest::haveFfmpeg()) GTEST_SKIP() << "ffmpeg/ffprobe not installed";
     }
     // Leaves exactly `bytes` (a multiple of the page size) free.
-    void leaveFree(long long bytes) {
-        const std::string filler = mFs.file("filler");
-        ::remove(filler.c_str());
-        const long long total = mFs.fill("filler");
-        ASSERT_GT(total, bytes);
-        ASSERT_EQ(::truncate(filler.c_str(), total - bytes), 0);
-        ASSERT_EQ(mFs.freeBytes(), bytes);
-    }
+    void leaveFree(long long bytes) { ASSERT_TRUE(mFs.leaveFree(bytes)) << bytes << " bytes free asked"; }
     // The header with its 8 KiB of padding fits; the first segment does not.
     static constexpr long long kRoom = 64 * 1024;
     wvtest::SmallFilesystem mFs{4 * 1024 * 1024};
@@ -272,7 +248,7 @@ TEST_F(FlacThreadedOnSmallStorage, FullStorageFailsTheOutputLeavesNoFileAndKeeps
         leaveFree(kRoom);
         std::unique_ptr<FfmpegEncoder> encoder = startFlac(path, 44100, 2, 2);
         ASSERT_NE(encoder, nullptr);
-        int status = feed(encoder.get(), pcm, 2, 4096);
+        int status = wvtest::feed(encoder.get(), pcm, 2, 4096);
         if (status == 0) status = encoder->finishEncoding();
         EXPECT_EQ(status, FileWriter::WRITE_STORAGE_FULL);
         encoder.reset();
@@ -290,10 +266,10 @@ TEST_F(FlacThreadedOnSmallStorage, ARetryAfterSpaceCameBackCompletesTheOneThread
     std::unique_ptr<FfmpegEncoder> encoder = startFlac(path, 44100, 2, 2);
     ASSERT_NE(encoder, nullptr);
     size_t fed = 0;
-    if (feed(encoder.get(), pcm, 2, 4096, &fed) == FileWriter::WRITE_STORAGE_FULL) {
+    if (wvtest::feed(encoder.get(), pcm, 2, 4096, &fed) == FileWriter::WRITE_STORAGE_FULL) {
         ::remove(mFs.file("filler").c_str());
         // The held remainder goes first, then the rest of the input.
-        ASSERT_EQ(feed(encoder.get(), pcm, 2, 4096, &fed), 0);
+        ASSERT_EQ(wvtest::feed(encoder.get(), pcm, 2, 4096, &fed), 0);
         ASSERT_EQ(encoder->finishEncoding(), 0);
     } else {
         // The workers were still at it when the input ended: the frames

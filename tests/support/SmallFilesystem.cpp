@@ -6,6 +6,7 @@
 #include <unistd.h>
 
 #include <cerrno>
+#include <cstdio>
 #include <cstring>
 #include <vector>
 
@@ -42,6 +43,13 @@ long long SmallFilesystem::fill(const std::string& name) {
     }
     ::close(fd);
     return total;
+}
+
+bool SmallFilesystem::leaveFree(long long bytes) {
+    const std::string filler = file("filler");
+    ::remove(filler.c_str());
+    const long long total = fill("filler");
+    return total > bytes && ::truncate(filler.c_str(), total - bytes) == 0 && freeBytes() == bytes;
 }
 
 long long SmallFilesystem::freeBytes() const {

@@ -33,6 +33,9 @@ public:
     long long fill(const std::string& name);
     // Free bytes as the filesystem reports them.
     long long freeBytes() const;
+    // Fills file "filler" (made anew) so that exactly `bytes`, a multiple
+    // of the page size, stay free: true when they do.
+    bool leaveFree(long long bytes);
 
 private:
     TempDir mDir;
