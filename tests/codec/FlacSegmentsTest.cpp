@@ -164,7 +164,7 @@ TEST_F(FlacThreaded, FramesWhoseNumbersTakeThreeBytesAreCodedAsByOneEncoder) {
 
 TEST_F(FlacThreaded, EveryRateDecodesToTheVerySamplesWithTheRightLengthAndMd5) {
     const bool tools = haveFlacTools();
-    for (const uint32_t rate : {8000u, 22050u, 32000u, 44100u, 48000u, 88200u, 96000u}) {
+    for (const uint32_t rate : wvtest::sampled<uint32_t>({8000, 22050, 32000, 44100, 48000, 88200, 96000}, 3)) {
         for (const uint32_t channels : {1u, 2u}) {
             SCOPED_TRACE(std::to_string(rate) + " Hz, " + std::to_string(channels) + " ch");
             const Grid grid = gridAt(rate, channels, mDir.path());
